@@ -1,0 +1,155 @@
+// Locks, events and the worker thread with its request/reply handshake, on top of the C++ standard library.
+// Clang checks the annotations (-Wthread-safety); other compilers ignore them.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+
+#include "platform/types.h"
+
+#if defined(__clang__)
+#define G_ATTRIBUTE(x) __attribute__((x))
+#else
+#define G_ATTRIBUTE(x)
+#endif
+#define G_CAPABILITY(name) G_ATTRIBUTE(capability(name))
+#define G_SCOPED_CAPABILITY G_ATTRIBUTE(scoped_lockable)
+#define G_GUARDED_BY(lock) G_ATTRIBUTE(guarded_by(lock))
+#define G_REQUIRES(...) G_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define G_EXCLUDES(...) G_ATTRIBUTE(locks_excluded(__VA_ARGS__))
+#define G_ACQUIRE(...) G_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define G_RELEASE(...) G_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define G_NO_THREAD_SAFETY_ANALYSIS G_ATTRIBUTE(no_thread_safety_analysis)
+
+namespace vex {
+
+// A plain mutex that the analysis understands.
+class G_CAPABILITY("mutex") GMutex {
+public:
+    void Lock() G_ACQUIRE() { mutex.lock(); }
+    void Unlock() G_RELEASE() { mutex.unlock(); }
+    std::mutex& Native() { return mutex; }
+
+private:
+    std::mutex mutex;
+};
+
+// Holds a GMutex for a scope; Wait gives it up while waiting.
+class G_SCOPED_CAPABILITY GMutexLock {
+public:
+    explicit GMutexLock(GMutex& guarded) G_ACQUIRE(guarded) : held(guarded.Native()) {}
+    ~GMutexLock() G_RELEASE() {}
+    GMutexLock(const GMutexLock&) = delete;
+    GMutexLock& operator=(const GMutexLock&) = delete;
+
+    void Wait(std::condition_variable& changed) { changed.wait(held); }
+    // False when the time-out passed first; a wake-up without cause counts as a change.
+    bool WaitFor(std::condition_variable& changed, std::chrono::milliseconds timeout)
+    {
+        return changed.wait_for(held, timeout) == std::cv_status::no_timeout;
+    }
+
+private:
+    std::unique_lock<std::mutex> held;
+};
+
+// Critical section: the owner may enter again.
+class G_CAPABILITY("critical section") CCritSec {
+public:
+    void Lock() G_ACQUIRE() { mutex.lock(); }
+    void Unlock() G_RELEASE() { mutex.unlock(); }
+
+private:
+    std::recursive_mutex mutex;
+};
+
+class G_SCOPED_CAPABILITY CAutoLock {
+public:
+    explicit CAutoLock(CCritSec* guarded) G_ACQUIRE(guarded) : lock(guarded) { lock->Lock(); }
+    ~CAutoLock() G_RELEASE() { lock->Unlock(); }
+    CAutoLock(const CAutoLock&) = delete;
+    CAutoLock& operator=(const CAutoLock&) = delete;
+
+private:
+    CCritSec* lock;
+};
+
+// Event. An auto-reset event lets one waiter through per Set; a manual-reset event stays set until Reset.
+class CAMEvent {
+public:
+    explicit CAMEvent(bool stayUntilReset = false) : manualReset(stayUntilReset) {}
+    void Set();
+    void Reset();
+    // Waits at most `timeoutMs` (INFINITE: for ever); true when the event was set.
+    bool Wait(DWORD timeoutMs = INFINITE);
+    bool Check() { return Wait(0); }
+
+private:
+    const bool manualReset;
+    GMutex lock;
+    std::condition_variable changed;
+    bool signalled G_GUARDED_BY(lock) = false;
+};
+
+// A worker thread that answers requests. The host side calls CallWorker, which waits for the worker's Reply; the
+// worker side (ThreadProc) uses GetRequest, CheckRequest and Reply. One request is outstanding at a time: callers are
+// serialised. A worker that returns without replying releases its caller with E_FAIL-like ~0.
+class CAMThread {
+public:
+    CAMThread() = default;
+    virtual ~CAMThread();  // a derived class must Close (after making ThreadProc return) before its own members die
+    CAMThread(const CAMThread&) = delete;
+    CAMThread& operator=(const CAMThread&) = delete;
+
+    // Starts ThreadProc; false when it already runs or the system refuses a thread.
+    bool Create();
+    // Waits for ThreadProc to return. Harmless when there is no thread. Not to be called from the worker itself.
+    void Close();
+    // From Create until Close: also true for a worker whose ThreadProc has returned.
+    bool ThreadExists() const { return exists.load(std::memory_order_acquire); }
+    // True on the worker thread itself.
+    bool IsWorker() const;
+
+    // Sends `request` and waits for the reply; kNoWorker when there is no thread or it ended without a reply.
+    DWORD CallWorker(DWORD request);
+    static constexpr DWORD kNoWorker = 0xFFFFFFFFu;
+
+    // A request is waiting for its reply; cheap, any thread.
+    bool RequestPending() const { return pending.load(std::memory_order_acquire); }
+
+protected:
+    virtual DWORD ThreadProc() = 0;
+
+    // Worker side.
+    DWORD GetRequest();
+    // Waits for a request, at most `timeoutMs`; false on time-out.
+    bool WaitRequest(DWORD timeoutMs);
+    // The waiting request, if any, without taking it.
+    bool CheckRequest(DWORD* request);
+    // Answers the request last seen; without one outstanding it does nothing.
+    void Reply(DWORD result);
+
+private:
+    void Run();
+
+    std::mutex callerLock;  // one caller at a time
+    GMutex lock;
+    std::condition_variable changed;
+    DWORD requestCode G_GUARDED_BY(lock) = 0;
+    DWORD replyCode G_GUARDED_BY(lock) = 0;
+    bool replied G_GUARDED_BY(lock) = false;
+    bool ended G_GUARDED_BY(lock) = true;
+    std::atomic<bool> pending{false};
+    std::atomic<bool> exists{false};
+    std::atomic<std::thread::id> workerId{};
+    std::thread thread;  // creator's side only, under callerLock
+};
+
+// The name under which debuggers and `ps` show the calling thread; at most 15 characters are kept.
+void SetCurrentThreadName(const char* name);
+
+}  // namespace vex
