@@ -1,0 +1,44 @@
+// What every container reads its input through: a synchronous byte source with one position.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+namespace vex {
+
+// Used by one thread at a time; callers that have several serialise them. Positions and sizes are in bytes from the first
+// byte of the source. All operations are harmless on a closed source. No operation throws.
+class GFileBase {
+public:
+    GFileBase() = default;
+    GFileBase(const GFileBase&) = delete;
+    GFileBase& operator=(const GFileBase&) = delete;
+    virtual ~GFileBase() = default;
+
+    // A closed source of the same class, or null when the class cannot make one.
+    virtual std::unique_ptr<GFileBase> NewInstance() const { return nullptr; }
+
+    // 1, or 0 with the source left closed. A source that is open is closed first. The path is narrow (see GOsFile).
+    virtual int Open(const char* path) = 0;
+
+    // The number of bytes delivered. Fewer than `count` is the end of the data or a failure, which look alike here.
+    virtual std::uint32_t Read(void* buffer, std::uint32_t count) = 0;
+
+    // Moves to an absolute position and returns the one reached.
+    virtual std::int64_t Seek(std::int64_t offset) = 0;
+
+    // The same for every source on a disk: positions can be chosen freely, and no byte has yet to arrive.
+    virtual int IsSeekable() const { return 1; }
+    virtual int IsPending(std::int64_t /*offset*/) const { return 0; }
+
+    virtual std::int64_t Tell() = 0;
+    // As the source knows it now, so it may grow between two calls.
+    virtual std::int64_t GetSize() = 0;
+    // Always 1, also when nothing was open.
+    virtual int Close() = 0;
+
+    // Opens for writing, emptying what is there: 1, or 0 with the source left closed.
+    virtual int Create(const char* /*path*/) { return 0; }
+};
+
+}  // namespace vex
