@@ -1,5 +1,5 @@
-// A bounds-checked cursor over bits, most significant first. The first read past the end latches: that read and all that
-// follow give zero, nothing is left, and Ok() is false for good.
+// A bounds-checked cursor over bits, most significant first. The first read past the end latches: that read and all
+// that follow give zero, nothing is left, and Ok() is false for good.
 #pragma once
 
 #include <algorithm>
@@ -55,8 +55,8 @@ public:
     // To the next byte boundary, nowhere when on one.
     void AlignToByte() { Skip((8 - pos % 8) % 8); }
 
-    // Exp-Golomb codes under the names ITU-T H.264 gives them (9.1). A code whose number needs more than 32 bits counts as
-    // an overrun, so the search for its first 1 never looks at more than 33 bits.
+    // Exp-Golomb codes under the names ITU-T H.264 gives them (9.1). A code whose number needs more than 32 bits
+    // counts as an overrun, so the search for its first 1 never looks at more than 33 bits.
     std::uint32_t ue()
     {
         unsigned zeros = 0;

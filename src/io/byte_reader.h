@@ -1,5 +1,6 @@
-// A bounds-checked cursor over bytes from a file. The first read past the end latches: that read and all that follow give
-// zero, nothing is left, and Ok() is false for good. So a parser reads all its fixed fields and asks Ok() once.
+// A bounds-checked cursor over bytes from a file. The first read past the end latches: that read and all that
+// follow give zero, nothing is left, and Ok() is false for good. So a parser reads all its fixed fields and asks
+// Ok() once.
 #pragma once
 
 #include <bit>

@@ -8,9 +8,9 @@
 
 namespace vex {
 
-// Has a position of its own and asks for the size again whenever a read or seek reaches the last known end, so a file that
-// another program is still writing can be read to its current end. Small reads cost one system call per cache; what is
-// larger than the cache goes straight into the caller's buffer, but for its last piece.
+// Has a position of its own and asks for the size again whenever a read or seek reaches the last known end, so a
+// file that another program is still writing can be read to its current end. Small reads cost one system call per
+// cache; what is larger than the cache goes straight into the caller's buffer, but for its last piece.
 class GCacheFile : public GFile {
 public:
     static constexpr std::int64_t kDefaultCacheCapacity = 2048;
@@ -21,9 +21,9 @@ public:
 
     // Closed, and always of the default capacity.
     std::unique_ptr<GFileBase> NewInstance() const override;
-    int Open(const char* path) override;
-    // `count`, fewer at the end of the file, or 0 on failure: then what had been delivered stays in the buffer, and Tell
-    // tells how much that was. A null buffer is a failure.
+    int Open(const char* newPath) override;
+    // `count`, fewer at the end of the file, or 0 on failure: then what had been delivered stays in the buffer, and
+    // Tell tells how much that was. A null buffer is a failure.
     std::uint32_t Read(void* buffer, std::uint32_t count) override;
     // Clamped to the file, from 0 to its size.
     std::int64_t Seek(std::int64_t offset) override;
@@ -32,8 +32,8 @@ public:
     int Close() override;
 
 private:
+    void Forget();
     bool ReadBuffered(std::uint8_t* destination, std::int64_t count);
-    bool ReadStraight(std::uint8_t* destination, std::int64_t count);
     bool FillCache(std::int64_t count);
     bool ReadAtPosition(void* destination, std::int64_t count);
     std::int64_t CopyFromCache(std::uint8_t* destination, std::int64_t count);
@@ -41,10 +41,10 @@ private:
     // All in bytes.
     std::int64_t position = 0;
     std::int64_t knownSize = 0;
-    std::unique_ptr<std::uint8_t[]> cache;
-    std::int64_t cacheStart = 0;   // file position of the first cached byte
-    std::int64_t cacheLength = 0;  // 0: nothing cached
-    std::int64_t cacheCapacity = 0;
+    std::int64_t cacheCapacity = 0;         // constant; 0 without a cache
+    std::unique_ptr<std::uint8_t[]> cache;  // constant; null without one
+    std::int64_t cacheStart = 0;            // file position of the first cached byte
+    std::int64_t cacheLength = 0;           // 0: nothing cached
 };
 
 }  // namespace vex

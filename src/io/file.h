@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -18,7 +19,7 @@ public:
     static constexpr std::size_t kMaxPathLength = 259;
 
     std::unique_ptr<GFileBase> NewInstance() const override;
-    int Open(const char* path) override;
+    int Open(const char* newPath) override;
     // 0 on failure, in which case nothing is known of the buffer's contents.
     std::uint32_t Read(void* buffer, std::uint32_t count) override;
     // -1 when the position is negative or nothing is open; positions beyond the end are reached.
@@ -26,32 +27,35 @@ public:
     std::int64_t Tell() override;
     std::int64_t GetSize() override;
     int Close() override;
-    int Create(const char* path) override;
+    int Create(const char* newPath) override;
 
     bool IsOpen() const { return file.IsOpen(); }
     // The path last opened, empty when closed.
     const char* Path() const { return path.data(); }
 
-    // Why the last Open or Create failed: the operating system's number, 0 when it did not or when the path was refused
-    // before the system was asked. OpenError says either in words, and nothing when there was no failure.
-    std::uint32_t LastError() const { return file.LastError(); }
+    // Why the last Open or Create failed: the operating system's number, 0 when it did not or when the path was
+    // refused before the system was asked. OpenError says either in words, and nothing when there was no failure.
+    std::uint32_t LastError() const { return refusal == GRefusal::None ? file.LastError() : 0; }
     std::string OpenError() const;
 
 protected:
     // All that reaches the operating system once a file is open. A test overrides them to count or to fail.
-    virtual std::int64_t OsSeek(std::int64_t position);                // the position reached, or -1
-    virtual std::int64_t OsRead(void* buffer, std::uint32_t count);    // at the file pointer; bytes read, or -1
-    virtual std::int64_t OsSize();                                     // bytes, or -1
+    virtual std::int64_t OsSeek(std::int64_t position);              // the position reached, or -1
+    virtual std::int64_t OsRead(void* buffer, std::uint32_t count);  // at the file pointer; bytes read, or -1
+    virtual std::int64_t OsSize();                                   // bytes, or -1
 
 private:
     enum class GRefusal : std::uint8_t { None, NoPath, PathTooLong };
 
-    bool AcceptPath(const char* candidate);
+    using GPath = std::array<char, kMaxPathLength + 1>;
+    using GOpener = bool (GOsFile::*)(const char*);
+
+    int OpenWith(GOpener opener, const char* newPath);
     void CloseFile();
 
     GOsFile file;
     std::int64_t filePointer = 0;  // GOsFile has none of its own
-    std::array<char, kMaxPathLength + 1> path{};
+    GPath path{};
     GRefusal refusal = GRefusal::None;
 };
 

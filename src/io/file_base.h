@@ -6,8 +6,9 @@
 
 namespace vex {
 
-// Used by one thread at a time; callers that have several serialise them. Positions and sizes are in bytes from the first
-// byte of the source. All operations are harmless on a closed source. No operation throws.
+// Used by one thread at a time; callers that have several serialise them. Positions and sizes are in bytes from the
+// first byte of the source. All operations are harmless on a closed source. Only NewInstance may throw
+// (std::bad_alloc).
 class GFileBase {
 public:
     GFileBase() = default;

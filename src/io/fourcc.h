@@ -1,4 +1,5 @@
-// Four-character codes as numbers: the first character is the lowest byte, in whatever byte order its file is written.
+// Four-character codes as numbers: the first character is the lowest byte, in whatever byte order its file is
+// written.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// A value, or an error of one of a few kinds with its place in the file. Callers branch on the kind, people read the text.
+// A value, or an error of one of a few kinds with its place in the file. Callers branch on the kind, people read
+// the text.
 #pragma once
 
 #include <cassert>
