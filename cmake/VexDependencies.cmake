@@ -1,0 +1,48 @@
+# The libraries the tree stands on, under the names their own packages use, for a native and for a cross build alike.
+
+set(ZLIB_USE_STATIC_LIBS ${WIN32})
+find_package(ZLIB REQUIRED)
+
+# A header-only library of the build machine serves a foreign target as it is, but its directory must not be searched as
+# a whole: the build machine's C headers lie there too. So a foreign build sees it through a link in the build tree.
+function(vex_header_only package target header_directory)
+    if(NOT CMAKE_CROSSCOMPILING)
+        find_package(${package} REQUIRED)
+        return()
+    endif()
+    find_path(VEX_${package}_INCLUDE ${header_directory} PATHS /usr/include /usr/local/include
+        NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+    file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include/${package})
+    file(CREATE_LINK ${VEX_${package}_INCLUDE}/${header_directory}
+        ${PROJECT_BINARY_DIR}/include/${package}/${header_directory} SYMBOLIC)
+    add_library(${target} INTERFACE IMPORTED GLOBAL)
+    target_include_directories(${target} SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/include/${package})
+endfunction()
+
+vex_header_only(CLI11 CLI11::CLI11 CLI)
+vex_header_only(nlohmann_json nlohmann_json::nlohmann_json nlohmann)
+
+if(VEX_TESTS OR VEX_FUZZ)
+    # The packaged archive is for the build machine's own architecture; any other target compiles the packaged sources.
+    if(CMAKE_CROSSCOMPILING OR VEX_GTEST_FROM_SOURCE)
+        set(INSTALL_GTEST OFF)
+        set(gtest_force_shared_crt ON)
+        set(gtest_disable_pthreads ${WIN32})
+        add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+        foreach(name gtest gmock gtest_main gmock_main)
+            if(NOT TARGET GTest::${name})
+                add_library(GTest::${name} ALIAS ${name})
+            endif()
+        endforeach()
+    else()
+        find_package(GTest REQUIRED)
+    endif()
+endif()
+
+if(VEX_BENCH)
+    find_package(benchmark REQUIRED)
+endif()
+
+# The Debian packages of the Python tests belong to the system's interpreter, whatever else comes first on PATH.
+find_program(VEX_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
+find_program(VEX_PYTHON python3)

@@ -1,0 +1,1 @@
+# Installs the module, the command and the headers a host needs.

@@ -1,0 +1,149 @@
+# The only functions the folders' own CMakeLists.txt files need.
+
+# vex_add_folders(<folder>...): enters each folder that has a CMakeLists.txt. A folder that appears later is noticed by
+# the next build.
+function(vex_add_folders)
+    foreach(folder IN LISTS ARGN)
+        file(GLOB list CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/CMakeLists.txt)
+        if(list)
+            add_subdirectory(${folder})
+        endif()
+    endforeach()
+endfunction()
+
+# vex_library(<target> SOURCES <file>... [DEPS <target>...]): the static library of one folder, also known as vex::<x> for
+# a target vex_<x>. Includes are written from src/.
+function(vex_library target)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPS")
+    add_library(${target} STATIC ${arg_SOURCES})
+    string(REGEX REPLACE "^vex_" "" short ${target})
+    add_library(vex::${short} ALIAS ${target})
+    target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${target} PUBLIC ${arg_DEPS} PRIVATE vex_flags)
+endfunction()
+
+# vex_format(<target> SOURCES <file>... [DEPS <target>...]): a vex_library for a container, which the module links without
+# being told its name.
+function(vex_format target)
+    vex_library(${target} ${ARGN})
+    set_property(GLOBAL APPEND PROPERTY VEX_FORMATS ${target})
+endfunction()
+
+# vex_formats(<variable>): the targets of all containers in this tree, for the library that holds the factory table.
+function(vex_formats variable)
+    get_property(formats GLOBAL PROPERTY VEX_FORMATS)
+    set(${variable} ${formats} PARENT_SCOPE)
+endfunction()
+
+# vex_module_library(<target> EXPORTS <function>... DEPS <static library>... [SOURCES <file>...]): the loadable module out
+# of static libraries: VEX.ax on Windows, libvex.so elsewhere. The DEPS are taken in whole, and nothing but EXPORTS can be
+# seen from outside.
+function(vex_module_library target)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "EXPORTS;DEPS;SOURCES")
+    set(empty ${CMAKE_CURRENT_BINARY_DIR}/${target}.cpp)
+    file(CONFIGURE OUTPUT ${empty} CONTENT "// The module's code comes from the libraries it is linked from.\n")
+    add_library(${target} SHARED ${empty} ${arg_SOURCES})
+    add_library(vex::${target} ALIAS ${target})
+    foreach(library IN LISTS arg_DEPS)
+        target_link_libraries(${target} PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,${library}>)
+    endforeach()
+    target_link_libraries(${target} PRIVATE vex_flags)
+
+    if(WIN32)
+        list(JOIN arg_EXPORTS " PRIVATE\n    " names)
+        set(list ${CMAKE_CURRENT_BINARY_DIR}/${target}.def)
+        file(CONFIGURE OUTPUT ${list} CONTENT "LIBRARY VEX.ax\nEXPORTS\n    ${names} PRIVATE\n")
+        target_sources(${target} PRIVATE ${list})
+        # The stdcall suffixes of the 32-bit functions do not show in the exports.
+        target_link_options(${target} PRIVATE -Wl,--enable-stdcall-fixup)
+        set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME VEX SUFFIX ".ax"
+            RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+    else()
+        list(JOIN arg_EXPORTS "; " names)
+        set(list ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
+        file(CONFIGURE OUTPUT ${list} CONTENT "{ global: ${names}; local: *; };\n")
+        target_link_options(${target} PRIVATE -Wl,--version-script=${list})
+        if(NOT VEX_SANITIZE)
+            target_link_options(${target} PRIVATE -Wl,--no-undefined)
+        endif()
+        set_target_properties(${target} PROPERTIES OUTPUT_NAME vex LINK_DEPENDS ${list}
+            VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    endif()
+    set_property(GLOBAL PROPERTY VEX_MODULE ${target})
+endfunction()
+
+# vex_executable(<target> SOURCES <file>... [DEPS <target>...] [OUTPUT_NAME <name>]): a program.
+function(vex_executable target)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "OUTPUT_NAME" "SOURCES;DEPS")
+    add_executable(${target} ${arg_SOURCES})
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${target} PRIVATE ${arg_DEPS} vex_flags)
+    if(arg_OUTPUT_NAME)
+        set_target_properties(${target} PROPERTIES OUTPUT_NAME ${arg_OUTPUT_NAME})
+    endif()
+endfunction()
+
+# Seconds until ctest calls a program hung. Far beyond what any takes: a loaded machine is no failure.
+set(VEX_TEST_TIMEOUT 600)
+if(VEX_SANITIZE OR VEX_COVERAGE)
+    set(VEX_TEST_TIMEOUT 1800)
+endif()
+
+# vex_test(<name> SOURCES <file>... [DEPS <target>...]): a GoogleTest program and its ctest entry. One entry for a whole
+# program: starting a process for every case would cost more than most cases do, above all under a sanitizer.
+function(vex_test name)
+    vex_executable(${name} ${ARGN})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest GTest::gtest_main)
+    add_test(NAME ${name} COMMAND ${name} --gtest_brief=0)
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${VEX_TEST_TIMEOUT})
+endfunction()
+
+# vex_python_test(<name> SCRIPT <file> [ARGS <argument>...] [PROGRAMS <target>...]): a Python script as a test. It finds
+# the command in the environment as VEX_BINARY, the top of the sources as VEX_SOURCE_DIR, and each of PROGRAMS as
+# VEX_PROGRAM_<TARGET>.
+function(vex_python_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "SCRIPT" "ARGS;PROGRAMS")
+    if(NOT TARGET vex_cli OR CMAKE_CROSSCOMPILING)
+        return()
+    endif()
+    get_filename_component(script ${arg_SCRIPT} ABSOLUTE)
+    add_test(NAME ${name} COMMAND ${VEX_PYTHON} -B ${script} ${arg_ARGS})
+    set(environment VEX_BINARY=$<TARGET_FILE:vex_cli> VEX_SOURCE_DIR=${PROJECT_SOURCE_DIR}
+        VEX_VERSION=${PROJECT_VERSION})
+    foreach(program IN LISTS arg_PROGRAMS)
+        string(TOUPPER ${program} upper)
+        list(APPEND environment VEX_PROGRAM_${upper}=$<TARGET_FILE:${program}>)
+    endforeach()
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${VEX_TEST_TIMEOUT} ENVIRONMENT "${environment}")
+endfunction()
+
+# vex_fuzzer(<name> SOURCES <file>... [DEPS <target>...] [SEEDS <file>...]): a libFuzzer target, from a source that has
+# LLVMFuzzerTestOneInput. SEEDS make a program <name>_seeds that writes its files into the folder named as its argument.
+# Without VEX_FUZZ the same source becomes a test that replays fuzz/regressions/<name>/*.
+function(vex_fuzzer name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPS;SEEDS")
+    if(VEX_FUZZ)
+        vex_executable(${name} SOURCES ${arg_SOURCES} DEPS ${arg_DEPS})
+        target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+        set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzzers)
+        if(arg_SEEDS)
+            vex_executable(${name}_seeds SOURCES ${arg_SEEDS} DEPS ${arg_DEPS})
+            set_target_properties(${name}_seeds PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/seeds)
+            target_include_directories(${name}_seeds PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+        endif()
+    else()
+        vex_executable(${name}_replay SOURCES ${arg_SOURCES} ${PROJECT_SOURCE_DIR}/fuzz/replay_main.cpp DEPS ${arg_DEPS})
+        target_include_directories(${name}_replay PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+        add_test(NAME ${name}_replay COMMAND ${name}_replay ${PROJECT_SOURCE_DIR}/fuzz/regressions/${name})
+        set_tests_properties(${name}_replay PROPERTIES TIMEOUT ${VEX_TEST_TIMEOUT})
+    endif()
+endfunction()
+
+# vex_bench(<name> SOURCES <file>... [DEPS <target>...]): a benchmark program, never a test.
+function(vex_bench name)
+    vex_executable(${name} ${ARGN})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_link_libraries(${name} PRIVATE benchmark::benchmark)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
+endfunction()
