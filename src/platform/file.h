@@ -17,7 +17,8 @@ public:
     GOsFile(const GOsFile&) = delete;
     GOsFile& operator=(const GOsFile&) = delete;
 
-    // Opens for reading so that others may go on writing, renaming and deleting; a directory is refused.
+    // Opens for reading so that others may go on writing, renaming and deleting; anything but a file (or, on Linux, a
+    // block device) is refused, without waiting for the other end of a pipe.
     bool OpenForReading(const char* path);
     // Creates, or truncates an existing file, for writing.
     bool CreateForWriting(const char* path);
@@ -40,7 +41,7 @@ private:
     std::uint32_t lastError = 0;
 };
 
-// What the system says about an error number, without a trailing line end.
+// What the system says about an error number, in UTF-8, without a trailing line end.
 std::string DescribeOsError(std::uint32_t error);
 
 // A directory for temporary files, with a trailing separator, in the narrow-path form above.

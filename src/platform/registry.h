@@ -13,7 +13,9 @@
 
 namespace vex {
 
-// Keys are paths below the classes root with '\' between the parts; names and keys compare without case.
+// Keys are paths below the classes root with '\' between the parts; names and keys compare without case (outside
+// Windows: without ASCII case). A key that is empty or has an empty part is E_INVALIDARG, never the root itself. Any
+// thread; a change is seen whole by other processes or not at all.
 class GClassesRoot {
 public:
     // Creates the key (and its parents) if absent and sets a string value; an empty name is the default value.
@@ -56,9 +58,9 @@ public:
 
 private:
     HRESULT status;
-    bool initialised = false;
-    void* mapper2 = nullptr;  // IFilterMapper2, or null
-    void* mapper1 = nullptr;  // the older IFilterMapper, or null
+    [[maybe_unused]] bool initialised = false;
+    [[maybe_unused]] void* mapper2 = nullptr;  // IFilterMapper2, or null
+    [[maybe_unused]] void* mapper1 = nullptr;  // the older IFilterMapper, or null
 };
 
 // Full path of the module that holds this code; fails when it does not fit 260 characters in the ANSI code page.

@@ -52,6 +52,10 @@ public:
     {
         return changed.wait_for(held, timeout) == std::cv_status::no_timeout;
     }
+    bool WaitUntil(std::condition_variable& changed, std::chrono::steady_clock::time_point deadline)
+    {
+        return changed.wait_until(held, deadline) == std::cv_status::no_timeout;
+    }
 
 private:
     std::unique_lock<std::mutex> held;
@@ -97,7 +101,7 @@ private:
 
 // A worker thread that answers requests. The host side calls CallWorker, which waits for the worker's Reply; the
 // worker side (ThreadProc) uses GetRequest, CheckRequest and Reply. One request is outstanding at a time: callers are
-// serialised. A worker that returns without replying releases its caller with E_FAIL-like ~0.
+// serialised. A worker that returns without replying releases its caller with kNoWorker.
 class CAMThread {
 public:
     CAMThread() = default;
@@ -105,16 +109,18 @@ public:
     CAMThread(const CAMThread&) = delete;
     CAMThread& operator=(const CAMThread&) = delete;
 
-    // Starts ThreadProc; false when it already runs or the system refuses a thread.
+    // Starts ThreadProc; false when there is a thread that was not closed or the system refuses one.
     bool Create();
-    // Waits for ThreadProc to return. Harmless when there is no thread. Not to be called from the worker itself.
+    // Waits for ThreadProc to return; requests are still accepted meanwhile. Harmless when there is no thread; of
+    // several callers each returns only when the thread is gone. Not to be called from the worker itself.
     void Close();
     // From Create until Close: also true for a worker whose ThreadProc has returned.
     bool ThreadExists() const { return exists.load(std::memory_order_acquire); }
     // True on the worker thread itself.
     bool IsWorker() const;
 
-    // Sends `request` and waits for the reply; kNoWorker when there is no thread or it ended without a reply.
+    // Sends `request` and waits for the reply; kNoWorker when there is no thread, when it ended without a reply, or
+    // when the worker calls itself.
     DWORD CallWorker(DWORD request);
     static constexpr DWORD kNoWorker = 0xFFFFFFFFu;
 
@@ -122,31 +128,34 @@ public:
     bool RequestPending() const { return pending.load(std::memory_order_acquire); }
 
 protected:
+    // An exception that leaves it ends the worker like a return.
     virtual DWORD ThreadProc() = 0;
 
-    // Worker side.
+    // Worker side. A request stays visible to all three until its Reply.
     DWORD GetRequest();
     // Waits for a request, at most `timeoutMs`; false on time-out.
     bool WaitRequest(DWORD timeoutMs);
-    // The waiting request, if any, without taking it.
+    // The waiting request, if any, without taking it; `request` may be null.
     bool CheckRequest(DWORD* request);
     // Answers the request last seen; without one outstanding it does nothing.
     void Reply(DWORD result);
 
 private:
     void Run();
+    void ReplyLocked(DWORD result) G_REQUIRES(lock);
 
-    std::mutex callerLock;  // one caller at a time
+    std::mutex callerLock;  // one caller at a time; taken before `lock`
     GMutex lock;
     std::condition_variable changed;
     DWORD requestCode G_GUARDED_BY(lock) = 0;
     DWORD replyCode G_GUARDED_BY(lock) = 0;
     bool replied G_GUARDED_BY(lock) = false;
     bool ended G_GUARDED_BY(lock) = true;
-    std::atomic<bool> pending{false};
-    std::atomic<bool> exists{false};
+    std::uint32_t closed G_GUARDED_BY(lock) = 0;  // threads that are gone, so that a closer knows its own
+    std::thread thread G_GUARDED_BY(lock);        // empty while a closer joins it
+    std::atomic<bool> pending{false};             // written under `lock`
+    std::atomic<bool> exists{false};              // written under `lock`
     std::atomic<std::thread::id> workerId{};
-    std::thread thread;  // creator's side only, under callerLock
 };
 
 // The name under which debuggers and `ps` show the calling thread; at most 15 characters are kept.
