@@ -25,7 +25,7 @@ public:
     bool Matches(const AM_MEDIA_TYPE& other) const;
     bool IsValid() const { return majortype != GUID_NULL; }
 
-    // True when every GUID of `pattern` that is not GUID_NULL equals ours (and its format, when it has one).
+    // True when every GUID of `pattern` that is not GUID_NULL equals ours; with a format type the whole block counts too.
     bool MatchesPartial(const AM_MEDIA_TYPE& pattern) const;
 
     std::span<BYTE> Format() { return {pbFormat, cbFormat}; }
@@ -33,7 +33,7 @@ public:
     void SetFormat(REFGUID type, std::span<const BYTE> bytes);
     // A zeroed format block of `bytes` bytes.
     std::span<BYTE> AllocFormat(REFGUID type, std::size_t bytes);
-    // lSampleSize and bFixedSizeSamples as the platform's SetSampleSize does: 0 means variable.
+    // lSampleSize and bFixedSizeSamples; 0 means variable.
     void SetSampleSize(ULONG bytes);
     void Clear();
 

@@ -1,0 +1,249 @@
+#include "dshow/base_filter.h"
+#include "dshow/enumerators.h"
+
+namespace vex {
+
+CBasePin::CBasePin(CBaseFilter* owningFilter, WString pinName, PIN_DIRECTION dir)
+    : CUnknown(nullptr), filter(owningFilter), name(std::move(pinName)), direction(dir)
+{
+}
+
+HRESULT CBasePin::NonDelegatingQueryInterface(REFIID riid, void** ppv)
+{
+    if (riid == IID_IPin)
+        return GetInterface(static_cast<IPin*>(this), ppv);
+    if (riid == IID_IQualityControl)
+        return GetInterface(static_cast<IQualityControl*>(this), ppv);
+    return CUnknown::NonDelegatingQueryInterface(riid, ppv);
+}
+
+ULONG CBasePin::NonDelegatingAddRef()
+{
+    return filter->AddRef();
+}
+
+ULONG CBasePin::NonDelegatingRelease()
+{
+    return filter->Release();
+}
+
+GComPtr<IPin> CBasePin::Peer()
+{
+    const GMutexLock held(pinLock);
+    return peer;
+}
+
+CMediaType CBasePin::ConnectedType()
+{
+    const GMutexLock held(pinLock);
+    return connectedType;
+}
+
+HRESULT CBasePin::CheckConnect(IPin* receivePin)
+{
+    PIN_DIRECTION other = PINDIR_INPUT;
+    const HRESULT hr = receivePin->QueryDirection(&other);
+    if (FAILED(hr))
+        return hr;
+    return other == direction ? VFW_E_INVALID_DIRECTION : S_OK;
+}
+
+HRESULT CBasePin::Connect(IPin* pReceivePin, const AM_MEDIA_TYPE* pmt)
+{
+    if (!pReceivePin)
+        return E_POINTER;
+    if (filter->OnOwnThread())
+        return VFW_E_NOT_STOPPED;
+    return ComGuard([&]() -> HRESULT {
+        const CAutoLock change(&filter->changeLock);
+        if (IsConnected())
+            return VFW_E_ALREADY_CONNECTED;
+        if (!filter->IsStopped())
+            return VFW_E_NOT_STOPPED;
+        const HRESULT hr = CheckConnect(pReceivePin);
+        if (FAILED(hr)) {
+            BreakConnect();
+            return hr;
+        }
+        const HRESULT agreed = AgreeMediaType(pReceivePin, pmt);
+        if (FAILED(agreed))
+            BreakConnect();
+        return agreed;
+    });
+}
+
+// A complete type is tried as it is; a partial one selects among what the two pins offer.
+HRESULT CBasePin::AgreeMediaType(IPin* receivePin, const AM_MEDIA_TYPE* wanted)
+{
+    if (wanted && wanted->majortype != GUID_NULL && wanted->formattype != GUID_NULL)
+        return AttemptConnection(receivePin, CMediaType(*wanted));
+    const HRESULT own = TryOwnTypes(receivePin, wanted);
+    if (SUCCEEDED(own))
+        return own;
+    const HRESULT theirs = TryPeerTypes(receivePin, wanted);
+    return SUCCEEDED(theirs) ? theirs : own;
+}
+
+HRESULT CBasePin::TryOwnTypes(IPin* receivePin, const AM_MEDIA_TYPE* wanted)
+{
+    HRESULT result = VFW_E_NO_ACCEPTABLE_TYPES;
+    CMediaType type;
+    for (int i = 0; GetMediaType(i, &type) == S_OK; ++i) {
+        if (wanted && !type.MatchesPartial(*wanted))
+            continue;
+        const HRESULT hr = AttemptConnection(receivePin, type);
+        if (SUCCEEDED(hr))
+            return hr;
+        // "Does not like this type" is no more than the default answer; anything else says more.
+        if (hr != E_FAIL && hr != E_INVALIDARG && hr != VFW_E_TYPE_NOT_ACCEPTED)
+            result = hr;
+    }
+    return result;
+}
+
+HRESULT CBasePin::TryPeerTypes(IPin* receivePin, const AM_MEDIA_TYPE* wanted)
+{
+    GComPtr<IEnumMediaTypes> types;
+    if (FAILED(receivePin->EnumMediaTypes(types.Put())) || !types)
+        return VFW_E_NO_ACCEPTABLE_TYPES;
+    AM_MEDIA_TYPE* offered = nullptr;
+    while (types->Next(1, &offered, nullptr) == S_OK) {
+        const CMediaType type(*offered);
+        DeleteMediaType(offered);
+        if (wanted && !type.MatchesPartial(*wanted))
+            continue;
+        const HRESULT hr = AttemptConnection(receivePin, type);
+        if (SUCCEEDED(hr))
+            return hr;
+    }
+    return VFW_E_NO_ACCEPTABLE_TYPES;
+}
+
+HRESULT CBasePin::AttemptConnection(IPin* receivePin, const CMediaType& type)
+{
+    if (CheckMediaType(&type) != S_OK)
+        return VFW_E_TYPE_NOT_ACCEPTED;
+    {
+        const GMutexLock held(pinLock);
+        peer = GComPtr<IPin>(receivePin);
+        connectedType = type;
+    }
+    HRESULT hr = receivePin->ReceiveConnection(static_cast<IPin*>(this), &type);
+    if (SUCCEEDED(hr)) {
+        hr = CompleteConnect(receivePin);
+        if (SUCCEEDED(hr))
+            return hr;
+        receivePin->Disconnect();
+    }
+    GComPtr<IPin> dropped;
+    {
+        const GMutexLock held(pinLock);
+        std::swap(dropped, peer);
+        connectedType.Clear();
+    }
+    return hr;
+}
+
+HRESULT CBasePin::ReceiveConnection(IPin*, const AM_MEDIA_TYPE*)
+{
+    return E_UNEXPECTED;  // an output pin connects, it is not connected to
+}
+
+HRESULT CBasePin::Disconnect()
+{
+    if (filter->OnOwnThread())
+        return VFW_E_NOT_STOPPED;
+    return ComGuard([&]() -> HRESULT {
+        const CAutoLock change(&filter->changeLock);
+        if (!filter->IsStopped())
+            return VFW_E_NOT_STOPPED;
+        GComPtr<IPin> dropped = Peer();
+        if (!dropped)
+            return S_FALSE;
+        const HRESULT hr = BreakConnect();
+        if (FAILED(hr))
+            return hr;
+        {
+            const GMutexLock held(pinLock);
+            peer = nullptr;
+            connectedType.Clear();
+        }
+        return S_OK;
+    });
+}
+
+HRESULT CBasePin::ConnectedTo(IPin** pPin)
+{
+    if (!pPin)
+        return E_POINTER;
+    *pPin = Peer().Detach();
+    return *pPin ? S_OK : VFW_E_NOT_CONNECTED;
+}
+
+HRESULT CBasePin::ConnectionMediaType(AM_MEDIA_TYPE* pmt)
+{
+    if (!pmt)
+        return E_POINTER;
+    const GMutexLock held(pinLock);
+    if (peer)
+        return connectedType.CopyTo(pmt);
+    *pmt = AM_MEDIA_TYPE{};
+    return VFW_E_NOT_CONNECTED;
+}
+
+HRESULT CBasePin::QueryPinInfo(PIN_INFO* pInfo)
+{
+    if (!pInfo)
+        return E_POINTER;
+    pInfo->pFilter = filter;
+    filter->AddRef();
+    pInfo->dir = direction;
+    CopyName(pInfo->achName, MAX_PIN_NAME, name);
+    return S_OK;
+}
+
+HRESULT CBasePin::QueryDirection(PIN_DIRECTION* pPinDir)
+{
+    if (!pPinDir)
+        return E_POINTER;
+    *pPinDir = direction;
+    return S_OK;
+}
+
+HRESULT CBasePin::QueryId(LPWSTR* Id)
+{
+    if (!Id)
+        return E_POINTER;
+    *Id = TaskMemCopy(name);
+    return *Id ? S_OK : E_OUTOFMEMORY;
+}
+
+HRESULT CBasePin::QueryAccept(const AM_MEDIA_TYPE* pmt)
+{
+    if (!pmt)
+        return E_POINTER;
+    return ComGuard([&]() -> HRESULT {
+        const CMediaType type(*pmt);
+        return CheckMediaType(&type) == S_OK ? S_OK : S_FALSE;
+    });
+}
+
+HRESULT CBasePin::EnumMediaTypes(IEnumMediaTypes** ppEnum)
+{
+    if (!ppEnum)
+        return E_POINTER;
+    *ppEnum = nullptr;
+    return ComGuard([&] {
+        auto* types = new CEnumMediaTypes(this, 0);
+        types->AddRef();
+        *ppEnum = types;
+        return S_OK;
+    });
+}
+
+HRESULT CBasePin::QueryInternalConnections(IPin**, ULONG*)
+{
+    return E_NOTIMPL;  // every output depends on every input
+}
+
+}  // namespace vex

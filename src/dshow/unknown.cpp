@@ -1,0 +1,52 @@
+#include "dshow/unknown.h"
+
+namespace vex {
+
+std::atomic<LONG> CUnknown::activeObjects{0};
+
+CUnknown::CUnknown(IUnknown* outer) : owner(outer ? outer : &inner)
+{
+    activeObjects.fetch_add(1, std::memory_order_acq_rel);
+}
+
+CUnknown::~CUnknown()
+{
+    activeObjects.fetch_sub(1, std::memory_order_acq_rel);
+}
+
+HRESULT CUnknown::NonDelegatingQueryInterface(REFIID riid, void** ppv)
+{
+    if (!ppv)
+        return E_POINTER;
+    if (riid == IID_IUnknown)
+        return GetInterface(NonDelegatingUnknown(), ppv);
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+}
+
+ULONG CUnknown::NonDelegatingAddRef()
+{
+    return references.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+ULONG CUnknown::NonDelegatingRelease()
+{
+    const ULONG left = references.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (left != 0)
+        return left;
+    // A reference taken and given back during destruction must not destroy the object a second time.
+    references.store(1, std::memory_order_relaxed);
+    delete this;
+    return 0;
+}
+
+HRESULT GetInterface(IUnknown* unknown, void** ppv)
+{
+    if (!ppv)
+        return E_POINTER;
+    *ppv = unknown;
+    unknown->AddRef();
+    return S_OK;
+}
+
+}  // namespace vex
