@@ -6,7 +6,8 @@
 
 namespace vex {
 
-// Fields that the record did not hold are 0. Of several sets of a kind, the last one counts.
+// Fields that the record did not hold are 0. Of several sets of a kind the last one counts, but a field that it does not
+// carry (timing, for one) keeps the value of an earlier set.
 struct GH264Parameters {
     // Sequence parameter set
     std::uint8_t profile = 0;      // profile_idc

@@ -19,8 +19,9 @@ std::string SubtypeName(REFGUID id);
 // "VideoInfo", "WaveFormatEx", "none" ...; otherwise the GUID's text.
 std::string FormatTypeName(REFGUID id);
 
-// The fields of a format block, in the block's order. Only what lies in the block as a whole is listed, whatever lengths
-// it declares; a format type without a layout known here gives nothing.
+// The fields of a format block, in the block's order. A field that does not lie in the block as a whole is left out, with
+// all that follow; a format type without a layout known here gives nothing. Lengths are shown as declared ("extra_size" of
+// a wave format, "sequence_header_size"), but the "extra_size" of the others counts the bytes that are there.
 std::vector<GProperty> FormatFields(const AM_MEDIA_TYPE& type);
 
 }  // namespace vex
