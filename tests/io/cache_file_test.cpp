@@ -1,0 +1,355 @@
+#include "io/cache_file.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <random>
+#include <span>
+#include <vector>
+
+#include "support/temp_file.h"
+
+namespace vex::test {
+namespace {
+
+using GBytes = std::vector<std::uint8_t>;
+
+// No stretch of it repeats within a cache, so that a byte from a wrong place shows.
+GBytes Pattern(std::size_t size, std::size_t start = 0)
+{
+    GBytes bytes(size);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<std::uint8_t>((start + i) * 2654435761u >> 13);
+    return bytes;
+}
+
+struct GOsRead {
+    std::int64_t position;
+    std::int64_t count;
+    bool operator==(const GOsRead&) const = default;
+};
+
+// Counts what reaches the system, and lets a test break it.
+class GCountedFile : public GCacheFile {
+public:
+    using GCacheFile::GCacheFile;
+
+    GBytes ReadBytes(std::uint32_t count)
+    {
+        GBytes bytes(count);
+        bytes.resize(Read(bytes.data(), count));
+        return bytes;
+    }
+    void ForgetCalls()
+    {
+        reads.clear();
+        seeks = 0;
+        sizes = 0;
+    }
+
+    std::vector<GOsRead> reads;
+    int seeks = 0;
+    int sizes = 0;
+    std::function<std::int64_t(std::int64_t)> breakSeek = [](std::int64_t reached) { return reached; };
+    std::int64_t failReadsFrom = std::numeric_limits<std::int64_t>::max();
+
+protected:
+    std::int64_t OsSeek(std::int64_t target) override
+    {
+        ++seeks;
+        pointer = target;
+        return breakSeek(GCacheFile::OsSeek(target));
+    }
+    std::int64_t OsRead(void* buffer, std::uint32_t count) override
+    {
+        reads.push_back({pointer, count});
+        if (pointer < failReadsFrom)
+            return GCacheFile::OsRead(buffer, count);
+        std::fill_n(static_cast<std::uint8_t*>(buffer), count / 2, std::uint8_t{0xEE});
+        return count / 2;
+    }
+    std::int64_t OsSize() override
+    {
+        ++sizes;
+        return GCacheFile::OsSize();
+    }
+
+private:
+    std::int64_t pointer = 0;
+};
+
+class CacheFile : public testing::Test {
+protected:
+    const GBytes content = Pattern(10'000);
+    const GTempFile disk{content};
+    GCountedFile file;
+
+    void SetUp() override
+    {
+        ASSERT_EQ(file.Open(disk.Path()), 1);
+        file.ForgetCalls();
+    }
+    GBytes Slice(std::size_t start, std::size_t count) const
+    {
+        const auto all = std::span(content).subspan(start, count);
+        return {all.begin(), all.end()};
+    }
+};
+
+using CacheFileCalls = CacheFile;
+
+TEST_F(CacheFileCalls, ALargeReadIsTwoDirectPiecesAndATailThatServesTheNextRead)
+{
+    EXPECT_EQ(file.ReadBytes(5'000), Slice(0, 5'000));
+    EXPECT_EQ(file.reads, (std::vector<GOsRead>{{0, 2048}, {2048, 2048}, {4096, 2048}}));
+    EXPECT_EQ(file.seeks, 3);
+    EXPECT_EQ(file.sizes, 0);
+
+    file.ForgetCalls();
+    EXPECT_EQ(file.ReadBytes(100), Slice(5'000, 100));
+    EXPECT_EQ(file.Seek(4'096), 4'096);
+    EXPECT_EQ(file.ReadBytes(2'048), Slice(4'096, 2'048)) << "a seek within the cached range keeps it";
+    EXPECT_TRUE(file.reads.empty());
+    EXPECT_EQ(file.seeks + file.sizes, 0);
+}
+
+TEST_F(CacheFileCalls, SmallSequentialReadsCostOneSystemReadPerCache)
+{
+    GBytes all;
+    while (all.size() < content.size()) {
+        const GBytes part = file.ReadBytes(100);
+        ASSERT_EQ(part.size(), 100u);
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    EXPECT_EQ(all, content);
+    EXPECT_EQ(file.reads, (std::vector<GOsRead>{{0, 2048}, {2048, 2048}, {4096, 2048}, {6144, 2048}, {8192, 1808}}));
+}
+
+TEST_F(CacheFileCalls, ADirectReadLeavesTheCacheAsItWas)
+{
+    file.ReadBytes(10);
+    file.Seek(3'000);
+    EXPECT_EQ(file.ReadBytes(4'096), Slice(3'000, 4'096));
+    file.Seek(3'000);
+    file.ReadBytes(2'049);  // one piece past the cache, one byte through it
+    file.ForgetCalls();
+    file.Seek(5'048);
+    EXPECT_EQ(file.ReadBytes(2'048), Slice(5'048, 2'048));
+    EXPECT_TRUE(file.reads.empty());
+}
+
+TEST_F(CacheFileCalls, AReadAtTheEndAsksForTheSizeButMovesNothing)
+{
+    file.Seek(10'000);
+    file.ForgetCalls();
+    EXPECT_TRUE(file.ReadBytes(100).empty());
+    EXPECT_EQ(file.sizes, 2) << "once for the read, once for the seek in it";
+    EXPECT_TRUE(file.reads.empty());
+    EXPECT_EQ(file.seeks, 0);
+}
+
+TEST_F(CacheFileCalls, WithoutACacheEveryReadIsOneStraightSystemRead)
+{
+    for (const std::int64_t capacity : {std::int64_t{0}, std::int64_t{-1}, std::numeric_limits<std::int64_t>::min()}) {
+        GCountedFile straight(capacity);
+        ASSERT_EQ(straight.Open(disk.Path()), 1);
+        EXPECT_EQ(straight.ReadBytes(10), Slice(0, 10));
+        EXPECT_EQ(straight.ReadBytes(5'000), Slice(10, 5'000));
+        EXPECT_EQ(straight.ReadBytes(9'999), Slice(5'010, 4'990));
+        EXPECT_TRUE(straight.ReadBytes(1).empty());
+        EXPECT_EQ(straight.reads, (std::vector<GOsRead>{{0, 10}, {10, 5'000}, {5'010, 4'990}})) << capacity;
+    }
+}
+
+using CacheFileBounds = CacheFile;
+
+TEST_F(CacheFileBounds, SeeksAreClampedToTheFile)
+{
+    EXPECT_EQ(file.Seek(-5), 0);
+    EXPECT_EQ(file.Seek(10'100), 10'000);
+    EXPECT_EQ(file.Seek(std::numeric_limits<std::int64_t>::max()), 10'000);
+    EXPECT_EQ(file.Seek(std::numeric_limits<std::int64_t>::min()), 0);
+    EXPECT_EQ(file.Seek(9'999), 9'999);
+    EXPECT_EQ(file.Tell(), 9'999);
+}
+
+TEST_F(CacheFileBounds, TheLargestCountDeliversWhatIsThere)
+{
+    file.Seek(4'000);
+    GBytes rest(6'000);  // exactly as much as is left: one byte more would be seen by the sanitizer
+    EXPECT_EQ(file.Read(rest.data(), 0xFFFFFFFFu), 6'000u);
+    EXPECT_EQ(rest, Slice(4'000, 6'000));
+    EXPECT_EQ(file.Read(rest.data(), 0xFFFFFFFFu), 0u);
+}
+
+TEST_F(CacheFileBounds, ANullBufferDeliversNothingAndStaysWhereItIs)
+{
+    file.ReadBytes(10);
+    EXPECT_EQ(file.Read(nullptr, 5), 0u) << "although the cache holds them";
+    EXPECT_EQ(file.Read(nullptr, 0), 0u);
+    EXPECT_EQ(file.Tell(), 10);
+}
+
+TEST(CacheFileBeyondFourGiB, PositionsAndSizesKeepTheirHighWords)
+{
+    constexpr std::int64_t kFarSize = (std::int64_t{5} << 30) + 3;
+    const GTempFile disk(Pattern(100));
+    disk.Resize(kFarSize - 3);
+    disk.Append(Pattern(3));
+    GCountedFile file;
+    ASSERT_EQ(file.Open(disk.Path()), 1);
+    EXPECT_EQ(file.GetSize(), kFarSize);
+    EXPECT_EQ(file.Seek(kFarSize - 3), kFarSize - 3);
+    EXPECT_EQ(file.ReadBytes(100), Pattern(3));
+    EXPECT_EQ(file.Tell(), kFarSize);
+    file.Seek(0);
+    EXPECT_EQ(file.ReadBytes(3), Pattern(3));
+}
+
+using CacheFileChanging = CacheFile;
+
+TEST_F(CacheFileChanging, AReadOrSeekThatReachesTheOldEndSeesWhatWasAppended)
+{
+    file.Seek(9'990);
+    EXPECT_EQ(file.ReadBytes(100), Slice(9'990, 10));
+    disk.Append(Pattern(500, 10'000));
+    EXPECT_EQ(file.ReadBytes(100), Pattern(100, 10'000));
+
+    disk.Append(Pattern(500, 10'500));
+    EXPECT_EQ(file.Seek(10'700), 10'700) << "within what has grown";
+    EXPECT_EQ(file.Seek(99'999), 11'000) << "beyond it";
+    EXPECT_EQ(file.GetSize(), 11'000);
+}
+
+TEST_F(CacheFileChanging, AFileThatShrinksEndsEarlyAndGivesNoBytesThatAreNotThere)
+{
+    file.Seek(5'000);
+    disk.Resize(6'000);
+    EXPECT_TRUE(file.ReadBytes(4'000).empty()) << "the second piece is short";
+    EXPECT_EQ(file.Seek(8'000), 8'000) << "still inside the size it knows";
+    EXPECT_EQ(file.ReadBytes(2'000), GBytes()) << "reaches the end, so the size is asked for";
+    EXPECT_EQ(file.Tell(), 6'000);
+    disk.Resize(0);
+    EXPECT_EQ(file.GetSize(), 0);
+    EXPECT_TRUE(file.ReadBytes(1).empty());
+    EXPECT_EQ(file.Tell(), 0);
+}
+
+TEST_F(CacheFileChanging, AFileThatIsDeletedWhileOpenCanStillBeRead)
+{
+    std::filesystem::remove(disk.Path());
+    EXPECT_EQ(file.ReadBytes(10'000), content);
+}
+
+using CacheFileErrors = CacheFile;
+
+TEST_F(CacheFileErrors, AShortSystemReadIsAFailureThatKeepsWhatCameBefore)
+{
+    file.failReadsFrom = 2'048;
+    GBytes bytes(3'000, 0x55);
+    EXPECT_EQ(file.Read(bytes.data(), 3'000), 0u);
+    EXPECT_EQ(GBytes(bytes.begin(), bytes.begin() + 2'048), Slice(0, 2'048));
+    EXPECT_EQ(GBytes(bytes.begin() + 2'048, bytes.end()), GBytes(952, 0x55));
+    EXPECT_EQ(file.Tell(), 2'048);
+}
+
+TEST_F(CacheFileErrors, ACacheThatWasHalfOverwrittenIsNotServed)
+{
+    file.ReadBytes(100);
+    file.failReadsFrom = 4'000;
+    file.Seek(4'000);
+    EXPECT_TRUE(file.ReadBytes(100).empty());
+    file.Seek(0);
+    EXPECT_EQ(file.ReadBytes(100), Slice(0, 100));
+    file.failReadsFrom = std::numeric_limits<std::int64_t>::max();
+    file.Seek(4'000);
+    EXPECT_EQ(file.ReadBytes(100), Slice(4'000, 100)) << "and the source recovers";
+}
+
+TEST_F(CacheFileErrors, ASeekThatLandsElsewhereIsAFailure)
+{
+    for (const std::uint32_t count : {100u, 5'000u}) {
+        file.breakSeek = [](std::int64_t reached) { return reached + 1; };
+        EXPECT_TRUE(file.ReadBytes(count).empty());
+        EXPECT_TRUE(file.reads.empty());
+        EXPECT_EQ(file.Tell(), 0);
+    }
+}
+
+using CacheFileLifecycle = CacheFile;
+
+TEST_F(CacheFileLifecycle, AnotherFileStartsAtItsBeginningWithAnEmptyCache)
+{
+    file.ReadBytes(500);
+    const GTempFile other(Pattern(3'000, 77'777));
+    ASSERT_EQ(file.Open(other.Path()), 1);
+    EXPECT_EQ(file.Tell(), 0);
+    EXPECT_EQ(file.ReadBytes(500), Pattern(500, 77'777));
+    ASSERT_EQ(file.Open(file.Path()), 1) << "its own path, again";
+    EXPECT_EQ(file.ReadBytes(500), Pattern(500, 77'777));
+}
+
+TEST_F(CacheFileLifecycle, AFailedOpenLeavesTheSourceClosed)
+{
+    file.ReadBytes(500);
+    const std::string missing = std::string(disk.Path()) + ".missing";
+    EXPECT_EQ(file.Open(missing.c_str()), 0);
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_NE(file.LastError(), 0u);
+    EXPECT_FALSE(file.OpenError().empty());
+    EXPECT_TRUE(file.ReadBytes(10).empty()) << "not from the old file's cache either";
+    EXPECT_EQ(file.GetSize(), 0);
+    EXPECT_EQ(file.Seek(100), 0);
+    ASSERT_EQ(file.Open(disk.Path()), 1);
+    EXPECT_TRUE(file.OpenError().empty());
+}
+
+TEST_F(CacheFileLifecycle, ANewInstanceIsAClosedCacheFileOfItsOwn)
+{
+    const std::unique_ptr<GFileBase> other = file.NewInstance();
+    ASSERT_NE(dynamic_cast<GCacheFile*>(other.get()), nullptr);
+    EXPECT_EQ(other->GetSize(), 0);
+    ASSERT_EQ(other->Open(disk.Path()), 1);
+    EXPECT_EQ(other->Seek(4'000), 4'000);
+    EXPECT_EQ(file.Tell(), 0);
+}
+
+// Any sequence of operations reads what a plain array of the file's bytes would give.
+class CacheFileAgainstModel : public testing::TestWithParam<std::int64_t> {};
+
+TEST_P(CacheFileAgainstModel, EveryReadDeliversTheFilesOwnBytes)
+{
+    std::mt19937 random(20240607);
+    GBytes model = Pattern(5'000);
+    const GTempFile disk(model);
+    GCacheFile file(GetParam());
+    ASSERT_EQ(file.Open(disk.Path()), 1);
+    std::size_t position = 0;
+    for (int step = 0; step < 2'000; ++step) {
+        if (random() % 50 == 0) {
+            const GBytes more = Pattern(random() % 700, model.size());
+            disk.Append(more);
+            model.insert(model.end(), more.begin(), more.end());
+            file.GetSize();
+        }
+        if (random() % 3 == 0) {
+            const std::size_t target = random() % (model.size() + 500);
+            position = std::min(target, model.size());
+            ASSERT_EQ(file.Seek(static_cast<std::int64_t>(target)), static_cast<std::int64_t>(position));
+        }
+        const std::size_t wanted = random() % (random() % 4 == 0 ? 6'000 : 40);
+        GBytes got(wanted);
+        got.resize(file.Read(got.data(), static_cast<std::uint32_t>(wanted)));
+        const auto expected = std::span(model).subspan(position, std::min(wanted, model.size() - position));
+        ASSERT_TRUE(std::ranges::equal(got, expected)) << "step " << step << " at " << position;
+        position += got.size();
+        ASSERT_EQ(file.Tell(), static_cast<std::int64_t>(position));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Capacities, CacheFileAgainstModel, testing::Values(0, 1, 7, 512, 2048, 100'000));
+
+}  // namespace
+}  // namespace vex::test
