@@ -1,0 +1,321 @@
+// graph_test: one of the module's filters in the system's own filter graph. Usage: see kUsage.
+
+#include <algorithm>
+#include <cstdio>
+
+#include "windows/path_cases.h"
+#include "windows/resources.h"
+#include "windows/support.h"
+#include "windows/test_graph.h"
+
+namespace vex::wintest {
+
+namespace {
+
+constexpr char kUsage[] =
+    "graph_test MODULE CLSID samples own|grabber FILE        every sample of every pin as a line of JSON\n"
+    "graph_test MODULE CLSID rounds own|grabber COUNT FILE   play, pause, seek, stop, play again; nothing left behind\n"
+    "graph_test MODULE CLSID load FILE                       what Load says: its result, and the error text\n"
+    "graph_test MODULE CLSID paths DIRECTORY FILE DECOY      file names that are hard to pass on\n"
+    "graph_test hold shared|alone FILE EVENT                 (used by paths) holds a file open for writing\n"
+    "MODULE: the module file, or \"registered\". CLSID: the filter's class identifier in braces.\n";
+
+struct GSubject {
+    const GModuleAccess& access;
+    CLSID clsid;
+    GSinkKind kind;
+    std::wstring file;
+};
+
+using GPinSamples = std::vector<std::vector<GSampleRecord>>;
+
+GPinSamples AllSamples(const GTestGraph& graph)
+{
+    GPinSamples all;
+    for (const auto& log : graph.Logs())
+        all.push_back(log->Samples());
+    return all;
+}
+
+std::string Where(const GTestGraph& graph, std::size_t pin, const char* situation)
+{
+    return std::string(situation) + ": pin \"" + graph.Logs()[pin]->name + "\": ";
+}
+
+void RequireSame(const GTestGraph& graph, const GPinSamples& whole, const char* situation)
+{
+    for (std::size_t pin = 0; pin < whole.size(); ++pin) {
+        const auto now = graph.Logs()[pin]->Samples();
+        const auto [was, is] = std::ranges::mismatch(whole[pin], now);
+        if (was == whole[pin].end() && is == now.end())
+            continue;
+        throw GTestFailure(Where(graph, pin, situation) + std::to_string(now.size()) + " samples instead of " +
+            std::to_string(whole[pin].size()) + ", first difference at " + std::to_string(is - now.begin()) +
+            (was != whole[pin].end() ? "\n  was " + ToJson("", *was) : "") +
+            (is != now.end() ? "\n  is  " + ToJson("", *is) : ""));
+    }
+}
+
+// Where a seek landed on one pin, told from what arrived.
+struct GLanding {
+    std::size_t index = 0;  // of the first sample in the whole file's
+    LONGLONG base = 0;      // what was taken off the times, 100 ns
+    bool operator==(const GLanding&) const = default;
+};
+
+// What follows a seek must be the end of what the whole file gave: the same payloads, the times moved by one base.
+GLanding RequireTail(const GTestGraph& graph, std::size_t pin, const std::vector<GSampleRecord>& whole,
+    const char* situation)
+{
+    const auto& log = *graph.Logs()[pin];
+    const auto tail = log.LastSegment();
+    const std::string where = Where(graph, pin, situation);
+    Require(!tail.empty(), where + "no sample with a discontinuity arrived");
+    Require(tail.size() <= whole.size(), where + std::to_string(tail.size()) + " samples are more than the file has");
+    Require(tail.front().sync, where + "the first sample is no sync point");
+    const std::size_t first = whole.size() - tail.size();
+    Require(tail.front().start && whole[first].start, where + "the first sample has no time");
+    const LONGLONG base = *whole[first].start - *tail.front().start;
+    for (std::size_t i = 0; i < tail.size(); ++i) {
+        const auto& before = whole[first + i];
+        const auto& after = tail[i];
+        const bool same = before.md5 == after.md5 && before.size == after.size && before.start && after.start &&
+            *before.start - base == *after.start && before.stop.has_value() == after.stop.has_value() &&
+            (!before.stop || *before.stop - base == *after.stop) && (i == 0 || before.sync == after.sync);
+        Require(same, where + "sample " + std::to_string(i) + " differs\n  was " + ToJson("", before) + "\n  is  " +
+                ToJson("", after));
+    }
+    if (const auto segment = log.SegmentStart())
+        Require(*segment == base, where + "the new segment starts at " + std::to_string(*segment) +
+                ", the samples at " + std::to_string(base));
+    return {first, base};
+}
+
+std::vector<GLanding> RequireTails(const GTestGraph& graph, const GPinSamples& whole, const char* situation)
+{
+    std::vector<GLanding> landings;
+    for (std::size_t pin = 0; pin < whole.size(); ++pin)
+        landings.push_back(RequireTail(graph, pin, whole[pin], situation));
+    for (const GLanding& landing : landings)
+        Require(landing.base == landings.front().base, std::string(situation) + ": the pins have different bases");
+    return landings;
+}
+
+// Brings the running graph to a point where every pin has delivered and none has finished.
+void PlayAWhile(GTestGraph& graph, GSinkKind kind)
+{
+    constexpr std::size_t kSamples = 3;
+    if (kind == GSinkKind::Own)
+        graph.HoldSinksAt(kSamples);
+    graph.Run();
+    for (const auto& log : graph.Logs())
+        log->WaitForSamples(kind == GSinkKind::Own ? kSamples : 1);
+}
+
+// Plays from the start: `whole` is filled by the first round and compared with in the others.
+void PlayFromTheStart(GTestGraph& graph, GPinSamples& whole, const char* situation)
+{
+    graph.ClearLogs();
+    graph.Run();
+    graph.WaitForEnd();
+    graph.Stop();
+    if (whole.empty())
+        whole = AllSamples(graph);
+    for (std::size_t pin = 0; pin < whole.size(); ++pin)
+        Require(!whole[pin].empty(), Where(graph, pin, situation) + "no sample arrived");
+    RequireSame(graph, whole, situation);
+}
+
+std::vector<GLanding> SeekStopped(GTestGraph& graph, const GPinSamples& whole, LONGLONG target)
+{
+    graph.ClearLogs();
+    graph.SeekTo(target);
+    graph.Run();
+    graph.WaitForEnd();
+    const auto landings = RequireTails(graph, whole, "seek while stopped");
+    graph.Stop();
+    return landings;
+}
+
+std::vector<GLanding> SeekPaused(GTestGraph& graph, const GPinSamples& whole, LONGLONG target)
+{
+    graph.SeekTo(0);
+    graph.ClearLogs();
+    graph.Pause();
+    for (const auto& log : graph.Logs())
+        log->WaitForSamples(1);
+    graph.ClearLogs();
+    graph.SeekTo(target);
+    for (const auto& log : graph.Logs())
+        log->WaitForSamples(1);
+    graph.Run();
+    graph.WaitForEnd();
+    const auto landings = RequireTails(graph, whole, "seek while paused");
+    graph.Stop();
+    return landings;
+}
+
+// A grabber cannot be held, so its graph runs by the clock; the seek goes close to the end to save the time in between.
+std::vector<GLanding> SeekRunning(GTestGraph& graph, const GPinSamples& whole, LONGLONG target, GSinkKind kind)
+{
+    graph.SeekTo(0);
+    graph.ClearLogs();
+    PlayAWhile(graph, kind);
+    graph.SeekTo(target);
+    graph.HoldSinksAt(0);
+    graph.WaitForEnd();
+    const auto landings = RequireTails(graph, whole, "seek while running");
+    graph.Stop();
+    return landings;
+}
+
+void PauseInTheMiddle(GTestGraph& graph, GPinSamples& whole, GSinkKind kind)
+{
+    graph.SeekTo(0);
+    graph.ClearLogs();
+    PlayAWhile(graph, kind);
+    graph.Pause();
+    graph.HoldSinksAt(0);
+    graph.Run();
+    graph.WaitForEnd();
+    RequireSame(graph, whole, "pause in the middle");
+    graph.Stop();
+}
+
+void StopInTheMiddle(GTestGraph& graph, GSinkKind kind)
+{
+    graph.SeekTo(0);
+    graph.ClearLogs();
+    PlayAWhile(graph, kind);
+    graph.Stop();
+    graph.HoldSinksAt(0);
+}
+
+void Round(const GSubject& subject, GPinSamples& whole)
+{
+    {
+        GTestGraph graph(subject.access, subject.clsid);
+        const GLoadResult loaded = graph.Load(subject.file);
+        Check(loaded.result, "loading " + Utf8(subject.file) + " (" + loaded.errorText + ")");
+        graph.ConnectAll(subject.kind, GPace::Free);
+        const LONGLONG duration = graph.Duration();
+        Require(duration > 0, "the graph knows no duration");
+
+        PlayFromTheStart(graph, whole, "first run");
+        const LONGLONG target = duration / 2;
+        const auto landings = SeekStopped(graph, whole, target);
+        Require(landings.front().base > 0 && landings.front().base <= target, "the seek did not land before its target");
+        Require(SeekPaused(graph, whole, target) == landings, "a seek lands elsewhere when the graph is paused");
+        graph.SeekTo(0);
+        PlayFromTheStart(graph, whole, "run again from 0");
+    }
+    {
+        // What needs the graph to stay in the middle: sinks that hold, or the clock.
+        GTestGraph graph(subject.access, subject.clsid);
+        Check(graph.Load(subject.file).result, "loading " + Utf8(subject.file) + " again");
+        graph.ConnectAll(subject.kind, subject.kind == GSinkKind::Own ? GPace::Free : GPace::Clock);
+        const LONGLONG target = graph.Duration() - graph.Duration() / 4;
+        const auto landings = SeekStopped(graph, whole, target);
+        Require(SeekRunning(graph, whole, target, subject.kind) == landings,
+            "a seek lands elsewhere when the graph is running");
+        StopInTheMiddle(graph, subject.kind);
+        PauseInTheMiddle(graph, whole, subject.kind);
+    }
+    Require(subject.access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
+}
+
+// Playing once without a seek and then from 0 again asks for a position that the filter believes to be at.
+void RunTwiceWithoutASeek(const GSubject& subject, GPinSamples& whole)
+{
+    GTestGraph graph(subject.access, subject.clsid);
+    Check(graph.Load(subject.file).result, "loading " + Utf8(subject.file));
+    graph.ConnectAll(subject.kind, GPace::Free);
+    PlayFromTheStart(graph, whole, "first run");
+    graph.SeekTo(0);
+    PlayFromTheStart(graph, whole, "second run");
+}
+
+int Rounds(const GSubject& subject, int count)
+{
+    constexpr int kSettledRound = 3;  // by then the system has loaded and started what it keeps
+    Require(count > kSettledRound, "too few rounds to tell what stays behind");
+    ProveTheCounters();
+    GPinSamples whole;
+    RunTwiceWithoutASeek(subject, whole);
+    GResources settled;
+    for (int round = 1; round <= count; ++round) {
+        Round(subject, whole);
+        const GResources now = round <= kSettledRound ? CountResources() : SettledResources(settled);
+        std::fprintf(stderr, "round %d: %s\n", round, now.Text().c_str());
+        if (round == kSettledRound)
+            settled = now;
+        else if (round == count)
+            Require(now.Within(settled), "the rounds leave something behind");
+    }
+    return 0;
+}
+
+int PrintSamples(const GSubject& subject)
+{
+    std::string text;
+    {
+        GTestGraph graph(subject.access, subject.clsid);
+        const GLoadResult loaded = graph.Load(subject.file);
+        Check(loaded.result, "loading " + Utf8(subject.file) + " (" + loaded.errorText + ")");
+        graph.ConnectAll(subject.kind, GPace::Free);
+        graph.Run();
+        graph.WaitForEnd();
+        graph.Stop();
+        for (const auto& log : graph.Logs()) {
+            for (const auto& sample : log->Samples())
+                text += ToJson(log->name, sample) + '\n';
+        }
+        std::fprintf(stderr, "%zu of %zu pins through the sample grabber\n", graph.GrabbedPins(), graph.Logs().size());
+    }
+    Require(subject.access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return 0;
+}
+
+int PrintLoad(const GSubject& subject)
+{
+    GTestGraph graph(subject.access, subject.clsid);
+    const GLoadResult loaded = graph.Load(subject.file);
+    std::printf("%s\n%s\n", HexResult(loaded.result).c_str(), loaded.errorText.c_str());
+    return 0;
+}
+
+GSinkKind ParseKind(std::wstring_view text)
+{
+    Require(text == L"own" || text == L"grabber", kUsage);
+    return text == L"own" ? GSinkKind::Own : GSinkKind::Grabber;
+}
+
+int Body(std::span<wchar_t*> arguments)
+{
+    const std::vector<std::wstring> words(arguments.begin(), arguments.end());
+    if (words.size() == 4 && words[0] == L"hold")
+        return HoldFile(words[1] == L"shared", words[2], words[3]);
+    Require(words.size() >= 4, kUsage);
+    const GModuleAccess access(words[0]);
+    const CLSID clsid = ParseGuid(words[1]);
+    const std::wstring& mode = words[2];
+    if (mode == L"samples" && words.size() == 5)
+        return PrintSamples({access, clsid, ParseKind(words[3]), words[4]});
+    if (mode == L"rounds" && words.size() == 6)
+        return Rounds({access, clsid, ParseKind(words[3]), words[5]}, std::stoi(words[4]));
+    if (mode == L"load" && words.size() == 4)
+        return PrintLoad({access, clsid, GSinkKind::Own, words[3]});
+    if (mode == L"paths" && words.size() == 6)
+        return TryPaths(access, clsid, words[3], words[4], words[5]);
+    throw GTestFailure(kUsage);
+}
+
+}  // namespace
+
+}  // namespace vex::wintest
+
+int wmain(int argc, wchar_t** argv)
+{
+    return vex::wintest::RunProgram(vex::wintest::Body, argc, argv);
+}

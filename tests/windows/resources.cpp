@@ -1,0 +1,101 @@
+#include "windows/resources.h"
+
+#include <thread>
+#include <vector>
+
+#include "windows/support.h"
+
+#include <tlhelp32.h>
+
+namespace vex::wintest {
+
+namespace {
+
+// GetProcessHandleCount is an empty shell under Wine, so the system's table of all handles is read: its layout is
+// fixed by use (SystemExtendedHandleInformation).
+constexpr int kExtendedHandleInformation = 64;
+constexpr LONG kInfoLengthMismatch = static_cast<LONG>(0xC0000004u);
+
+struct GHandleEntry {
+    void* object;
+    ULONG_PTR process;
+    ULONG_PTR handle;
+    ULONG access;
+    USHORT creatorBackTrace;
+    USHORT type;
+    ULONG attributes;
+    ULONG reserved;
+};
+
+using GQuerySystem = LONG(WINAPI*)(int, void*, ULONG, ULONG*);
+
+unsigned long CountHandles()
+{
+    static const auto query = reinterpret_cast<GQuerySystem>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQuerySystemInformation")));
+    std::vector<ULONG_PTR> table(1 << 16);
+    LONG status;
+    ULONG length = 0;
+    while ((status = query(kExtendedHandleInformation, table.data(),
+                static_cast<ULONG>(table.size() * sizeof(ULONG_PTR)), &length)) == kInfoLengthMismatch)
+        table.resize(table.size() * 2);
+    Require(status >= 0, "the table of handles cannot be read");
+    const auto* entries = reinterpret_cast<const GHandleEntry*>(table.data() + 2);  // count, reserved, entries
+    unsigned long count = 0;
+    for (ULONG_PTR i = 0; i < table[0]; ++i)
+        count += entries[i].process == GetCurrentProcessId() ? 1 : 0;
+    return count;
+}
+
+unsigned long CountThreads()
+{
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    Require(snapshot != INVALID_HANDLE_VALUE, "threads cannot be listed");
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    unsigned long count = 0;
+    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry))
+        count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
+    CloseHandle(snapshot);
+    return count;
+}
+
+}  // namespace
+
+std::string GResources::Text() const
+{
+    return std::to_string(handles) + " handles, " + std::to_string(threads) + " threads";
+}
+
+GResources CountResources()
+{
+    return {CountHandles(), CountThreads()};
+}
+
+GResources SettledResources(const GResources& limit)
+{
+    const ULONGLONG deadline = GetTickCount64() + 10'000;
+    GResources now = CountResources();
+    while (!now.Within(limit) && GetTickCount64() < deadline) {
+        Sleep(20);
+        now = CountResources();
+    }
+    return now;
+}
+
+void ProveTheCounters()
+{
+    const GResources before = CountResources();
+    const HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::thread waiter([go] { WaitForSingleObject(go, INFINITE); });
+    const GResources during = CountResources();
+    SetEvent(go);
+    waiter.join();
+    CloseHandle(go);
+    Require(during.handles > before.handles && during.threads == before.threads + 1,
+        "the counters do not see a new event and a new thread (" + before.Text() + " -> " + during.Text() + ")");
+    const GResources after = SettledResources(before);
+    Require(after.Within(before), "the counters do not see them go (" + before.Text() + " -> " + after.Text() + ")");
+}
+
+}  // namespace vex::wintest

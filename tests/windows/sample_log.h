@@ -1,0 +1,58 @@
+// What arrived at one pin, in order.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/pipeline.h"
+
+namespace vex::wintest {
+
+struct GSampleRecord {
+    std::optional<LONGLONG> start, stop;            // 100 ns, relative to the segment
+    std::optional<LONGLONG> mediaStart, mediaStop;  // 100000 times coarser
+    long size = 0;                                  // bytes
+    bool sync = false, discontinuity = false, preroll = false;
+    std::string md5;
+
+    bool operator==(const GSampleRecord&) const = default;
+};
+
+// One object in a line, with the keys that the command's own dump uses.
+std::string ToJson(const std::string& pin, const GSampleRecord& sample);
+
+GSampleRecord ReadSample(IMediaSample& sample);
+
+// Filled by a streaming thread, read by the test.
+class GPinLog {
+public:
+    explicit GPinLog(std::string pinName) : name(std::move(pinName)) {}
+    const std::string name;
+
+    void Add(IMediaSample& sample);
+    void AddSegment(REFERENCE_TIME start);
+    void AddEndOfStream();
+    void Clear();
+
+    // Waits for so many samples since Clear; throws when they do not come.
+    void WaitForSamples(std::size_t count);
+
+    std::vector<GSampleRecord> Samples() const;
+    // The samples from the last discontinuity on: what belongs to the last start or seek.
+    std::vector<GSampleRecord> LastSegment() const;
+    std::optional<REFERENCE_TIME> SegmentStart() const;  // of the last NewSegment, 100 ns; a grabber sees none
+    std::size_t EndsOfStream() const;
+
+private:
+    mutable std::mutex lock;  // Guards what follows.
+    std::condition_variable changed;
+    std::vector<GSampleRecord> samples;
+    std::optional<REFERENCE_TIME> segmentStart;
+    std::size_t endsOfStream = 0;
+};
+
+}  // namespace vex::wintest

@@ -1,0 +1,276 @@
+#include "windows/test_graph.h"
+
+#include <atomic>
+
+#include "windows/support.h"
+
+#include <qedit.h>
+
+namespace vex::wintest {
+
+namespace {
+
+// The SDK declares these two inside qedit.h of some versions only.
+constexpr CLSID kSampleGrabber{0xC1F400A0, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x00, 0x60, 0x08, 0x03, 0x9E, 0x37}};
+constexpr CLSID kNullRenderer{0xC1F400A4, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x00, 0x60, 0x08, 0x03, 0x9E, 0x37}};
+
+class CGrabberCallback final : public ISampleGrabberCB {
+public:
+    explicit CGrabberCallback(std::shared_ptr<GPinLog> pinLog) : log(std::move(pinLog)) {}
+
+    STDMETHODIMP QueryInterface(REFIID iid, void** out) override
+    {
+        if (iid != IID_IUnknown && iid != IID_ISampleGrabberCB)
+            return *out = nullptr, E_NOINTERFACE;
+        *out = static_cast<ISampleGrabberCB*>(this);
+        return AddRef(), S_OK;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return ++references; }
+    STDMETHODIMP_(ULONG) Release() override
+    {
+        const ULONG left = --references;
+        if (left == 0)
+            delete this;
+        return left;
+    }
+    STDMETHODIMP SampleCB(double, IMediaSample* sample) override { return log->Add(*sample), S_OK; }
+    STDMETHODIMP BufferCB(double, BYTE*, LONG) override { return S_OK; }
+
+private:
+    std::atomic<ULONG> references = 1;
+    const std::shared_ptr<GPinLog> log;
+};
+
+std::vector<GComPtr<IPin>> PinsOf(IBaseFilter& filter, PIN_DIRECTION wanted)
+{
+    GComPtr<IEnumPins> all;
+    Check(filter.EnumPins(all.Put()), "EnumPins");
+    std::vector<GComPtr<IPin>> pins;
+    GComPtr<IPin> pin;
+    while (all->Next(1, pin.Put(), nullptr) == S_OK) {
+        PIN_DIRECTION direction;
+        Check(pin->QueryDirection(&direction), "QueryDirection");
+        if (direction == wanted)
+            pins.push_back(pin);
+    }
+    return pins;
+}
+
+GComPtr<IPin> OnlyPin(IBaseFilter& filter, PIN_DIRECTION direction)
+{
+    const auto pins = PinsOf(filter, direction);
+    Require(pins.size() == 1, "a sink has " + std::to_string(pins.size()) + " pins of one direction");
+    return pins.front();
+}
+
+std::string PinName(IPin& pin)
+{
+    PIN_INFO info;
+    Check(pin.QueryPinInfo(&info), "QueryPinInfo");
+    if (info.pFilter)
+        info.pFilter->Release();
+    return Utf8(info.achName);
+}
+
+}  // namespace
+
+GTestGraph::GTestGraph(const GModuleAccess& access, REFCLSID clsid)
+{
+    Check(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder, graph.PutVoid()),
+        "the system has no filter graph");
+    control = QueryFor<IMediaControl>(graph.Get(), IID_IMediaControl);
+    events = QueryFor<IMediaEvent>(graph.Get(), IID_IMediaEvent);
+    seeking = QueryFor<IMediaSeeking>(graph.Get(), IID_IMediaSeeking);
+    Require(control && events && seeking, "the graph has no control, event or seeking interface");
+    Check(access.Create(clsid, IID_IBaseFilter, source.PutVoid()), "creating the filter " + GuidText(clsid));
+    Check(graph->AddFilter(source.Get(), L"Source"), "adding the filter to the graph");
+}
+
+GTestGraph::~GTestGraph()
+{
+    control->Stop();
+    GComPtr<IEnumFilters> all;
+    std::vector<GComPtr<IBaseFilter>> filters;
+    if (SUCCEEDED(graph->EnumFilters(all.Put()))) {
+        GComPtr<IBaseFilter> filter;
+        while (all->Next(1, filter.Put(), nullptr) == S_OK)
+            filters.push_back(filter);
+    }
+    for (const auto& filter : filters)
+        graph->RemoveFilter(filter.Get());
+}
+
+GLoadResult GTestGraph::Load(const std::wstring& path)
+{
+    const auto file = QueryFor<IFileSourceFilter>(source.Get(), IID_IFileSourceFilter);
+    Require(static_cast<bool>(file), "the filter does not answer IFileSourceFilter");
+    TakeErrorText();
+    GLoadResult loaded;
+    loaded.result = file->Load(path.c_str(), nullptr);
+    loaded.errorText = TakeErrorText();
+    if (SUCCEEDED(loaded.result)) {
+        LPOLESTR current = nullptr;
+        Check(file->GetCurFile(&current, nullptr), "GetCurFile");
+        const std::wstring said = current ? current : L"";
+        CoTaskMemFree(current);
+        Require(said == path, "GetCurFile says \"" + Utf8(said) + "\" after \"" + Utf8(path) + "\" was loaded");
+    }
+    return loaded;
+}
+
+void GTestGraph::ConnectAll(GSinkKind kind, GPace pace)
+{
+    const auto pins = PinsOf(*source, PINDIR_OUTPUT);
+    Require(!pins.empty(), "the loaded filter has no output pin");
+    for (const auto& pin : pins)
+        ConnectPin(*pin, kind);
+    const auto media = QueryFor<IMediaFilter>(graph.Get(), IID_IMediaFilter);
+    Require(static_cast<bool>(media), "the graph is no IMediaFilter");
+    if (pace == GPace::Free)
+        Check(media->SetSyncSource(nullptr), "taking the clock away");
+    else
+        Check(graph->SetDefaultSyncSource(), "choosing the default clock");
+}
+
+void GTestGraph::ConnectPin(IPin& pin, GSinkKind kind)
+{
+    const auto log = std::make_shared<GPinLog>(PinName(pin));
+    logs.push_back(log);
+    if (kind == GSinkKind::Grabber && ConnectGrabber(pin, log))
+        ++grabbed;
+    else
+        ConnectOwn(pin, log);
+}
+
+GComPtr<IBaseFilter> GTestGraph::AddSystemFilter(REFCLSID clsid, const wchar_t* name)
+{
+    GComPtr<IBaseFilter> filter;
+    Check(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, filter.PutVoid()),
+        "creating the system's " + Utf8(name));
+    Check(graph->AddFilter(filter.Get(), name), "adding the system's " + Utf8(name));
+    return filter;
+}
+
+bool GTestGraph::ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log)
+{
+    const auto grabber = AddSystemFilter(kSampleGrabber, L"sample grabber");
+    if (const HRESULT connected = graph->ConnectDirect(&pin, OnlyPin(*grabber, PINDIR_INPUT).Get(), nullptr);
+        FAILED(connected)) {
+        std::fprintf(stderr, "note: the sample grabber refuses pin \"%s\" (%s)\n", log->name.c_str(),
+            HexResult(connected).c_str());
+        Check(graph->RemoveFilter(grabber.Get()), "removing the sample grabber");
+        return false;
+    }
+    const auto settings = QueryFor<ISampleGrabber>(grabber.Get(), IID_ISampleGrabber);
+    Require(static_cast<bool>(settings), "the sample grabber has no settings");
+    const auto callback = GComPtr<CGrabberCallback>::Adopt(new CGrabberCallback(log));
+    Check(settings->SetCallback(callback.Get(), 0), "SetCallback of the sample grabber");
+    const auto renderer = AddSystemFilter(kNullRenderer, L"null renderer");
+    Check(graph->Connect(OnlyPin(*grabber, PINDIR_OUTPUT).Get(), OnlyPin(*renderer, PINDIR_INPUT).Get()),
+        "connecting the sample grabber to the null renderer");
+    return true;
+}
+
+void GTestGraph::ConnectOwn(IPin& pin, const std::shared_ptr<GPinLog>& log)
+{
+    IGSinkControl* sink = nullptr;
+    const auto filter = CreateSinkFilter(log, &sink);
+    Check(graph->AddFilter(filter.Get(), L"Sink"), "adding a sink");
+    Check(graph->Connect(&pin, OnlyPin(*filter, PINDIR_INPUT).Get()), "connecting pin \"" + log->name + "\"");
+    sinks.push_back(sink);
+}
+
+void GTestGraph::WaitForState(OAFilterState wanted)
+{
+    OAFilterState state = -1;
+    const HRESULT result = control->GetState(static_cast<LONG>(kPatienceMs), &state);
+    Require(result == S_OK && state == wanted,
+        "the graph is in state " + std::to_string(state) + " (" + HexResult(result) + "), not " +
+            std::to_string(wanted));
+}
+
+void GTestGraph::Run()
+{
+    Check(control->Run(), "Run of the graph");
+    WaitForState(State_Running);
+}
+
+void GTestGraph::Pause()
+{
+    Check(control->Pause(), "Pause of the graph");
+    WaitForState(State_Paused);
+}
+
+void GTestGraph::Stop()
+{
+    Check(control->Stop(), "Stop of the graph");
+    WaitForState(State_Stopped);
+    // What the graph still had to say belongs to the run that is over.
+    long code;
+    LONG_PTR first, second;
+    while (events->GetEvent(&code, &first, &second, 0) == S_OK)
+        events->FreeEventParams(code, first, second);
+}
+
+void GTestGraph::WaitForEnd()
+{
+    for (;;) {
+        long code;
+        LONG_PTR first, second;
+        Check(events->GetEvent(&code, &first, &second, static_cast<long>(kPatienceMs)), "waiting for EC_COMPLETE");
+        const auto status = static_cast<HRESULT>(first);
+        events->FreeEventParams(code, first, second);
+        Require(code != EC_ERRORABORT && code != EC_USERABORT,
+            "the graph was aborted by event " + std::to_string(code) + " with " + HexResult(status));
+        if (code == EC_COMPLETE)
+            return;
+    }
+}
+
+void GTestGraph::SeekTo(LONGLONG position)
+{
+    LONGLONG wanted = position;
+    Check(seeking->SetPositions(&wanted, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning),
+        "SetPositions of the graph to " + std::to_string(position));
+}
+
+LONGLONG GTestGraph::Duration()
+{
+    LONGLONG duration = 0;
+    Check(seeking->GetDuration(&duration), "GetDuration of the graph");
+    return duration;
+}
+
+LONGLONG GTestGraph::Position()
+{
+    LONGLONG position = 0;
+    Check(seeking->GetCurrentPosition(&position), "GetCurrentPosition of the graph");
+    return position;
+}
+
+void GTestGraph::ClearLogs()
+{
+    for (const auto& log : logs)
+        log->Clear();
+}
+
+void GTestGraph::HoldSinksAt(std::size_t samples)
+{
+    for (IGSinkControl* sink : sinks)
+        sink->HoldAt(samples);
+}
+
+std::vector<std::shared_ptr<GPinLog>> PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path,
+    GSinkKind kind)
+{
+    GTestGraph graph(access, clsid);
+    const GLoadResult loaded = graph.Load(path);
+    Check(loaded.result, "loading " + Utf8(path) + " (" + loaded.errorText + ")");
+    graph.ConnectAll(kind, GPace::Free);
+    graph.Run();
+    graph.WaitForEnd();
+    graph.Stop();
+    return graph.Logs();
+}
+
+}  // namespace vex::wintest

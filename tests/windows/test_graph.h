@@ -1,0 +1,81 @@
+// A filter graph of the system's own with one of our source filters in it and a sink on every output pin.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <control.h>
+#include <strmif.h>
+
+#include "windows/module_access.h"
+#include "windows/sink_filter.h"
+
+namespace vex::wintest {
+
+enum class GSinkKind {
+    Own,      // CSinkFilter on every pin
+    Grabber,  // the system's sample grabber and null renderer where they take the type, else CSinkFilter
+};
+
+enum class GPace {
+    Free,   // no clock: as fast as it goes
+    Clock,  // the graph's own default clock
+};
+
+// What Load said.
+struct GLoadResult {
+    HRESULT result = E_FAIL;
+    std::string errorText;  // of COM's error information; empty when there was none
+};
+
+// Throws GTestFailure when a step of the graph fails. Used from one thread.
+class GTestGraph {
+public:
+    GTestGraph(const GModuleAccess& access, REFCLSID clsid);
+    // Stops, takes every filter out of the graph and releases it.
+    ~GTestGraph();
+    GTestGraph(const GTestGraph&) = delete;
+    GTestGraph& operator=(const GTestGraph&) = delete;
+
+    GLoadResult Load(const std::wstring& path);
+    void ConnectAll(GSinkKind kind, GPace pace);
+
+    void Run();
+    void Pause();
+    void Stop();
+    // Waits for EC_COMPLETE; throws on an abort event and when patience ends.
+    void WaitForEnd();
+
+    // Through the graph's IMediaSeeking; times in 100 ns.
+    void SeekTo(LONGLONG position);
+    LONGLONG Duration();
+    LONGLONG Position();
+
+    const std::vector<std::shared_ptr<GPinLog>>& Logs() const { return logs; }
+    void ClearLogs();
+    void HoldSinksAt(std::size_t samples);  // see IGSinkControl; a grabber's pin is not held
+    std::size_t GrabbedPins() const { return grabbed; }
+
+private:
+    void WaitForState(OAFilterState wanted);
+    void ConnectPin(IPin& pin, GSinkKind kind);
+    bool ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log);
+    void ConnectOwn(IPin& pin, const std::shared_ptr<GPinLog>& log);
+    GComPtr<IBaseFilter> AddSystemFilter(REFCLSID clsid, const wchar_t* name);
+
+    GComPtr<IGraphBuilder> graph;
+    GComPtr<IMediaControl> control;
+    GComPtr<IMediaEvent> events;
+    GComPtr<IMediaSeeking> seeking;
+    GComPtr<IBaseFilter> source;
+    std::vector<std::shared_ptr<GPinLog>> logs;
+    std::vector<IGSinkControl*> sinks;  // owned by the graph
+    std::size_t grabbed = 0;
+};
+
+// The plain route: load, connect, run to the end, and what every pin got.
+std::vector<std::shared_ptr<GPinLog>> PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path,
+    GSinkKind kind);
+
+}  // namespace vex::wintest
