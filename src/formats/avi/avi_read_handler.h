@@ -1,0 +1,58 @@
+// Reads AVI files, OpenDML ones and ones without an index included.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "formats/avi/avi_damage.h"
+#include "formats/avi/avi_layout.h"
+#include "formats/avi/avi_scanner.h"
+#include "framework/media/read_handler.h"
+#include "io/cache_file.h"
+
+namespace vex {
+
+// Streams() is in header order: a stream's place there is its 0-based number.
+class GAvi2ReadHandler final : public GReadHandler {
+public:
+    // `file` is what a path is opened with; the scanner opens it a second time, by NewInstance.
+    explicit GAvi2ReadHandler(std::unique_ptr<GFileBase> file = std::make_unique<GCacheFile>(),
+                              GAviScanPauses scanPauses = {});
+    ~GAvi2ReadHandler() override;
+
+    GStatus Open(const char* path) override;
+    REFERENCE_TIME Duration() const override { return duration; }
+    std::span<const GStreamInfo> Streams() const override { return infos; }
+    REFERENCE_TIME LongestStreamDuration() const override;
+
+    GReadStatus ReadPacket(GNextPacket& next) override;
+    bool ReadPayload(GPacket2& packet) override;
+    REFERENCE_TIME Seek(REFERENCE_TIME time, GSeekMode mode) override;
+
+    GDamageReport Damage() const override { return damage.Report(); }
+    std::vector<GProperty> Properties() const override;
+
+private:
+    GStatus OpenLayout(const char* path);
+    void Close();
+    void DescribeStreams();
+    GAvi2ReadStream* EarliestStream() const;
+
+    const GAviScanPauses pauses;
+    GAviDamage damage;
+
+    // Fixed from Open to Close.
+    GAviLayout layout;
+    std::vector<GStreamInfo> infos;
+    REFERENCE_TIME duration = 0;  // 100 ns
+
+    // Reader thread.
+    std::unique_ptr<GFileBase> source;
+    GAviChunk announced;  // what ReadPacket announced last
+
+    std::unique_ptr<GAviIndexScanner> scanner;  // null when the file has an index; ends before what it works on
+};
+
+}  // namespace vex
