@@ -29,7 +29,7 @@ private:
     struct GInflater;
 
     bool Inflate(GBuffer& data);
-    bool AddHeader(const GMkvBytes& header, GBuffer& data);
+    static void AddHeader(const GMkvBytes& header, GBuffer& data);
 
     std::unique_ptr<GInflater> inflater;  // made for the first compressed frame
     GBuffer scratch;

@@ -23,6 +23,9 @@ private:
     std::array<std::optional<std::int64_t>, mkv_id::kLevel1.size()> positions;
 };
 
+// What a bounded move came to. Searching: damage is being searched past, ask again to go on.
+enum class GMkvStep : std::uint8_t { Moved, End, Searching };
+
 enum class GMkvScan : std::uint8_t { No, Yes };      // whether siblings are walked when no index has the element
 enum class GMkvKind : std::uint8_t { Any, Same };    // whether a sibling must be of the same kind
 
@@ -62,6 +65,8 @@ public:
     static std::optional<GMkvElement> FirstBlock(GMkvElement& cluster);
     // In a Segment: to the next Cluster, past whatever cannot be read.
     bool NextCluster();
+    // The same in pieces: gives up for now after about `budget` bytes, so that a thread can be stopped in a ruined file.
+    GMkvStep StepToCluster(std::uint64_t budget);
 
     // Absolute position behind the data as the header claims it; never overflows.
     std::int64_t End() const;
@@ -79,11 +84,17 @@ public:
 
 private:
     enum class GStep : std::uint8_t { Moved, End, Damaged };
+    enum class GWanted : std::uint8_t { Level1, Cluster };
 
     GStep StepOver();
     bool EndsParent() const;
-    bool ResyncTo(bool (*wanted)(std::uint32_t));
-    bool FindRealEnd();
+    void EndParentHere();
+    void FindRealEnd();
+    GMkvStep SearchFor(GWanted wanted, std::uint64_t budget);
+    void ReportUnreadable() const;
+
+    static constexpr std::int64_t kNotSearching = -1;
+    std::int64_t searchPos = kNotSearching;  // absolute; where a search in pieces goes on
 };
 
 }  // namespace vex

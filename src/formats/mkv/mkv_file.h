@@ -83,9 +83,11 @@ private:
     void LoadSegment();
     void LoadChild(GMkvElement& child);
     void LoadSeekHead(GMkvElement& child);
+    void AddToIndex(const GMkvSeekHead::Entry& entry);
     void LoadFromIndex();
     void FollowSeekHead();
     std::optional<GMkvElement> FromIndex(std::uint32_t id);
+    std::optional<std::int64_t> FromSegment(std::uint64_t relativePos) const;
 
     GMkvSeekIndex seekIndex;
 };

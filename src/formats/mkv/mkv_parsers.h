@@ -14,7 +14,7 @@ HRESULT ParseMkvHeader(GMkvElement& element, GMkvHeader& header);
 HRESULT ParseMkvInfo(GMkvElement& element, GMkvInfo& info);
 HRESULT ParseMkvSeekHead(GMkvElement& element, GMkvSeekHead& seekHead);
 HRESULT ParseMkvTracks(GMkvElement& element, std::vector<GMkvTrack>& tracks);
-HRESULT ParseMkvCues(GMkvElement& element, GMkvCues& cues);
+HRESULT ParseMkvCues(GMkvElement& element, std::vector<GMkvCues>& cues);
 HRESULT ParseMkvChapters(GMkvElement& element, std::vector<GMkvEdition>& editions);
 HRESULT ParseMkvAttachments(GMkvElement& element, std::vector<GMkvAttachment>& attachments);
 

@@ -69,7 +69,7 @@ public:
 private:
     std::uint32_t CopyFromBuffer(std::uint8_t* destination, std::uint64_t count);
     bool ReadSource(void* destination, std::uint32_t count);
-    HRESULT FillBuffer();
+    bool FillBuffer();
 
     std::unique_ptr<GFileBase> source;
     std::int64_t fileSize = 0;

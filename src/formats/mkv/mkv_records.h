@@ -1,6 +1,7 @@
 // What a Segment says about itself, as plain records. Members carry the names of the elements they come from.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -101,6 +102,7 @@ struct GMkvCuePoint {
 
 struct GMkvCues {
     std::vector<GMkvCuePoint> points;  // in file order
+    std::size_t entries = 0;           // points and positions
 };
 
 struct GMkvChapterDisplay {
@@ -134,8 +136,8 @@ struct GMkvAttachment {
 inline constexpr std::size_t kMaxMkvTracks = 1024;
 inline constexpr std::size_t kMaxMkvEncodings = 32;        // of one track
 inline constexpr std::size_t kMaxMkvSeekEntries = 1 << 16;
-inline constexpr std::size_t kMaxMkvCuePoints = 1 << 20;   // a second apart: 12 days
-inline constexpr std::size_t kMaxMkvCuePositions = 1 << 10; // of one point
+inline constexpr std::size_t kMaxMkvCueEntries = 1 << 21;  // points and positions; two a second for 6 days
+inline constexpr std::size_t kMaxMkvCuesElements = 256;
 inline constexpr std::size_t kMaxMkvChapters = 1 << 16;    // editions, atoms and displays together
 inline constexpr std::size_t kMaxMkvAttachments = 1 << 12;
 
