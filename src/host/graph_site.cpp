@@ -1,0 +1,54 @@
+#include "host/graph_site.h"
+
+namespace vex {
+
+std::vector<GGraphEvent> CGraphSite::Events()
+{
+    GMutexLock held(lock);
+    return events;
+}
+
+HRESULT CGraphSite::FirstError()
+{
+    GMutexLock held(lock);
+    for (const GGraphEvent& event : events)
+        if (event.code == EC_ERRORABORT)
+            return static_cast<HRESULT>(event.param1);
+    return S_OK;
+}
+
+HRESULT CGraphSite::QueryInterface(REFIID riid, void** ppv)
+{
+    if (!ppv)
+        return E_POINTER;
+    if (riid == IID_IUnknown || riid == IID_IFilterGraph)
+        *ppv = static_cast<IFilterGraph*>(this);
+    else if (riid == IID_IMediaEventSink)
+        *ppv = static_cast<IMediaEventSink*>(this);
+    else {
+        *ppv = nullptr;
+        return E_NOINTERFACE;
+    }
+    AddRef();
+    return S_OK;
+}
+
+ULONG CGraphSite::Release()
+{
+    const long left = --references;
+    if (left == 0)
+        delete this;
+    return static_cast<ULONG>(left);
+}
+
+HRESULT CGraphSite::Notify(LONG EventCode, LONG_PTR EventParam1, LONG_PTR EventParam2)
+{
+    {
+        GMutexLock held(lock);
+        events.push_back({EventCode, EventParam1, EventParam2});
+    }
+    progress->Changed();
+    return S_OK;
+}
+
+}  // namespace vex
