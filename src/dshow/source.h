@@ -51,8 +51,6 @@ public:
 protected:
     // Streaming thread hooks.
     virtual HRESULT OnThreadStartPlay() { return S_OK; }
-    // Fills a sample: S_OK deliver it, S_FALSE end of stream, any other code ends the loop.
-    virtual HRESULT FillBuffer(IMediaSample* sample) = 0;
     // Plays until told to stop; S_FALSE when a stop command waits.
     virtual HRESULT DoBufferProcessingLoop() = 0;
 

@@ -36,6 +36,7 @@ ULONG CUnknown::NonDelegatingRelease()
         return left;
     // A reference taken and given back during destruction must not destroy the object a second time.
     references.store(1, std::memory_order_relaxed);
+    FinalRelease();
     delete this;
     return 0;
 }

@@ -46,6 +46,10 @@ public:
     static LONG ObjectsActive() { return activeObjects.load(std::memory_order_acquire); }
 
 protected:
+    // Called once, when the last reference is gone and before destruction begins: the place to end threads that still
+    // use the object as its most derived self.
+    virtual void FinalRelease() {}
+
     std::atomic<ULONG> references{0};
 
 private:

@@ -4,6 +4,7 @@
 #include "platform/com.h"
 
 #ifndef _WIN32
+#pragma GCC visibility push(default)
 extern "C" {
 // The shared class factory of a class identifier; CLASS_E_CLASSNOTAVAILABLE for an unknown one.
 HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv);
@@ -13,4 +14,5 @@ HRESULT DllCanUnloadNow();
 HRESULT DllRegisterServer();
 HRESULT DllUnregisterServer();
 }
+#pragma GCC visibility pop
 #endif

@@ -77,7 +77,7 @@ class GReadHandler {
 public:
     virtual ~GReadHandler() = default;
 
-    // `path` as for GOsFile. After a failure the handler is closed again.
+    // `path` as for GOsFile. An open handler is closed first; after a failure it is closed again.
     virtual GStatus Open(const char* path) = 0;
 
     virtual REFERENCE_TIME Duration() const = 0;  // 100 ns, at open

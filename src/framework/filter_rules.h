@@ -1,0 +1,79 @@
+// What differs between the source filters, as data. One row per filter; everything else is the frame's.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/pipeline.h"
+
+namespace vex {
+
+// When a pin's queue is full. Both limits are tested before a packet is appended, so that one oversized packet always
+// fits into an empty queue.
+struct GQueueLimits {
+    std::uint32_t packets;       // at most
+    std::uint64_t minimumBytes;  // payload bytes; the limit proper is 1.5 x lSampleSize of the pin's type,
+    std::uint64_t maximumBytes;  // held between these two
+
+    constexpr std::uint64_t ByteLimit(std::uint32_t sampleSize) const
+    {
+        const std::uint64_t wanted = static_cast<std::uint64_t>(sampleSize) * 3 / 2;
+        if (wanted < minimumBytes)
+            return minimumBytes;
+        return wanted > maximumBytes ? maximumBytes : wanted;
+    }
+};
+
+inline constexpr std::uint64_t kMiB = 1024 * 1024;
+
+enum class GMediaTimeRule : std::uint8_t {
+    Packet,  // the packet's media times
+    None,    // samples carry none
+};
+
+enum class GPrerollRule : std::uint8_t {
+    UpToZero,    // a sample at exactly the segment's start is preroll too
+    BeforeZero,  // only samples before it
+    Never,
+};
+
+enum class GSyncRule : std::uint8_t {
+    FirstOrKeyFrame,  // the first sample of a segment counts as a sync point whatever it holds
+    KeyFrame,
+};
+
+enum class GSeekRelay : std::uint8_t {
+    EveryPin,       // each pin's seek counts, unless it asks for the position already reached
+    OncePerTarget,  // the same target from another pin is the same seek relayed
+};
+
+enum class GResizeRule : std::uint8_t {
+    FlushPeerOrAbort,  // the peer is flushed first; a failure ends the stream with EC_ERRORABORT
+    DropOnFailure,     // no flush; a failure costs the packet only
+};
+
+struct GFilterRules {
+    GQueueLimits queue;
+    GMediaTimeRule mediaTimes = GMediaTimeRule::Packet;
+    GPrerollRule preroll = GPrerollRule::UpToZero;
+    GSyncRule sync = GSyncRule::FirstOrKeyFrame;
+    GSeekRelay seekRelay = GSeekRelay::EveryPin;
+    GResizeRule resize = GResizeRule::FlushPeerOrAbort;
+    bool firstVideoOnly = false;  // later video streams get no pin
+    bool prerollAtFirst = true;   // the preroll option of a new filter
+};
+
+inline constexpr GFilterRules kAviRules{
+    .queue = {300, 8 * kMiB, 80 * kMiB},
+    .firstVideoOnly = true,
+};
+
+inline constexpr GFilterRules kMkvRules{
+    .queue = {300, 8 * kMiB, 80 * kMiB},
+    .mediaTimes = GMediaTimeRule::None,
+    .sync = GSyncRule::KeyFrame,
+    .seekRelay = GSeekRelay::OncePerTarget,
+    .resize = GResizeRule::DropOnFailure,
+    .prerollAtFirst = false,
+};
+
+}  // namespace vex

@@ -1,0 +1,407 @@
+#include "framework/output_pin.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "framework/media/codec_tags.h"
+#include "framework/source_filter.h"
+#include "platform/trace.h"
+
+namespace vex {
+
+namespace {
+
+constexpr ULONG kVideoBufferFloor = 0x80000;  // bytes
+constexpr ULONG kOtherBufferFloor = 0xE000;   // bytes
+
+// The first allocation of a pin. Frame sizes come from the file, so an absurd one must not become an allocation; a
+// larger payload enlarges the buffer when it turns up.
+constexpr ULONG kLargestFirstBuffer = 256u << 20;  // bytes
+
+// A peer that holds a sample lets go of it when the graph stops it first. One that does not is flushed after this.
+constexpr std::chrono::milliseconds kDeliveryPatience{100};
+
+bool IsVideoFormat(REFGUID format)
+{
+    return format == FORMAT_VideoInfo || format == FORMAT_VideoInfo2 || format == FORMAT_MPEG2Video ||
+           format == FORMAT_MPEGVideo;
+}
+
+REFERENCE_TIME ScaleTime(REFERENCE_TIME time, double rate)
+{
+    if (rate == 1.0)
+        return time;
+    const double scaled = static_cast<double>(time) / rate;
+    if (scaled >= 9.2e18)
+        return INT64_MAX;
+    return scaled <= -9.2e18 ? INT64_MIN + 1 : static_cast<REFERENCE_TIME>(scaled);
+}
+
+}  // namespace
+
+// Marks the time the streaming thread spends inside the peer.
+class CVexOutputPin::GDelivery {
+public:
+    explicit GDelivery(CVexOutputPin& deliveringPin) : pin(deliveringPin) { Set(true); }
+    ~GDelivery() { Set(false); }
+    GDelivery(const GDelivery&) = delete;
+    GDelivery& operator=(const GDelivery&) = delete;
+
+private:
+    void Set(bool inside)
+    {
+        const GMutexLock held(pin.deliveryLock);
+        pin.inDelivery = inside;
+        if (!inside)
+            pin.deliveryDone.notify_all();
+    }
+    CVexOutputPin& pin;
+};
+
+CVexOutputPin::CVexOutputPin(CVexFilter* owningFilter, WString pinName, const GStreamInfo& info)
+    : CSourceStream(owningFilter, std::move(pinName)),
+      CSourceSeeking(owningFilter->SeekingLock(), owningFilter->Duration()),
+      owner(owningFilter),
+      queue(owningFilter->Rules().queue, info.mediaTypes.empty() ? 0 : info.mediaTypes.front().lSampleSize),
+      stream(info),
+      streamNumber(info.number)
+{
+}
+
+CVexOutputPin::~CVexOutputPin() = default;
+
+HRESULT CVexOutputPin::NonDelegatingQueryInterface(REFIID riid, void** ppv)
+{
+    if (riid == IID_IMediaSeeking)
+        return GetInterface(static_cast<IMediaSeeking*>(this), ppv);
+    return CSourceStream::NonDelegatingQueryInterface(riid, ppv);
+}
+
+HRESULT CVexOutputPin::GetMediaType(int position, CMediaType* type)
+{
+    if (position < 0)
+        return E_INVALIDARG;
+    if (static_cast<std::size_t>(position) >= stream.mediaTypes.size())
+        return VFW_S_NO_MORE_ITEMS;
+    return ComGuard([&] {
+        *type = stream.mediaTypes[static_cast<std::size_t>(position)];
+        return S_OK;
+    });
+}
+
+HRESULT CVexOutputPin::CheckMediaType(const CMediaType* type)
+{
+    const bool known = std::ranges::any_of(stream.mediaTypes, [&](const CMediaType& own) { return own == *type; });
+    return known ? S_OK : E_INVALIDARG;
+}
+
+HRESULT CVexOutputPin::DecideBufferSize(IMemAllocator* candidate, ALLOCATOR_PROPERTIES* request)
+{
+    if (!candidate || !request)
+        return E_POINTER;
+    return ComGuard([&]() -> HRESULT {
+        const CMediaType type = ConnectedType();
+        ULONG bytes = 0;
+        BITMAPINFOHEADER bitmap{};
+        if (IsVideoFormat(type.formattype)) {
+            if (GetBitmapHeader(&type, &bitmap))
+                bytes = static_cast<ULONG>(static_cast<std::uint64_t>(static_cast<std::uint32_t>(bitmap.biWidth)) *
+                                           static_cast<std::uint32_t>(bitmap.biHeight));
+            bytes = std::max<ULONG>(bytes, type.lSampleSize);
+        } else {
+            const ULONG floor = type.majortype == MEDIATYPE_Video ? kVideoBufferFloor : kOtherBufferFloor;
+            bytes = std::max<ULONG>(type.lSampleSize, floor);
+        }
+        bytes = std::clamp<ULONG>(bytes, 1, kLargestFirstBuffer);
+        request->cBuffers = 1;  // flow control is the queue's business
+        request->cbBuffer = static_cast<LONG>(bytes);
+        ALLOCATOR_PROPERTIES granted{};
+        const HRESULT hr = candidate->SetProperties(request, &granted);
+        if (FAILED(hr))
+            return hr;
+        return granted.cbBuffer < request->cbBuffer ? E_FAIL : S_OK;
+    });
+}
+
+HRESULT CVexOutputPin::Active()
+{
+    halting = false;
+    peerRefused = false;
+    return CSourceStream::Active();
+}
+
+HRESULT CVexOutputPin::Inactive()
+{
+    halting = true;
+    // No new buffer from here on; what is inside the peer gets a while to come out by itself.
+    CBaseOutputPin::Inactive();
+    bool flushed = false;
+    if (ThreadExists()) {
+        GMutexLock held(deliveryLock);
+        if (inDelivery)
+            held.WaitFor(deliveryDone, kDeliveryPatience);
+        flushed = inDelivery;
+    }
+    if (flushed)
+        DeliverBeginFlush();
+    const HRESULT hr = CSourceStream::Inactive();
+    if (flushed)
+        DeliverEndFlush();
+    queue.Clear();
+    DropUnits();
+    return hr;
+}
+
+void CVexOutputPin::Halt()
+{
+    halting = true;
+    DeliverBeginFlush();
+    // A peer that keeps our only buffer must not keep the streaming thread from hearing the command.
+    CBaseOutputPin::Inactive();
+    StopThread();
+}
+
+void CVexOutputPin::Restart(bool emptyQueue)
+{
+    DeliverEndFlush();
+    if (emptyQueue) {
+        queue.Clear();
+        DropUnits();
+    }
+    CBaseOutputPin::Active();
+    peerRefused = false;
+    halting = false;
+    RunThread();
+}
+
+HRESULT CVexOutputPin::RestartIfRunning()
+{
+    if (owner->OnOwnThread())
+        return VFW_E_WRONG_STATE;
+    const CAutoLock change(&owner->changeLock);
+    if (!ThreadExists())
+        return S_OK;
+    Halt();
+    Restart(false);
+    return S_OK;
+}
+
+HRESULT CVexOutputPin::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LONGLONG* pStop, DWORD dwStopFlags)
+{
+    if (owner->OnOwnThread())
+        return VFW_E_WRONG_STATE;
+    return ComGuard([&]() -> HRESULT {
+        const CAutoLock change(&owner->changeLock);
+        GRequest request;
+        HRESULT hr = ReadRequest(pCurrent, dwCurrentFlags, pStop, dwStopFlags, request);
+        if (FAILED(hr))
+            return hr;
+        if (request.moveStart) {
+            hr = owner->SeekTo(this, request.start, request.start != Segment().start);
+            if (FAILED(hr))
+                return hr;
+        }
+        // From here on all is absolute: the seek may have moved the start.
+        LONGLONG stop = request.stop;
+        const DWORD startFlags = request.moveStart ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning;
+        const DWORD stopFlags = request.moveStop ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning;
+        hr = CSourceSeeking::SetPositions(&request.start, startFlags, &stop, stopFlags);
+        if (pCurrent && (request.moveStart || (dwCurrentFlags & AM_SEEKING_ReturnTime)))
+            *pCurrent = request.start;
+        if (pStop && (dwStopFlags & AM_SEEKING_ReturnTime))
+            *pStop = stop;
+        return hr;
+    });
+}
+
+GPacketQueue::PushResult CVexOutputPin::Push(GPacketPtr packet, const std::function<bool()>& giveUp)
+{
+    if (!ThreadExists())
+        return GPacketQueue::PushResult::Refused;
+    if (peerRefused.load(std::memory_order_acquire)) {
+        Recycle(std::move(packet));
+        return GPacketQueue::PushResult::Done;
+    }
+    return queue.Push(std::move(packet), giveUp);
+}
+
+void CVexOutputPin::Recycle(GPacketPtr packet)
+{
+    owner->Pool().Give(std::move(packet));
+}
+
+// Default: one packet, one sample, held back until something is queued behind it.
+CVexOutputPin::GUnitStatus CVexOutputPin::PrepareUnit()
+{
+    switch (queue.WaitReady(true)) {
+    case GPacketQueue::Ready::No:
+        return GUnitStatus::NotYet;
+    case GPacketQueue::Ready::End:
+        return GUnitStatus::End;  // the marker stays: a restart without a seek ends the stream again
+    case GPacketQueue::Ready::Packet:
+        break;
+    }
+    current = queue.Pop();
+    if (!current)
+        return GUnitStatus::NotYet;
+    if (current->start == kNoTime) {
+        FinishUnit();
+        return GUnitStatus::NotYet;
+    }
+    unit = {current->data.Span(), current->start,    current->stop,         current->mediaStart,
+            current->mediaStop,   current->keyFrame, current->discontinuity};
+    return GUnitStatus::Unit;
+}
+
+void CVexOutputPin::FinishUnit()
+{
+    unit = {};
+    if (current)
+        Recycle(std::move(current));
+}
+
+void CVexOutputPin::DropUnits()
+{
+    FinishUnit();
+    unitPending = false;
+    DropWindow();
+}
+
+HRESULT CVexOutputPin::OnThreadStartPlay()
+{
+    discontinuityPending = true;
+    SetStart(owner->SegmentStart());
+    const GSegment segment = Segment();
+    const GDelivery inside(*this);
+    return DeliverNewSegment(segment.start, segment.stop, segment.rate);
+}
+
+HRESULT CVexOutputPin::DoBufferProcessingLoop()
+{
+    return ComGuard([&]() -> HRESULT {
+        OnThreadStartPlay();
+        for (;;) {
+            DWORD request = 0;
+            while (CheckRequest(&request)) {
+                if (request == CMD_STOP)
+                    return S_FALSE;  // answered by the thread procedure
+                Reply(static_cast<DWORD>(request == CMD_RUN || request == CMD_PAUSE ? NOERROR : E_UNEXPECTED));
+            }
+            switch (unitPending ? GUnitStatus::Unit : PrepareUnit()) {
+            case GUnitStatus::NotYet:
+                break;
+            case GUnitStatus::End: {
+                const GDelivery inside(*this);
+                DeliverEndOfStream();
+                return S_OK;
+            }
+            case GUnitStatus::Unit:
+                unitPending = true;
+                if (DeliverUnit() == GStep::Stop)
+                    return S_OK;
+                break;
+            }
+        }
+    });
+}
+
+CVexOutputPin::GStep CVexOutputPin::DeliverUnit()
+{
+    GComPtr<IMediaSample> sample;
+    // The peer may hold the one buffer for a while; a failure is a decommit, and a command will follow.
+    while (FAILED(GetDeliveryBuffer(sample.Put()))) {
+        if (WaitRequest(1)) {
+            DWORD request = 0;
+            if (CheckRequest(&request) && request == CMD_STOP)
+                return GStep::Continue;  // the unit is kept: only a seek drops it
+            Reply(static_cast<DWORD>(request == CMD_RUN || request == CMD_PAUSE ? NOERROR : E_UNEXPECTED));
+        }
+    }
+    HRESULT hr = FillBuffer(sample);
+    FinishUnit();
+    unitPending = false;
+    if (FAILED(hr)) {
+        sample.Reset();
+        if (halting || owner->Rules().resize == GResizeRule::DropOnFailure)
+            return GStep::Continue;
+        return AbortStream(hr);
+    }
+    {
+        const GDelivery inside(*this);
+        hr = Deliver(sample.Get());
+    }
+    if (hr == S_OK || halting)  // a flush refuses samples too
+        return GStep::Continue;
+    Trace("Deliver() returned %08x; stopping\n", static_cast<unsigned>(hr));
+    peerRefused = true;
+    queue.Clear();
+    return GStep::Stop;
+}
+
+CVexOutputPin::GStep CVexOutputPin::AbortStream(HRESULT reason)
+{
+    peerRefused = true;
+    queue.Clear();
+    {
+        const GDelivery inside(*this);
+        DeliverEndOfStream();
+    }
+    owner->NotifyEvent(EC_ERRORABORT, reason, 0);
+    return GStep::Stop;
+}
+
+// Gives the sample back and asks for one that `needed` bytes and half as many again fit into.
+HRESULT CVexOutputPin::Enlarge(GComPtr<IMediaSample>& sample, LONG needed)
+{
+    sample.Reset();
+    if (owner->Rules().resize == GResizeRule::FlushPeerOrAbort) {
+        const GDelivery inside(*this);
+        DeliverBeginFlush();
+        DeliverEndFlush();
+    }
+    const std::int64_t roomy = static_cast<std::int64_t>(needed) * 3 / 2;
+    const HRESULT hr = ResizeBuffers(static_cast<LONG>(std::min<std::int64_t>(roomy, INT32_MAX)));
+    return FAILED(hr) ? hr : GetDeliveryBuffer(sample.Put());
+}
+
+HRESULT CVexOutputPin::FillBuffer(GComPtr<IMediaSample>& sample)
+{
+    const GFilterRules& rules = owner->Rules();
+    if (unit.data.size() > INT32_MAX)
+        return VFW_E_BUFFER_OVERFLOW;
+    const LONG length = static_cast<LONG>(unit.data.size());
+    if (length > sample->GetSize()) {
+        const HRESULT hr = Enlarge(sample, length);
+        if (FAILED(hr))
+            return hr;
+        if (length > sample->GetSize())
+            return VFW_E_BUFFER_OVERFLOW;
+    }
+    BYTE* buffer = nullptr;
+    HRESULT hr = sample->GetPointer(&buffer);
+    if (FAILED(hr))
+        return hr;
+    if (length > 0)
+        std::memcpy(buffer, unit.data.data(), unit.data.size());
+    hr = sample->SetActualDataLength(length);
+    if (FAILED(hr))
+        return hr;
+
+    const double rate = Segment().rate;
+    REFERENCE_TIME start = ScaleTime(unit.start, rate);
+    REFERENCE_TIME stop = ScaleTime(unit.stop, rate);
+    const bool timed = unit.start != kNoTime;
+    sample->SetTime(timed ? &start : nullptr, timed ? &stop : nullptr);
+    LONGLONG mediaStart = unit.mediaStart;
+    LONGLONG mediaStop = unit.mediaStop;
+    const bool mediaTimed = timed && rules.mediaTimes == GMediaTimeRule::Packet;
+    sample->SetMediaTime(mediaTimed ? &mediaStart : nullptr, mediaTimed ? &mediaStop : nullptr);
+    sample->SetDiscontinuity(unit.discontinuity || discontinuityPending);
+    sample->SetSyncPoint((rules.sync == GSyncRule::FirstOrKeyFrame && discontinuityPending) || unit.keyFrame);
+    if (owner->PrerollMark() && rules.preroll != GPrerollRule::Never)
+        sample->SetPreroll(timed && (rules.preroll == GPrerollRule::UpToZero ? unit.start <= 0 : unit.start < 0));
+    discontinuityPending = false;
+    return S_OK;
+}
+
+}  // namespace vex

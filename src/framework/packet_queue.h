@@ -1,0 +1,69 @@
+// The queue between the reader thread and one pin's streaming thread, and the pool its packets come from.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <vector>
+
+#include "framework/filter_rules.h"
+#include "framework/media/packet.h"
+#include "platform/threads.h"
+
+namespace vex {
+
+// Packets given back by pins, for the reader to fill again. Bounded in number and bytes; any thread.
+class GPacketPool {
+public:
+    // A packet whose buffer suits `bytes`, or null: memory that is much larger than needed would make queues, whose
+    // limits count payload, hold far more than they say.
+    GPacketPtr Take(std::size_t bytes);
+    void Give(GPacketPtr packet);
+
+private:
+    GMutex lock;
+    std::vector<GPacketPtr> packets G_GUARDED_BY(lock);
+    std::size_t heldBytes G_GUARDED_BY(lock) = 0;
+};
+
+// A null packet is the end marker.
+class GPacketQueue {
+public:
+    enum class PushResult : std::uint8_t { Done, Refused };
+
+    GPacketQueue(const GQueueLimits& queueLimits, std::uint32_t sampleSize);
+
+    // Reader thread. Waits while the queue is full, at most 1 ms between looks at `giveUp`, whose true refuses the
+    // packet. A continuation without a time of its own is joined to the last packet queued.
+    PushResult Push(GPacketPtr packet, const std::function<bool()>& giveUp);
+    // Reader thread: appends the end marker, full or not.
+    void PushEnd();
+
+    enum class Ready : std::uint8_t { No, Packet, End };
+    // Pin thread: what Pop would give. A packet counts only when something is queued behind it (it may still grow by
+    // continuations) unless `holdBack` is false. Waits at most 1 ms when there is nothing.
+    Ready WaitReady(bool holdBack);
+    // Pin thread, after WaitReady said Packet or End: takes the first entry.
+    GPacketPtr Pop();
+
+    // Empties the queue; the pin and reader threads are stopped or about to notice.
+    void Clear();
+    // Wakes whoever waits, to look at its reasons to give up again.
+    void Wake();
+
+private:
+    Ready ReadyLocked(bool holdBack) const G_REQUIRES(lock);
+    bool FullLocked() const G_REQUIRES(lock) { return bytes >= byteLimit || packets.size() >= maxPackets; }
+
+    const std::uint64_t byteLimit;
+    const std::size_t maxPackets;
+    GMutex lock;
+    std::condition_variable filled;  // the pin waits here
+    std::condition_variable drained; // the reader waits here
+    std::deque<GPacketPtr> packets G_GUARDED_BY(lock);
+    std::uint64_t bytes G_GUARDED_BY(lock) = 0;
+    bool pinWaits G_GUARDED_BY(lock) = false;
+    bool readerWaits G_GUARDED_BY(lock) = false;
+};
+
+}  // namespace vex

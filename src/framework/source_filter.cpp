@@ -1,0 +1,343 @@
+#include "framework/source_filter.h"
+
+#include <algorithm>
+
+#include "platform/trace.h"
+
+namespace vex {
+
+CVexFilter::CVexFilter(WString filterName, IUnknown* outer, REFCLSID clsid, const GFilterRules& filterRules,
+                       std::unique_ptr<GReadHandler> formatHandler)
+    : CSource(std::move(filterName), outer, clsid),
+      prerollMark(filterRules.prerollAtFirst),
+      rules(filterRules),
+      handler(std::move(formatHandler))
+{
+}
+
+CVexFilter::~CVexFilter() = default;
+
+// A host may drop a filter that still runs.
+void CVexFilter::FinalRelease()
+{
+    Stop();
+}
+
+HRESULT CVexFilter::NonDelegatingQueryInterface(REFIID riid, void** ppv)
+{
+    if (riid == IID_IFileSourceFilter)
+        return GetInterface(static_cast<IFileSourceFilter*>(this), ppv);
+    if (riid == IID_IVexInspect)
+        return GetInterface(static_cast<IVexInspect*>(this), ppv);
+    if (riid == IID_ISupportErrorInfo)
+        return GetInterface(static_cast<ISupportErrorInfo*>(this), ppv);
+    return CSource::NonDelegatingQueryInterface(riid, ppv);
+}
+
+HRESULT CVexFilter::Load(LPCOLESTR pszFileName, const AM_MEDIA_TYPE*)
+{
+    return ComGuard([&]() -> HRESULT {
+        const CAutoLock change(&changeLock);
+        if (IsLoaded()) {
+            SetLoadError({GErrorKind::Unsupported, "a file is already loaded", 0});
+            return E_FAIL;
+        }
+        if (!pszFileName)
+            return E_POINTER;
+        return Open(pszFileName);
+    });
+}
+
+HRESULT CVexFilter::Open(const WString& path)
+{
+    const GStatus opened = handler->Open(NarrowPathFromWide(path).c_str());
+    if (!opened.Ok()) {
+        SetLoadError(opened.Error());
+        return E_FAIL;
+    }
+    duration = handler->Duration();
+    currentPosition = 0;
+    segmentStart = 0;
+    const HRESULT hr = MakePins();
+    if (FAILED(hr)) {
+        SetLoadError({GErrorKind::Unsupported, "no stream of the file can be played", 0});
+        return hr;
+    }
+    properties = handler->Properties();
+    attachments = handler->Attachments();
+    {
+        const GMutexLock held(nameLock);
+        fileName = path;
+    }
+    loaded.store(true, std::memory_order_release);
+    return S_OK;
+}
+
+HRESULT CVexFilter::MakePins()
+{
+    bool videoSeen = false;
+    std::size_t index = 0;
+    for (const GStreamInfo& stream : handler->Streams()) {
+        const std::size_t place = index++;
+        if (stream.mediaTypes.empty() || !stream.mediaTypes.front().IsValid())
+            continue;
+        const bool video = stream.mediaTypes.front().majortype == MEDIATYPE_Video;
+        if (video && rules.firstVideoOnly && std::exchange(videoSeen, true))
+            continue;
+        std::optional<WString> pinName = NamePin(stream, place);
+        if (!pinName)
+            continue;
+        auto pin = MakePin(std::move(*pinName), stream);
+        pins.push_back(pin.get());
+        AddPin(std::move(pin));
+    }
+    return pins.empty() ? E_FAIL : S_OK;
+}
+
+std::optional<WString> CVexFilter::NamePin(const GStreamInfo& stream, std::size_t)
+{
+    return stream.pinName;
+}
+
+std::unique_ptr<CVexOutputPin> CVexFilter::MakePin(WString pinName, const GStreamInfo& stream)
+{
+    return std::make_unique<CVexOutputPin>(this, std::move(pinName), stream);
+}
+
+// "what is wrong (at byte N)" in the calling thread's error object; a host without interest loses nothing.
+void CVexFilter::SetLoadError(const GError& error)
+{
+    WString text = WideFromUtf8(error.what);
+    if (error.filePos != 0)
+        text += WideFromUtf8(" (at byte " + std::to_string(error.filePos) + ")");
+    GComPtr<ICreateErrorInfo> create;
+    if (FAILED(CreateErrorInfo(create.Put())))
+        return;
+    create->SetGUID(IID_IFileSourceFilter);
+    create->SetDescription(text.data());
+    const GComPtr<IErrorInfo> info = QueryFor<IErrorInfo>(create.Get(), IID_IErrorInfo);
+    if (info)
+        SetErrorInfo(0, info.Get());
+}
+
+HRESULT CVexFilter::GetCurFile(LPOLESTR* ppszFileName, AM_MEDIA_TYPE*)
+{
+    if (!ppszFileName)
+        return E_POINTER;
+    *ppszFileName = nullptr;
+    const GMutexLock held(nameLock);
+    if (!fileName.empty())
+        *ppszFileName = TaskMemCopy(fileName);
+    return S_OK;
+}
+
+bool CVexFilter::OnOwnThread()
+{
+    return reader.IsWorker() || CSource::OnOwnThread();
+}
+
+HRESULT CVexFilter::Pause()
+{
+    if (OnOwnThread())
+        return VFW_E_WRONG_STATE;
+    return ComGuard([&]() -> HRESULT {
+        const CAutoLock change(&changeLock);
+        const bool wasStopped = IsStopped();
+        const HRESULT hr = CSource::Pause();
+        if (FAILED(hr) || !wasStopped || !IsLoaded())
+            return hr;
+        resumeEvent.Reset();
+        readerReady.Reset();
+        if (!reader.Create()) {
+            CSource::Stop();
+            return E_FAIL;
+        }
+        readerReady.Wait();
+        return hr;
+    });
+}
+
+HRESULT CVexFilter::Run(REFERENCE_TIME tStart)
+{
+    const HRESULT hr = CSource::Run(tStart);
+    return FAILED(hr) ? hr : S_OK;
+}
+
+HRESULT CVexFilter::Stop()
+{
+    if (OnOwnThread())
+        return VFW_E_WRONG_STATE;
+    const CAutoLock change(&changeLock);
+    StopReader();
+    return CSource::Stop();
+}
+
+void CVexFilter::StopReader()
+{
+    if (!reader.ThreadExists())
+        return;
+    reader.CallWorker(kExit);
+    reader.Close();
+}
+
+void CVexFilter::HaltPins()
+{
+    for (CVexOutputPin* pin : pins)
+        if (pin->IsConnected())
+            pin->Halt();
+}
+
+void CVexFilter::RestartPins()
+{
+    for (CVexOutputPin* pin : pins)
+        if (pin->IsConnected())
+            pin->Restart(true);
+}
+
+DWORD CVexFilter::GReader::ThreadProc()
+{
+    SetCurrentThreadName("vex reader");
+    filter.HaltPins();
+    filter.RestartPins();
+    filter.resumeEvent.Set();
+    filter.readerReady.Set();
+    for (;;) {
+        filter.resumeEvent.Wait();
+        GLoopEnd end = GLoopEnd::Interrupted;
+        try {
+            end = filter.PacketLoop();
+        } catch (const std::exception&) {
+            end = GLoopEnd::EndOfStream;  // memory ran short: what was read is played out
+        }
+        if (end == GLoopEnd::EndOfStream && !RequestPending())
+            filter.EndStreams();
+        const DWORD command = GetRequest();
+        Reply(0);
+        if (command == kExit)
+            return 0;
+    }
+}
+
+void CVexFilter::EndStreams()
+{
+    Trace("************************************ EOS ************************************\n");
+    for (CVexOutputPin* pin : pins) {
+        if (reader.RequestPending())
+            return;
+        pin->PushEnd();
+    }
+}
+
+CVexFilter::GLoopEnd CVexFilter::PacketLoop()
+{
+    const std::function<bool()> giveUp = [this] { return reader.RequestPending(); };
+    if (!SendHeaders(giveUp))
+        return GLoopEnd::EndOfStream;
+    while (!reader.RequestPending()) {
+        GNextPacket next;
+        const GReadStatus status = handler->ReadPacket(next);
+        if (status == GReadStatus::End)
+            return GLoopEnd::EndOfStream;
+        if (status == GReadStatus::NotYet || next.size == 0)
+            continue;
+        const auto pin = std::ranges::find(pins, next.stream, &CVexOutputPin::StreamNumber);
+        if (pin == pins.end() || !(*pin)->IsConnected())
+            continue;  // nobody wants it: its payload is not even read
+        if (!PassOn(next, **pin, giveUp))
+            return GLoopEnd::EndOfStream;
+    }
+    return GLoopEnd::Interrupted;
+}
+
+bool CVexFilter::SendHeaders(const std::function<bool()>& giveUp)
+{
+    for (CVexOutputPin* pin : pins) {
+        if (!pin->IsConnected())
+            continue;
+        for (GPacketPtr& packet : handler->HeaderPackets(pin->StreamNumber(), pin->ActiveType()))
+            if (pin->Push(std::move(packet), giveUp) == GPacketQueue::PushResult::Refused)
+                return false;
+    }
+    return true;
+}
+
+// False when the pin does not run any more.
+bool CVexFilter::PassOn(const GNextPacket& next, CVexOutputPin& pin, const std::function<bool()>& giveUp)
+{
+    GPacketPtr packet = pool.Take(next.size);
+    if (!packet)
+        packet = handler->NewPacket();
+    packet->stream = next.stream;
+    packet->keyFrame = next.keyFrame;
+    packet->discontinuity = next.discontinuity;
+    packet->continuation = next.continuation;
+    packet->start = next.start;
+    packet->stop = next.stop;
+    if (next.start != kNoTime) {
+        const bool own = next.mediaStart != kNoTime;
+        packet->mediaStart = own ? next.mediaStart : next.start / kUnitsPerMediaTime;
+        packet->mediaStop = own ? next.mediaStop : next.stop / kUnitsPerMediaTime;
+    }
+    if (!handler->ReadPayload(*packet)) {
+        pool.Give(std::move(packet));
+        return true;
+    }
+    if (packet->start != kNoTime) {
+        const REFERENCE_TIME base = seekBase.load(std::memory_order_relaxed);
+        packet->start -= base;
+        packet->stop -= base;
+    }
+    return pin.Push(std::move(packet), giveUp) == GPacketQueue::PushResult::Done;
+}
+
+// With OncePerTarget, true when `caller` repeats the seek that another pin has already made.
+bool CVexFilter::IsRelayed(CVexOutputPin* caller, REFERENCE_TIME position)
+{
+    if (rules.seekRelay != GSeekRelay::OncePerTarget)
+        return false;
+    if (position == lastTarget && std::ranges::find(relayedBy, caller) == relayedBy.end()) {
+        relayedBy.push_back(caller);
+        return true;
+    }
+    lastTarget = position;
+    relayedBy.assign(1, caller);
+    return false;
+}
+
+HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved)
+{
+    const CAutoLock change(&changeLock);
+    if (position == currentPosition)
+        return S_OK;
+    position = std::clamp<REFERENCE_TIME>(position, 0, std::max<REFERENCE_TIME>(duration, 0));
+    if (IsRelayed(caller, position)) {
+        position = currentPosition;
+        return S_OK;
+    }
+    if (!reader.ThreadExists()) {
+        Reposition(position, moved);
+        return S_OK;
+    }
+    Trace("*******************************SeekDeliverLoop");
+    HaltPins();
+    reader.CallWorker(kPark);
+    Reposition(position, moved);
+    RestartPins();
+    resumeEvent.Set();
+    return S_OK;
+}
+
+void CVexFilter::Reposition(REFERENCE_TIME& position, bool moved)
+{
+    const bool align = keyFrameSeek && prerollMark && position != 0 && moved;
+    try {
+        position = handler->Seek(position, align ? GSeekMode::KeyFrame : GSeekMode::Independent);
+    } catch (const std::exception&) {
+        // Out of memory halfway: the pins restart from wherever the handler stands.
+    }
+    currentPosition = position;
+    segmentStart = position;
+    seekBase = position;
+}
+
+}  // namespace vex
