@@ -1,0 +1,216 @@
+// Writes EBML elements and small Matroska files in a few readable lines.
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "formats/mkv/mkv_ids.h"
+
+namespace vex::test {
+
+using GEbmlBytes = std::vector<std::uint8_t>;
+
+inline GEbmlBytes Join(std::initializer_list<GEbmlBytes> parts)
+{
+    GEbmlBytes all;
+    for (const GEbmlBytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+inline GEbmlBytes BigEndian(std::uint64_t value, unsigned bytes)
+{
+    GEbmlBytes out;
+    for (unsigned i = bytes; i-- > 0;)
+        out.push_back(i < 8 ? static_cast<std::uint8_t>(value >> 8 * i) : std::uint8_t{0});
+    return out;
+}
+
+inline GEbmlBytes EbmlId(std::uint32_t id)
+{
+    return BigEndian(id, id > 0xFFFFFF ? 4 : id > 0xFFFF ? 3 : id > 0xFF ? 2 : 1);
+}
+
+// A coded number of `width` bytes, or of as few as hold it without looking like "unknown".
+inline GEbmlBytes EbmlSize(std::uint64_t value, unsigned width = 0)
+{
+    if (width == 0)
+        for (width = 1; width < 8 && value >= (std::uint64_t{1} << 7 * width) - 1;)
+            ++width;
+    GEbmlBytes out = BigEndian(value, width);
+    out[0] = static_cast<std::uint8_t>(out[0] | 0x80u >> (width - 1));
+    return out;
+}
+
+inline GEbmlBytes UnknownEbmlSize(unsigned width = 8) { return EbmlSize((std::uint64_t{1} << 7 * width) - 1, width); }
+
+inline GEbmlBytes Element(std::uint32_t id, const GEbmlBytes& data)
+{
+    return Join({EbmlId(id), EbmlSize(data.size()), data});
+}
+inline GEbmlBytes Element(std::uint32_t id, std::initializer_list<GEbmlBytes> children)
+{
+    return Element(id, Join(children));
+}
+// One whose header claims another size than it has.
+inline GEbmlBytes LyingElement(std::uint32_t id, std::uint64_t claimed, const GEbmlBytes& data)
+{
+    return Join({EbmlId(id), EbmlSize(claimed, 8), data});
+}
+inline GEbmlBytes UnknownSizeElement(std::uint32_t id, const GEbmlBytes& data, unsigned width = 8)
+{
+    return Join({EbmlId(id), UnknownEbmlSize(width), data});
+}
+
+// As few bytes as hold the value; `width` for more.
+inline GEbmlBytes UIntElement(std::uint32_t id, std::uint64_t value, unsigned width = 1)
+{
+    while (width < 8 && value >> 8 * width != 0)
+        ++width;
+    return Element(id, BigEndian(value, width));
+}
+inline GEbmlBytes FloatElement(std::uint32_t id, double value)
+{
+    return Element(id, BigEndian(std::bit_cast<std::uint64_t>(value), 8));
+}
+inline GEbmlBytes TextElement(std::uint32_t id, std::string_view text)
+{
+    return Element(id, GEbmlBytes(text.begin(), text.end()));
+}
+inline GEbmlBytes VoidElement(std::size_t dataSize) { return Element(mkv_id::kVoid, GEbmlBytes(dataSize)); }
+
+inline constexpr std::uint8_t kKeyFlag = 0x80;
+
+// The inside of a Block: track, timecode relative to the Cluster, flags, then the frame or the lace.
+inline GEbmlBytes BlockData(std::uint64_t track, int timecode, std::uint8_t flags, const GEbmlBytes& data)
+{
+    return Join({EbmlSize(track), BigEndian(static_cast<std::uint16_t>(timecode), 2), {flags}, data});
+}
+inline GEbmlBytes SimpleBlock(std::uint64_t track, int timecode, std::uint8_t flags, const GEbmlBytes& data)
+{
+    return Element(mkv_id::kSimpleBlock, BlockData(track, timecode, flags, data));
+}
+inline GEbmlBytes BlockGroup(std::uint64_t track, int timecode, const GEbmlBytes& data, const GEbmlBytes& others = {})
+{
+    return Element(mkv_id::kBlockGroup, {Element(mkv_id::kBlock, BlockData(track, timecode, 0, data)), others});
+}
+inline GEbmlBytes Cluster(std::uint64_t timecode, std::initializer_list<GEbmlBytes> blocks)
+{
+    return Element(mkv_id::kCluster, {UIntElement(mkv_id::kTimecode, timecode), Join(blocks)});
+}
+
+inline GEbmlBytes EbmlHeader(std::string_view docType = "matroska")
+{
+    return Element(mkv_id::kEbml, {UIntElement(mkv_id::kEbmlVersion, 1), TextElement(mkv_id::kDocType, docType),
+                                   UIntElement(mkv_id::kDocTypeVersion, 2)});
+}
+
+inline GEbmlBytes TrackEntry(std::uint64_t number, std::uint64_t type, std::string_view codec,
+                             const GEbmlBytes& others = {})
+{
+    return Element(mkv_id::kTrackEntry,
+                   {UIntElement(mkv_id::kTrackNumber, number), UIntElement(mkv_id::kTrackType, type),
+                    TextElement(mkv_id::kCodecId, codec), others});
+}
+
+// A whole file. The children of the Segment stand in the order they are added in; a SeekHead and Cues may name elements
+// that come later.
+class GMkvBuilder {
+public:
+    struct GCue {
+        std::uint64_t time;   // ticks
+        std::uint64_t track;
+        std::size_t cluster;  // 0: the first Cluster
+    };
+    enum class GSegmentSize { Known, Unknown };
+
+    GMkvBuilder& Add(GEbmlBytes element)
+    {
+        children.push_back([element = std::move(element)](const GMkvBuilder&) { return element; });
+        return *this;
+    }
+    GMkvBuilder& AddInfo(const GEbmlBytes& others = {})
+    {
+        return Add(Element(mkv_id::kInfo, {TextElement(mkv_id::kMuxingApp, "builder"), others}));
+    }
+    GMkvBuilder& AddTracks(std::initializer_list<GEbmlBytes> entries) { return Add(Element(mkv_id::kTracks, entries)); }
+    // Names the first element of each ID, which must be in the file.
+    GMkvBuilder& AddSeekHead(std::vector<std::uint32_t> ids)
+    {
+        children.push_back([ids = std::move(ids)](const GMkvBuilder& builder) {
+            GEbmlBytes entries;
+            for (const std::uint32_t id : ids)
+                entries = Join({entries, SeekEntry(id, builder.PositionOf(id, 0))});
+            return Element(mkv_id::kSeekHead, entries);
+        });
+        return *this;
+    }
+    GMkvBuilder& AddCues(std::vector<GCue> cues)
+    {
+        children.push_back([cues = std::move(cues)](const GMkvBuilder& builder) {
+            GEbmlBytes points;
+            for (const GCue& cue : cues)
+                points = Join({points, CuePoint(cue, builder.PositionOf(mkv_id::kCluster, cue.cluster))});
+            return Element(mkv_id::kCues, points);
+        });
+        return *this;
+    }
+
+    // A position relative to the Segment's data, stored in eight bytes whatever its value.
+    static GEbmlBytes SeekEntry(std::uint32_t id, std::uint64_t position)
+    {
+        return Element(mkv_id::kSeek, {Element(mkv_id::kSeekId, EbmlId(id)),
+                                       UIntElement(mkv_id::kSeekPosition, position, 8)});
+    }
+    static GEbmlBytes CuePoint(const GCue& cue, std::uint64_t position)
+    {
+        return Element(mkv_id::kCuePoint,
+                       {UIntElement(mkv_id::kCueTime, cue.time),
+                        Element(mkv_id::kCueTrackPositions,
+                                {UIntElement(mkv_id::kCueTrack, cue.track),
+                                 UIntElement(mkv_id::kCueClusterPosition, position, 8)})});
+    }
+
+    GEbmlBytes Build(GSegmentSize segmentSize = GSegmentSize::Known)
+    {
+        GEbmlBytes body;
+        for (int pass = 0; pass < 2; ++pass) {  // the first one finds the positions, which change no size
+            body.clear();
+            std::vector<std::pair<std::uint32_t, std::uint64_t>> found;
+            for (const auto& child : children) {
+                const GEbmlBytes bytes = child(*this);
+                if (bytes.size() >= 4)
+                    found.emplace_back(static_cast<std::uint32_t>(bytes[0]) << 24 | bytes[1] << 16 | bytes[2] << 8 |
+                                           bytes[3],
+                                       body.size());
+                body.insert(body.end(), bytes.begin(), bytes.end());
+            }
+            positions = std::move(found);
+        }
+        return Join({EbmlHeader(), EbmlId(mkv_id::kSegment),
+                     segmentSize == GSegmentSize::Known ? EbmlSize(body.size(), 8) : UnknownEbmlSize(), body});
+    }
+
+    // Of the n-th child with a four-byte ID, relative to the Segment's data; known after Build. 0 when there is none.
+    std::uint64_t PositionOf(std::uint32_t id, std::size_t n) const
+    {
+        for (const auto& [foundId, position] : positions)
+            if (foundId == id && n-- == 0)
+                return position;
+        return 0;
+    }
+
+private:
+    std::vector<std::function<GEbmlBytes(const GMkvBuilder&)>> children;
+    std::vector<std::pair<std::uint32_t, std::uint64_t>> positions;
+};
+
+// Absolute position of the Segment's data in what Build made.
+inline std::size_t SegmentDataPos() { return EbmlHeader().size() + 4 + 8; }
+
+}  // namespace vex::test
