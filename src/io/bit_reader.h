@@ -14,10 +14,7 @@ namespace vex {
 class GBitReader {
 public:
     GBitReader() = default;
-    explicit GBitReader(std::span<const std::uint8_t> bytes)
-        : data(bytes), end(std::uint64_t{bytes.size()} * 8)
-    {
-    }
+    explicit GBitReader(std::span<const std::uint8_t> bytes) : data(bytes), end(std::uint64_t{bytes.size()} * 8) {}
 
     bool Ok() const { return !failed; }
     std::uint64_t Left() const { return end - pos; }  // bits

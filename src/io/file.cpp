@@ -5,11 +5,20 @@
 
 namespace vex {
 
-std::unique_ptr<GFileBase> GFile::NewInstance() const { return std::make_unique<GFile>(); }
+std::unique_ptr<GFileBase> GFile::NewInstance() const
+{
+    return std::make_unique<GFile>();
+}
 
-int GFile::Open(const char* newPath) { return OpenWith(&GOsFile::OpenForReading, newPath); }
+int GFile::Open(const char* newPath)
+{
+    return OpenWith(&GOsFile::OpenForReading, newPath);
+}
 
-int GFile::Create(const char* newPath) { return OpenWith(&GOsFile::CreateForWriting, newPath); }
+int GFile::Create(const char* newPath)
+{
+    return OpenWith(&GOsFile::CreateForWriting, newPath);
+}
 
 int GFile::OpenWith(GOpener opener, const char* newPath)
 {
@@ -38,11 +47,20 @@ std::uint32_t GFile::Read(void* buffer, std::uint32_t count)
     return got > 0 ? static_cast<std::uint32_t>(std::min<std::int64_t>(got, count)) : 0;
 }
 
-std::int64_t GFile::Seek(std::int64_t offset) { return IsOpen() ? OsSeek(offset) : -1; }
+std::int64_t GFile::Seek(std::int64_t offset)
+{
+    return IsOpen() ? OsSeek(offset) : -1;
+}
 
-std::int64_t GFile::Tell() { return IsOpen() ? filePointer : 0; }
+std::int64_t GFile::Tell()
+{
+    return IsOpen() ? filePointer : 0;
+}
 
-std::int64_t GFile::GetSize() { return IsOpen() ? std::max<std::int64_t>(OsSize(), 0) : 0; }
+std::int64_t GFile::GetSize()
+{
+    return IsOpen() ? std::max<std::int64_t>(OsSize(), 0) : 0;
+}
 
 int GFile::Close()
 {
@@ -53,12 +71,9 @@ int GFile::Close()
 std::string GFile::OpenError() const
 {
     switch (refusal) {
-    case GRefusal::NoPath:
-        return "no path was given";
-    case GRefusal::PathTooLong:
-        return "the path is longer than " + std::to_string(kMaxPathLength) + " bytes";
-    case GRefusal::None:
-        break;
+    case GRefusal::NoPath: return "no path was given";
+    case GRefusal::PathTooLong: return "the path is longer than " + std::to_string(kMaxPathLength) + " bytes";
+    case GRefusal::None: break;
     }
     return LastError() != 0 ? DescribeOsError(LastError()) : std::string();
 }
@@ -79,7 +94,10 @@ std::int64_t GFile::OsRead(void* buffer, std::uint32_t count)
     return got;
 }
 
-std::int64_t GFile::OsSize() { return file.Size(); }
+std::int64_t GFile::OsSize()
+{
+    return file.Size();
+}
 
 void GFile::CloseFile()
 {

@@ -41,9 +41,11 @@ public:
     GResult(const GError& error) : held(std::in_place_index<1>, error) {}
     // Anything that converts to T by itself, such as a unique_ptr to a derived class.
     template <class U = T>
-        requires(std::is_convertible_v<U &&, T> && !std::same_as<std::remove_cvref_t<U>, GResult> &&
-                 !std::same_as<std::remove_cvref_t<U>, GError>)
-    GResult(U&& value) : held(std::in_place_index<0>, std::forward<U>(value)) {}
+    requires(std::is_convertible_v<U&&, T> && !std::same_as<std::remove_cvref_t<U>, GResult> &&
+             !std::same_as<std::remove_cvref_t<U>, GError>) GResult(U&& value)
+        : held(std::in_place_index<0>, std::forward<U>(value))
+    {
+    }
 
     bool Ok() const { return held.index() == 0; }
 
@@ -73,20 +75,20 @@ using GStatus = GResult<std::monostate>;
 #define G_JOIN_(a, b) a##b
 #define G_JOIN(a, b) G_JOIN_(a, b)
 
-#define G_TRY_(tmp, decl, ...)      \
-    auto tmp = (__VA_ARGS__);       \
-    if (!tmp.Ok()) [[unlikely]]     \
-        return tmp.Error();         \
+#define G_TRY_(tmp, decl, ...)                                                                                         \
+    auto tmp = (__VA_ARGS__);                                                                                          \
+    if (!tmp.Ok()) [[unlikely]]                                                                                        \
+        return tmp.Error();                                                                                            \
     decl = std::move(tmp).Value()
 
 // G_TRY(auto x, Parse(reader)); declares x, or returns the error from the enclosing function. Not a single statement:
 // put it in braces. The counter keeps a G_TRY inside a lambda apart from the one whose expression the lambda is in.
 #define G_TRY(decl, ...) G_TRY_(G_JOIN(gTry, __COUNTER__), decl, __VA_ARGS__)
 
-#define G_TRY_STATUS_(tmp, ...)                                      \
-    do {                                                             \
-        if (const auto tmp = (__VA_ARGS__); !tmp.Ok()) [[unlikely]]  \
-            return tmp.Error();                                      \
+#define G_TRY_STATUS_(tmp, ...)                                                                                        \
+    do {                                                                                                               \
+        if (const auto tmp = (__VA_ARGS__); !tmp.Ok()) [[unlikely]]                                                    \
+            return tmp.Error();                                                                                        \
     } while (false)
 
 // G_TRY_STATUS(Check(reader)); the same where success carries nothing.

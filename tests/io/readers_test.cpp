@@ -16,7 +16,10 @@ namespace {
 constexpr std::array<std::uint8_t, 16> kBytes{0x81, 0x92, 0xA3, 0xB4, 0xC5, 0xD6, 0xE7, 0xF8,
                                               0x89, 0x9A, 0xAB, 0xBC, 0xCD, 0xDE, 0xEF, 0xF0};
 
-GByteReader At(std::size_t offset) { return GByteReader(std::span(kBytes).subspan(offset)); }
+GByteReader At(std::size_t offset)
+{
+    return GByteReader(std::span(kBytes).subspan(offset));
+}
 
 TEST(ByteReader, EveryWidthReadsItsOwnByteOrderAndNoMore)
 {
@@ -179,7 +182,9 @@ TEST(ExpGolomb, CodesReadAsTheStandardTabulatesThem)
 std::vector<std::uint8_t> LongCode(unsigned zeros, std::uint64_t suffix)
 {
     std::vector<std::uint8_t> bytes((2 * zeros + 1 + 7) / 8);
-    const auto set = [&](unsigned bit) { bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] | 0x80 >> bit % 8); };
+    const auto set = [&](unsigned bit) {
+        bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] | 0x80 >> bit % 8);
+    };
     set(zeros);
     for (unsigned i = 0; i < zeros; ++i) {
         if (suffix >> (zeros - 1 - i) & 1)
