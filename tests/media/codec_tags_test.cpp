@@ -1,0 +1,193 @@
+#include "framework/media/codec_tags.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <memory>
+#include <vector>
+
+#include "dshow/media_type.h"
+#include "framework/media/aac_config.h"
+#include "framework/media/codec_guids.h"
+#include "io/fourcc.h"
+#include "platform/guids.h"
+
+namespace vex {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// The first bytes of a payload, followed by enough to be looked at.
+Bytes Payload(Bytes first)
+{
+    first.resize(16, 0xFF);
+    return first;
+}
+
+TEST(AacConfig, ObjectTypeRateAndChannelsLandInTheirBits)
+{
+    std::uint8_t out[5] = {};
+    ASSERT_EQ(MakeAacConfig(out, 1, 44'100, 2), 2u);
+    EXPECT_EQ(Bytes(out, out + 2), (Bytes{0x12, 0x10}));
+    ASSERT_EQ(MakeAacConfig(out, 3, 8'000, 6), 2u);
+    EXPECT_EQ(Bytes(out, out + 2), (Bytes{0x25, 0xB0})) << "LTP, index 11";
+    ASSERT_EQ(MakeAacConfig(out, -1, 24'000, 2), 5u);
+    EXPECT_EQ(Bytes(out, out + 5), (Bytes{0x13, 0x10, 0x56, 0xE5, 0x98}));
+}
+
+TEST(AacConfig, RatesBetweenTheStandardOnesGoToTheNearerIndex)
+{
+    const struct {
+        std::uint32_t rate;
+        unsigned index;
+    } rows[] = {{0xFFFFFFFF, 0}, {92'017, 0},  {92'016, 1},  {75'132, 1},  {75'131, 2}, {55'425, 3},  {46'009, 3}, {46'008, 4},
+                {37'565, 5},     {27'712, 6},  {23'003, 7},  {18'782, 8},  {13'855, 9}, {11'501, 10}, {9'391, 10}, {9'390, 11},
+                {0, 11}};
+    for (const auto& row : rows) {
+        std::uint8_t out[5] = {};
+        MakeAacConfig(out, 1, row.rate, 0);
+        EXPECT_EQ((out[0] & 7u) << 1 | out[1] >> 7, row.index) << row.rate;
+    }
+}
+
+TEST(AacConfig, HostileNumbersNeitherOverflowNorWriteBehindTheResult)
+{
+    std::uint8_t out[5] = {1, 2, 3, 4, 5};
+    EXPECT_EQ(MakeAacConfig(out, 0, 0, 0xFFFFFFFF), 2u);
+    EXPECT_EQ(Bytes(out + 2, out + 5), (Bytes{3, 4, 5}));
+    EXPECT_EQ(MakeAacConfig(out, INT32_MIN, 0x80000000u, 0), 5u);
+    EXPECT_EQ(out[4], 0x80) << "the doubled rate does not wrap to zero";
+    EXPECT_EQ(MakeAacConfig(out, INT32_MAX, 44'100, 2), 2u);
+}
+
+TEST(KeyFrame, ShortPayloadsAndUnknownCodecsAreKeyFrames)
+{
+    EXPECT_TRUE(IsKeyFrame(FourCC("XVID"), {}));
+    EXPECT_TRUE(IsKeyFrame(FourCC("XVID"), Bytes{0, 0, 1, 0xB6, 0x40, 0, 0}));
+    EXPECT_FALSE(IsKeyFrame(FourCC("XVID"), Bytes{0, 0, 1, 0xB6, 0x40, 0, 0, 0}));
+    EXPECT_TRUE(IsKeyFrame(FourCC("Xvid"), Payload({0, 0, 1, 0xB6, 0x40}))) << "letters count as they are";
+    EXPECT_TRUE(IsKeyFrame(FourCC("MJPG"), Payload({0xFF, 0xD8})));
+    EXPECT_TRUE(IsKeyFrame(0, Payload({0xFF})));
+}
+
+// Payloads of each family, with the answer; every code of the family must give it.
+TEST(KeyFrame, EveryCodeFollowsTheRuleOfItsFamily)
+{
+    struct Case {
+        Bytes payload;
+        bool key;
+    };
+    const struct {
+        std::vector<const char*> codes;
+        std::vector<Case> cases;
+    } families[] = {
+        {{"mp4v", "MP4V", "mp4s", "MP4S", "divx", "DIVX", "xvid", "XVID", "DX50", "dx50", "4000", "m4s2", "M4S2", "3iv2",
+          "3IV2"},
+         {{{0, 0, 1, 0xB6, 0x40}, false}, {{0, 0, 1, 0xB6, 0x3F}, true}, {{0, 0, 1, 0xB3, 0xFF}, true}}},
+        {{"div3", "DIV3", "3vid", "3VID", "3ivd", "3IVD", "div4", "DIV4", "div5", "DIV5", "div6", "DIV6", "div2", "DIV2",
+          "mp42", "MP42", "mp43", "MP43", "mpg3", "MPG3", "3iv1", "3IV1", "ap41", "AP41", "wmv1", "WMV1"},
+         {{{0x40}, false}, {{0x3F}, true}}},
+        {{"mp41", "MP41", "mpg4", "MPG4", "div1", "DIV1"},
+         {{{0, 0, 1, 0, 0x02}, false}, {{0, 0, 1, 0, 0x04}, false}, {{0, 0, 1, 0, 0xF9}, true}, {{0, 0, 1, 1, 0xFF}, true}}},
+        {{"wmv3", "WMV3"}, {{{0x20}, false}, {{0xDF}, true}}},
+        {{"H264", "h264", "X264", "x264"},
+         {{{0, 0, 0, 1, 0x65}, true},           // IDR
+          {{0, 0, 0, 1, 0x41, 0x9A}, false},    // first_mb 0, slice type 5: P
+          {{0, 0, 0, 1, 0x41, 0xB0}, true},     // slice type 2: I
+          {{0, 0, 0, 1, 0x41, 0x88}, true},     // slice type 7: I all over
+          {{0, 0, 0, 1, 0x41, 0x4F}, true},     // first_mb 1, then 2
+          {{0, 0, 0, 1, 0x61, 0x9A}, false},    // the reference priority does not matter
+          {{0x20, 0, 0, 1, 0x65}, false},
+          {{0x1F, 0xFF, 0xFF, 0xFF}, true}}},
+    };
+    for (const auto& family : families)
+        for (const char* code : family.codes)
+            for (const Case& row : family.cases) {
+                char text[5] = {};
+                std::memcpy(text, code, 4);
+                EXPECT_EQ(IsKeyFrame(FourCC(text), Payload(row.payload)), row.key)
+                    << code << " " << testing::PrintToString(row.payload);
+            }
+}
+
+TEST(KeyFrame, ASliceHeaderThatNeverEndsIsNotReadPastThePayload)
+{
+    for (const std::size_t size : {8u, 9u, 64u}) {
+        const auto payload = std::make_unique<std::uint8_t[]>(size);  // exact, so that an overrun shows
+        payload[3] = 1;
+        payload[4] = 0x41;
+        EXPECT_FALSE(IsKeyFrame(FourCC("H264"), {payload.get(), size}));
+    }
+}
+
+TEST(BitmapHeader, IsFoundBehindEachKindOfHeaderAndNowhereElse)
+{
+    BITMAPINFOHEADER bitmap{};
+    bitmap.biSize = 40;
+    bitmap.biWidth = 720;
+    bitmap.biCompression = MAKEFOURCC('X', 'V', 'I', 'D');
+    const struct {
+        const GUID& format;
+        std::size_t offset;
+    } rows[] = {{FORMAT_VideoInfo, 48}, {FORMAT_MPEGVideo, 48}, {FORMAT_VideoInfo2, 72}, {FORMAT_MPEG2Video, 72}};
+    for (const auto& row : rows) {
+        CMediaType type(MEDIATYPE_Video, GUID_NULL);
+        std::memcpy(type.AllocFormat(row.format, row.offset + 40).data() + row.offset, &bitmap, 40);
+        BITMAPINFOHEADER found{};
+        ASSERT_TRUE(GetBitmapHeader(&type, &found));
+        EXPECT_EQ(std::memcmp(&found, &bitmap, 40), 0);
+
+        type.AllocFormat(row.format, row.offset + 39);
+        found.biWidth = 7;
+        EXPECT_FALSE(GetBitmapHeader(&type, &found));
+        EXPECT_EQ(found.biWidth, 7) << "untouched";
+    }
+    BITMAPINFOHEADER found{};
+    CMediaType audio(MEDIATYPE_Audio, GUID_NULL);
+    audio.AllocFormat(FORMAT_WaveFormatEx, 200);
+    EXPECT_FALSE(GetBitmapHeader(&audio, &found));
+    EXPECT_FALSE(GetBitmapHeader(nullptr, &found));
+    EXPECT_FALSE(GetBitmapHeader(&audio, nullptr));
+    AM_MEDIA_TYPE lying{};
+    lying.formattype = FORMAT_VideoInfo;
+    lying.cbFormat = 88;  // and no block
+    EXPECT_FALSE(GetBitmapHeader(&lying, &found));
+}
+
+BITMAPINFOHEADER Bitmap(DWORD compression, WORD depth, DWORD headerSize = 40)
+{
+    BITMAPINFOHEADER header{};
+    header.biSize = headerSize;
+    header.biCompression = compression;
+    header.biBitCount = depth;
+    return header;
+}
+
+TEST(BitmapSubtype, UncompressedPicturesGoByDepthAndMasks)
+{
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 1)), MEDIASUBTYPE_RGB1);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 4)), MEDIASUBTYPE_RGB4);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 8)), MEDIASUBTYPE_RGB8);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 16)), MEDIASUBTYPE_RGB555);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 24)), MEDIASUBTYPE_RGB24);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 32)), MEDIASUBTYPE_RGB32);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 17)), GUID_NULL);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(MAKEFOURCC('D', 'I', 'V', '3'), 24)), SubtypeFromFourCC(FourCC("DIV3")));
+
+    const Bytes masks565{0, 0xF8, 0, 0, 0xE0, 7, 0, 0, 0x1F, 0, 0, 0};
+    const Bytes masks555{0, 0x7C, 0, 0, 0xE0, 3, 0, 0, 0x1F, 0, 0, 0};
+    Bytes masks888{0, 0, 0xFF, 0, 0, 0xFF, 0, 0, 0xFF, 0, 0, 0, 0, 0, 0, 0xFF};
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 16), masks565), MEDIASUBTYPE_RGB565);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 16), masks555), MEDIASUBTYPE_RGB555);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 16), masks888), GUID_NULL);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 16), std::span(masks555).first(11)), MEDIASUBTYPE_RGB565)
+        << "without masks";
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 16), masks565), MEDIASUBTYPE_RGB555) << "those are colours, not masks";
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 32), masks888), MEDIASUBTYPE_RGB32);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 32, 56), masks888), MEDIASUBTYPE_ARGB32);
+    masks888.resize(12);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 32, 56), masks888), MEDIASUBTYPE_RGB32);
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(MAKEFOURCC('H', '2', '6', '4'), 16), masks565), SubtypeFromFourCC(FourCC("H264")));
+}
+
+}  // namespace
+}  // namespace vex

@@ -1,0 +1,267 @@
+#include "framework/media/h264_parameters.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <vector>
+
+namespace vex {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+class BitWriter {
+public:
+    BitWriter& U(std::uint64_t value, int bits)
+    {
+        while (bits-- > 0)
+            Bit((value >> bits & 1) != 0);
+        return *this;
+    }
+    BitWriter& Ue(std::uint64_t value)
+    {
+        int bits = 0;
+        while ((value + 1) >> (bits + 1) != 0)
+            ++bits;
+        return U(0, bits).U(value + 1, bits + 1);
+    }
+    BitWriter& Se(std::int64_t value) { return Ue(value > 0 ? 2 * std::uint64_t(value) - 1 : 2 * std::uint64_t(-value)); }
+    // With the stop bit.
+    Bytes Done()
+    {
+        Bit(true);
+        while (used != 0)
+            Bit(false);
+        return bytes;
+    }
+
+private:
+    void Bit(bool set)
+    {
+        if (used == 0)
+            bytes.push_back(0);
+        if (set)
+            bytes.back() = static_cast<std::uint8_t>(bytes.back() | 0x80 >> used);
+        used = (used + 1) % 8;
+    }
+
+    Bytes bytes;
+    int used = 0;
+};
+
+Bytes Escaped(const Bytes& bytes)
+{
+    Bytes result;
+    std::size_t zeros = 0;
+    for (const std::uint8_t byte : bytes) {
+        if (zeros >= 2 && byte <= 3) {
+            result.push_back(3);
+            zeros = 0;
+        }
+        zeros = byte == 0 ? zeros + 1 : 0;
+        result.push_back(byte);
+    }
+    return result;
+}
+
+Bytes Record(const std::vector<Bytes>& sequenceSets, const std::vector<Bytes>& pictureSets, const Bytes& between = {})
+{
+    Bytes record{1, 100, 0, 40, 0xFF, static_cast<std::uint8_t>(0xE0 | sequenceSets.size())};
+    const auto add = [&](const Bytes& set) {
+        record.push_back(static_cast<std::uint8_t>(set.size() >> 8));
+        record.push_back(static_cast<std::uint8_t>(set.size()));
+        record.insert(record.end(), set.begin(), set.end());
+    };
+    for (const Bytes& set : sequenceSets)
+        add(set);
+    record.insert(record.end(), between.begin(), between.end());
+    record.push_back(static_cast<std::uint8_t>(pictureSets.size()));
+    for (const Bytes& set : pictureSets)
+        add(set);
+    return record;
+}
+
+// Runs from an allocation of the exact size, so that a sanitizer sees any read past the end.
+bool Read(const Bytes& record, GH264Parameters& out)
+{
+    const auto exact = std::make_unique<std::uint8_t[]>(record.size());
+    std::copy(record.begin(), record.end(), exact.get());
+    return ReadAvcConfiguration({exact.get(), record.size()}, out);
+}
+
+struct Timing {
+    std::uint32_t numUnitsInTick;
+    std::uint32_t timeScale;
+    bool fixed;
+};
+
+// High profile, 1920x1080 of interlaced coding, scaling lists, everything in the usability information.
+Bytes FullSequenceSet(const Timing& timing)
+{
+    BitWriter w;
+    w.U(0x67, 8).U(100, 8).U(0x40, 8).U(41, 8).Ue(2);
+    w.Ue(1).Ue(0).Ue(2).U(0, 1);                        // 4:2:0, depths 8 and 10
+    w.U(1, 1);                                          // scaling lists: one cut short, one whole, one not sent
+    w.U(1, 1).Se(3).Se(-11).U(1, 1);
+    for (int i = 0; i < 16; ++i)
+        w.Se(1);
+    w.U(0, 6);
+    w.Ue(5).Ue(1).U(0, 1).Se(-1).Se(2).Ue(3).Se(1).Se(-1).Se(0);  // frame number, picture order type 1
+    w.Ue(4).U(1, 1).Ue(119).Ue(33).U(0, 1).U(1, 1).U(1, 1);
+    w.U(1, 1).Ue(1).Ue(2).Ue(0).Ue(2);                  // cropping
+    w.U(1, 1);                                          // usability information
+    w.U(1, 1).U(255, 8).U(64, 16).U(45, 16);
+    w.U(1, 1).U(0, 1);
+    w.U(1, 1).U(5, 3).U(0, 1).U(1, 1).U(0x010101, 24);
+    w.U(1, 1).Ue(0).Ue(1);
+    w.U(1, 1).U(timing.numUnitsInTick, 32).U(timing.timeScale, 32).U(timing.fixed ? 1 : 0, 1);
+    for (int i = 0; i < 2; ++i)
+        w.U(1, 1).Ue(1).U(0x12, 8).Ue(1000).Ue(2000).U(1, 1).Ue(3).Ue(4).U(0, 1).U(0xABCDE, 20);
+    w.U(0, 1).U(1, 1);
+    w.U(1, 1).U(1, 1).Ue(2).Ue(1).Ue(10).Ue(11).Ue(3).Ue(6);
+    return Escaped(w.Done());
+}
+
+Bytes PlainSequenceSet(std::uint32_t columns, std::uint32_t rows)
+{
+    BitWriter w;
+    w.U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0).Ue(0).Ue(2).Ue(1).U(0, 1);
+    w.Ue(columns - 1).Ue(rows - 1).U(1, 1).U(1, 1).U(0, 1).U(0, 1);
+    return w.Done();
+}
+
+Bytes PictureSet(std::uint32_t id)
+{
+    return BitWriter().U(0x68, 8).Ue(id).Ue(2).U(1, 1).U(0, 1).Ue(0).Done();
+}
+
+TEST(AvcConfiguration, EveryOptionalPartIsSteppedOverOnTheWayToTheTiming)
+{
+    // Odd numbers without zero bytes, so that nothing has to be escaped.
+    const Bytes set = FullSequenceSet({0x01020304, 0x55667789, true});
+    GH264Parameters p;
+    ASSERT_TRUE(Read(Record({set}, {PictureSet(7)}), p));
+    EXPECT_EQ(p.profile, 100);
+    EXPECT_EQ(p.constraints, 0x40);
+    EXPECT_EQ(p.level, 41);
+    EXPECT_EQ(p.sequenceId, 2u);
+    EXPECT_EQ(p.chromaFormat, 1u);
+    EXPECT_EQ(p.bitDepthLuma, 8u);
+    EXPECT_EQ(p.bitDepthChroma, 10u);
+    EXPECT_EQ(p.log2MaxFrameNumber, 9u);
+    EXPECT_EQ(p.pictureOrderType, 1u);
+    EXPECT_EQ(p.referenceFrames, 4u);
+    EXPECT_TRUE(p.frameNumberGaps);
+    EXPECT_FALSE(p.frameMacroblocksOnly);
+    EXPECT_EQ(p.codedWidth, 1920u);
+    EXPECT_EQ(p.codedHeight, 1088u);
+    EXPECT_EQ(p.width, 1920u - 6);
+    EXPECT_EQ(p.height, 1080u);
+    EXPECT_EQ(p.aspectX, 64u);
+    EXPECT_EQ(p.aspectY, 45u);
+    EXPECT_EQ(p.numUnitsInTick, 0x01020304u);
+    EXPECT_EQ(p.timeScale, 0x55667789u);
+    EXPECT_TRUE(p.fixedFrameRate);
+    EXPECT_EQ(p.reorderFrames, 3u);
+    EXPECT_EQ(p.decodingBuffering, 6u);
+    EXPECT_EQ(p.pictureId, 7u);
+    EXPECT_EQ(p.pictureSequenceId, 2u);
+    EXPECT_TRUE(p.entropyCabac);
+    EXPECT_EQ(p.sliceGroups, 1u);
+}
+
+TEST(AvcConfiguration, EscapedBytesAreTakenOutButTheLengthsStillCountThem)
+{
+    const Timing timing{1, 50, false};
+    const Bytes set = FullSequenceSet(timing);
+    Bytes plain;
+    for (std::size_t i = 0; i < set.size(); ++i)
+        if (i < 2 || set[i] != 3 || set[i - 1] != 0 || set[i - 2] != 0)
+            plain.push_back(set[i]);
+    const std::size_t escapes = set.size() - plain.size();
+    ASSERT_GE(escapes, 1u) << "the case tests nothing";
+
+    GH264Parameters p;
+    ASSERT_TRUE(Read(Record({set}, {PictureSet(7)}, Bytes(escapes, 0xEE)), p));
+    EXPECT_EQ(p.numUnitsInTick, 1u);
+    EXPECT_EQ(p.timeScale, 50u);
+    EXPECT_FALSE(p.fixedFrameRate);
+    EXPECT_EQ(p.decodingBuffering, 6u);
+    EXPECT_EQ(p.pictureId, 7u) << "found as far behind the set as bytes were taken out of it";
+}
+
+TEST(AvcConfiguration, ALaterSetOverwritesWhatItCarriesAndNoMore)
+{
+    GH264Parameters p;
+    const Bytes first = FullSequenceSet({0x01020304, 0x55667789, true});
+    ASSERT_TRUE(Read(Record({first, PlainSequenceSet(20, 15)}, {PictureSet(1), PictureSet(3)}), p));
+    EXPECT_EQ(p.profile, 77);
+    EXPECT_EQ(p.width, 320u);
+    EXPECT_EQ(p.height, 240u);
+    EXPECT_FALSE(p.hasVui);
+    EXPECT_EQ(p.numUnitsInTick, 0x01020304u);
+    EXPECT_EQ(p.pictureId, 3u);
+
+    ASSERT_TRUE(Read(Record({PlainSequenceSet(20, 15)}, {}), p));
+    EXPECT_EQ(p.numUnitsInTick, 0u) << "a new record starts from nothing";
+}
+
+TEST(AvcConfigurationDamage, EveryTruncationReadsAsZerosFollowedBySilence)
+{
+    const Bytes whole = Record({FullSequenceSet({0x01020304, 0x55667789, true})}, {PictureSet(7)});
+    std::size_t withTiming = 0;
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        GH264Parameters p;
+        p.width = 99;
+        EXPECT_EQ(Read(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)), p), size >= 6) << size;
+        EXPECT_TRUE(p.timeScale == 0 || p.timeScale == 0x55667789) << size;
+        EXPECT_TRUE(p.codedWidth == 0 || p.codedWidth == 16 || p.codedWidth == 1920) << size;
+        EXPECT_TRUE(size >= 6 || p.width == 0) << size;
+        withTiming += p.timeScale != 0;
+    }
+    EXPECT_GT(withTiming, 5u);
+    EXPECT_LT(withTiming, whole.size() / 2);
+}
+
+TEST(AvcConfigurationDamage, CodesAndCountsWithoutEndEndWithTheRecord)
+{
+    GH264Parameters p;
+    // Zeros for ever where a code should end. Threes keep the escapes in place.
+    ASSERT_TRUE(Read(Record({BitWriter().U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).U(0, 60).U(1, 1).U(~0ull, 64).Done()}, {}), p));
+    EXPECT_EQ(p.sequenceId, 0u);
+    EXPECT_EQ(p.codedWidth, 16u) << "one macroblock: a code past the end is 0";
+
+    // A cycle of 4294967294 picture order offsets, then as many buffer schedules.
+    BitWriter cycle;
+    cycle.U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0).Ue(1).U(0, 1).Se(0).Se(0).Ue(0xFFFFFFFE).U(~0ull, 64);
+    ASSERT_TRUE(Read(Record({cycle.Done()}, {}), p));
+    EXPECT_EQ(p.timeScale, 0u);
+    BitWriter schedules;
+    schedules.U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0).Ue(2).Ue(1).U(0, 1).Ue(0).Ue(0).U(7, 3).U(0, 1);
+    schedules.U(1, 1).U(0, 5).U(1, 1).Ue(0xFFFFFFFE).U(~0ull, 64);
+    ASSERT_TRUE(Read(Record({schedules.Done()}, {}), p));
+    EXPECT_FALSE(p.hasReordering);
+
+    // 31 and 255 sets in a record that holds none.
+    ASSERT_TRUE(Read({1, 100, 0, 40, 0xFF, 0xFF}, p));
+    ASSERT_TRUE(Read({1, 100, 0, 40, 0xFF, 0xE0, 0xFF, 0xFF, 0xFF, 0x68}, p));
+}
+
+TEST(AvcConfigurationDamage, SizesBeyondAnyPictureDoNotWrap)
+{
+    GH264Parameters p;
+    ASSERT_TRUE(Read(Record({PlainSequenceSet(0x10000000, 0xFFFFFFFF)}, {}), p));
+    EXPECT_EQ(p.width, 0u);
+    EXPECT_EQ(p.height, 0u);
+
+    BitWriter cropped;  // more is cut off than there is
+    cropped.U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0).Ue(2).Ue(1).U(0, 1).Ue(19).Ue(14).U(3, 2);
+    cropped.U(1, 1).Ue(100).Ue(0xFFFFFFFE).Ue(0x80000000).Ue(1).U(0, 1);
+    ASSERT_TRUE(Read(Record({cropped.Done()}, {}), p));
+    EXPECT_EQ(p.codedWidth, 320u);
+    EXPECT_EQ(p.cropLeft, 200u);
+    EXPECT_EQ(p.width, 0u);
+    EXPECT_EQ(p.height, 0u);
+}
+
+}  // namespace
+}  // namespace vex

@@ -1,0 +1,155 @@
+#include "dshow/media_type.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <utility>
+#include <vector>
+
+namespace vex {
+namespace {
+
+using Bytes = std::vector<BYTE>;
+
+class CountedUnknown : public IUnknown {
+public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override
+    {
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
+    ULONG STDMETHODCALLTYPE Release() override { return --references; }
+
+    ULONG references = 1;  // the test's own
+};
+
+Bytes Block(const AM_MEDIA_TYPE& type)
+{
+    return type.pbFormat ? Bytes(type.pbFormat, type.pbFormat + type.cbFormat) : Bytes();
+}
+
+CMediaType Sample(const Bytes& format)
+{
+    CMediaType type(MEDIATYPE_Video, MEDIASUBTYPE_RGB24);
+    type.SetFormat(FORMAT_VideoInfo, format);
+    return type;
+}
+
+TEST(MediaType, CopiesOwnTheirBlockAndHoldTheUnknown)
+{
+    CountedUnknown unknown;
+    {
+        CMediaType original = Sample({1, 2, 3});
+        unknown.AddRef();
+        original.pUnk = &unknown;
+        const CMediaType copy = original;
+        original.Format()[0] = 9;
+        EXPECT_EQ(Block(copy), (Bytes{1, 2, 3}));
+        EXPECT_EQ(unknown.references, 3u);
+        const CMediaType moved = std::move(original);
+        EXPECT_EQ(Block(moved), (Bytes{9, 2, 3}));
+        EXPECT_EQ(unknown.references, 3u);
+
+        AM_MEDIA_TYPE record;
+        std::memset(&record, 0xA5, sizeof(record));  // what was there is not to be freed
+        ASSERT_EQ(moved.CopyTo(&record), S_OK);
+        EXPECT_EQ(unknown.references, 4u);
+        AM_MEDIA_TYPE* task = CreateMediaType(record);
+        ASSERT_NE(task, nullptr);
+        EXPECT_TRUE(moved.Matches(*task));
+        EXPECT_EQ(unknown.references, 5u);
+        DeleteMediaType(task);
+        FreeMediaType(record);
+        FreeMediaType(record);  // once more is harmless
+        EXPECT_EQ(unknown.references, 3u);
+    }
+    EXPECT_EQ(unknown.references, 1u);
+    DeleteMediaType(nullptr);
+    EXPECT_EQ(CMediaType().CopyTo(nullptr), E_POINTER);
+}
+
+TEST(MediaType, AssignmentFreesTheOldBlockAndSurvivesItself)
+{
+    CMediaType type = Sample({1, 2, 3});
+    const CMediaType& alias = type;
+    type = alias;
+    EXPECT_EQ(Block(type), (Bytes{1, 2, 3}));
+    type = Sample({4});
+    EXPECT_EQ(Block(type), (Bytes{4}));
+    type.Clear();
+    EXPECT_FALSE(type.IsValid());
+    EXPECT_TRUE(type == CMediaType());
+}
+
+TEST(MediaType, AFormatMayBeMadeFromItself)
+{
+    CMediaType type = Sample({1, 2, 3, 4});
+    type.SetFormat(type.formattype, std::span(type.Format()).subspan(1, 2));
+    EXPECT_EQ(Block(type), (Bytes{2, 3}));
+    EXPECT_EQ(type.formattype, FORMAT_VideoInfo);
+    type.SetFormat(FORMAT_None, {});
+    EXPECT_EQ(type.pbFormat, nullptr);
+    EXPECT_EQ(type.cbFormat, 0u);
+    const auto zeroed = type.AllocFormat(FORMAT_WaveFormatEx, 18);
+    EXPECT_EQ(Bytes(zeroed.begin(), zeroed.end()), Bytes(18, 0));
+}
+
+TEST(MediaType, ALengthWithoutABlockIsNoBlock)
+{
+    AM_MEDIA_TYPE lying{};
+    lying.majortype = MEDIATYPE_Video;
+    lying.formattype = FORMAT_VideoInfo;
+    lying.cbFormat = 0xFFFFFFFF;
+    const CMediaType copy(lying);
+    EXPECT_EQ(copy.cbFormat, 0u);
+    EXPECT_TRUE(copy.Matches(lying));
+    EXPECT_TRUE(copy.MatchesPartial(lying));
+}
+
+TEST(MediaType, EqualityIsTypeAndFormatNotSizes)
+{
+    const CMediaType type = Sample({1, 2});
+    CMediaType other = type;
+    other.SetSampleSize(4711);
+    other.bTemporalCompression = TRUE;
+    EXPECT_TRUE(type == other);
+    other.subtype = MEDIASUBTYPE_RGB32;
+    EXPECT_FALSE(type == other);
+    EXPECT_FALSE(type == Sample({1, 3}));
+    EXPECT_FALSE(type == Sample({1}));
+}
+
+TEST(MediaType, APatternConstrainsOnlyWhatItNames)
+{
+    const CMediaType type = Sample({1, 2});
+    CMediaType pattern;
+    EXPECT_TRUE(type.MatchesPartial(pattern));
+    pattern.majortype = MEDIATYPE_Video;
+    EXPECT_TRUE(type.MatchesPartial(pattern));
+    pattern.subtype = MEDIASUBTYPE_RGB32;
+    EXPECT_FALSE(type.MatchesPartial(pattern));
+    pattern.subtype = MEDIASUBTYPE_RGB24;
+    pattern.SetFormat(FORMAT_VideoInfo, Bytes{1, 2});
+    EXPECT_TRUE(type.MatchesPartial(pattern));
+    pattern.SetFormat(FORMAT_VideoInfo, {});
+    EXPECT_FALSE(type.MatchesPartial(pattern)) << "with the format type comes the whole format";
+    pattern.SetFormat(GUID_NULL, Bytes{7});
+    EXPECT_TRUE(type.MatchesPartial(pattern));
+    pattern.majortype = MEDIATYPE_Audio;
+    EXPECT_FALSE(type.MatchesPartial(pattern));
+}
+
+TEST(MediaType, SampleSizeZeroMeansVariable)
+{
+    CMediaType type;
+    EXPECT_TRUE(type.bFixedSizeSamples);
+    type.SetSampleSize(0);
+    EXPECT_FALSE(type.bFixedSizeSamples);
+    EXPECT_EQ(type.lSampleSize, 0u);
+    type.SetSampleSize(512);
+    EXPECT_TRUE(type.bFixedSizeSamples);
+    EXPECT_EQ(type.lSampleSize, 512u);
+}
+
+}  // namespace
+}  // namespace vex
