@@ -62,10 +62,7 @@ CMediaType::CMediaType(REFGUID major, REFGUID sub) : CMediaType()
     subtype = sub;
 }
 
-CMediaType::CMediaType(const AM_MEDIA_TYPE& other) : AM_MEDIA_TYPE(kEmptyType)
-{
-    CopyRecord(*this, other);
-}
+CMediaType::CMediaType(const AM_MEDIA_TYPE& other) : AM_MEDIA_TYPE(kEmptyType) { CopyRecord(*this, other); }
 
 CMediaType::CMediaType(const CMediaType& other) : CMediaType(static_cast<const AM_MEDIA_TYPE&>(other)) {}
 
@@ -80,15 +77,9 @@ CMediaType& CMediaType::operator=(CMediaType other) noexcept
     return *this;
 }
 
-CMediaType::~CMediaType()
-{
-    FreeMediaType(*this);
-}
+CMediaType::~CMediaType() { FreeMediaType(*this); }
 
-bool CMediaType::operator==(const CMediaType& other) const
-{
-    return Matches(other);
-}
+bool CMediaType::operator==(const CMediaType& other) const { return Matches(other); }
 
 bool CMediaType::Matches(const AM_MEDIA_TYPE& other) const
 {
@@ -108,7 +99,7 @@ void CMediaType::SetFormat(REFGUID type, std::span<const BYTE> bytes)
 {
     if (bytes.size() > std::numeric_limits<ULONG>::max())
         throw std::bad_alloc();
-    const GUID newType = type;         // either may lie in what is freed
+    const GUID newType = type;  // either may lie in what is freed
     BYTE* block = CopyBlock(bytes);
     CoTaskMemFree(pbFormat);
     pbFormat = block;
@@ -141,10 +132,7 @@ void CMediaType::SetSampleSize(ULONG bytes)
     lSampleSize = bytes;
 }
 
-void CMediaType::Clear()
-{
-    *this = CMediaType();
-}
+void CMediaType::Clear() { *this = CMediaType(); }
 
 HRESULT CMediaType::CopyTo(AM_MEDIA_TYPE* target) const
 {

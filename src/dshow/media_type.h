@@ -3,8 +3,8 @@
 
 #include <span>
 
-#include "platform/media_records.h"
 #include "platform/guids.h"
+#include "platform/media_records.h"
 
 namespace vex {
 
@@ -25,7 +25,8 @@ public:
     bool Matches(const AM_MEDIA_TYPE& other) const;
     bool IsValid() const { return majortype != GUID_NULL; }
 
-    // True when every GUID of `pattern` that is not GUID_NULL equals ours; with a format type the whole block counts too.
+    // True when every GUID of `pattern` that is not GUID_NULL equals ours; with a format type the whole block
+    // counts too.
     bool MatchesPartial(const AM_MEDIA_TYPE& pattern) const;
 
     std::span<BYTE> Format() { return {pbFormat, cbFormat}; }

@@ -39,9 +39,9 @@ TEST(AacConfig, RatesBetweenTheStandardOnesGoToTheNearerIndex)
     const struct {
         std::uint32_t rate;
         unsigned index;
-    } rows[] = {{0xFFFFFFFF, 0}, {92'017, 0},  {92'016, 1},  {75'132, 1},  {75'131, 2}, {55'425, 3},  {46'009, 3}, {46'008, 4},
-                {37'565, 5},     {27'712, 6},  {23'003, 7},  {18'782, 8},  {13'855, 9}, {11'501, 10}, {9'391, 10}, {9'390, 11},
-                {0, 11}};
+    } rows[] = {{0xFFFFFFFF, 0}, {92'017, 0},  {92'016, 1}, {75'132, 1}, {75'131, 2}, {55'425, 3},
+                {46'009, 3},     {46'008, 4},  {37'565, 5}, {27'712, 6}, {23'003, 7}, {18'782, 8},
+                {13'855, 9},     {11'501, 10}, {9'391, 10}, {9'390, 11}, {0, 11}};
     for (const auto& row : rows) {
         std::uint8_t out[5] = {};
         MakeAacConfig(out, 1, row.rate, 0);
@@ -80,22 +80,25 @@ TEST(KeyFrame, EveryCodeFollowsTheRuleOfItsFamily)
         std::vector<const char*> codes;
         std::vector<Case> cases;
     } families[] = {
-        {{"mp4v", "MP4V", "mp4s", "MP4S", "divx", "DIVX", "xvid", "XVID", "DX50", "dx50", "4000", "m4s2", "M4S2", "3iv2",
-          "3IV2"},
+        {{"mp4v", "MP4V", "mp4s", "MP4S", "divx", "DIVX", "xvid", "XVID", "DX50", "dx50", "4000", "m4s2", "M4S2",
+          "3iv2", "3IV2"},
          {{{0, 0, 1, 0xB6, 0x40}, false}, {{0, 0, 1, 0xB6, 0x3F}, true}, {{0, 0, 1, 0xB3, 0xFF}, true}}},
-        {{"div3", "DIV3", "3vid", "3VID", "3ivd", "3IVD", "div4", "DIV4", "div5", "DIV5", "div6", "DIV6", "div2", "DIV2",
-          "mp42", "MP42", "mp43", "MP43", "mpg3", "MPG3", "3iv1", "3IV1", "ap41", "AP41", "wmv1", "WMV1"},
+        {{"div3", "DIV3", "3vid", "3VID", "3ivd", "3IVD", "div4", "DIV4", "div5", "DIV5", "div6", "DIV6", "div2",
+          "DIV2", "mp42", "MP42", "mp43", "MP43", "mpg3", "MPG3", "3iv1", "3IV1", "ap41", "AP41", "wmv1", "WMV1"},
          {{{0x40}, false}, {{0x3F}, true}}},
         {{"mp41", "MP41", "mpg4", "MPG4", "div1", "DIV1"},
-         {{{0, 0, 1, 0, 0x02}, false}, {{0, 0, 1, 0, 0x04}, false}, {{0, 0, 1, 0, 0xF9}, true}, {{0, 0, 1, 1, 0xFF}, true}}},
+         {{{0, 0, 1, 0, 0x02}, false},
+          {{0, 0, 1, 0, 0x04}, false},
+          {{0, 0, 1, 0, 0xF9}, true},
+          {{0, 0, 1, 1, 0xFF}, true}}},
         {{"wmv3", "WMV3"}, {{{0x20}, false}, {{0xDF}, true}}},
         {{"H264", "h264", "X264", "x264"},
-         {{{0, 0, 0, 1, 0x65}, true},           // IDR
-          {{0, 0, 0, 1, 0x41, 0x9A}, false},    // first_mb 0, slice type 5: P
-          {{0, 0, 0, 1, 0x41, 0xB0}, true},     // slice type 2: I
-          {{0, 0, 0, 1, 0x41, 0x88}, true},     // slice type 7: I all over
-          {{0, 0, 0, 1, 0x41, 0x4F}, true},     // first_mb 1, then 2
-          {{0, 0, 0, 1, 0x61, 0x9A}, false},    // the reference priority does not matter
+         {{{0, 0, 0, 1, 0x65}, true},         // IDR
+          {{0, 0, 0, 1, 0x41, 0x9A}, false},  // first_mb 0, slice type 5: P
+          {{0, 0, 0, 1, 0x41, 0xB0}, true},   // slice type 2: I
+          {{0, 0, 0, 1, 0x41, 0x88}, true},   // slice type 7: I all over
+          {{0, 0, 0, 1, 0x41, 0x4F}, true},   // first_mb 1, then 2
+          {{0, 0, 0, 1, 0x61, 0x9A}, false},  // the reference priority does not matter
           {{0x20, 0, 0, 1, 0x65}, false},
           {{0x1F, 0xFF, 0xFF, 0xFF}, true}}},
     };
@@ -186,7 +189,8 @@ TEST(BitmapSubtype, UncompressedPicturesGoByDepthAndMasks)
     EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 32, 56), masks888), MEDIASUBTYPE_ARGB32);
     masks888.resize(12);
     EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 32, 56), masks888), MEDIASUBTYPE_RGB32);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(MAKEFOURCC('H', '2', '6', '4'), 16), masks565), SubtypeFromFourCC(FourCC("H264")));
+    EXPECT_EQ(SubtypeFromBitmap(Bitmap(MAKEFOURCC('H', '2', '6', '4'), 16), masks565),
+              SubtypeFromFourCC(FourCC("H264")));
 }
 
 }  // namespace

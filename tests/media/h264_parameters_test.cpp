@@ -24,7 +24,10 @@ public:
             ++bits;
         return U(0, bits).U(value + 1, bits + 1);
     }
-    BitWriter& Se(std::int64_t value) { return Ue(value > 0 ? 2 * std::uint64_t(value) - 1 : 2 * std::uint64_t(-value)); }
+    BitWriter& Se(std::int64_t value)
+    {
+        return Ue(value > 0 ? 2 * std::uint64_t(value) - 1 : 2 * std::uint64_t(-value));
+    }
     // With the stop bit.
     Bytes Done()
     {
@@ -99,16 +102,16 @@ Bytes FullSequenceSet(const Timing& timing)
 {
     BitWriter w;
     w.U(0x67, 8).U(100, 8).U(0x40, 8).U(41, 8).Ue(2);
-    w.Ue(1).Ue(0).Ue(2).U(0, 1);                        // 4:2:0, depths 8 and 10
-    w.U(1, 1);                                          // scaling lists: one cut short, one whole, one not sent
+    w.Ue(1).Ue(0).Ue(2).U(0, 1);  // 4:2:0, depths 8 and 10
+    w.U(1, 1);                    // scaling lists: one cut short, one whole, one not sent
     w.U(1, 1).Se(3).Se(-11).U(1, 1);
     for (int i = 0; i < 16; ++i)
         w.Se(1);
     w.U(0, 6);
     w.Ue(5).Ue(1).U(0, 1).Se(-1).Se(2).Ue(3).Se(1).Se(-1).Se(0);  // frame number, picture order type 1
     w.Ue(4).U(1, 1).Ue(119).Ue(33).U(0, 1).U(1, 1).U(1, 1);
-    w.U(1, 1).Ue(1).Ue(2).Ue(0).Ue(2);                  // cropping
-    w.U(1, 1);                                          // usability information
+    w.U(1, 1).Ue(1).Ue(2).Ue(0).Ue(2);  // cropping
+    w.U(1, 1);                          // usability information
     w.U(1, 1).U(255, 8).U(64, 16).U(45, 16);
     w.U(1, 1).U(0, 1);
     w.U(1, 1).U(5, 3).U(0, 1).U(1, 1).U(0x010101, 24);
@@ -129,10 +132,7 @@ Bytes PlainSequenceSet(std::uint32_t columns, std::uint32_t rows)
     return w.Done();
 }
 
-Bytes PictureSet(std::uint32_t id)
-{
-    return BitWriter().U(0x68, 8).Ue(id).Ue(2).U(1, 1).U(0, 1).Ue(0).Done();
-}
+Bytes PictureSet(std::uint32_t id) { return BitWriter().U(0x68, 8).Ue(id).Ue(2).U(1, 1).U(0, 1).Ue(0).Done(); }
 
 TEST(AvcConfiguration, EveryOptionalPartIsSteppedOverOnTheWayToTheTiming)
 {
@@ -226,7 +226,8 @@ TEST(AvcConfigurationDamage, CodesAndCountsWithoutEndEndWithTheRecord)
 {
     GH264Parameters p;
     // Zeros for ever where a code should end. Threes keep the escapes in place.
-    ASSERT_TRUE(Read(Record({BitWriter().U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).U(0, 60).U(1, 1).U(~0ull, 64).Done()}, {}), p));
+    ASSERT_TRUE(
+        Read(Record({BitWriter().U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).U(0, 60).U(1, 1).U(~0ull, 64).Done()}, {}), p));
     EXPECT_EQ(p.sequenceId, 0u);
     EXPECT_EQ(p.codedWidth, 16u) << "one macroblock: a code past the end is 0";
 

@@ -50,9 +50,9 @@ TEST(FormatFields, VideoBlocksShowTheirHeaderAndWhatFollowsIt)
     info.bmiHeader.biCompression = MAKEFOURCC('X', 'V', 'I', 'D');
     CMediaType type;
     std::memcpy(type.AllocFormat(FORMAT_VideoInfo, 91).data(), &info, sizeof(info));
-    EXPECT_THAT(Lines(type), ElementsAre("bit_rate=1000", "avg_time_per_frame=400000", "header_size=40", "width=640",
-                                         "height=-480", "planes=1", "bit_count=24", "compression=XVID", "image_size=0",
-                                         "extra_size=3"));
+    EXPECT_THAT(Lines(type),
+                ElementsAre("bit_rate=1000", "avg_time_per_frame=400000", "header_size=40", "width=640", "height=-480",
+                            "planes=1", "bit_count=24", "compression=XVID", "image_size=0", "extra_size=3"));
 
     MPEG2VIDEOINFO mpeg{};
     mpeg.hdr.dwPictAspectRatioX = 16;

@@ -6,8 +6,8 @@ namespace vex {
 
 namespace {
 
-// The lowest rate (Hz) of each sampling frequency index: half way to the next standard rate. What is below the last one
-// has the index after it.
+// The lowest rate (Hz) of each sampling frequency index: half way to the next standard rate. What is below the last
+// one has the index after it.
 constexpr std::array<std::uint32_t, 11> kLowestRates{92017, 75132, 55426, 46009, 37566, 27713,
                                                      23004, 18783, 13856, 11502, 9391};
 
@@ -19,10 +19,7 @@ unsigned FrequencyIndex(std::uint64_t rate)
     return index;
 }
 
-std::uint8_t Low8(unsigned value)
-{
-    return static_cast<std::uint8_t>(value & 0xFF);
-}
+std::uint8_t Low8(unsigned value) { return static_cast<std::uint8_t>(value & 0xFF); }
 
 }  // namespace
 

@@ -35,7 +35,6 @@ constexpr auto kCodings = [] {
         {FourCC("divx"), Coding::Mpeg4},         {FourCC("DIVX"), Coding::Mpeg4},
         {FourCC("xvid"), Coding::Mpeg4},         {FourCC("XVID"), Coding::Mpeg4},
         {FourCC("dx50"), Coding::Mpeg4},         {FourCC("DX50"), Coding::Mpeg4},
-        {FourCC("4000"), Coding::Mpeg4},
         {FourCC("m4s2"), Coding::Mpeg4},         {FourCC("M4S2"), Coding::Mpeg4},
         {FourCC("3iv2"), Coding::Mpeg4},         {FourCC("3IV2"), Coding::Mpeg4},
         {FourCC("div3"), Coding::PictureType},   {FourCC("DIV3"), Coding::PictureType},
@@ -57,6 +56,7 @@ constexpr auto kCodings = [] {
         {FourCC("wmv3"), Coding::WindowsMedia9}, {FourCC("WMV3"), Coding::WindowsMedia9},
         {FourCC("h264"), Coding::H264},          {FourCC("H264"), Coding::H264},
         {FourCC("x264"), Coding::H264},          {FourCC("X264"), Coding::H264},
+        {FourCC("4000"), Coding::Mpeg4},
     });
     std::ranges::sort(rows, {}, &CodingRow::fourCC);
     return rows;
@@ -124,14 +124,21 @@ GUID SubtypeFromBitmap(const BITMAPINFOHEADER& header)
     if (header.biCompression != BI_RGB && header.biCompression != BI_BITFIELDS)
         return SubtypeFromFourCC(static_cast<std::uint32_t>(header.biCompression));
     switch (header.biBitCount) {
-    case 1: return MEDIASUBTYPE_RGB1;
-    case 4: return MEDIASUBTYPE_RGB4;
-    case 8: return MEDIASUBTYPE_RGB8;
+    case 1:
+        return MEDIASUBTYPE_RGB1;
+    case 4:
+        return MEDIASUBTYPE_RGB4;
+    case 8:
+        return MEDIASUBTYPE_RGB8;
     // Masks that nobody can see are most likely those that BI_RGB could not have said.
-    case 16: return header.biCompression == BI_RGB ? MEDIASUBTYPE_RGB555 : MEDIASUBTYPE_RGB565;
-    case 24: return MEDIASUBTYPE_RGB24;
-    case 32: return MEDIASUBTYPE_RGB32;
-    default: return GUID_NULL;
+    case 16:
+        return header.biCompression == BI_RGB ? MEDIASUBTYPE_RGB555 : MEDIASUBTYPE_RGB565;
+    case 24:
+        return MEDIASUBTYPE_RGB24;
+    case 32:
+        return MEDIASUBTYPE_RGB32;
+    default:
+        return GUID_NULL;
     }
 }
 
@@ -162,11 +169,16 @@ bool IsKeyFrame(std::uint32_t fourCC, std::span<const std::uint8_t> payload)
         return true;
     const std::uint32_t startCode = GByteReader(payload).U32BE();
     switch (row->coding) {
-    case Coding::Mpeg4: return startCode != 0x000001B6 || payload[4] < 0x40;
-    case Coding::PictureType: return payload[0] < 0x40;
-    case Coding::Mpeg4Version1: return startCode != 0x00000100 || (payload[4] & 6) == 0;
-    case Coding::WindowsMedia9: return (payload[0] & 0x20) == 0;
-    case Coding::H264: return IsH264KeyFrame(startCode, payload);
+    case Coding::Mpeg4:
+        return startCode != 0x000001B6 || payload[4] < 0x40;
+    case Coding::PictureType:
+        return payload[0] < 0x40;
+    case Coding::Mpeg4Version1:
+        return startCode != 0x00000100 || (payload[4] & 6) == 0;
+    case Coding::WindowsMedia9:
+        return (payload[0] & 0x20) == 0;
+    case Coding::H264:
+        return IsH264KeyFrame(startCode, payload);
     }
     return true;
 }

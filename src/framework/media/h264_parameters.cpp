@@ -1,5 +1,6 @@
 #include "framework/media/h264_parameters.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <limits>
@@ -34,15 +35,8 @@ std::uint32_t Crop(std::uint32_t units, std::uint32_t unit, std::uint32_t availa
 }
 
 // Profiles whose sets carry the chroma format and what goes with it.
-bool HasChromaFormat(std::uint8_t profile)
-{
-    switch (profile) {
-    case 44: case 83: case 86: case 100: case 110: case 118: case 122: case 128: case 134: case 135: case 138: case 139:
-    case 244:
-        return true;
-    default: return false;
-    }
-}
+constexpr auto kChromaProfiles =
+    std::to_array<std::uint8_t>({44, 83, 86, 100, 110, 118, 122, 128, 134, 135, 138, 139, 244});
 
 void SkipScalingList(GBitReader& bits, int entries)
 {
@@ -80,10 +74,13 @@ void ReadSampleAspect(GBitReader& bits, GH264Parameters& out)
         std::uint8_t x;
         std::uint8_t y;
     };
+    // By aspect_ratio_idc.
+    // clang-format off
     static constexpr auto kRatios = std::to_array<Ratio>({
         {0, 0}, {1, 1}, {12, 11}, {10, 11}, {16, 11}, {40, 33}, {24, 11}, {20, 11}, {32, 11},
         {80, 33}, {18, 11}, {15, 11}, {64, 33}, {160, 99}, {4, 3}, {3, 2}, {2, 1},
     });
+    // clang-format on
     constexpr std::uint32_t kExplicit = 255;
 
     const std::uint32_t index = bits.Bits(8);
@@ -141,7 +138,7 @@ void ReadChromaFormat(GBitReader& bits, GH264Parameters& out)
     out.chromaFormat = 1;
     out.separateColourPlanes = false;
     out.bitDepthLuma = out.bitDepthChroma = 8;
-    if (!HasChromaFormat(out.profile))
+    if (!std::ranges::binary_search(kChromaProfiles, out.profile))
         return;
     out.chromaFormat = bits.ue();
     if (out.chromaFormat == 3)
@@ -258,8 +255,8 @@ bool ReadAvcConfiguration(std::span<const std::uint8_t> avcC, GH264Parameters& o
     out = {};
     if (avcC.size() < kFixedBytes)
         return false;
-    // The whole record is treated, its lengths too, while those count the bytes that were taken out: a set behind one that
-    // lost bytes is looked for that much too late. Frame durations depend on it, so it stays.
+    // The whole record is treated, its lengths too, while those count the bytes that were taken out: a set behind
+    // one that lost bytes is looked for that much too late. Frame durations depend on it, so it stays.
     const std::vector<std::uint8_t> record = WithoutEmulationPrevention(avcC);
     GBitReader bits(record);
     bits.Skip(4 * 8);  // version, profile, compatibility, level

@@ -6,8 +6,8 @@
 
 namespace vex {
 
-// Fields that the record did not hold are 0. Of several sets of a kind the last one counts, but a field that it does not
-// carry (timing, for one) keeps the value of an earlier set.
+// Fields that the record did not hold are 0. Of several sets of a kind the last one counts, but a field that it
+// does not carry (timing, for one) keeps the value of an earlier set.
 struct GH264Parameters {
     // Sequence parameter set
     std::uint8_t profile = 0;      // profile_idc
@@ -41,9 +41,9 @@ struct GH264Parameters {
     std::uint32_t numUnitsInTick = 0;
     std::uint32_t timeScale = 0;  // Hz
     bool fixedFrameRate = false;
-    bool hasReordering = false;          // the next two are there
-    std::uint32_t reorderFrames = 0;     // max_num_reorder_frames
-    std::uint32_t decodingBuffering = 0; // max_dec_frame_buffering
+    bool hasReordering = false;           // the next two are there
+    std::uint32_t reorderFrames = 0;      // max_num_reorder_frames
+    std::uint32_t decodingBuffering = 0;  // max_dec_frame_buffering
 
     // Picture parameter set
     std::uint32_t pictureId = 0;
@@ -53,8 +53,8 @@ struct GH264Parameters {
     std::uint32_t sliceGroups = 0;
 };
 
-// Reads an AVCDecoderConfigurationRecord ("avcC"). False, with `out` all zero, when it ends within its six fixed bytes. Past
-// its end it reads as zeros. The record is not required to be of version 1.
+// Reads an AVCDecoderConfigurationRecord ("avcC"). False, with `out` all zero, when it ends within its six fixed
+// bytes. Past its end it reads as zeros. The record is not required to be of version 1.
 bool ReadAvcConfiguration(std::span<const std::uint8_t> avcC, GH264Parameters& out);
 
 }  // namespace vex

@@ -15,10 +15,7 @@ std::string CodeKey(std::string_view code, std::size_t length)
     return key;
 }
 
-std::string FirstName(std::string_view names)
-{
-    return std::string(names.substr(0, names.find(';')));
-}
+std::string FirstName(std::string_view names) { return std::string(names.substr(0, names.find(';'))); }
 
 }  // namespace
 

@@ -23,12 +23,8 @@ struct NamedGuid {
 };
 
 constexpr NamedGuid kMajorTypes[] = {
-    {&GUID_NULL, "none"},
-    {&MEDIATYPE_Video, "video"},
-    {&MEDIATYPE_Audio, "audio"},
-    {&MEDIATYPE_Text, "text"},
-    {&MEDIATYPE_Subtitle, "subtitle"},
-    {&MEDIATYPE_Stream, "stream"},
+    {&GUID_NULL, "none"},      {&MEDIATYPE_Video, "video"},       {&MEDIATYPE_Audio, "audio"},
+    {&MEDIATYPE_Text, "text"}, {&MEDIATYPE_Subtitle, "subtitle"}, {&MEDIATYPE_Stream, "stream"},
 };
 
 constexpr NamedGuid kSubtypes[] = {
@@ -73,10 +69,10 @@ struct NamedTag {
 };
 
 constexpr NamedTag kWaveTags[] = {
-    {0x0001, "PCM"},     {0x0002, "ADPCM"},  {0x0003, "IEEE_FLOAT"}, {0x0006, "ALAW"}, {0x0007, "MULAW"},
-    {0x0011, "IMA_ADPCM"}, {0x0031, "GSM610"}, {0x0050, "MPEG"},       {0x0055, "MP3"},  {0x00FF, "AAC"},
-    {0x0160, "WMA1"},    {0x0161, "WMA2"},   {0x0162, "WMA3"},       {0x0163, "WMA_LOSSLESS"},
-    {0x2000, "AC3"},     {0x2001, "DTS"},    {0xFFFE, "EXTENSIBLE"},
+    {0x0001, "PCM"},       {0x0002, "ADPCM"},      {0x0003, "IEEE_FLOAT"}, {0x0006, "ALAW"},         {0x0007, "MULAW"},
+    {0x0011, "IMA_ADPCM"}, {0x0031, "GSM610"},     {0x0050, "MPEG"},       {0x0055, "MP3"},          {0x00FF, "AAC"},
+    {0x0160, "WMA1"},      {0x0161, "WMA2"},       {0x0162, "WMA3"},       {0x0163, "WMA_LOSSLESS"}, {0x2000, "AC3"},
+    {0x2001, "DTS"},       {0xFFFE, "EXTENSIBLE"},
 };
 
 const char* FindName(std::span<const NamedGuid> table, REFGUID id)
@@ -168,12 +164,12 @@ constexpr Field kVideoHead[] = {
     {"avg_time_per_frame", Kind::I64},  // 100 ns
 };
 constexpr Field kVideo2Head[] = {
-    {"interlace_flags", Kind::U32}, {"", Kind::Skip, 4},         {"aspect_x", Kind::U32},
+    {"interlace_flags", Kind::U32}, {"", Kind::Skip, 4},          {"aspect_x", Kind::U32},
     {"aspect_y", Kind::U32},        {"control_flags", Kind::U32}, {"", Kind::Skip, 4},
 };
 constexpr Field kBitmap[] = {
-    {"header_size", Kind::U32}, {"width", Kind::I32},           {"height", Kind::I32},
-    {"planes", Kind::U16},      {"bit_count", Kind::U16},       {"compression", Kind::Compression},
+    {"header_size", Kind::U32}, {"width", Kind::I32},     {"height", Kind::I32},
+    {"planes", Kind::U16},      {"bit_count", Kind::U16}, {"compression", Kind::Compression},
     {"image_size", Kind::U32},  {"", Kind::Skip, 16},
 };
 constexpr Field kMpeg1Tail[] = {
@@ -186,12 +182,8 @@ constexpr Field kMpeg2Tail[] = {
     {"flags", Kind::U32},
 };
 constexpr Field kWave[] = {
-    {"format_tag", Kind::U16},
-    {"channels", Kind::U16},
-    {"sample_rate", Kind::U32},
-    {"avg_bytes_per_sec", Kind::U32},
-    {"block_align", Kind::U16},
-    {"bits_per_sample", Kind::U16},
+    {"format_tag", Kind::U16},        {"channels", Kind::U16},    {"sample_rate", Kind::U32},
+    {"avg_bytes_per_sec", Kind::U32}, {"block_align", Kind::U16}, {"bits_per_sample", Kind::U16},
     {"extra_size", Kind::U16},
 };
 constexpr Field kVorbis[] = {
@@ -240,15 +232,33 @@ private:
     void Read(const Field& field, GProperty& property)
     {
         switch (field.kind) {
-        case Kind::U16: property.value = std::to_string(reader.U16LE()); return;
-        case Kind::U32: property.value = std::to_string(reader.U32LE()); return;
-        case Kind::I32: property.value = std::to_string(reader.I32LE()); return;
-        case Kind::I64: property.value = std::to_string(reader.I64LE()); return;
-        case Kind::Skip: reader.Skip(field.size); return;
-        case Kind::Float: property.value = FloatText(std::bit_cast<float>(reader.U32LE())); break;
-        case Kind::Compression: property.value = CompressionText(reader.U32LE()); break;
-        case Kind::Text: property.value = CleanText(reader.Bytes(field.size)); break;
-        case Kind::WideText: property.value = WideText(reader.Bytes(field.size)); break;
+        case Kind::U16:
+            property.value = std::to_string(reader.U16LE());
+            return;
+        case Kind::U32:
+            property.value = std::to_string(reader.U32LE());
+            return;
+        case Kind::I32:
+            property.value = std::to_string(reader.I32LE());
+            return;
+        case Kind::I64:
+            property.value = std::to_string(reader.I64LE());
+            return;
+        case Kind::Skip:
+            reader.Skip(field.size);
+            return;
+        case Kind::Float:
+            property.value = FloatText(std::bit_cast<float>(reader.U32LE()));
+            break;
+        case Kind::Compression:
+            property.value = CompressionText(reader.U32LE());
+            break;
+        case Kind::Text:
+            property.value = CleanText(reader.Bytes(field.size));
+            break;
+        case Kind::WideText:
+            property.value = WideText(reader.Bytes(field.size));
+            break;
         }
         property.type = GProperty::Type::Text;
     }
@@ -270,15 +280,12 @@ std::string GuidText(REFGUID id)
 {
     char text[40];
     std::snprintf(text, sizeof(text), "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
-                  static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3],
-                  id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
+                  static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2],
+                  id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
     return text;
 }
 
-std::string MajorTypeName(REFGUID id)
-{
-    return NameOrText(kMajorTypes, id);
-}
+std::string MajorTypeName(REFGUID id) { return NameOrText(kMajorTypes, id); }
 
 std::string SubtypeName(REFGUID id)
 {
@@ -295,10 +302,7 @@ std::string SubtypeName(REFGUID id)
     return Hex(code, 4);
 }
 
-std::string FormatTypeName(REFGUID id)
-{
-    return NameOrText(kFormatTypes, id);
-}
+std::string FormatTypeName(REFGUID id) { return NameOrText(kFormatTypes, id); }
 
 std::vector<GProperty> FormatFields(const AM_MEDIA_TYPE& type)
 {

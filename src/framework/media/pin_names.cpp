@@ -11,10 +11,14 @@ namespace {
 const char* KindName(GPinKind kind)
 {
     switch (kind) {
-    case GPinKind::Video: return "Video";
-    case GPinKind::Audio: return "Audio";
-    case GPinKind::Subtitle: return "Subtitle";
-    case GPinKind::Other: break;
+    case GPinKind::Video:
+        return "Video";
+    case GPinKind::Audio:
+        return "Audio";
+    case GPinKind::Subtitle:
+        return "Subtitle";
+    case GPinKind::Other:
+        break;
     }
     return "Stream";
 }
