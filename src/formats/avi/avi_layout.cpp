@@ -39,7 +39,8 @@ GAviMoviRange MoviRangeOf(GFileBase& source, const GRiffChunk& list, std::int64_
 {
     GAviMoviRange range{list.Body(), list.BodyEnd(), false};
     GRiffChunk first;
-    const bool unfilled = list.size == kUnfilledSize ||
+    const bool unfilled =
+        list.size == kUnfilledSize ||
         (list.size == 0 && ReadRiffHeader(source, range.start + 4, first) && LooksLikeMoviData(first.code));
     if (unfilled && riffEnd > range.start) {
         range.end = riffEnd;

@@ -14,9 +14,9 @@ namespace vex {
 
 // A "movi" list.
 struct GAviMoviRange {
-    std::int64_t start = 0;  // position of the list type "movi"
-    std::int64_t end = 0;    // kRiffEndUnknown when neither the list nor its RIFF says
-    bool endGuessed = false; // the list did not say: what follows its data may have to be told by its code
+    std::int64_t start = 0;   // position of the list type "movi"
+    std::int64_t end = 0;     // kRiffEndUnknown when neither the list nor its RIFF says
+    bool endGuessed = false;  // the list did not say: what follows its data may have to be told by its code
 };
 
 enum class GAviIndex : std::uint8_t { None, OpenDml, Idx1 };

@@ -12,7 +12,7 @@
 namespace vex {
 namespace {
 
-constexpr std::uint32_t kMainHeaderSize = 56;        // bytes of "avih"
+constexpr std::uint32_t kMainHeaderSize = 56;          // bytes of "avih"
 constexpr std::uint32_t kMaxExtendedHeaderSize = 248;  // bytes of "dmlh"
 // Bytes of "indx": a super index of this size covers a terabyte.
 constexpr std::uint32_t kMaxIndexSize = 16u << 20;
@@ -37,8 +37,12 @@ bool ReadRiffListHeader(GFileBase& source, std::int64_t position, GRiffHeader& h
 }  // namespace
 
 GAviParser::GAviParser(GFileBase& file, GAviDamage& damageLog)
-    : source(file), damage(damageLog), fileSize(file.GetSize()),
-      headerBudget(fileSize / kRiffHeaderSize + 1), bodyBudget(fileSize), odml(file, layout, damageLog)
+    : source(file),
+      damage(damageLog),
+      fileSize(file.GetSize()),
+      headerBudget(fileSize / kRiffHeaderSize + 1),
+      bodyBudget(fileSize),
+      odml(file, layout, damageLog)
 {
 }
 
@@ -64,8 +68,7 @@ void GAviParser::WalkContinuations(std::int64_t position)
 {
     while (position < source.GetSize()) {
         GRiffHeader header;
-        if (!ReadRiffListHeader(source, position, header) || header.code != kRiffCode ||
-            header.type != FourCC("AVIX"))
+        if (!ReadRiffListHeader(source, position, header) || header.code != kRiffCode || header.type != FourCC("AVIX"))
             return;
         const std::int64_t end = RiffEnd(position, header.size);
         if (const GStatus walked = WalkRiff({position + kRiffListHeaderSize, end}); !walked.Ok()) {
@@ -100,7 +103,8 @@ GStatus GAviParser::ReadList(const GRiff& riff, const GRiffChunk& list, int dept
 {
     std::array<std::uint8_t, 4> bytes{};
     if (!ReadExactly(source, list.Body(), bytes.data(), 4))
-        return GError{GErrorKind::NeedMoreData, "a list ends before its type", static_cast<std::uint64_t>(list.position)};
+        return GError{GErrorKind::NeedMoreData, "a list ends before its type",
+                      static_cast<std::uint64_t>(list.position)};
     if (depth > kMaxNestingDepth) {
         damage.Add("lists are nested too deep", list.position, list.size);
         return {};

@@ -14,8 +14,8 @@
 namespace vex {
 
 struct GAviChunk {
-    std::int64_t position = 0;      // of the first payload byte
-    std::uint32_t size = 0;         // bytes
+    std::int64_t position = 0;  // of the first payload byte
+    std::uint32_t size = 0;     // bytes
     bool keyFrame = false;
     std::uint64_t bytesBefore = 0;  // payload bytes of all earlier chunks of the stream
 };

@@ -22,10 +22,7 @@ constexpr std::uint32_t kSearchBlock = 0x40000;
 constexpr std::uint32_t kCodeSize = 4;
 
 // Chunks in the data that carry none and may be of any size.
-bool IsFiller(std::uint32_t code)
-{
-    return code == kJunkCode || (code & 0xFFFF) == ('i' | 'x' << 8);
-}
+bool IsFiller(std::uint32_t code) { return code == kJunkCode || (code & 0xFFFF) == ('i' | 'x' << 8); }
 
 bool ReadListType(GFileBase& source, const GRiffChunk& list, std::uint32_t& type)
 {
@@ -40,8 +37,8 @@ DWORD Milliseconds(std::chrono::milliseconds pause) { return static_cast<DWORD>(
 
 }  // namespace
 
-GAviIndexScanner::GAviIndexScanner(std::unique_ptr<GFileBase> file, const GAviLayout& fileLayout,
-                                   GAviDamage& damageLog, GAviScanPauses scanPauses)
+GAviIndexScanner::GAviIndexScanner(std::unique_ptr<GFileBase> file, const GAviLayout& fileLayout, GAviDamage& damageLog,
+                                   GAviScanPauses scanPauses)
     : layout(fileLayout), damage(damageLog), pauses(scanPauses), source(std::move(file))
 {
 }
@@ -116,8 +113,7 @@ void GAviIndexScanner::Scan()
     range = layout.moviRanges.front();
     riffEnd = layout.firstRiffEnd;
     position = range.start + kCodeSize;
-    while (!RequestPending() && ScanOne() == GStep::Again) {
-    }
+    while (!RequestPending() && ScanOne() == GStep::Again) {}
 }
 
 GAviIndexScanner::GStep GAviIndexScanner::ScanOne()

@@ -17,7 +17,7 @@ namespace vex {
 
 // How long the scanner waits before it looks again whether the file has grown. A stop wakes it at once.
 struct GAviScanPauses {
-    std::chrono::milliseconds withinData{100};  // a chunk is not there yet
+    std::chrono::milliseconds withinData{100};     // a chunk is not there yet
     std::chrono::milliseconds betweenParts{1000};  // the next "movi" list is not there yet
 };
 
@@ -71,16 +71,16 @@ private:
     const GAviLayout& layout;
     GAviDamage& damage;
     const GAviScanPauses pauses;
-    std::string path;             // set before the thread starts
-    std::uint32_t maxChunk = 0;   // bytes; likewise
+    std::string path;            // set before the thread starts
+    std::uint32_t maxChunk = 0;  // bytes; likewise
 
     // Scan thread only.
     std::unique_ptr<GFileBase> source;
-    std::int64_t sizeSeen = 0;      // of the file, when growth was last looked for
-    std::int64_t position = 0;      // where the last chunk ended
-    std::int64_t phase = 0;         // 0, or 1 while chunks are found at odd positions
+    std::int64_t sizeSeen = 0;  // of the file, when growth was last looked for
+    std::int64_t position = 0;  // where the last chunk ended
+    std::int64_t phase = 0;     // 0, or 1 while chunks are found at odd positions
     GAviMoviRange range;
-    std::int64_t riffEnd = 0;       // of the RIFF that `range` lies in
+    std::int64_t riffEnd = 0;  // of the RIFF that `range` lies in
 
     std::atomic<GState> state{GState::Finished};
     mutable GMutex lock;

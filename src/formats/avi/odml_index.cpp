@@ -175,8 +175,8 @@ void GOdmlIndexLoader::AddEntries(GAvi2ReadStream& stream, const GHeader& header
             entries.Skip(4);  // offset of the second field
         // Half of all positions are beyond any file, which leaves room for the sum.
         const bool reachable = header.baseOffset <= kMaxPosition / 2;
-        if (!reachable || !stream.Append(static_cast<std::int64_t>(header.baseOffset) + offset,
-                                         size & ~kNoKeyFrameBit, (size & kNoKeyFrameBit) == 0, GAviAppend::Beyond))
+        if (!reachable || !stream.Append(static_cast<std::int64_t>(header.baseOffset) + offset, size & ~kNoKeyFrameBit,
+                                         (size & kNoKeyFrameBit) == 0, GAviAppend::Beyond))
             damage.Add("OpenDML index entry goes backwards", entryPosition);
     }
 }

@@ -12,8 +12,8 @@ namespace vex {
 inline constexpr std::uint32_t kRiffCode = FourCC("RIFF");
 inline constexpr std::uint32_t kListCode = FourCC("LIST");
 inline constexpr std::uint32_t kJunkCode = FourCC("JUNK");
-inline constexpr std::uint32_t kRiffHeaderSize = 8;      // code and size
-inline constexpr std::uint32_t kRiffListHeaderSize = 12; // with the list type
+inline constexpr std::uint32_t kRiffHeaderSize = 8;       // code and size
+inline constexpr std::uint32_t kRiffListHeaderSize = 12;  // with the list type
 
 // The end of something whose size its writer never came to fill in: as far as the file goes.
 inline constexpr std::int64_t kRiffEndUnknown = std::numeric_limits<std::int64_t>::max();
@@ -23,8 +23,8 @@ bool ReadExactly(GFileBase& source, std::int64_t position, void* buffer, std::ui
 
 struct GRiffChunk {
     std::uint32_t code = 0;
-    std::uint32_t size = 0;      // bytes, as declared
-    std::int64_t position = 0;   // of the code
+    std::uint32_t size = 0;     // bytes, as declared
+    std::int64_t position = 0;  // of the code
 
     std::int64_t Body() const { return position + kRiffHeaderSize; }
     std::int64_t BodyEnd() const { return Body() + size; }
