@@ -3,12 +3,15 @@
 add_library(vex_flags INTERFACE)
 
 target_compile_options(vex_flags INTERFACE
-    -Wall -Wextra -Wconversion -Wshadow -Werror
-    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+    $<$<COMPILE_LANGUAGE:CXX>:-Wall;-Wextra;-Wconversion;-Wshadow;-Werror>
+    $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>
+    # g++ 12 reports overlapping copies inside std::string's operator+ that cannot happen (GCC bug 105329).
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict>)
 
 if(WIN32)
     # Windows 7 is the oldest system served. UNICODE stays undefined: the plain names are the ANSI ones here.
     target_compile_definitions(vex_flags INTERFACE WINVER=0x0601 _WIN32_WINNT=0x0601 NOMINMAX)
+    target_link_options(vex_flags INTERFACE $<$<CONFIG:Release>:-s>)
 else()
     # The 32-bit build reads files beyond 2 GiB as well.
     target_compile_definitions(vex_flags INTERFACE _FILE_OFFSET_BITS=64)

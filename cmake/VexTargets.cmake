@@ -35,6 +35,17 @@ function(vex_formats variable)
     set(${variable} ${formats} PARENT_SCOPE)
 endfunction()
 
+# vex_version_resource(<target> <file name> <VFT_DLL|VFT_APP> <description>): what Windows shows of a binary's version.
+# OLESelfRegister tells installers that regsvr32 has a use for a DLL.
+function(vex_version_resource target name file_type description)
+    set(more)
+    if(file_type STREQUAL "VFT_DLL")
+        set(more "            VALUE \"OLESelfRegister\", \"\"\n")
+    endif()
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc @ONLY)
+    target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+endfunction()
+
 # vex_module_library(<target> EXPORTS <function>... DEPS <static library>... [SOURCES <file>...]): the loadable module out
 # of static libraries: VEX.ax on Windows, libvex.so elsewhere. The DEPS are taken in whole, and nothing but EXPORTS can be
 # seen from outside.
@@ -54,6 +65,7 @@ function(vex_module_library target)
         set(list ${CMAKE_CURRENT_BINARY_DIR}/${target}.def)
         file(CONFIGURE OUTPUT ${list} CONTENT "LIBRARY VEX.ax\nEXPORTS\n    ${names} PRIVATE\n")
         target_sources(${target} PRIVATE ${list})
+        vex_version_resource(${target} VEX.ax VFT_DLL "${PROJECT_DESCRIPTION}")
         # The stdcall suffixes of the 32-bit functions do not show in the exports.
         target_link_options(${target} PRIVATE -Wl,--enable-stdcall-fixup)
         set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME VEX SUFFIX ".ax"
@@ -80,6 +92,9 @@ function(vex_executable target)
     target_link_libraries(${target} PRIVATE ${arg_DEPS} vex_flags)
     if(arg_OUTPUT_NAME)
         set_target_properties(${target} PROPERTIES OUTPUT_NAME ${arg_OUTPUT_NAME})
+        if(WIN32)
+            vex_version_resource(${target} ${arg_OUTPUT_NAME}.exe VFT_APP "${PROJECT_DESCRIPTION}")
+        endif()
     endif()
 endfunction()
 
