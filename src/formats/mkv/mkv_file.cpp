@@ -21,7 +21,7 @@ constexpr int kHeadElements = 3;
 std::int64_t DurationFrom(const GMkvInfo& info)
 {
     const double time = info.duration.value * static_cast<double>(info.timecodeScale.value) * 0.01;
-    if (!std::isfinite(time) || time <= 0)
+    if (!std::isfinite(info.duration.value) || time <= 0)
         return 0;
     return time < static_cast<double>(kMaxMkvTime) ? static_cast<std::int64_t>(time) : kMaxMkvTime;
 }

@@ -1,0 +1,319 @@
+// What is loaded from the top of a Segment, and what that costs.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "formats/mkv/mkv_file.h"
+#include "io/limits.h"
+#include "support/ebml_builder.h"
+#include "support/temp_file.h"
+#include "support/watched_source.h"
+
+namespace vex::test {
+namespace {
+
+using namespace mkv_id;
+
+const GEbmlBytes kTwoFrames = Join({SimpleBlock(1, 0, kKeyFlag, {1, 2}), SimpleBlock(1, 40, 0, {3})});
+
+GEbmlBytes Chapters(std::string_view title)
+{
+    return Element(kChapters,
+                   {Element(kEditionEntry, {Element(kChapterAtom, {UIntElement(kChapterTimeStart, 5'000'000'000),
+                                                                   Element(kChapterDisplay, {TextElement(kChapString, title),
+                                                                                             TextElement(kChapLanguage, "eng")}),
+                                                                   Element(kChapterAtom, {UIntElement(kChapterUid, 7)})})})});
+}
+
+GEbmlBytes Attachment(std::string_view name, std::size_t size)
+{
+    return Element(kAttachments, {Element(kAttachedFile, {TextElement(kFileName, name),
+                                                          TextElement(kFileMimeType, "application/x-truetype-font"),
+                                                          Element(kFileData, GEbmlBytes(size, 0x77))})});
+}
+
+void OpenBytes(GMkvFile& file, GEbmlBytes bytes)
+{
+    const GStatus status = file.Open(OpenInMemory(std::move(bytes)));
+    ASSERT_TRUE(status.Ok()) << status.Error().what;
+}
+
+TEST(MkvFile, EverythingBehindTheClustersIsFoundThroughTheSeekHead)
+{
+    GMkvBuilder builder;
+    builder.AddSeekHead({kInfo, kTracks, kCues, kChapters, kAttachments})
+        .AddInfo(Join({FloatElement(kDuration, 2500.0), TextElement(kTitle, "A title")}))
+        .AddTracks({TrackEntry(1, 1, "V_VP8"), TrackEntry(2, 2, "A_AC3")})
+        .Add(Cluster(1500, {kTwoFrames}))
+        .AddCues({{1500, 1, 0}})
+        .AddCues({{1600, 1, 0}, {1700, 1, 0}})
+        .Add(Chapters("Opening"))
+        .Add(Attachment("font.ttf", 5000));
+    const GEbmlBytes bytes = builder.Build();
+    GMkvFile file;
+    OpenBytes(file, bytes);
+    EXPECT_EQ(file.header.docType, "matroska");
+    EXPECT_EQ(file.info.title, VEX_W("A title"));
+    EXPECT_EQ(file.duration, 25'000'000);
+    EXPECT_EQ(file.firstClusterTime, 15'000'000);
+    EXPECT_EQ(file.segmentDataPos, static_cast<std::int64_t>(SegmentDataPos()));
+    ASSERT_EQ(file.tracks.size(), 2u);
+    EXPECT_NE(file.FindTrack(2), nullptr);
+    EXPECT_EQ(file.FindTrack(3), nullptr);
+    ASSERT_EQ(file.cues.size(), 2u) << "Cues that follow the listed ones directly belong to them";
+    ASSERT_EQ(file.cues[1].points.size(), 2u);
+    EXPECT_EQ(file.cues[1].points[1].cueTime, 1700u);
+    ASSERT_EQ(file.chapters.size(), 1u);
+    const GMkvChapterAtom& atom = file.chapters[0].atoms.at(0);
+    EXPECT_EQ(atom.displays.at(0).chapString, VEX_W("Opening"));
+    EXPECT_EQ(atom.chapterTimeStart.value, 5'000'000'000u);
+    EXPECT_EQ(atom.atoms.at(0).chapterUid.value, 7u);
+    ASSERT_EQ(file.attachments.size(), 1u);
+    const GMkvAttachment& font = file.attachments[0];
+    ASSERT_EQ(font.dataSize, 5000u);
+    EXPECT_EQ(bytes[static_cast<std::size_t>(font.dataPos)], 0x77);
+    EXPECT_EQ(bytes[static_cast<std::size_t>(font.dataPos) - 1], 0x88) << "the data begin behind the size";
+
+    const auto cued = file.ClusterAt(file.cues[0].points[0].positions.at(0).cueClusterPosition);
+    ASSERT_TRUE(cued);
+    EXPECT_EQ(cued->headerPos, file.cluster->headerPos);
+    EXPECT_FALSE(file.ClusterAt(1));
+    EXPECT_FALSE(file.ClusterAt(std::numeric_limits<std::uint64_t>::max()));
+    EXPECT_EQ(file.reader->Damage().Report().count, 0u);
+}
+
+TEST(MkvFile, WithoutASeekHeadWhatTheWalkMeetsIsLoaded)
+{
+    GMkvFile file;
+    OpenBytes(file, GMkvBuilder()
+                        .AddInfo()
+                        .Add(Chapters("x"))
+                        .AddTracks({TrackEntry(1, 1, "V_VP8")})
+                        .Add(Cluster(0, {kTwoFrames}))
+                        .Add(Attachment("a", 1))
+                        .AddCues({{0, 1, 0}})
+                        .Build());
+    EXPECT_EQ(file.tracks.size(), 1u);
+    EXPECT_EQ(file.cues.size(), 1u);
+    EXPECT_EQ(file.chapters.size(), 1u);
+    EXPECT_EQ(file.attachments.size(), 1u);
+}
+
+TEST(MkvFile, ThreeHeadElementsEndTheWalk)
+{
+    // The Cues stand where the walk would meet them, but no SeekHead lists them.
+    GMkvBuilder unlisted;
+    unlisted.AddSeekHead({kInfo}).AddInfo().AddTracks({TrackEntry(1, 1, "V_VP8")}).AddCues({{0, 1, 0}}).Add(
+        Cluster(0, {kTwoFrames}));
+    GMkvFile file;
+    OpenBytes(file, unlisted.Build());
+    EXPECT_TRUE(file.cues.empty());
+    EXPECT_TRUE(file.cluster) << "the first Cluster is walked to all the same";
+
+    // Two Infos make three, so the walk does not reach the Tracks; the SeekHead knows them.
+    GMkvBuilder repeated;
+    repeated.AddSeekHead({kTracks}).AddInfo().AddInfo().AddTracks({TrackEntry(1, 1, "V_VP8")});
+    OpenBytes(file, repeated.Build());
+    EXPECT_EQ(file.tracks.size(), 1u);
+}
+
+TEST(MkvFile, ASecondSeekHeadIsFollowedOnceForWhatTheFirstDoesNotList)
+{
+    GMkvBuilder builder;
+    builder.AddInfo()
+        .AddTracks({TrackEntry(1, 1, "V_VP8")})
+        .Add(Element(kSeekHead, GMkvBuilder::SeekEntry(kSeekHead, 0)))
+        .Add(Cluster(0, {kTwoFrames}))
+        .Add(Cluster(50, {kTwoFrames}))
+        .AddCues({{0, 1, 0}});
+    builder.Build();
+    const std::uint64_t cuesPos = builder.PositionOf(kCues, 0);
+    const std::uint64_t secondCluster = builder.PositionOf(kCluster, 1);
+    const GEbmlBytes end = Element(kSeekHead, {GMkvBuilder::SeekEntry(kCluster, secondCluster),
+                                               GMkvBuilder::SeekEntry(kSeekHead, 0), GMkvBuilder::SeekEntry(kCues, cuesPos)});
+    builder.Add(end);
+    const GEbmlBytes before = builder.Build();
+
+    // Now that its place is known the first SeekHead can name it.
+    const std::uint64_t endPos = builder.PositionOf(kSeekHead, 1);
+    GEbmlBytes bytes = before;
+    const GEbmlBytes placeholder = GMkvBuilder::SeekEntry(kSeekHead, 0);
+    const GEbmlBytes entry = GMkvBuilder::SeekEntry(kSeekHead, endPos);
+    const auto at = std::search(bytes.begin(), bytes.end(), placeholder.begin(), placeholder.end());
+    ASSERT_NE(at, bytes.end());
+    std::copy(entry.begin(), entry.end(), at);
+
+    GMkvFile file;
+    OpenBytes(file, bytes);
+    EXPECT_EQ(file.cues.size(), 1u);
+    EXPECT_EQ(file.seekHeads.size(), 2u);
+    ASSERT_TRUE(file.cluster);
+    EXPECT_EQ(GMkvFile::ClusterTicks(*file.cluster), 0) << "a later Cluster in that list is not the first one";
+}
+
+TEST(MkvFile, AnIndexThatLiesCostsNothingThatAWalkFinds)
+{
+    const auto load = [](const GEbmlBytes& entries) {
+        GMkvBuilder builder;
+        builder.Add(Element(kSeekHead, entries))
+            .AddInfo()
+            .AddTracks({TrackEntry(1, 1, "V_VP8")})
+            .Add(Cluster(3, {kTwoFrames}))
+            .AddCues({{0, 1, 0}});
+        auto file = std::make_unique<GMkvFile>();
+        EXPECT_TRUE(file->Open(OpenInMemory(builder.Build())).Ok());
+        EXPECT_EQ(file->tracks.size(), 1u);
+        EXPECT_TRUE(file->cluster);
+        EXPECT_EQ(file->firstClusterTime, 30'000);
+        return file;
+    };
+    const auto everyId = [](std::uint64_t position) {
+        GEbmlBytes entries;
+        for (const std::uint32_t id : kLevel1)
+            entries = Join({entries, GMkvBuilder::SeekEntry(id, position)});
+        return entries;
+    };
+    for (const std::uint64_t position : {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{1} << 40,
+                                         std::numeric_limits<std::uint64_t>::max() - 3})
+        EXPECT_TRUE(load(everyId(position))->cues.empty());
+    // Entries without a position, with an ID of nine bytes, and an empty one.
+    load(Join({Element(kSeek, {Element(kSeekId, EbmlId(kCues))}),
+               Element(kSeek, {Element(kSeekId, GEbmlBytes(9, 0xFF)), UIntElement(kSeekPosition, 0)}),
+               Element(kSeek, GEbmlBytes{})}));
+}
+
+TEST(MkvFile, TheFirstSegmentIsTheFile)
+{
+    const GEbmlBytes first =
+        GMkvBuilder().AddInfo().AddTracks({TrackEntry(1, 1, "V_VP8")}).Add(Cluster(0, {kTwoFrames})).Build();
+    const GEbmlBytes second = GMkvBuilder().AddInfo(UIntElement(kTimecodeScale, 5)).AddTracks({TrackEntry(2, 2, "A_AC3")}).Build();
+    GMkvFile file;
+    OpenBytes(file, Join({first, second}));
+    EXPECT_EQ(file.tracks.size(), 1u);
+    EXPECT_EQ(file.info.timecodeScale.value, kDefaultTimecodeScale);
+    EXPECT_EQ(file.segmentDataPos, static_cast<std::int64_t>(SegmentDataPos()));
+}
+
+TEST(MkvFile, WhatIsNoMatroskaFileIsRefusedAndLeavesNothingOpen)
+{
+    GMkvFile file;
+    OpenBytes(file, GMkvBuilder().AddInfo().Build());
+    EXPECT_EQ(file.Open("/nonexistent/file.mkv").Error().kind, GErrorKind::Io);
+    EXPECT_FALSE(file.IsOpen());
+    const GEbmlBytes bad[] = {{}, {0x1A, 0x45, 0xDF}, {0x1A, 0x45, 0xDF, 0xA4, 0x80}, EbmlHeader(),
+                              Join({{0}, GMkvBuilder().Build()})};
+    for (const GEbmlBytes& bytes : bad) {
+        EXPECT_EQ(file.Open(OpenInMemory(bytes)).Error().kind, GErrorKind::Malformed);
+        EXPECT_FALSE(file.IsOpen());
+        EXPECT_FALSE(file.segment);
+    }
+    GSourceWatch watch;
+    watch.failFrom = 0;
+    EXPECT_EQ(file.Open(std::make_unique<GWatchedSource>(OpenInMemory(EbmlHeader()), watch)).Error().kind, GErrorKind::Io);
+}
+
+TEST(MkvFile, TrackRecordsKeepEveryValueAndItsDefault)
+{
+    const GEbmlBytes video = Element(kVideo, {UIntElement(kPixelWidth, 1920), UIntElement(kPixelHeight, 1080),
+                                              FloatElement(kFrameRate, 25.0)});
+    const GEbmlBytes badAudio = Element(kAudio, {Element(kSamplingFrequency, GEbmlBytes(10)), UIntElement(kChannels, 6)});
+    const GEbmlBytes encodings = Element(
+        kContentEncodings,
+        {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 1), Element(kContentCompression, {UIntElement(kContentCompAlgo, 3)})}),
+         Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 4), UIntElement(kContentEncodingScope, 3)}),
+         Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0), UIntElement(kContentEncodingType, 1)})});
+    GMkvFile file;
+    OpenBytes(file, GMkvBuilder()
+                        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({video, UIntElement(kDefaultDurationSwapped, 40'000'000), encodings})),
+                                    TrackEntry(2, 2, std::string_view("A_\0C3", 5), Join({badAudio, TextElement(kName, "Ton")})),
+                                    TrackEntry(3, 2, "A_AC3")})
+                        .Build());
+    ASSERT_EQ(file.tracks.size(), 3u);
+    const GMkvTrack& first = file.tracks[0];
+    EXPECT_EQ(first.video.pixelWidth.value, 1920u);
+    EXPECT_EQ(first.video.frameRate.value, 25.0);
+    EXPECT_EQ(first.defaultDuration.value, 40'000'000u);
+    EXPECT_EQ(first.flagDefault.value, 1u);
+    EXPECT_EQ(first.flagForced.value, 0u);
+    ASSERT_EQ(first.contentEncodings.size(), 3u);
+    EXPECT_EQ(first.contentEncodings[0].contentEncodingOrder.value, 4u) << "the last one put on comes off first";
+    EXPECT_EQ(first.contentEncodings[0].contentEncodingScope.value, 3u);
+    EXPECT_EQ(first.contentEncodings[1].contentCompAlgo.value, GMkvContentEncoding::kHeaderStripping);
+    EXPECT_EQ(first.contentEncodings[2].contentEncodingType.value, GMkvContentEncoding::kEncryption);
+
+    const GMkvTrack& damaged = file.tracks[1];
+    EXPECT_EQ(damaged.parseErrors, GMkvTrack::kAudioDamaged);
+    EXPECT_EQ(damaged.audio.channels.value, 6u) << "what follows the bad value is read";
+    EXPECT_EQ(damaged.audio.samplingFrequency.value, 8000.0);
+    EXPECT_EQ(damaged.codecId, (GMkvBytes{'A', '_', 0, 'C', '3'}));
+    EXPECT_EQ(damaged.name, VEX_W("Ton"));
+    EXPECT_EQ(file.reader->Damage().Report().count, 1u);
+
+    const GMkvTrack& plain = file.tracks[2];
+    EXPECT_EQ(plain.parseErrors, 0u);
+    EXPECT_EQ(plain.audio.samplingFrequency.value, 8000.0);
+    EXPECT_EQ(plain.audio.samplingFrequency.valid, 1);
+    EXPECT_EQ(plain.audio.channels.value, 1u);
+    EXPECT_EQ(plain.audio.bitDepth.value, 0u);
+    EXPECT_TRUE(plain.language.empty());
+}
+
+TEST(MkvFile, TimesStaySaneWhateverTheScaleSays)
+{
+    const auto load = [](GMkvFile& file, const GEbmlBytes& info) {
+        OpenBytes(file, GMkvBuilder().AddInfo(info).AddTracks({TrackEntry(1, 1, "V_VP8")}).Add(Cluster(10, {})).Build());
+    };
+    GMkvFile file;
+    load(file, {});
+    EXPECT_EQ(file.firstClusterTime, 100'000) << "no scale: a tick is a millisecond";
+    EXPECT_EQ(file.ToTime(-3), -30'000);
+    load(file, UIntElement(kTimecodeScale, 0));
+    EXPECT_EQ(file.firstClusterTime, 100'000) << "a scale of nothing is none";
+    load(file, UIntElement(kTimecodeScale, 333));
+    EXPECT_EQ(file.firstClusterTime, 33) << "cut towards zero";
+    EXPECT_EQ(file.ToTime(-10), -33);
+    load(file, Join({UIntElement(kTimecodeScale, std::numeric_limits<std::uint64_t>::max()), FloatElement(kDuration, 1e300)}));
+    EXPECT_EQ(file.duration, kMaxMkvTime);
+    EXPECT_EQ(file.firstClusterTime, kMaxMkvTime);
+    EXPECT_EQ(file.ToTime(-kMaxMkvTicks), -kMaxMkvTime);
+    EXPECT_EQ(file.ToTime(0), 0);
+
+    for (const double bad : {-1.0, 0.0, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+                             -std::numeric_limits<double>::infinity(), 5e-324}) {
+        load(file, FloatElement(kDuration, bad));
+        EXPECT_EQ(file.duration, 0) << bad;
+    }
+    // 64 bits would overflow on the way, the result does not.
+    EXPECT_EQ(MkvTime(90'000'000'000, 1'000'000'000), 900'000'000'000'000'000);
+}
+
+TEST(MkvFile, OpeningABigFileReadsKilobytes)
+{
+    GMkvBuilder builder;
+    builder.AddSeekHead({kInfo, kTracks, kCues}).AddInfo().AddTracks({TrackEntry(1, 1, "V_VP8")});
+    std::vector<GMkvBuilder::GCue> cues;
+    constexpr std::size_t kClusters = 40;
+    for (std::size_t i = 0; i < kClusters; ++i) {
+        builder.Add(Cluster(i * 1000, {SimpleBlock(1, 0, kKeyFlag, GEbmlBytes(500'000))}));
+        cues.push_back({i * 1000, 1, i});
+    }
+    builder.AddCues(cues);
+    GSourceWatch watch;
+    GMkvFile file;
+    ASSERT_TRUE(file.Open(std::make_unique<GWatchedSource>(OpenInMemory(builder.Build()), watch)).Ok());
+    EXPECT_EQ(file.cues.at(0).points.size(), kClusters);
+    EXPECT_LT(watch.bytes, 12'000u);
+    EXPECT_LT(watch.reads, 8u);
+
+    watch = {};
+    int clusters = 0;
+    do
+        ++clusters;
+    while (file.cluster->NextCluster());
+    EXPECT_EQ(clusters, 40);
+    EXPECT_LE(watch.reads, kClusters + 2);
+}
+
+}  // namespace
+}  // namespace vex::test
