@@ -3,6 +3,7 @@
 #include <array>
 
 #include "formats/avi/avi_filter.h"
+#include "formats/mkv/mkv_filter.h"
 #include "module/class_ids.h"
 
 namespace vex {
@@ -30,7 +31,7 @@ constexpr std::array<CFactoryTemplate, 12> kFilters{{
     Row(VEX_W("Orvane AVI Source Filter"), CLSID_VexAvi, CreateAviFilter),
     Row(VEX_W("Orvane OGG Source Filter"), CLSID_VexOgg, RefuseFilter),
     Row(VEX_W("Orvane MPEG Source Filter"), CLSID_VexMpeg, RefuseFilter),
-    Row(VEX_W("Orvane MKV Source Filter"), CLSID_VexMkv, RefuseFilter),
+    Row(VEX_W("Orvane MKV Source Filter"), CLSID_VexMkv, CreateMkvFilter),
     Row(VEX_W("Orvane MP4 Source Filter"), CLSID_VexMp4, RefuseFilter),
     Row(VEX_W("Orvane ASF Source Filter"), CLSID_VexAsf, RefuseFilter),
     Row(VEX_W("Orvane FLV Source Filter"), CLSID_VexFlv, RefuseFilter),
