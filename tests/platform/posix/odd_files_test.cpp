@@ -1,0 +1,39 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "platform/file.h"
+#include "platform/text.h"
+#include "support/temp_file.h"
+
+namespace vex::test {
+namespace {
+
+TEST(FileErrors, APipeWithoutAWriterIsRefusedAndNotWaitedFor)
+{
+    const GTempDirectory directory;
+    const std::string path = (directory.Path() / "pipe").string();
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    GOsFile file;
+    EXPECT_FALSE(file.OpenForReading(path.c_str()));
+    EXPECT_FALSE(file.OpenForReading("/dev/zero")) << "a file without an end";
+}
+
+TEST(TextPaths, ANameThatIsNoUtf8SurvivesItsWayThroughWideText)
+{
+    const GTempDirectory directory;
+    const std::string names[] = {"caf\xE9.avi", "\xFF\xFE\x80", "\xED\xA0\x80\xED\xB0\x80", "\xE2\x82", "\xF0\x9F\x98\x80\xC0",
+                                 "\xEF\xBB\xBF\xEF\xBB\xBF\xFF"};
+    for (const std::string& name : names) {
+        const std::string path = (directory.Path() / name).string();
+        std::ofstream(path) << "x";
+        const std::string back = NarrowPathFromWide(WideFromNarrowPath(path));
+        EXPECT_EQ(back, path);
+        GOsFile file;
+        EXPECT_TRUE(file.OpenForReading(back.c_str())) << name;
+    }
+}
+
+}  // namespace
+}  // namespace vex::test

@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "platform/com.h"
+#include "platform/private_registry.h"
+#include "platform/registry.h"
+#include "support/temp_file.h"
+
+namespace vex::test {
+namespace {
+
+constexpr std::uint32_t kErrorBadDb = 1009;
+
+WString Numbered(const char16_t* prefix, int number)
+{
+    const std::string digits = std::to_string(number);
+    return WString(prefix) + WString(digits.begin(), digits.end());
+}
+
+std::string FileText()
+{
+    std::ifstream in(std::string(std::getenv("VEX_REGISTRY_DIR")) + "/registry.txt");
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+class RegistryFile : public testing::Test {
+    GPrivateRegistry own;
+};
+
+TEST_F(RegistryFile, ProcessesThatWriteAtTheSameTimeLoseNothing)
+{
+    constexpr int kProcesses = 4;
+    constexpr int kKeys = 20;
+    std::vector<pid_t> children;
+    for (int process = 0; process < kProcesses; ++process) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child != 0) {
+            children.push_back(child);
+            continue;
+        }
+        bool good = true;
+        for (int i = 0; i < kKeys; ++i)
+            good = good && GClassesRoot::SetString(Numbered(u"CLSID\\p", process * kKeys + i), {}, u"x") == S_OK;
+        ::_exit(good ? 0 : 1);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(GClassesRoot::SubKeys(u"CLSID").size(), static_cast<std::size_t>(kProcesses * kKeys));
+}
+
+TEST_F(RegistryFile, AReaderNeverMeetsAHalfWrittenFile)
+{
+    ASSERT_EQ(GClassesRoot::SetString(u"CLSID\\steady", {}, u"here"), S_OK);
+    std::atomic<bool> done{false};
+    std::thread writer([&done] {
+        for (int i = 0; i < 100; ++i)
+            EXPECT_EQ(GClassesRoot::SetString(u"CLSID\\busy", {}, WString(static_cast<std::size_t>(i * 37), u'x')), S_OK);
+        done = true;
+    });
+    do {
+        EXPECT_EQ(GClassesRoot::GetString(u"CLSID\\steady", {}), u"here");
+    } while (!done);
+    writer.join();
+}
+
+TEST_F(RegistryFile, AFileThatIsNotOursIsReportedAndLeftAlone)
+{
+    const std::string contents[] = {"[\"CLSID\"\n", "@=\"a value before any key\"\n", "[\"a\"]\n\"name\"\"value\"\n",
+                                    "[\"a\"]\n@=\"\\x12\"\n", "[\"a\"]\n@=\"ends in\\", "\"", "#!/bin/sh\n"};
+    for (const std::string& content : contents) {
+        std::ofstream(std::string(std::getenv("VEX_REGISTRY_DIR")) + "/registry.txt") << content;
+        EXPECT_EQ(GClassesRoot::SetString(u"CLSID\\x", {}, u"x"), HResultFromOsError(kErrorBadDb)) << content;
+        EXPECT_EQ(GClassesRoot::DeleteTree(u"CLSID"), HResultFromOsError(kErrorBadDb));
+        EXPECT_EQ(GClassesRoot::GetString(u"a", {}), std::nullopt);
+        EXPECT_EQ(FileText(), content);
+    }
+}
+
+TEST(RegistryDirectory, OneThatCannotBeMadeIsAWin32Failure)
+{
+    const GTempFile file({});
+    ::setenv("VEX_REGISTRY_DIR", (std::string(file.Path()) + "/below").c_str(), 1);
+    const HRESULT results[] = {GClassesRoot::SetString(u"CLSID\\x", {}, u"x"), GClassesRoot::DeleteTree(u"CLSID\\x"),
+                               GFilterMapper().Register({{}, u"name", 0, {}}), GFilterMapper().Unregister({})};
+    for (const HRESULT hr : results)
+        EXPECT_EQ(static_cast<std::uint32_t>(hr) & 0xFFFF0000u, 0x80070000u);
+    EXPECT_EQ(GClassesRoot::GetString(u"CLSID\\x", {}), std::nullopt);
+    ::unsetenv("VEX_REGISTRY_DIR");
+}
+
+TEST(RegistryDirectory, OneThatIsMissingIsMadeWithItsParents)
+{
+    const GTempDirectory home;
+    const char* old = std::getenv("XDG_DATA_HOME");
+    const std::string before = old ? old : "";
+    ::setenv("XDG_DATA_HOME", (home.Path() / "not" / "there").c_str(), 1);
+    EXPECT_EQ(GClassesRoot::SetString(u"CLSID\\x", {}, u"x"), S_OK);
+    EXPECT_TRUE(std::filesystem::exists(home.Path() / "not/there/vex/registry.txt"));
+    if (old)
+        ::setenv("XDG_DATA_HOME", before.c_str(), 1);
+    else
+        ::unsetenv("XDG_DATA_HOME");
+}
+
+TEST_F(RegistryFile, TheMapperKeepsOneEntryPerFilter)
+{
+    const CLSID clsid{0xABCDEF01, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
+    const WString key = u"FilterMapper\\{ABCDEF01-0002-0003-0405-060708090A0B}";
+    const GPinRegistration two[] = {{u"Input", true, false, false, true}, {u"Output", false, true, true, false}};
+    GFilterMapper mapper;
+    EXPECT_EQ(mapper.Status(), S_OK);
+    EXPECT_EQ(mapper.Unregister(clsid), S_OK) << "never registered";
+    EXPECT_EQ(mapper.Register({clsid, u"first", 0x800000, two}), S_OK);
+    EXPECT_EQ(GClassesRoot::GetString(key, u"pins"), u"Input\trendered many\nOutput\toutput zero");
+    EXPECT_EQ(mapper.Register({clsid, u"second", 0x200000, std::span(two).last(1)}), S_OK);
+    EXPECT_EQ(GClassesRoot::SubKeys(u"FilterMapper").size(), 1u);
+    EXPECT_EQ(GClassesRoot::GetString(key, u"name"), u"second");
+    EXPECT_EQ(GClassesRoot::GetString(key, u"merit"), u"00200000");
+    EXPECT_EQ(GClassesRoot::GetString(key, u"pins"), u"Output\toutput zero");
+    EXPECT_EQ(mapper.Unregister(clsid), S_OK);
+    EXPECT_TRUE(GClassesRoot::SubKeys(u"FilterMapper").empty());
+}
+
+}  // namespace
+}  // namespace vex::test
