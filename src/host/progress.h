@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 
 #include "platform/threads.h"
@@ -57,7 +56,7 @@ private:
     }
 
     GMutex lock;
-    std::condition_variable changed;
+    GCondition changed;
     std::uint64_t changes G_GUARDED_BY(lock) = 0;
 };
 

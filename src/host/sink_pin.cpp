@@ -379,6 +379,7 @@ HRESULT CSinkPin::Receive(IMediaSample* pSample)
 {
     if (!pSample)
         return E_POINTER;
+    std::uint64_t segment = 0;
     {
         GMutexLock held(lock);
         if (MustHoldLocked()) {
@@ -393,10 +394,12 @@ HRESULT CSinkPin::Receive(IMediaSample* pSample)
             progress->Changed();
             return answer;
         }
+        segment = report.segments;
     }
 
     const char* violation = nullptr;
-    const GSampleView view = Describe(index, *pSample, violation);
+    GSampleView view = Describe(index, *pSample, violation);
+    view.segment = segment;
     const HRESULT result = options.onSample ? options.onSample(view) : S_OK;
 
     GMutexLock held(lock);

@@ -22,6 +22,7 @@ struct GSampleView {
     REFERENCE_TIME stop = kNoTime;
     LONGLONG mediaStart = kNoTime;
     LONGLONG mediaStop = kNoTime;
+    std::uint64_t segment = 0;  // how many NewSegments came before it since the graph was started
     bool sync = false;
     bool discontinuity = false;
     bool preroll = false;
@@ -124,7 +125,7 @@ private:
     std::atomic<std::uint64_t> sampleCount{0};
 
     GMutex lock;
-    std::condition_variable changed;  // behaviour, flush, activity or connection
+    GCondition changed;  // behaviour, flush, activity or connection
     GComPtr<IPin> peer G_GUARDED_BY(lock);
     GComPtr<IMemAllocator> agreed G_GUARDED_BY(lock);
     CMediaType type G_GUARDED_BY(lock);

@@ -1,0 +1,108 @@
+#include "tools/vex/command_line.h"
+
+#include <algorithm>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/vex/report.h"
+#include "tools/vex/time_text.h"
+#include "tools/vex/version.h"
+
+namespace vex {
+
+namespace {
+
+std::string Dashed(const GOptionRow& row)
+{
+    const std::string longName = std::string("--") + row.name;
+    return *row.letter ? std::string("-") + row.letter + "," + longName : longName;
+}
+
+void AddOption(CLI::App& command, const GOptionRow& row, GSettings& settings)
+{
+    std::visit(
+        [&](auto member) {
+            using Target = std::remove_reference_t<decltype(settings.*member)>;
+            if constexpr (std::is_same_v<Target, bool>)
+                command.add_flag(Dashed(row), settings.*member, row.help);
+            else
+                command.add_option(Dashed(row), settings.*member, row.help)->type_name(row.value);
+        },
+        row.target);
+}
+
+void AddCommand(CLI::App& app, const GCommandRow& row, GSettings& settings)
+{
+    CLI::App* command = app.add_subcommand(row.name, row.help);
+    const std::string description = row.description;
+    command->description(row.command == GCommand::Seek ? description + "\n\n" + kTimeHelp : description);
+    command->footer("Exit status: " + std::string(kExitStatus));
+    command->set_version_flag("--version", std::string(kVersionText), "Print the version and exit");
+    command->callback([&settings, which = row.command] { settings.command = which; });
+    if (row.command != GCommand::Filters) {
+        auto* files = command->add_option("FILE", settings.files, "Media file")->required()->type_name("");
+        if (row.command != GCommand::Probe)
+            files->expected(1);
+    }
+    if (row.command == GCommand::Seek)
+        command->add_option("TIME", settings.times, "Where to seek to")->required()->type_name("");
+    for (const GOptionRow& option : OptionTable())
+        if (option.commands & CommandBit(row.command))
+            AddOption(*command, option, settings);
+}
+
+// Why settings that can be parsed make no sense; empty when they do.
+std::string Contradiction(const GSettings& settings)
+{
+    if (settings.json && settings.csv)
+        return "--json and --csv exclude each other";
+    if (settings.preroll && settings.noPreroll)
+        return "--preroll and --no-preroll exclude each other";
+    if (settings.attachments && (settings.pin || settings.raw || !settings.seek.empty()))
+        return "--attachments goes with no option about pins";
+    if (!settings.seek.empty() && !ParseTime(settings.seek))
+        return "'" + settings.seek + "' is no TIME. " + kTimeHelp;
+    for (const std::string& time : settings.times)
+        if (!ParseTime(time))
+            return "'" + time + "' is no TIME. " + kTimeHelp;
+    return {};
+}
+
+}  // namespace
+
+GCommandLine ReadCommandLine(std::vector<std::string> arguments)
+{
+    CLI::App app{kSummary, "vex"};
+    app.allow_windows_style_options(false);
+    app.set_version_flag("--version", std::string(kVersionText), "Print the version and exit");
+    app.footer("Exit status: " + std::string(kExitStatus) + "\n'vex COMMAND --help' tells more about a command.");
+    app.require_subcommand(1);
+    app.get_formatter()->column_width(32);
+
+    GSettings settings;
+    for (const GCommandRow& row : CommandTable())
+        AddCommand(app, row, settings);
+
+    std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
+    try {
+        app.parse(std::move(arguments));
+    } catch (const CLI::CallForHelp&) {
+        // The help asked for is that of the innermost command named.
+        const auto chosen = app.get_subcommands();
+        Print(chosen.empty() ? app.help() : chosen.front()->help());
+        return {{}, kSound};
+    } catch (const CLI::CallForVersion& version) {
+        Print(std::string(version.what()) + "\n");
+        return {{}, kSound};
+    } catch (const CLI::ParseError& error) {
+        Complain(std::string(error.what()) + "\n'vex --help' tells how it is used.");
+        return {{}, kUnusable};
+    }
+    if (const std::string why = Contradiction(settings); !why.empty()) {
+        Complain(why);
+        return {{}, kUnusable};
+    }
+    return {std::move(settings), kSound};
+}
+
+}  // namespace vex

@@ -1,0 +1,75 @@
+// H.264 out of length-prefixed units (ISO/IEC 14496-15) into the byte stream format (ITU-T H.264 annex B).
+#include <cstring>
+#include <vector>
+
+#include "platform/guids.h"
+#include "platform/media_records.h"
+#include "tools/vex/framers.h"
+
+namespace vex {
+
+namespace {
+
+constexpr std::uint8_t kStartCode[] = {0, 0, 0, 1};
+
+class GAnnexBFramer final : public GFramer {
+public:
+    GAnnexBFramer(unsigned lengthBytes, std::vector<std::uint8_t> sets)
+        : prefixBytes(lengthBytes), parameterSets(std::move(sets))
+    {
+    }
+
+    void Begin(const GByteSink& out) override { Units(parameterSets, 2, out); }
+
+    void Sample(const GSampleView& sample, const GByteSink& out) override
+    {
+        if (!Units(sample.data, prefixBytes, out))
+            ++misshapen;
+    }
+
+private:
+    // A unit that claims more than is there is cut; false.
+    static bool Units(std::span<const std::uint8_t> bytes, unsigned lengthBytes, const GByteSink& out)
+    {
+        while (bytes.size() >= lengthBytes) {
+            std::size_t length = 0;
+            for (unsigned i = 0; i < lengthBytes; ++i)
+                length = length << 8 | bytes[i];
+            bytes = bytes.subspan(lengthBytes);
+            const bool whole = length <= bytes.size();
+            if (!whole)
+                length = bytes.size();
+            if (length > 0) {
+                out(kStartCode);
+                out(bytes.first(length));
+            }
+            if (!whole)
+                return false;
+            bytes = bytes.subspan(length);
+        }
+        return bytes.empty();
+    }
+
+    const unsigned prefixBytes;
+    const std::vector<std::uint8_t> parameterSets;  // each behind a two-byte length
+};
+
+}  // namespace
+
+std::unique_ptr<GFramer> MakeAnnexBFramer(const CMediaType& type)
+{
+    constexpr std::size_t kFixedBytes = offsetof(MPEG2VIDEOINFO, dwSequenceHeader);
+    const std::span<const BYTE> block = type.Format();
+    if (type.formattype != FORMAT_MPEG2Video || block.size() < kFixedBytes)
+        return nullptr;
+    MPEG2VIDEOINFO header{};
+    std::memcpy(&header, block.data(), kFixedBytes);
+    const std::size_t present = block.size() - kFixedBytes;
+    if (header.dwFlags < 1 || header.dwFlags > 4 || header.cbSequenceHeader > present)
+        return nullptr;
+    const auto sets = block.subspan(kFixedBytes, header.cbSequenceHeader);
+    return std::make_unique<GAnnexBFramer>(static_cast<unsigned>(header.dwFlags),
+        std::vector<std::uint8_t>(sets.begin(), sets.end()));
+}
+
+}  // namespace vex

@@ -1,0 +1,54 @@
+// How extracted payloads are framed so that other tools read them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "dshow/media_type.h"
+#include "host/sink_pin.h"
+
+namespace vex {
+
+// Where framed bytes go.
+using GByteSink = std::function<void(std::span<const std::uint8_t>)>;
+
+// Turns the samples of one stream into a file. One thread at a time.
+class GFramer {
+public:
+    virtual ~GFramer() = default;
+
+    // What the file starts with.
+    virtual void Begin(const GByteSink&) {}
+    virtual void Sample(const GSampleView& sample, const GByteSink& out) = 0;
+    virtual void Finish(const GByteSink&) {}
+
+    // Samples that did not have the shape their media type promises; their bytes are left out or cut.
+    std::uint64_t Misshapen() const { return misshapen; }
+
+protected:
+    std::uint64_t misshapen = 0;
+};
+
+struct GFraming {
+    std::string format;     // "annexb", "adts", "raw" ...
+    std::string extension;  // without the dot
+    std::unique_ptr<GFramer> framer;
+};
+
+// The framing for a media type; raw when there is no other, or when `raw` asks for it.
+GFraming ChooseFraming(const CMediaType& type, bool raw);
+
+// H.264 with length-prefixed units in a FORMAT_MPEG2Video block: start codes and the parameter sets ahead of them. Null
+// when the type is another one or its block is too short.
+std::unique_ptr<GFramer> MakeAnnexBFramer(const CMediaType& type);
+// AAC with an AudioSpecificConfig behind the wave format: a header per frame (ISO/IEC 13818-7). Null when the
+// configuration is missing or cannot be said in a header.
+std::unique_ptr<GFramer> MakeAdtsFramer(const CMediaType& type);
+// Text as SubRip entries; SubStation Alpha events behind their file header.
+std::unique_ptr<GFramer> MakeSubRipFramer(const CMediaType& type);
+std::unique_ptr<GFramer> MakeSubStationFramer(const CMediaType& type);
+
+}  // namespace vex

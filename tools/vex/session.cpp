@@ -1,0 +1,289 @@
+#include "tools/vex/session.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+#include "platform/file.h"
+#include "platform/text.h"
+#include "tools/vex/time_text.h"
+
+namespace vex {
+
+namespace {
+
+// How long no pin may deliver anything before the filter is said to hang. Beyond what a slow disk or a scan takes.
+constexpr std::chrono::minutes kStall{2};
+
+// The position in "... at byte 1234": filters say it that way.
+std::optional<std::uint64_t> OffsetIn(const std::string& message)
+{
+    static constexpr std::string_view kMark = "at byte ";
+    const std::size_t mark = message.rfind(kMark);
+    if (mark == std::string::npos)
+        return {};
+    std::uint64_t offset = 0;
+    const char* first = message.data() + mark + kMark.size();
+    const auto [end, error] = std::from_chars(first, message.data() + message.size(), offset);
+    return error == std::errc{} && end != first ? std::optional(offset) : std::nullopt;
+}
+
+// The first bytes of a file; nothing, with `problem` filled, when it cannot be read or is empty.
+std::optional<std::vector<std::uint8_t>> ReadStart(const std::string& file, GProblem& problem)
+{
+    GOsFile source;
+    if (!source.OpenForReading(NarrowPathFromWide(WideFromUtf8(file)).c_str())) {
+        problem.message = DescribeOsError(source.LastError());
+        problem.code = HResultFromOsError(source.LastError());
+        return {};
+    }
+    std::vector<std::uint8_t> start(kContentProbeBytes);
+    const std::int64_t count = source.ReadAt(0, start.data(), kContentProbeBytes);
+    if (count <= 0) {
+        problem.message = count < 0 ? "cannot be read" : "the file is empty";
+        problem.offset = 0;
+        return {};
+    }
+    start.resize(static_cast<std::size_t>(count));
+    return start;
+}
+
+const GFilterEntry* ChooseFilter(const GSettings& settings, const std::string& file, GProblem& problem)
+{
+    const auto start = ReadStart(file, problem);
+    if (!start)
+        return nullptr;
+    const GFilterEntry* entry = nullptr;
+    if (!settings.filter.empty()) {
+        entry = FindByName(settings.filter);
+        if (!entry)
+            problem = {"", "there is no filter '" + settings.filter + "'; 'vex filters' lists them", S_OK, {}};
+        return entry;
+    }
+    entry = FindByContent(*start);
+    if (!entry)
+        entry = FindByExtension(file);
+    if (!entry) {
+        problem.message = "neither its first bytes nor its name tell its format; --filter names one";
+        problem.offset = 0;
+    }
+    return entry;
+}
+
+GJson PropertyValue(const std::string& value, VexPropertyType type)
+{
+    if (type == VexProperty_Boolean)
+        return value == "true";
+    std::int64_t number = 0;
+    if (type == VexProperty_Integer) {
+        const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+        if (error == std::errc{} && end == value.data() + value.size())
+            return number;
+    }
+    return value;
+}
+
+}  // namespace
+
+GModule ChooseModule(const GSettings& settings, GProblem& problem)
+{
+    if (settings.module.empty())
+        return LinkedModule();
+    std::string error;
+    GModule module = LoadModule(WideFromUtf8(settings.module), error);
+    if (!module.IsUsable())
+        problem = {"", "the module cannot be loaded: " + error, S_OK, {}};
+    return module;
+}
+
+std::unique_ptr<GSession> GSession::Open(const GSettings& settings, const std::string& file, GProblem& problem)
+{
+    problem = {file, "", S_OK, {}};
+    const GFilterEntry* entry = ChooseFilter(settings, file, problem);
+    if (!entry)
+        return nullptr;
+    GModule module = ChooseModule(settings, problem);
+    if (!module.IsUsable())
+        return nullptr;
+    std::unique_ptr<GSession> session(new GSession(std::move(module), *entry, file));
+    if (const HRESULT result = session->graph.Create(entry->clsid); FAILED(result)) {
+        problem.message = "this build has no filter for it (" + std::string(entry->displayName) + ")";
+        problem.code = result;
+        return nullptr;
+    }
+    if (!session->Load(problem) || !session->SetOptions(settings, problem))
+        return nullptr;
+    return session;
+}
+
+bool GSession::Load(GProblem& problem)
+{
+    const HRESULT result = graph.Load(WideFromUtf8(file));
+    if (FAILED(result)) {
+        problem.message = graph.ErrorText().empty() ? "the filter cannot open it" : graph.ErrorText();
+        problem.code = result;
+        problem.offset = OffsetIn(problem.message);
+        return false;
+    }
+    inspect = graph.Control<IVexInspect>(IID_IVexInspect);
+    return true;
+}
+
+bool GSession::SetOptions(const GSettings& settings, GProblem& problem)
+{
+    if (!settings.keyFrameSeek && !settings.preroll && !settings.noPreroll)
+        return true;
+    // A key-frame seek needs the preroll mark too; some filters start without it.
+    const bool mark = !settings.noPreroll;
+    if (const auto avi = graph.Control<IVexAVI>(IID_IVexAVI)) {
+        avi->SetKeyFrameSeek(settings.keyFrameSeek);
+        avi->SetPrerollMark(mark);
+    } else if (const auto mkv = graph.Control<IVexMKV>(IID_IVexMKV)) {
+        mkv->SetKeyFrameSeek(settings.keyFrameSeek);
+        mkv->SetPreroll(mark);
+    } else {
+        problem.message = "the " + std::string(filter->displayName) + " has no key-frame and preroll options";
+        return false;
+    }
+    return true;
+}
+
+bool GSession::Connect(const GSettings& settings, const GSinkOptions& options, GProblem& problem)
+{
+    problem = {file, "", S_OK, {}};
+    HRESULT result = S_OK;
+    if (settings.pin) {
+        if (*settings.pin >= graph.PinCount()) {
+            problem.message = "there is no pin " + std::to_string(*settings.pin) + ": its pins are 0 to " +
+                              std::to_string(graph.PinCount() - 1);
+            return false;
+        }
+        result = graph.Connect(*settings.pin, options);
+    } else {
+        result = graph.ConnectAll(options);
+    }
+    if (FAILED(result)) {
+        problem.message = "a pin cannot be connected: " + ResultText(result);
+        problem.code = result;
+        return false;
+    }
+    if (settings.seek.empty())
+        return true;
+    for (const GSeekResult& seek : graph.Seek(ParseTime(settings.seek).value_or(0))) {
+        if (FAILED(seek.result)) {
+            problem.message = "cannot seek to " + settings.seek + ": " + ResultText(seek.result);
+            problem.code = seek.result;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool GSession::Play(GProblem& problem, const std::function<void()>& tick)
+{
+    problem = {file, "", S_OK, {}};
+    if (const HRESULT result = graph.Run(); FAILED(result)) {
+        problem.message = "the filter does not run: " + ResultText(result);
+        problem.code = result;
+        return false;
+    }
+    const GEnd end = graph.WaitForEnd(kStall, tick);
+    if (end == GEnd::Failed) {
+        problem.code = graph.ErrorCode();
+        problem.message = "playing was aborted: " + ResultText(problem.code);
+    } else if (end == GEnd::Stalled) {
+        problem.code = VFW_E_TIMEOUT;
+        problem.message = "the filter stopped delivering before the end";
+    }
+    graph.Stop();
+    return end == GEnd::Complete;
+}
+
+std::string GSession::PinName(std::size_t pin) const
+{
+    return Utf8FromWide(graph.PinName(pin));
+}
+
+std::string GSession::PinLanguage(std::size_t pin) const
+{
+    BSTR language = nullptr;
+    if (!inspect || FAILED(inspect->GetPinLanguage(static_cast<LONG>(pin), &language)))
+        return {};
+    return TakeText(language);
+}
+
+GJson GSession::Properties(LONG pin) const
+{
+    GJson properties = GJson::object();
+    ULONG count = 0;
+    if (!inspect || FAILED(inspect->GetPropertyCount(pin, &count)))
+        return properties;
+    for (ULONG i = 0; i < count; ++i) {
+        BSTR name = nullptr;
+        BSTR value = nullptr;
+        VexPropertyType type = VexProperty_Text;
+        if (FAILED(inspect->GetProperty(pin, i, &name, &value, &type)))
+            continue;
+        const std::string key = TakeText(name);
+        properties[key] = PropertyValue(TakeText(value), type);
+    }
+    return properties;
+}
+
+GDamage GSession::Damage() const
+{
+    GDamage damage;
+    ULONGLONG places = 0;
+    ULONGLONG bytes = 0;
+    BSTR first = nullptr;
+    if (inspect && SUCCEEDED(inspect->GetDamage(&places, &bytes, &first))) {
+        damage.places = places;
+        damage.bytes = bytes;
+        damage.first = TakeText(first);
+    }
+    return damage;
+}
+
+GJson GSession::Head() const
+{
+    GJson head;
+    head["file"] = file;
+    head["container"] = filter->container.empty() ? filter->formats : filter->container;
+    head["filter"] = filter->displayName;
+    head["duration"] = JsonTime(graph.Duration().value_or(kNoTime));
+    return head;
+}
+
+int GSession::Verdict()
+{
+    int verdict = Damage().places > 0 ? kDamaged : kSound;
+    for (std::size_t pin = 0; pin < graph.PinCount(); ++pin) {
+        if (!graph.Sink(pin))
+            continue;
+        for (const std::string& violation : graph.Sink(pin)->Report().violations) {
+            Complain({file, "pin " + std::to_string(pin) + ": " + violation, S_OK, {}});
+            verdict = kDamaged;
+        }
+    }
+    return verdict;
+}
+
+GJson DamageJson(const GDamage& damage)
+{
+    GJson json;
+    json["places"] = damage.places;
+    json["bytes"] = damage.bytes;
+    json["first"] = JsonText(damage.first);
+    return json;
+}
+
+std::string DamageText(const GDamage& damage)
+{
+    if (damage.places == 0)
+        return {};
+    std::string text = std::to_string(damage.places) + (damage.places == 1 ? " place, " : " places, ") +
+                       std::to_string(damage.bytes) + " bytes passed over";
+    return damage.first.empty() ? text : text + "; first: " + damage.first;
+}
+
+}  // namespace vex

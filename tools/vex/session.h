@@ -1,0 +1,72 @@
+// One media file opened in a host graph.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/filter_catalog.h"
+#include "host/host_graph.h"
+#include "tools/vex/report.h"
+#include "tools/vex/settings.h"
+
+namespace vex {
+
+// Damage that the filter met so far.
+struct GDamage {
+    std::uint64_t places = 0;
+    std::uint64_t bytes = 0;
+    std::string first;  // empty when there is none
+};
+
+class GSession {
+public:
+    // Finds the filter, loads the file and sets the options. Null, with `problem` filled, when that cannot be done.
+    static std::unique_ptr<GSession> Open(const GSettings& settings, const std::string& file, GProblem& problem);
+
+    GHostGraph& Graph() { return graph; }
+    const std::string& File() const { return file; }
+    const GFilterEntry& Filter() const { return *filter; }
+
+    // Connects the pin of the settings, or all, and moves to the start time of the settings.
+    bool Connect(const GSettings& settings, const GSinkOptions& options, GProblem& problem);
+    // Runs the graph to its end. False when it failed or hung, with `problem` filled; the pins that still ended are sound.
+    bool Play(GProblem& problem, const std::function<void()>& tick = {});
+
+    std::string PinName(std::size_t pin) const;
+    std::string PinLanguage(std::size_t pin) const;
+    // Facts of the file (pin -1) or of a pin, as a JSON object.
+    GJson Properties(LONG pin) const;
+    GDamage Damage() const;
+    IVexInspect* Inspect() const { return inspect.Get(); }
+
+    // The keys that every result for a file begins with: file, container, filter, duration.
+    GJson Head() const;
+    // kDamaged when there is damage or a pin broke the rules of delivery (which is complained about), else kSound.
+    int Verdict();
+
+private:
+    GSession(GModule module, const GFilterEntry& entry, std::string path)
+        : graph(std::move(module)), filter(&entry), file(std::move(path))
+    {
+    }
+
+    bool Load(GProblem& problem);
+    bool SetOptions(const GSettings& settings, GProblem& problem);
+
+    GHostGraph graph;
+    const GFilterEntry* const filter;
+    const std::string file;
+    GComPtr<IVexInspect> inspect;  // may be empty
+};
+
+// The module of the settings: the one in a file, or the one that is linked in. Unusable, with `problem` filled, when the
+// file cannot be loaded.
+GModule ChooseModule(const GSettings& settings, GProblem& problem);
+
+GJson DamageJson(const GDamage& damage);
+// "2 places, 120 bytes passed over; first: ..." or an empty text.
+std::string DamageText(const GDamage& damage);
+
+}  // namespace vex
