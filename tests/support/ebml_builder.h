@@ -185,9 +185,7 @@ public:
             for (const auto& child : children) {
                 const GEbmlBytes bytes = child(*this);
                 if (bytes.size() >= 4)
-                    found.emplace_back(static_cast<std::uint32_t>(bytes[0]) << 24 | bytes[1] << 16 | bytes[2] << 8 |
-                                           bytes[3],
-                                       body.size());
+                    found.emplace_back(FirstFour(bytes), body.size());
                 body.insert(body.end(), bytes.begin(), bytes.end());
             }
             positions = std::move(found);
@@ -206,6 +204,14 @@ public:
     }
 
 private:
+    static std::uint32_t FirstFour(const GEbmlBytes& bytes)
+    {
+        std::uint32_t id = 0;
+        for (std::size_t i = 0; i < 4; ++i)
+            id = id << 8 | bytes[i];
+        return id;
+    }
+
     std::vector<std::function<GEbmlBytes(const GMkvBuilder&)>> children;
     std::vector<std::pair<std::uint32_t, std::uint64_t>> positions;
 };

@@ -181,7 +181,7 @@ GMkvElement::GStep GMkvElement::StepOver()
     if (parent == nullptr)
         return GStep::End;
     const std::int64_t end = End();
-    if (end > reader->FileSize())
+    if (end > reader->FileSize() && parent->End() <= reader->FileSize())  // of those that are cut, the outermost one
         reader->Damage().Add(headerPos, 0, "an element runs past the end of the file");
     else if (end > parent->End())
         reader->Damage().Add(headerPos, 0, "an element runs past the end of its parent");
