@@ -25,6 +25,7 @@ vex_header_only(nlohmann_json nlohmann_json::nlohmann_json nlohmann)
 if(VEX_TESTS OR VEX_FUZZ)
     # The packaged archive is for the build machine's own architecture; any other target compiles the packaged sources.
     if(CMAKE_CROSSCOMPILING OR VEX_GTEST_FROM_SOURCE)
+        set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
         set(INSTALL_GTEST OFF)
         set(gtest_force_shared_crt ON)
         set(gtest_disable_pthreads ${WIN32})
