@@ -68,14 +68,37 @@ std::int64_t GCacheFile::Seek(std::int64_t offset)
     return position;
 }
 
-std::uint32_t GCacheFile::Read(void* buffer, std::uint32_t count)
+// How much of `count` the file has to give, as it is now.
+std::int64_t GCacheFile::Available(std::uint32_t count)
 {
     if (count >= knownSize - position)  // the file may have grown
         GetSize();
     Seek(Tell());  // or shrunk
-    const std::int64_t available = std::min<std::int64_t>(count, knownSize - position);
+    return std::min<std::int64_t>(count, knownSize - position);
+}
+
+std::uint32_t GCacheFile::Read(void* buffer, std::uint32_t count)
+{
+    const std::int64_t available = Available(count);
     if (!ReadBuffered(static_cast<std::uint8_t*>(buffer), available))
         return 0;
+    return static_cast<std::uint32_t>(available);
+}
+
+std::uint32_t GCacheFile::ReadBulk(void* buffer, std::uint32_t count)
+{
+    const std::int64_t available = Available(count);
+    if (!IsOpen() || buffer == nullptr)
+        return 0;
+    auto* destination = static_cast<std::uint8_t*>(buffer);
+    const std::int64_t cached = CopyFromCache(destination, available);
+    position += cached;
+    const std::int64_t rest = available - cached;
+    if (rest <= cacheCapacity)
+        return ReadBuffered(destination + cached, rest) ? static_cast<std::uint32_t>(available) : 0;
+    if (!ReadAtPosition(destination + cached, rest))
+        return 0;
+    position += rest;
     return static_cast<std::uint32_t>(available);
 }
 

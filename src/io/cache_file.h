@@ -25,6 +25,7 @@ public:
     // `count`, fewer at the end of the file, or 0 on failure: then what had been delivered stays in the buffer, and
     // Tell tells how much that was. A null buffer is a failure.
     std::uint32_t Read(void* buffer, std::uint32_t count) override;
+    std::uint32_t ReadBulk(void* buffer, std::uint32_t count) override;
     // Clamped to the file, from 0 to its size.
     std::int64_t Seek(std::int64_t offset) override;
     std::int64_t Tell() override { return position; }
@@ -33,6 +34,7 @@ public:
 
 private:
     void Forget();
+    std::int64_t Available(std::uint32_t count);
     bool ReadBuffered(std::uint8_t* destination, std::int64_t count);
     bool FillCache(std::int64_t count);
     bool ReadAtPosition(void* destination, std::int64_t count);

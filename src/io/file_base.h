@@ -38,6 +38,10 @@ public:
     // Always 1, also when nothing was open.
     virtual int Close() = 0;
 
+    // As Read, for a payload that is used once: what is not cached goes straight into the buffer in one system call,
+    // however long it is.
+    virtual std::uint32_t ReadBulk(void* buffer, std::uint32_t count) { return Read(buffer, count); }
+
     // Opens for writing, emptying what is there: 1, or 0 with the source left closed.
     virtual int Create(const char* /*path*/) { return 0; }
 };

@@ -168,7 +168,7 @@ bool GAvi2ReadHandler::ReadPayload(GPacket2& packet)
     const std::int64_t there = std::clamp<std::int64_t>(source->GetSize() - announced.position, 0, announced.size);
     packet.data.Resize(static_cast<std::size_t>(there));
     const auto wanted = static_cast<std::uint32_t>(there);
-    if (wanted != 0 && source->Read(packet.data.Data(), wanted) != wanted) {
+    if (wanted != 0 && source->ReadBulk(packet.data.Data(), wanted) != wanted) {
         // The bytes before the ones that could not be read are there.
         const std::int64_t got = source->Tell() - announced.position;
         packet.data.Truncate(static_cast<std::size_t>(std::clamp<std::int64_t>(got, 0, there)));

@@ -95,7 +95,7 @@ std::uint32_t GMkvReader::CopyFromBuffer(std::uint8_t* destination, std::uint64_
 
 bool GMkvReader::ReadSource(void* destination, std::uint32_t count)
 {
-    return source->Seek(position) == position && source->Read(destination, count) == count;
+    return source->Seek(position) == position && source->ReadBulk(destination, count) == count;
 }
 
 bool GMkvReader::FillBuffer()
