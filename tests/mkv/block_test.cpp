@@ -1,0 +1,212 @@
+// Lacing, Block headers and BlockGroups, sound and damaged.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "formats/mkv/mkv_block.h"
+#include "io/limits.h"
+#include "mkv/mkv_reading.h"
+
+namespace vex::test {
+namespace {
+
+using namespace mkv_id;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct GSplit {
+    std::optional<std::size_t> before;
+    std::vector<std::uint32_t> sizes;
+};
+
+// A lace of `head` in front of `frameBytes` bytes, of which all but the last `missing` are there.
+GSplit Split(std::uint8_t flags, const GEbmlBytes& head, std::size_t frameBytes, std::size_t missing = 0)
+{
+    GEbmlBytes payload = Join({head, GEbmlBytes(frameBytes)});
+    const std::size_t claimed = payload.size();
+    payload.resize(claimed - missing);
+    GSplit split;
+    split.before = SplitMkvLace(payload, claimed, flags, split.sizes);
+    return split;
+}
+
+TEST(MkvLace, EachSchemeSplitsTheFramesAsItsSizesSay)
+{
+    EXPECT_THAT(Split(0, {}, 7).sizes, ElementsAre(7));
+    EXPECT_THAT(Split(kXiphLace, {2, 255, 0, 10}, 300).sizes, ElementsAre(255, 10, 35));
+    EXPECT_THAT(Split(kXiphLace, {1, 255, 255, 1}, 600).sizes, ElementsAre(511, 89));
+    EXPECT_THAT(Split(kFixedLace, {3}, 400).sizes, ElementsAre(100, 100, 100, 100));
+    EXPECT_THAT(Split(kFixedLace, {255}, 512).sizes, testing::AllOf(testing::SizeIs(256), testing::Each(2)));
+    EXPECT_THAT(Split(kFixedLace, {2}, 11).sizes, ElementsAre(3, 3, 3)) << "what does not divide is left over";
+    EXPECT_THAT(Split(kEbmlLace, {2, 0x81, 0xC0}, 10).sizes, ElementsAre(1, 2, 7));
+    EXPECT_THAT(Split(kEbmlLace, {3, 0x41, 0x2C, 0x5F, 0x37, 0x80}, 500).sizes, ElementsAre(300, 100, 37, 63));
+    EXPECT_EQ(Split(kEbmlLace, {2, 0x81, 0xC0}, 10).before, 3u);
+    EXPECT_THAT(Split(kEbmlLace, {1, 0xFF}, 130).sizes, ElementsAre(127, 3)) << "no size is unknown here";
+}
+
+TEST(MkvLace, ACountOfNoneIsOneFrameWithoutASize)
+{
+    for (const std::uint8_t scheme : {kXiphLace, kFixedLace, kEbmlLace}) {
+        EXPECT_THAT(Split(scheme, {0}, 9).sizes, ElementsAre(9)) << int{scheme};
+        EXPECT_THAT(Split(scheme, {0}, 0).sizes, ElementsAre(0)) << int{scheme};
+    }
+}
+
+TEST(MkvLace, TheLastFrameMayBeEmptyButNeverLess)
+{
+    EXPECT_THAT(Split(kXiphLace, {1, 10}, 10).sizes, ElementsAre(10, 0));
+    EXPECT_THAT(Split(kEbmlLace, {2, 0x85, 0xBF}, 10).sizes, ElementsAre(5, 5, 0));
+    EXPECT_FALSE(Split(kXiphLace, {1, 10}, 9).before);
+    EXPECT_FALSE(Split(kEbmlLace, {2, 0x85, 0xC0}, 10).before);
+    EXPECT_FALSE(Split(kEbmlLace, {2, 0x85, 0x80}, 500).before) << "a size of 5 - 63";
+    EXPECT_THAT(Split(kFixedLace, {9}, 3).sizes, testing::Each(0));
+}
+
+TEST(MkvLace, ALaceThatEndsBeforeItsSizesOrClaimsMoreThanThereCanBeIsRefused)
+{
+    const std::uint8_t ones = 0xFF;
+    const std::vector<std::pair<std::uint8_t, GEbmlBytes>> laces = {
+        {kXiphLace, {}},
+        {kFixedLace, {}},
+        {kEbmlLace, {}},
+        {kXiphLace, {1}},
+        {kXiphLace, {1, 255, 255, 255}},
+        {kXiphLace, {255, 1, 1}},
+        {kEbmlLace, {1}},
+        {kEbmlLace, {1, 0x00}},
+        {kEbmlLace, {1, 0x40}},
+        {kEbmlLace, {1, 0x01, ones, ones, ones, ones, ones, ones, 0xFE}},
+        {kEbmlLace, {2, 0x81, 0x01, ones, ones, ones, ones, ones, ones, ones}},
+        {kEbmlLace, {2, 0x81, 0x01, 0, 0, 0, 0, 0, 0, 0}},
+        {kEbmlLace, {3, 0x81, 0x01, ones, ones, ones, ones, ones, ones, ones, 0x01, 0, 0, 0, 0, 0, 0, 0}},
+    };
+    for (const auto& [flags, lace] : laces) {
+        const GSplit split = Split(flags, lace, 0);
+        EXPECT_FALSE(split.before) << testing::PrintToString(lace);
+        EXPECT_THAT(split.sizes, IsEmpty());
+    }
+}
+
+TEST(MkvLace, OfACutLaceTheWholeFramesRemain)
+{
+    EXPECT_THAT(Split(0, {}, 100, 60).sizes, ElementsAre(40)) << "the only one is cut instead";
+    EXPECT_THAT(Split(kXiphLace, {2, 10, 10}, 100, 70).sizes, ElementsAre(10, 10));
+    EXPECT_THAT(Split(kFixedLace, {3}, 400, 201).sizes, ElementsAre(100));
+    EXPECT_THAT(Split(kEbmlLace, {2, 0x8A, 0xBF}, 100, 95).sizes, IsEmpty());
+    EXPECT_FALSE(Split(kXiphLace, {2, 10, 10}, 0, 1).before) << "the lace itself is cut";
+}
+
+TEST(MkvLace, AHugeClaimOnACutBlockMakesNoWholeFrame)
+{
+    std::vector<std::uint32_t> sizes;
+    const GEbmlBytes fixedLace = {1, 7, 7, 7};
+    EXPECT_TRUE(SplitMkvLace(fixedLace, std::uint64_t{1} << 55, kFixedLace, sizes));
+    EXPECT_THAT(sizes, IsEmpty());
+    const GEbmlBytes ebmlLace = {1, 0x01, 0, 0, 1, 0, 0, 0, 2, 7, 7, 7};  // 2^32 + 2 would be 2 in 32 bits
+    EXPECT_TRUE(SplitMkvLace(ebmlLace, std::uint64_t{1} << 55, kEbmlLace, sizes));
+    EXPECT_THAT(sizes, IsEmpty());
+}
+
+// One element in a Cluster, read as a Block.
+class MkvBlock : public testing::Test {
+protected:
+    GMkvBlockRead Read(const GEbmlBytes& element, const GEbmlBytes& behind = {})
+    {
+        bytes = Element(kCluster, {element, behind});
+        return ReadBytes();
+    }
+    GMkvBlockRead ReadBytes()
+    {
+        reader.emplace(OpenInMemory(bytes));
+        root.emplace(*reader);
+        cluster = root->FirstChild();
+        child = cluster->FirstChild();
+        return child ? ReadMkvBlock(*child, block, payload) : GMkvBlockRead::NoBlock;
+    }
+
+    GEbmlBytes bytes;
+    std::optional<GMkvReader> reader;
+    std::optional<GMkvElement> root, cluster, child;
+    GMkvBlock block;
+    GMkvPayload payload;
+};
+
+TEST_F(MkvBlock, TheHeaderIsReadAndTheKeyFlagOfASimpleBlockStandsForItsReference)
+{
+    ASSERT_EQ(Read(SimpleBlock(300, -2, kKeyFlag | kXiphLace, {1, 2, 3})), GMkvBlockRead::Done);
+    EXPECT_EQ(block.track, 300u);
+    EXPECT_EQ(block.timecode, -2);
+    EXPECT_EQ(block.flags, kKeyFlag | kXiphLace);
+    EXPECT_FALSE(block.reference.valid);
+    EXPECT_EQ(payload.available, 3u);
+    EXPECT_EQ(payload.claimed, 3u);
+    EXPECT_EQ(payload.position, static_cast<std::int64_t>(bytes.size()) - 3);
+    ASSERT_EQ(Read(SimpleBlock(1, 0x7FFF, 0, {})), GMkvBlockRead::Done);
+    EXPECT_EQ(block.timecode, 0x7FFF);
+    EXPECT_TRUE(block.reference.valid);
+    EXPECT_EQ(payload.available, 0u);
+}
+
+TEST_F(MkvBlock, AGroupIsReadWholeWhateverItsOrder)
+{
+    const GEbmlBytes inner = Element(kBlock, BlockData(7, 5, kKeyFlag, {9}));
+    const GEbmlBytes facts = Join({UIntElement(kBlockDuration, 40), UIntElement(kReferencePriority, 3),
+                                   UIntElement(kReferenceBlock, 0xFE), Element(kCodecState, GEbmlBytes(3))});
+    for (const GEbmlBytes& children : {Join({inner, facts}), Join({facts, inner}), Join({inner, facts, VoidElement(2)})}) {
+        ASSERT_EQ(Read(Element(kBlockGroup, children)), GMkvBlockRead::Done);
+        EXPECT_EQ(block.track, 7u);
+        EXPECT_EQ(block.duration.value, 40u);
+        EXPECT_EQ(block.referencePriority.value, 3u);
+        EXPECT_TRUE(block.reference.valid);
+        EXPECT_EQ(block.reference.value, -2);
+        EXPECT_EQ(payload.available, 1u);
+    }
+    ASSERT_EQ(Read(Element(kBlockGroup, inner)), GMkvBlockRead::Done);
+    EXPECT_FALSE(block.reference.valid) << "nothing is left from the Block before";
+    EXPECT_FALSE(block.duration.valid);
+    ASSERT_EQ(Read(Element(kBlockGroup, {inner, Element(kBlock, BlockData(8, 6, 0, {1, 2}))})), GMkvBlockRead::Done);
+    EXPECT_EQ(block.track, 7u) << "the first Block of a group is the one";
+    EXPECT_EQ(Read(Element(kBlockGroup, facts)), GMkvBlockRead::NoBlock);
+    EXPECT_EQ(Read(Element(kBlockGroup, GEbmlBytes{})), GMkvBlockRead::NoBlock);
+}
+
+TEST_F(MkvBlock, ABlockThatDoesNotFitWhereItStandsIsLostAlone)
+{
+    EXPECT_EQ(Read(Element(kSimpleBlock, {0x81, 0x00}), VoidElement(50)), GMkvBlockRead::NoBlock)
+        << "too short for its own header";
+    EXPECT_EQ(Read(Element(kSimpleBlock, GEbmlBytes{}), VoidElement(50)), GMkvBlockRead::NoBlock);
+    EXPECT_EQ(Read(Element(kSimpleBlock, GEbmlBytes(20)), VoidElement(50)), GMkvBlockRead::Unreadable)
+        << "a track number of no length";
+    bytes = Join({Element(kCluster, LyingElement(kSimpleBlock, 500, {0x81, 0, 0, 0, 1})), VoidElement(600)});
+    EXPECT_EQ(ReadBytes(), GMkvBlockRead::NoBlock) << "it would take what follows its Cluster";
+    EXPECT_EQ(reader->Damage().Report().count, 1u);
+}
+
+TEST_F(MkvBlock, ABlockCutByTheEndOfTheFileKeepsWhatIsThere)
+{
+    bytes = LyingElement(kCluster, 1000, LyingElement(kSimpleBlock, (std::uint64_t{1} << 56) - 2, {0x81, 0, 0, 0, 1, 2}));
+    ASSERT_EQ(ReadBytes(), GMkvBlockRead::Done);
+    EXPECT_EQ(payload.available, 2u);
+    EXPECT_EQ(payload.claimed, (std::uint64_t{1} << 56) - 6);
+    EXPECT_EQ(reader->Damage().Report().count, 1u);
+    GBuffer data;
+    ASSERT_TRUE(ReadMkvFrames(*reader, payload, block, data));
+    EXPECT_THAT(data.Span(), ElementsAre(1, 2));
+}
+
+TEST_F(MkvBlock, FramesEndUpOneBehindTheOther)
+{
+    GBuffer data;
+    ASSERT_EQ(Read(SimpleBlock(1, 0, kXiphLace, {2, 1, 2, 10, 20, 21, 30, 31, 32})), GMkvBlockRead::Done);
+    ASSERT_TRUE(ReadMkvFrames(*reader, payload, block, data));
+    EXPECT_THAT(block.frameSizes, ElementsAre(1, 2, 3));
+    EXPECT_THAT(data.Span(), ElementsAre(10, 20, 21, 30, 31, 32));
+    ASSERT_EQ(Read(SimpleBlock(1, 0, kFixedLace, {1, 10, 20, 99})), GMkvBlockRead::Done);
+    ASSERT_TRUE(ReadMkvFrames(*reader, payload, block, data));
+    EXPECT_THAT(data.Span(), ElementsAre(10, 20)) << "what does not divide belongs to no frame";
+    ASSERT_EQ(Read(SimpleBlock(1, 0, kXiphLace, {1, 200, 10})), GMkvBlockRead::Done);
+    EXPECT_FALSE(ReadMkvFrames(*reader, payload, block, data));
+    EXPECT_TRUE(data.Empty());
+}
+
+}  // namespace
+}  // namespace vex::test

@@ -1,0 +1,309 @@
+// Where reading starts after a seek: by Cues, by key frames behind the target, by a walk over the Clusters.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "formats/mkv/mkv_seek.h"
+#include "mkv/mkv_reading.h"
+
+namespace vex::test {
+namespace {
+
+using namespace mkv_id;
+using testing::ElementsAre;
+
+constexpr REFERENCE_TIME Ms(std::int64_t milliseconds) { return milliseconds * kMillisecond; }
+
+// The first frame's mark after a seek, -1 at the end of the file.
+int MarkAt(GMkvReading& reading, REFERENCE_TIME time, GSeekMode mode = GSeekMode::Independent)
+{
+    reading.Handler().Seek(time, mode);
+    const auto block = reading.Read();
+    return block ? block->frames.at(0).at(0) : -1;
+}
+
+// Three Clusters of a second each from 100 s on; key frames are marked 10, 20 .., and audio stands between.
+GMkvBuilder Seconds()
+{
+    return ThreeTracks(FloatElement(kDuration, 3000))
+        .Add(Cluster(100'000, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {10}), SimpleBlock(kAudioTrack, 10, kKeyFlag, {11}),
+                               SimpleBlock(kVideoTrack, 500, kKeyFlag, {20}), SimpleBlock(kVideoTrack, 540, 0, {21})}))
+        .Add(Cluster(101'000, {SimpleBlock(kVideoTrack, 0, 0, {22}), SimpleBlock(kVideoTrack, 500, kKeyFlag, {30}),
+                               SimpleBlock(kAudioTrack, 510, kKeyFlag, {31}), SimpleBlock(kVideoTrack, 900, 0, {32})}))
+        .Add(Cluster(102'000, {SimpleBlock(kAudioTrack, 0, kKeyFlag, {33}), SimpleBlock(kVideoTrack, 100, 0, {34}),
+                               SimpleBlock(kVideoTrack, 500, kKeyFlag, {40}), SimpleBlock(kVideoTrack, 540, 0, {41})}));
+}
+
+TEST(MkvSeek, CuesLeadToTheLastKeyFrameUpToTheTarget)
+{
+    GMkvReading reading(Seconds().AddCues({{100'000, 1, 0}, {101'000, 1, 1}, {102'000, 2, 2}, {102'000, 1, 2}}).Build());
+    EXPECT_EQ(MarkAt(reading, Ms(2'600)), 40);
+    EXPECT_EQ(MarkAt(reading, Ms(2'500)), 40) << "exactly at it";
+    EXPECT_EQ(MarkAt(reading, Ms(2'499)), 30) << "its own Cluster has none so early: the CuePoint before";
+    EXPECT_EQ(MarkAt(reading, Ms(1'400)), 20);
+    EXPECT_EQ(MarkAt(reading, Ms(499)), 10);
+    EXPECT_EQ(MarkAt(reading, Ms(0)), 10);
+    EXPECT_EQ(MarkAt(reading, Ms(-5)), 10);
+    EXPECT_EQ(MarkAt(reading, Ms(1'000'000)), 40);
+    EXPECT_EQ(reading.Handler().Seek(Ms(2'499), GSeekMode::Independent), Ms(2'499)) << "the position stays as asked for";
+}
+
+TEST(MkvSeek, ReadingGoesOnFromTheStartBlockAndTimesStayThose)
+{
+    GMkvReading reading(Seconds().AddCues({{100'000, 1, 0}, {101'000, 1, 1}}).Build());
+    reading.Handler().Seek(Ms(1'700), GSeekMode::Independent);
+    const auto blocks = reading.ReadAll();
+    EXPECT_THAT(Marks(blocks), ElementsAre(30, 31, 32, 33, 34, 40, 41));
+    EXPECT_EQ(blocks[0].next.start, Ms(1'500));
+    EXPECT_EQ(blocks[3].next.start, Ms(2'000));
+    EXPECT_THAT(reading.ReadAll(), testing::IsEmpty()) << "the end stays the end";
+}
+
+TEST(MkvSeek, ATargetBeforeEveryCueStartsAtTheFirstCluster)
+{
+    GMkvReading reading(Seconds().AddCues({{102'000, 1, 2}}).Build());
+    EXPECT_EQ(MarkAt(reading, Ms(1'900)), 10);
+}
+
+TEST(MkvSeek, KeyFrameModeMovesToTheFirstKeyFrameBehindTheTarget)
+{
+    GMkvReading reading(Seconds().AddCues({{100'000, 1, 0}, {101'000, 1, 1}, {102'000, 1, 2}}).Build());
+    const auto seek = [&](REFERENCE_TIME time) { return reading.Handler().Seek(time, GSeekMode::KeyFrame); };
+    EXPECT_EQ(seek(Ms(100)), Ms(500));
+    EXPECT_EQ(seek(Ms(500)), Ms(1'500)) << "one at the target is not behind it";
+    EXPECT_EQ(reading.Read()->next.start, Ms(1'500)) << "the presentation restarts exactly at that key frame";
+    EXPECT_EQ(seek(Ms(1'600)), Ms(2'500)) << "the Clusters behind are looked at too";
+    EXPECT_EQ(seek(Ms(2'500)), Ms(2'500)) << "none is left: the position stays ..";
+    EXPECT_EQ(reading.Read()->next.start, 0) << ".. and reading starts over";
+    EXPECT_EQ(seek(0), 0);
+}
+
+TEST(MkvSeek, KeyFrameModeWithoutCuesKeepsThePosition)
+{
+    GMkvReading reading(Seconds().Build());
+    EXPECT_EQ(reading.Handler().Seek(Ms(2'600), GSeekMode::KeyFrame), Ms(2'600));
+    EXPECT_EQ(reading.Read()->next.start, Ms(1'500));
+}
+
+// What is in the second to last Cluster before the target is taken, though the last one may have a later key frame.
+TEST(MkvSeek, WithoutCuesTheTwoClustersBeforeTheTargetAreLookedAt)
+{
+    GMkvReading reading(Seconds().Build());
+    EXPECT_EQ(MarkAt(reading, Ms(2'600)), 30);
+    EXPECT_EQ(MarkAt(reading, Ms(2'000)), 20) << "a Cluster that begins at the target is not before it";
+    EXPECT_EQ(MarkAt(reading, Ms(700)), 20);
+    EXPECT_EQ(MarkAt(reading, Ms(499)), 10);
+}
+
+GEbmlBytes LongGroups(int clusters, int keyEvery, bool audioFirst)
+{
+    GMkvBuilder builder = ThreeTracks();
+    for (int i = 0; i < clusters; ++i) {
+        const auto mark = static_cast<std::uint8_t>(i + 1);
+        const std::uint8_t flags = i % keyEvery == 0 ? kKeyFlag : 0;
+        const GEbmlBytes audio = SimpleBlock(kAudioTrack, 0, kKeyFlag, {200});
+        builder.Add(Cluster(static_cast<std::uint64_t>(i) * 1000,
+                            {audioFirst ? audio : GEbmlBytes{}, SimpleBlock(kVideoTrack, 0, flags, {mark})}));
+    }
+    return builder.Build();
+}
+
+TEST(MkvSeek, WithoutCuesAKeyFrameClustersAwayIsStillFound)
+{
+    GMkvReading reading(LongGroups(40, 10, true));
+    EXPECT_EQ(MarkAt(reading, Ms(29'500)), 21);
+    EXPECT_EQ(MarkAt(reading, Ms(9'999)), 1);
+    EXPECT_EQ(MarkAt(reading, Ms(11'500)), 11) << "in the last Cluster but one";
+    EXPECT_EQ(MarkAt(reading, Ms(10'500)), 11) << "in the last one, as the one before has none";
+}
+
+TEST(MkvSeek, WithoutAnyKeyFrameReadingStartsAtTheLastClusterBeforeTheTarget)
+{
+    const auto file = [](int clusters) {
+        GMkvBuilder builder = ThreeTracks();
+        for (int i = 0; i < clusters; ++i)
+            builder.Add(Cluster(static_cast<std::uint64_t>(i) * 1000,
+                                {SimpleBlock(kVideoTrack, 0, 0, {static_cast<std::uint8_t>(i + 1)})}));
+        return builder.Build();
+    };
+    GMkvReading many(file(9));
+    EXPECT_EQ(MarkAt(many, Ms(5'500)), 6);
+    GMkvReading two(file(2));
+    EXPECT_EQ(MarkAt(two, Ms(1'500)), 1);
+}
+
+// Both kinds of Blocks in all three kinds of files: wherever one seeks, video starts with a key frame at or before.
+TEST(MkvSeek, TwoHundredTargetsInEveryKindOfFileStartAtAKeyFrame)
+{
+    for (const bool groups : {false, true}) {
+        for (const bool cued : {false, true}) {
+            for (const bool live : {false, true}) {
+                GMkvBuilder builder = ThreeTracks();
+                std::vector<GMkvBuilder::GCue> cues;
+                for (std::size_t c = 0; c < 30; ++c) {
+                    GEbmlBytes blocks = UIntElement(kTimecode, 500 + c * 1000);
+                    for (int frame = 0; frame < 25; ++frame) {
+                        const int at = frame * 40;
+                        const bool key = (c * 25 + static_cast<std::size_t>(frame)) % 37 == 0;
+                        GEbmlBytes picture = SimpleBlock(kVideoTrack, at, key ? kKeyFlag : 0, {1});
+                        if (groups)
+                            picture = key ? FlaggedGroup(kVideoTrack, at, {1}, 0) : DependentGroup(kVideoTrack, at, {1});
+                        if (key && cued)
+                            cues.push_back({500 + c * 1000 + static_cast<std::uint64_t>(at), kVideoTrack, c});
+                        blocks = Join({blocks, picture, SimpleBlock(kAudioTrack, at, kKeyFlag, {2})});
+                    }
+                    builder.Add(live ? UnknownSizeElement(kCluster, blocks) : Element(kCluster, blocks));
+                }
+                if (cued)
+                    builder.AddCues(cues);
+                GMkvReading reading(builder.Build(live ? GMkvBuilder::GSegmentSize::Unknown : GMkvBuilder::GSegmentSize::Known));
+                std::uint32_t random = 1;
+                for (int i = 0; i < 200; ++i) {
+                    random = random * 1664525u + 1013904223u;
+                    const REFERENCE_TIME target = Ms(random % 30'000u);
+                    reading.Handler().Seek(target, GSeekMode::Independent);
+                    auto first = reading.Announced();
+                    while (first && first->stream != kVideoTrack)
+                        first = reading.Announced();
+                    ASSERT_TRUE(first);
+                    EXPECT_TRUE(first->keyFrame) << target;
+                    EXPECT_LE(first->start, target);
+                    EXPECT_GT(first->start, target - Ms(4'000)) << "not from the start of the file";
+                }
+            }
+        }
+    }
+}
+
+// 100 Blocks without references, of which each tenth has the key flag.
+GEbmlBytes FlaggedFile(int blocks, int flaggedEvery, bool oneReference = false)
+{
+    GEbmlBytes inside = UIntElement(kTimecode, 0);
+    for (int i = 0; i < blocks; ++i) {
+        const auto mark = static_cast<std::uint8_t>(i);
+        const std::uint8_t flags = i % flaggedEvery == 0 ? kKeyFlag : 0;
+        inside = Join({inside, oneReference && i == 50 ? DependentGroup(kVideoTrack, i * 40, {mark}, flags)
+                                                       : FlaggedGroup(kVideoTrack, i * 40, {mark}, flags)});
+    }
+    return ThreeTracks().Add(Element(kCluster, inside)).AddCues({{0, kVideoTrack, 0}}).Build();
+}
+
+TEST(MkvSeek, FlagsTellKeyFramesWhereNoBlockHasAReference)
+{
+    GMkvReading reading(FlaggedFile(120, 10));
+    EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 37) << "nothing is known of the file yet";
+    reading.Handler().Seek(0, GSeekMode::Independent);
+    for (int i = 0; i < 98; ++i) {
+        const auto next = reading.Announced();
+        ASSERT_TRUE(next);
+        EXPECT_TRUE(next->keyFrame) << "the flag of packets follows the references whatever the seeks do";
+    }
+    EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 37) << "one Block short of a hundred, the one after the first seek included";
+    EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 30) << "now a hundred have been seen";
+    EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 30) << "and a seek forgets nothing";
+}
+
+TEST(MkvSeek, FlagsTellNothingWhenAllOrNoneAreSetOrAReferenceWasSeen)
+{
+    for (const GEbmlBytes& bytes : {FlaggedFile(120, 1), FlaggedFile(120, 10, true)}) {
+        GMkvReading reading(bytes);
+        reading.ReadAll();
+        EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 37);
+    }
+    GEbmlBytes inside = UIntElement(kTimecode, 0);
+    for (int i = 0; i < 120; ++i)
+        inside = Join({inside, FlaggedGroup(kVideoTrack, i, {static_cast<std::uint8_t>(i)}, 0)});
+    GMkvReading reading(ThreeTracks().Add(Element(kCluster, inside)).Build());
+    reading.ReadAll();
+    EXPECT_EQ(MarkAt(reading, Ms(37)), 37);
+}
+
+TEST(MkvSeek, TheFirstVideoTrackLeadsThenTheFirstAudioTrack)
+{
+    GMkvFile file;
+    EXPECT_EQ(MkvSeekTrack(file), 1u);
+    const auto track = [](std::uint64_t number, std::uint64_t type) {
+        GMkvTrack entry;
+        entry.trackNumber.value = number;
+        entry.trackType.value = type;
+        return entry;
+    };
+    file.tracks = {track(9, GMkvTrack::kSubtitle)};
+    EXPECT_EQ(MkvSeekTrack(file), 1u);
+    file.tracks = {track(9, GMkvTrack::kSubtitle), track(8, GMkvTrack::kAudio), track(7, GMkvTrack::kAudio)};
+    EXPECT_EQ(MkvSeekTrack(file), 8u);
+    file.tracks.push_back(track(6, GMkvTrack::kVideo));
+    file.tracks.push_back(track(5, GMkvTrack::kVideo));
+    EXPECT_EQ(MkvSeekTrack(file), 6u);
+}
+
+TEST(MkvSeek, ASeekReadsHeadersOfAHandfulOfClusters)
+{
+    constexpr std::size_t kClusters = 100;
+    constexpr std::size_t kFrame = 20'000;
+    GMkvBuilder builder = ThreeTracks();
+    std::vector<GMkvBuilder::GCue> cues;
+    for (std::size_t c = 0; c < kClusters; ++c) {
+        builder.Add(Cluster(c * 1000, {SimpleBlock(kVideoTrack, 0, kKeyFlag, GEbmlBytes(kFrame)),
+                                       SimpleBlock(kVideoTrack, 40, 0, GEbmlBytes(kFrame))}));
+        cues.push_back({c * 1000, kVideoTrack, c});
+    }
+    GMkvReading plain(builder.Build());
+    GMkvReading cued(builder.AddCues(cues).Build());
+    const auto cost = [](GMkvReading& reading) {
+        const std::uint64_t before = reading.Watch().bytes;
+        reading.Handler().Seek(Ms(90'500), GSeekMode::Independent);
+        return reading.Watch().bytes - before;
+    };
+    EXPECT_LT(cost(cued), 8u * GMkvReader::kDefaultBufferCapacity);
+    EXPECT_LT(cost(plain), (kClusters + 16) * GMkvReader::kDefaultBufferCapacity) << "one header of each Cluster";
+}
+
+// The builder's file with a Cues element that names the positions.
+GEbmlBytes WithCues(GMkvBuilder builder, const std::vector<std::uint64_t>& positions)
+{
+    GEbmlBytes points;
+    for (const std::uint64_t position : positions)
+        points = Join({points, GMkvBuilder::CuePoint({100'000, kVideoTrack, 0}, position)});
+    return builder.Add(Element(kCues, points)).Build();
+}
+
+TEST(MkvSeek, CuesThatLeadNowhereLeaveTheStartOfTheFile)
+{
+    GMkvBuilder probe = Seconds();
+    probe.AddCues({}).Build();
+    const std::uint64_t itself = probe.PositionOf(kCues, 0);
+    for (const std::uint64_t position :
+         {itself, itself + 5, std::uint64_t{0}, std::uint64_t{1} << 40, ~std::uint64_t{0}, ~std::uint64_t{0} - 40}) {
+        GMkvReading reading(WithCues(Seconds(), {position, position, position}));
+        EXPECT_EQ(MarkAt(reading, Ms(2'600)), 10) << position;
+        EXPECT_EQ(reading.Handler().Seek(Ms(2'600), GSeekMode::KeyFrame), Ms(2'600)) << position;
+    }
+}
+
+// In every Block hides the header of a Cluster that holds all Blocks behind it, no key frame among them, and a CuePoint
+// names each of these Clusters.
+TEST(MkvSeek, ASearchThroughLyingCuesHasAnEnd)
+{
+    const GEbmlBytes hidden = LyingElement(kCluster, 1 << 20, {});
+    const GEbmlBytes block = SimpleBlock(kVideoTrack, 0, 0, Join({{1}, hidden}));
+    GEbmlBytes inside;
+    for (int i = 0; i < 3'000; ++i)
+        inside.insert(inside.end(), block.begin(), block.end());
+    GMkvBuilder builder = Seconds();
+    builder.AddSeekHead({kCues}).Add(Element(kCluster, inside));
+    GMkvBuilder probe = builder;
+    probe.AddCues({}).Build();
+    const std::uint64_t firstBlock = probe.PositionOf(kCues, 0) - inside.size();
+    std::vector<std::uint64_t> positions;
+    for (std::size_t end = block.size(); end <= inside.size(); end += block.size())
+        positions.push_back(firstBlock + end - hidden.size());
+
+    GMkvReading reading(WithCues(builder, positions));
+    const std::uint64_t before = reading.Watch().bytes;
+    EXPECT_EQ(MarkAt(reading, Ms(2'600)), 10);
+    EXPECT_GT(reading.Watch().bytes - before, 8 * inside.size()) << "the hidden Clusters were looked at";
+    EXPECT_LT(reading.Watch().bytes - before, 800 * inside.size()) << "but not every one";
+}
+
+}  // namespace
+}  // namespace vex::test
