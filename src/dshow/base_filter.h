@@ -5,7 +5,6 @@
 // instructions and may be taken anywhere.
 #pragma once
 
-#include <condition_variable>
 #include <vector>
 
 #include "dshow/media_type.h"
@@ -72,7 +71,7 @@ private:
     std::atomic<LONG> pinVersion{1};
 
     GMutex stateLock;
-    std::condition_variable stateChanged;
+    GCondition stateChanged;
     WString name G_GUARDED_BY(stateLock);
     FILTER_STATE state G_GUARDED_BY(stateLock) = State_Stopped;
     int changing G_GUARDED_BY(stateLock) = 0;  // state changes in progress, one at a time but entered again by Run

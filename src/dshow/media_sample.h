@@ -1,7 +1,6 @@
 // Media samples and the memory allocator that owns them.
 #pragma once
 
-#include <condition_variable>
 #include <memory>
 #include <vector>
 
@@ -89,7 +88,7 @@ private:
     void FreeLocked() G_REQUIRES(lock);
 
     GMutex lock;
-    std::condition_variable changed;
+    GCondition changed;
     ALLOCATOR_PROPERTIES properties G_GUARDED_BY(lock){};
     bool committed G_GUARDED_BY(lock) = false;
     std::unique_ptr<BYTE[]> memory G_GUARDED_BY(lock);

@@ -98,7 +98,7 @@ private:
     std::atomic<bool> halting{false};        // Halt or Inactive began: failures are no errors any more
     std::atomic<bool> peerRefused{false};    // Deliver failed: nothing more is queued until the next start
     GMutex deliveryLock;
-    std::condition_variable deliveryDone;
+    GCondition deliveryDone;
     bool inDelivery G_GUARDED_BY(deliveryLock) = false;  // the streaming thread is inside the peer
     class GDelivery;
 };

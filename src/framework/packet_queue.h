@@ -1,7 +1,6 @@
 // The queue between the reader thread and one pin's streaming thread, and the pool its packets come from.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <vector>
@@ -58,8 +57,8 @@ private:
     const std::uint64_t byteLimit;
     const std::size_t maxPackets;
     GMutex lock;
-    std::condition_variable filled;  // the pin waits here
-    std::condition_variable drained; // the reader waits here
+    GCondition filled;  // the pin waits here
+    GCondition drained; // the reader waits here
     std::deque<GPacketPtr> packets G_GUARDED_BY(lock);
     std::uint64_t bytes G_GUARDED_BY(lock) = 0;
     bool pinWaits G_GUARDED_BY(lock) = false;

@@ -59,7 +59,7 @@ bool CAMThread::Create()
     if (exists)
         return false;
     try {
-        thread = std::thread([this] { Run(); });
+        thread = GNativeThread([this] { Run(); });
     } catch (const std::system_error&) {
         return false;
     }
@@ -71,7 +71,7 @@ bool CAMThread::Create()
 
 void CAMThread::Close()
 {
-    std::thread own;
+    GNativeThread own;
     {
         GMutexLock held(lock);
         if (!exists)
@@ -94,12 +94,12 @@ void CAMThread::Close()
 
 bool CAMThread::IsWorker() const
 {
-    return workerId.load(std::memory_order_relaxed) == std::this_thread::get_id();
+    return workerId.load(std::memory_order_relaxed) == ThisThreadId();
 }
 
 void CAMThread::Run()
 {
-    workerId.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    workerId.store(ThisThreadId(), std::memory_order_relaxed);
     try {
         ThreadProc();
     } catch (...) {
@@ -117,7 +117,7 @@ DWORD CAMThread::CallWorker(DWORD request)
 {
     if (IsWorker())
         return kNoWorker;
-    const std::lock_guard<std::mutex> oneCaller(callerLock);
+    const std::lock_guard<GNativeMutex> oneCaller(callerLock);
     GMutexLock held(lock);
     if (ended)
         return kNoWorker;

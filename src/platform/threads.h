@@ -1,14 +1,13 @@
-// Locks, events and the worker thread with its request/reply handshake, on top of the C++ standard library.
+// Locks, events and the worker thread with its request/reply handshake.
 // Clang checks the annotations (-Wthread-safety); other compilers ignore them.
 #pragma once
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <thread>
 
+#include "platform/thread_primitives.h"
 #include "platform/types.h"
 
 #if defined(__clang__)
@@ -32,10 +31,10 @@ class G_CAPABILITY("mutex") GMutex {
 public:
     void Lock() G_ACQUIRE() { mutex.lock(); }
     void Unlock() G_RELEASE() { mutex.unlock(); }
-    std::mutex& Native() { return mutex; }
+    GNativeMutex& Native() { return mutex; }
 
 private:
-    std::mutex mutex;
+    GNativeMutex mutex;
 };
 
 // Holds a GMutex for a scope; Wait gives it up while waiting.
@@ -46,19 +45,19 @@ public:
     GMutexLock(const GMutexLock&) = delete;
     GMutexLock& operator=(const GMutexLock&) = delete;
 
-    void Wait(std::condition_variable& changed) { changed.wait(held); }
+    void Wait(GCondition& changed) { changed.wait(held); }
     // False when the time-out passed first; a wake-up without cause counts as a change.
-    bool WaitFor(std::condition_variable& changed, std::chrono::milliseconds timeout)
+    bool WaitFor(GCondition& changed, std::chrono::milliseconds timeout)
     {
         return changed.wait_for(held, timeout) == std::cv_status::no_timeout;
     }
-    bool WaitUntil(std::condition_variable& changed, std::chrono::steady_clock::time_point deadline)
+    bool WaitUntil(GCondition& changed, std::chrono::steady_clock::time_point deadline)
     {
         return changed.wait_until(held, deadline) == std::cv_status::no_timeout;
     }
 
 private:
-    std::unique_lock<std::mutex> held;
+    std::unique_lock<GNativeMutex> held;
 };
 
 // Critical section: the owner may enter again.
@@ -68,7 +67,7 @@ public:
     void Unlock() G_RELEASE() { mutex.unlock(); }
 
 private:
-    std::recursive_mutex mutex;
+    GNativeRecursiveMutex mutex;
 };
 
 class G_SCOPED_CAPABILITY CAutoLock {
@@ -95,7 +94,7 @@ public:
 private:
     const bool manualReset;
     GMutex lock;
-    std::condition_variable changed;
+    GCondition changed;
     bool signalled G_GUARDED_BY(lock) = false;
 };
 
@@ -144,18 +143,18 @@ private:
     void Run();
     void ReplyLocked(DWORD result) G_REQUIRES(lock);
 
-    std::mutex callerLock;  // one caller at a time; taken before `lock`
+    GNativeMutex callerLock;  // one caller at a time; taken before `lock`
     GMutex lock;
-    std::condition_variable changed;
+    GCondition changed;
     DWORD requestCode G_GUARDED_BY(lock) = 0;
     DWORD replyCode G_GUARDED_BY(lock) = 0;
     bool replied G_GUARDED_BY(lock) = false;
     bool ended G_GUARDED_BY(lock) = true;
     std::uint32_t closed G_GUARDED_BY(lock) = 0;  // threads that are gone, so that a closer knows its own
-    std::thread thread G_GUARDED_BY(lock);        // empty while a closer joins it
+    GNativeThread thread G_GUARDED_BY(lock);        // empty while a closer joins it
     std::atomic<bool> pending{false};             // written under `lock`
     std::atomic<bool> exists{false};              // written under `lock`
-    std::atomic<std::thread::id> workerId{};
+    std::atomic<GThreadId> workerId{};
 };
 
 // The name under which debuggers and `ps` show the calling thread; at most 15 characters are kept.

@@ -84,7 +84,7 @@ private:
 
     std::atomic<GState> state{GState::Finished};
     mutable GMutex lock;
-    mutable std::condition_variable advanced;
+    mutable GCondition advanced;
     std::uint64_t progress G_GUARDED_BY(lock) = 0;
 };
 
