@@ -12,6 +12,8 @@ namespace vex {
 
 namespace {
 
+constexpr char kHint[] = "'vex --help' tells how it is used.";
+
 std::string Dashed(const GOptionRow& row)
 {
     const std::string longName = std::string("--") + row.name;
@@ -39,16 +41,25 @@ void AddCommand(CLI::App& app, const GCommandRow& row, GSettings& settings)
     command->footer("Exit status: " + std::string(kExitStatus));
     command->set_version_flag("--version", std::string(kVersionText), "Print the version and exit");
     command->callback([&settings, which = row.command] { settings.command = which; });
-    if (row.command != GCommand::Filters) {
-        auto* files = command->add_option("FILE", settings.files, "Media file")->required()->type_name("");
-        if (row.command != GCommand::Probe)
-            files->expected(1);
-    }
+    if (row.command == GCommand::Probe)
+        command->add_option("FILE", settings.files, "Media files")->required()->type_name("");
+    else if (row.command != GCommand::Filters)
+        command
+            ->add_option_function<std::string>(
+                "FILE", [&settings](const std::string& file) { settings.files = {file}; }, "Media file")
+            ->required()
+            ->type_name("");
     if (row.command == GCommand::Seek)
         command->add_option("TIME", settings.times, "Where to seek to")->required()->type_name("");
     for (const GOptionRow& option : OptionTable())
         if (option.commands & CommandBit(row.command))
             AddOption(*command, option, settings);
+}
+
+bool IsCommand(const std::string& name)
+{
+    const auto commands = CommandTable();
+    return std::any_of(commands.begin(), commands.end(), [&](const GCommandRow& row) { return name == row.name; });
 }
 
 // Why settings that can be parsed make no sense; empty when they do.
@@ -83,19 +94,23 @@ GCommandLine ReadCommandLine(std::vector<std::string> arguments)
     for (const GCommandRow& row : CommandTable())
         AddCommand(app, row, settings);
 
+    if (!arguments.empty() && !arguments.front().starts_with('-') && !IsCommand(arguments.front())) {
+        Complain("there is no command '" + arguments.front() + "'\n" + kHint);
+        return {{}, kUnusable};
+    }
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
     try {
         app.parse(std::move(arguments));
     } catch (const CLI::CallForHelp&) {
         // The help asked for is that of the innermost command named.
         const auto chosen = app.get_subcommands();
-        Print(chosen.empty() ? app.help() : chosen.front()->help());
+        Print((chosen.empty() ? app.help() : chosen.front()->help("vex")) + "\n");
         return {{}, kSound};
     } catch (const CLI::CallForVersion& version) {
         Print(std::string(version.what()) + "\n");
         return {{}, kSound};
     } catch (const CLI::ParseError& error) {
-        Complain(std::string(error.what()) + "\n'vex --help' tells how it is used.");
+        Complain(std::string(error.what()) + "\n" + kHint);
         return {{}, kUnusable};
     }
     if (const std::string why = Contradiction(settings); !why.empty()) {
