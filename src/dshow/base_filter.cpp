@@ -125,6 +125,8 @@ HRESULT CBaseFilter::GetState(DWORD dwMilliSecsTimeout, FILTER_STATE* State)
 {
     if (!State)
         return E_POINTER;
+    if (OnOwnThread())
+        dwMilliSecsTimeout = 0;
     GMutexLock held(stateLock);
     const bool forEver = dwMilliSecsTimeout == INFINITE;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(forEver ? 0 : dwMilliSecsTimeout);

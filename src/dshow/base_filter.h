@@ -29,7 +29,7 @@ public:
     STDMETHODIMP GetClassID(CLSID* pClassID) override;
 
     // IMediaFilter. State changes are done when the call returns; GetState waits at most its time-out for a change
-    // that another thread is making (VFW_S_STATE_INTERMEDIATE).
+    // that another thread is making (VFW_S_STATE_INTERMEDIATE), and not at all on a thread that the change waits for.
     STDMETHODIMP Stop() override;
     STDMETHODIMP Pause() override;
     STDMETHODIMP Run(REFERENCE_TIME tStart) override;
@@ -62,6 +62,7 @@ public:
     CCritSec changeLock;
 
 protected:
+    bool ReleasedByOwnThread() override { return OnOwnThread(); }
     void IncrementPinVersion() { pinVersion.fetch_add(1, std::memory_order_acq_rel); }
 
 private:

@@ -114,19 +114,15 @@ HRESULT CBaseOutputPin::ResizeBuffers(LONG bytes)
     if (FAILED(hr))
         return hr;
     ALLOCATOR_PROPERTIES properties{};
-    hr = memory->GetProperties(&properties);
-    if (FAILED(hr))
-        return hr;
-    properties.cbBuffer = bytes;
     ALLOCATOR_PROPERTIES granted{};
-    hr = memory->SetProperties(&properties, &granted);
-    if (FAILED(hr))
-        return hr;
-    if (granted.cbBuffer < bytes)
-        return E_FAIL;
-    hr = memory->Commit();
-    if (FAILED(hr))
-        return hr;
+    hr = memory->GetProperties(&properties);
+    properties.cbBuffer = bytes;
+    if (SUCCEEDED(hr))
+        hr = memory->SetProperties(&properties, &granted);
+    if (SUCCEEDED(hr) && granted.cbBuffer < bytes)
+        hr = E_FAIL;
+    // Also after a failure: what comes next may fit the buffers there are.
+    const HRESULT committed = memory->Commit();
     // A stop that decommitted meanwhile must stay the last word.
     bool stopping = false;
     {
@@ -137,7 +133,7 @@ HRESULT CBaseOutputPin::ResizeBuffers(LONG bytes)
         memory->Decommit();
         return VFW_E_NOT_COMMITTED;
     }
-    return S_OK;
+    return FAILED(hr) ? hr : committed;
 }
 
 HRESULT CBaseOutputPin::GetDeliveryBuffer(IMediaSample** sample)

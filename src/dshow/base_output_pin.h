@@ -25,8 +25,8 @@ public:
     HRESULT DeliverEndFlush();
     HRESULT DeliverNewSegment(REFERENCE_TIME start, REFERENCE_TIME stop, double rate);
 
-    // Gives the allocator buffers of `bytes` bytes, all else unchanged, and commits it again. Streaming thread; no
-    // sample may be held.
+    // Gives the allocator buffers of `bytes` bytes, all else unchanged, and commits it again, whatever the outcome.
+    // Streaming thread; no sample may be held.
     HRESULT ResizeBuffers(LONG bytes);
 
 protected:

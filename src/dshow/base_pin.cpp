@@ -1,3 +1,5 @@
+#include <memory>
+
 #include "dshow/base_filter.h"
 #include "dshow/enumerators.h"
 
@@ -108,8 +110,8 @@ HRESULT CBasePin::TryPeerTypes(IPin* receivePin, const AM_MEDIA_TYPE* wanted)
         return VFW_E_NO_ACCEPTABLE_TYPES;
     AM_MEDIA_TYPE* offered = nullptr;
     while (types->Next(1, &offered, nullptr) == S_OK) {
+        const std::unique_ptr<AM_MEDIA_TYPE, decltype(&DeleteMediaType)> owned(offered, DeleteMediaType);
         const CMediaType type(*offered);
-        DeleteMediaType(offered);
         if (wanted && !type.MatchesPartial(*wanted))
             continue;
         const HRESULT hr = AttemptConnection(receivePin, type);

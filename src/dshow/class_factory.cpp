@@ -26,7 +26,7 @@ public:
         *ppv = nullptr;
         // Whoever aggregates must ask for the object's own unknown.
         if (pUnkOuter && riid != IID_IUnknown)
-            return CLASS_E_NOAGGREGATION;
+            return E_NOINTERFACE;
         return ComGuard([&]() -> HRESULT {
             HRESULT hr = S_OK;
             CUnknown* object = entry.create(pUnkOuter, &hr);

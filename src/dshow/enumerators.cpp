@@ -35,7 +35,7 @@ HRESULT CEnumPins::Next(ULONG cPins, IPin** ppPins, ULONG* pcFetched)
     while (fetched < cPins && position < filter->GetPinCount()) {
         CBasePin* pin = filter->GetPin(position);
         if (!pin)
-            return VFW_E_ENUM_OUT_OF_SYNC;
+            break;
         pin->AddRef();
         ppPins[fetched++] = pin;
         ++position;

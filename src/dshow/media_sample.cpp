@@ -1,6 +1,17 @@
 #include "dshow/media_sample.h"
 
+#include <algorithm>
+#include <cstdint>
+
 namespace vex {
+
+namespace {
+
+// One buffer of the greatest size that can be asked for, with its alignment, still fits; more is a mistake.
+constexpr std::uint64_t kLargestPool = std::min<std::uint64_t>(std::uint64_t{1} << 32, PTRDIFF_MAX);  // bytes
+constexpr LONG kMostBuffers = 1 << 20;
+
+}  // namespace
 
 CMediaSample::CMediaSample(CMemAllocator* home, BYTE* memory, LONG bytes)
     : allocator(home), buffer(memory), capacity(bytes)
@@ -188,7 +199,7 @@ HRESULT CMemAllocator::AllocateLocked()
     const std::uint64_t stride = (static_cast<std::uint64_t>(properties.cbPrefix) +
                                   static_cast<std::uint64_t>(properties.cbBuffer) + align - 1) / align * align;
     const std::uint64_t total = stride * static_cast<std::uint64_t>(properties.cBuffers) + align;
-    if (total > PTRDIFF_MAX)
+    if (total > kLargestPool || properties.cBuffers > kMostBuffers)
         return E_OUTOFMEMORY;
     memory = std::make_unique_for_overwrite<BYTE[]>(static_cast<std::size_t>(total));
     const auto base = reinterpret_cast<std::uintptr_t>(memory.get());

@@ -1,5 +1,9 @@
 #include "dshow/source.h"
 
+#include <algorithm>
+#include <iterator>
+#include <string>
+
 namespace vex {
 
 CSource::CSource(WString filterName, IUnknown* outer, REFCLSID clsid) : CBaseFilter(std::move(filterName), outer, clsid)
@@ -30,6 +34,29 @@ bool CSource::OnOwnThread()
     return false;
 }
 
+int CSource::PinNumber(const CBasePin* pin)
+{
+    const GMutexLock held(pinsLock);
+    const auto found = std::ranges::find_if(pins, [&](const auto& own) { return own.get() == pin; });
+    return found == pins.end() ? 0 : static_cast<int>(found - pins.begin()) + 1;
+}
+
+HRESULT CSource::FindPin(LPCWSTR Id, IPin** ppPin)
+{
+    if (!Id || !ppPin)
+        return E_POINTER;
+    *ppPin = nullptr;
+    int number = 0;
+    for (; *Id >= VEX_W('0') && *Id <= VEX_W('9') && number <= GetPinCount(); ++Id)
+        number = number * 10 + (*Id - VEX_W('0'));
+    CBasePin* pin = *Id == 0 ? GetPin(number - 1) : nullptr;
+    if (!pin)
+        return VFW_E_NOT_FOUND;
+    pin->AddRef();
+    *ppPin = pin;
+    return S_OK;
+}
+
 void CSource::AddPin(std::unique_ptr<CSourceStream> pin)
 {
     {
@@ -39,18 +66,20 @@ void CSource::AddPin(std::unique_ptr<CSourceStream> pin)
     IncrementPinVersion();
 }
 
-void CSource::RemovePins()
+void CSource::AddPins(std::vector<std::unique_ptr<CSourceStream>> added)
 {
-    std::vector<std::unique_ptr<CSourceStream>> removed;
     {
         const GMutexLock held(pinsLock);
-        removed.swap(pins);
+        pins.reserve(pins.size() + added.size());
+        std::ranges::move(added, std::back_inserter(pins));
     }
-    if (!removed.empty())
-        IncrementPinVersion();
+    IncrementPinVersion();
 }
 
-CSourceStream::CSourceStream(CSource* source, WString pinName) : CBaseOutputPin(source, std::move(pinName)) {}
+CSourceStream::CSourceStream(CSource* source, WString pinName)
+    : CBaseOutputPin(source, std::move(pinName)), sourceFilter(source)
+{
+}
 
 CSourceStream::~CSourceStream() = default;
 
@@ -58,6 +87,21 @@ HRESULT CSourceStream::Send(Command command)
 {
     const DWORD reply = CallWorker(command);
     return reply == kNoWorker ? E_FAIL : static_cast<HRESULT>(reply);
+}
+
+HRESULT CSourceStream::QueryId(LPWSTR* Id)
+{
+    if (!Id)
+        return E_POINTER;
+    *Id = nullptr;
+    const int number = sourceFilter->PinNumber(this);
+    if (number == 0)
+        return VFW_E_NOT_FOUND;
+    return ComGuard([&] {
+        const std::string text = std::to_string(number);
+        *Id = TaskMemCopy(WString(text.begin(), text.end()));
+        return *Id ? S_OK : E_OUTOFMEMORY;
+    });
 }
 
 HRESULT CSourceStream::Active()

@@ -18,13 +18,18 @@ public:
 
     int GetPinCount() override;
     CBasePin* GetPin(int index) override;
+    // By the identifier that QueryId gives: the pin's number in decimal. Names may repeat, numbers do not.
+    STDMETHODIMP FindPin(LPCWSTR Id, IPin** ppPin) override;
+    // 1-based; 0 for a pin that is not ours.
+    int PinNumber(const CBasePin* pin);
 
     // True on a streaming thread of one of the pins.
     bool OnOwnThread() override;
 
 protected:
     void AddPin(std::unique_ptr<CSourceStream> pin);
-    void RemovePins();  // all of them; only when none can be connected
+    // All of them or, when this throws, none.
+    void AddPins(std::vector<std::unique_ptr<CSourceStream>> added);
 
 private:
     GMutex pinsLock;
@@ -40,6 +45,7 @@ public:
     CSourceStream(CSource* source, WString pinName);
     ~CSourceStream() override;
 
+    STDMETHODIMP QueryId(LPWSTR* Id) override;
     HRESULT Active() override;
     HRESULT Inactive() override;
 
@@ -58,6 +64,8 @@ protected:
 
 private:
     HRESULT Send(Command command);
+
+    CSource* const sourceFilter;
 };
 
 }  // namespace vex

@@ -230,4 +230,10 @@ void CSourceSeeking::SetStart(REFERENCE_TIME time)
     startPosition = time;
 }
 
+void CSourceSeeking::SetStop(REFERENCE_TIME time)
+{
+    const CAutoLock held(lock);
+    stopPosition = time;
+}
+
 }  // namespace vex

@@ -41,6 +41,7 @@ protected:
     };
     GSegment Segment();
     void SetStart(REFERENCE_TIME time);
+    void SetStop(REFERENCE_TIME time);
 
     // What SetPositions asks for, as absolute times; E_INVALIDARG and E_POINTER as the interface lays down.
     struct GRequest {

@@ -1,5 +1,10 @@
 #include "dshow/unknown.h"
 
+#include <system_error>
+
+#include "platform/thread_primitives.h"
+#include "platform/trace.h"
+
 namespace vex {
 
 std::atomic<LONG> CUnknown::activeObjects{0};
@@ -36,9 +41,23 @@ ULONG CUnknown::NonDelegatingRelease()
         return left;
     // A reference taken and given back during destruction must not destroy the object a second time.
     references.store(1, std::memory_order_relaxed);
+    if (!ReleasedByOwnThread()) {
+        Finish();
+        return 0;
+    }
+    // A peer gave the last reference back from inside a call of ours: that call has to return before the object may go.
+    try {
+        GNativeThread([this] { Finish(); }).detach();
+    } catch (const std::system_error&) {
+        Trace("An object stays alive: no thread to destroy it on\n");
+    }
+    return 0;
+}
+
+void CUnknown::Finish()
+{
     FinalRelease();
     delete this;
-    return 0;
 }
 
 HRESULT GetInterface(IUnknown* unknown, void** ppv)

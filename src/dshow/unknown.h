@@ -49,10 +49,14 @@ protected:
     // Called once, when the last reference is gone and before destruction begins: the place to end threads that still
     // use the object as its most derived self.
     virtual void FinalRelease() {}
+    // True on a thread that FinalRelease would have to wait for: the object is then finished on a thread of its own.
+    virtual bool ReleasedByOwnThread() { return false; }
 
     std::atomic<ULONG> references{0};
 
 private:
+    void Finish();
+
     class GInner final : public IUnknown {
     public:
         explicit GInner(CUnknown& described) : object(described) {}
