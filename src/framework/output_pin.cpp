@@ -39,23 +39,33 @@ REFERENCE_TIME ScaleTime(REFERENCE_TIME time, double rate)
 
 }  // namespace
 
-// Marks the time the streaming thread spends inside the peer.
+// A call of the streaming thread to the peer. Refused once a halt has begun: such a call might wait for a flush that
+// has already passed, or that never comes because nobody knew of the call.
 class CVexOutputPin::GDelivery {
 public:
-    explicit GDelivery(CVexOutputPin& deliveringPin) : pin(deliveringPin) { Set(true); }
-    ~GDelivery() { Set(false); }
+    enum class Kind : std::uint8_t { Data, Flush };
+
+    explicit GDelivery(CVexOutputPin& deliveringPin, Kind kind = Kind::Data) : pin(deliveringPin)
+    {
+        const GMutexLock held(pin.deliveryLock);
+        allowed = !pin.halting;
+        pin.inDelivery = allowed;
+        pin.flushingPeer = allowed && kind == Kind::Flush;
+    }
+    ~GDelivery()
+    {
+        const GMutexLock held(pin.deliveryLock);
+        pin.inDelivery = pin.flushingPeer = false;
+        pin.deliveryDone.notify_all();
+    }
     GDelivery(const GDelivery&) = delete;
     GDelivery& operator=(const GDelivery&) = delete;
 
+    bool Allowed() const { return allowed; }
+
 private:
-    void Set(bool inside)
-    {
-        const GMutexLock held(pin.deliveryLock);
-        pin.inDelivery = inside;
-        if (!inside)
-            pin.deliveryDone.notify_all();
-    }
     CVexOutputPin& pin;
+    bool allowed = false;
 };
 
 CVexOutputPin::CVexOutputPin(CVexFilter* owningFilter, WString pinName, const GStreamInfo& info)
@@ -130,22 +140,33 @@ HRESULT CVexOutputPin::Active()
     return CSourceStream::Active();
 }
 
+// No call to the peer begins from here on. A flush of the streaming thread's own is waited for: it would end the one
+// that follows.
+void CVexOutputPin::StopDeliveries()
+{
+    GMutexLock held(deliveryLock);
+    halting = true;
+    while (flushingPeer)
+        held.Wait(deliveryDone);
+}
+
 HRESULT CVexOutputPin::Inactive()
 {
-    halting = true;
-    // No new buffer from here on; what is inside the peer gets a while to come out by itself.
-    CBaseOutputPin::Inactive();
-    bool flushed = false;
-    if (ThreadExists()) {
+    StopDeliveries();
+    CBaseOutputPin::Inactive();  // wakes a wait for a buffer
+    // What is inside the peer gets a while to come out by itself.
+    bool stuck = false;
+    {
         GMutexLock held(deliveryLock);
-        if (inDelivery)
-            held.WaitFor(deliveryDone, kDeliveryPatience);
-        flushed = inDelivery;
+        const auto deadline = std::chrono::steady_clock::now() + kDeliveryPatience;
+        while (inDelivery && held.WaitUntil(deliveryDone, deadline)) {
+        }
+        stuck = inDelivery;
     }
-    if (flushed)
+    if (stuck)
         DeliverBeginFlush();
     const HRESULT hr = CSourceStream::Inactive();
-    if (flushed)
+    if (stuck)
         DeliverEndFlush();
     queue.Clear();
     DropUnits();
@@ -154,7 +175,7 @@ HRESULT CVexOutputPin::Inactive()
 
 void CVexOutputPin::Halt()
 {
-    halting = true;
+    StopDeliveries();
     DeliverBeginFlush();
     // A peer that keeps our only buffer must not keep the streaming thread from hearing the command.
     CBaseOutputPin::Inactive();
@@ -196,15 +217,23 @@ HRESULT CVexOutputPin::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LO
         HRESULT hr = ReadRequest(pCurrent, dwCurrentFlags, pStop, dwStopFlags, request);
         if (FAILED(hr))
             return hr;
+        const GSegment before = Segment();
+        // The stop first: the segment that a seek starts ends there already.
+        if (request.moveStop)
+            SetStop(request.stop);
+        bool sought = false;
         if (request.moveStart) {
-            hr = owner->SeekTo(this, request.start, request.start != Segment().start);
+            hr = owner->SeekTo(this, request.start, request.start != before.start);
             if (FAILED(hr))
                 return hr;
+            sought = hr == S_OK;
         }
-        // From here on all is absolute: the seek may have moved the start.
+        // From here on all is absolute: the seek may have moved the start. A restart costs the samples that the peer
+        // has, so it is left out where the pin has just been restarted or the stop stays where it was.
         LONGLONG stop = request.stop;
+        const bool moveStop = request.moveStop && !sought && request.stop != before.stop;
         const DWORD startFlags = request.moveStart ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning;
-        const DWORD stopFlags = request.moveStop ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning;
+        const DWORD stopFlags = moveStop ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning;
         hr = CSourceSeeking::SetPositions(&request.start, startFlags, &stop, stopFlags);
         if (pCurrent && (request.moveStart || (dwCurrentFlags & AM_SEEKING_ReturnTime)))
             *pCurrent = request.start;
@@ -212,6 +241,13 @@ HRESULT CVexOutputPin::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LO
             *pStop = stop;
         return hr;
     });
+}
+
+HRESULT CVexOutputPin::SetRate(double dRate)
+{
+    if (owner->OnOwnThread())
+        return VFW_E_WRONG_STATE;
+    return ComGuard([&] { return CSourceSeeking::SetRate(dRate); });
 }
 
 GPacketQueue::PushResult CVexOutputPin::Push(GPacketPtr packet, const std::function<bool()>& giveUp)
@@ -273,61 +309,76 @@ HRESULT CVexOutputPin::OnThreadStartPlay()
     SetStart(owner->SegmentStart());
     const GSegment segment = Segment();
     const GDelivery inside(*this);
-    return DeliverNewSegment(segment.start, segment.stop, segment.rate);
+    return inside.Allowed() ? DeliverNewSegment(segment.start, segment.stop, segment.rate) : S_FALSE;
 }
 
 HRESULT CVexOutputPin::DoBufferProcessingLoop()
 {
-    return ComGuard([&]() -> HRESULT {
-        OnThreadStartPlay();
-        for (;;) {
-            DWORD request = 0;
-            while (CheckRequest(&request)) {
-                if (request == CMD_STOP)
-                    return S_FALSE;  // answered by the thread procedure
-                Reply(static_cast<DWORD>(request == CMD_RUN || request == CMD_PAUSE ? NOERROR : E_UNEXPECTED));
-            }
-            switch (unitPending ? GUnitStatus::Unit : PrepareUnit()) {
-            case GUnitStatus::NotYet:
-                break;
-            case GUnitStatus::End: {
-                const GDelivery inside(*this);
+    const HRESULT hr = ComGuard([&] { return Play(); });
+    if (FAILED(hr))  // memory ran short
+        AbortStream(hr);
+    return hr;
+}
+
+// S_FALSE when a stop command waits, S_OK when there is nothing more to play.
+HRESULT CVexOutputPin::Play()
+{
+    OnThreadStartPlay();
+    for (;;) {
+        DWORD request = 0;
+        while (CheckRequest(&request)) {
+            if (request == CMD_STOP)
+                return S_FALSE;  // answered by the thread procedure
+            Reply(static_cast<DWORD>(request == CMD_RUN || request == CMD_PAUSE ? NOERROR : E_UNEXPECTED));
+        }
+        switch (unitPending ? GUnitStatus::Unit : PrepareUnit()) {
+        case GUnitStatus::NotYet:
+            break;
+        case GUnitStatus::End: {
+            const GDelivery inside(*this);
+            if (inside.Allowed()) {
                 DeliverEndOfStream();
                 return S_OK;
             }
-            case GUnitStatus::Unit:
-                unitPending = true;
-                if (DeliverUnit() == GStep::Stop)
-                    return S_OK;
-                break;
-            }
+            WaitRequest(1);  // the marker stays
+            break;
         }
-    });
+        case GUnitStatus::Unit:
+            unitPending = true;
+            if (DeliverUnit() == GStep::Stop)
+                return S_OK;
+            break;
+        }
+    }
 }
 
+// While the pin is being halted nothing is delivered and the unit is kept: only a seek drops it.
 CVexOutputPin::GStep CVexOutputPin::DeliverUnit()
 {
     GComPtr<IMediaSample> sample;
     // The peer may hold the one buffer for a while; a failure is a decommit, and a command will follow.
-    while (FAILED(GetDeliveryBuffer(sample.Put()))) {
-        if (WaitRequest(1)) {
-            DWORD request = 0;
-            if (CheckRequest(&request) && request == CMD_STOP)
-                return GStep::Continue;  // the unit is kept: only a seek drops it
-            Reply(static_cast<DWORD>(request == CMD_RUN || request == CMD_PAUSE ? NOERROR : E_UNEXPECTED));
-        }
+    if (FAILED(GetDeliveryBuffer(sample.Put()))) {
+        WaitRequest(1);
+        return GStep::Continue;
     }
     HRESULT hr = FillBuffer(sample);
-    FinishUnit();
-    unitPending = false;
     if (FAILED(hr)) {
         sample.Reset();
-        if (halting || owner->Rules().resize == GResizeRule::DropOnFailure)
+        if (halting)
             return GStep::Continue;
-        return AbortStream(hr);
+        FinishUnit();
+        unitPending = false;
+        return owner->Rules().resize == GResizeRule::DropOnFailure ? GStep::Continue : AbortStream(hr);
     }
     {
         const GDelivery inside(*this);
+        if (!inside.Allowed()) {
+            sample.Reset();
+            WaitRequest(1);
+            return GStep::Continue;
+        }
+        FinishUnit();
+        unitPending = false;
         hr = Deliver(sample.Get());
     }
     if (hr == S_OK || halting)  // a flush refuses samples too
@@ -344,7 +395,8 @@ CVexOutputPin::GStep CVexOutputPin::AbortStream(HRESULT reason)
     queue.Clear();
     {
         const GDelivery inside(*this);
-        DeliverEndOfStream();
+        if (inside.Allowed())
+            DeliverEndOfStream();
     }
     owner->NotifyEvent(EC_ERRORABORT, reason, 0);
     return GStep::Stop;
@@ -355,7 +407,9 @@ HRESULT CVexOutputPin::Enlarge(GComPtr<IMediaSample>& sample, LONG needed)
 {
     sample.Reset();
     if (owner->Rules().resize == GResizeRule::FlushPeerOrAbort) {
-        const GDelivery inside(*this);
+        const GDelivery inside(*this, GDelivery::Kind::Flush);
+        if (!inside.Allowed())
+            return VFW_E_WRONG_STATE;
         DeliverBeginFlush();
         DeliverEndFlush();
     }
@@ -389,12 +443,13 @@ HRESULT CVexOutputPin::FillBuffer(GComPtr<IMediaSample>& sample)
 
     const double rate = Segment().rate;
     REFERENCE_TIME start = ScaleTime(unit.start, rate);
-    REFERENCE_TIME stop = ScaleTime(unit.stop, rate);
+    REFERENCE_TIME stop = ScaleTime(unit.stop, rate);  // not looked at when there is none
     const bool timed = unit.start != kNoTime;
-    sample->SetTime(timed ? &start : nullptr, timed ? &stop : nullptr);
+    sample->SetTime(timed ? &start : nullptr, timed && unit.stop != kNoTime ? &stop : nullptr);
     LONGLONG mediaStart = unit.mediaStart;
     LONGLONG mediaStop = unit.mediaStop;
-    const bool mediaTimed = timed && rules.mediaTimes == GMediaTimeRule::Packet;
+    const bool mediaTimed = timed && rules.mediaTimes == GMediaTimeRule::Packet && mediaStart != kNoTime &&
+                            mediaStop != kNoTime;
     sample->SetMediaTime(mediaTimed ? &mediaStart : nullptr, mediaTimed ? &mediaStop : nullptr);
     sample->SetDiscontinuity(unit.discontinuity || discontinuityPending);
     sample->SetSyncPoint((rules.sync == GSyncRule::FirstOrKeyFrame && discontinuityPending) || unit.keyFrame);

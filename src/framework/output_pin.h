@@ -35,6 +35,7 @@ public:
 
     // A seek of one pin is a seek of the whole filter.
     STDMETHODIMP SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LONGLONG* pStop, DWORD dwStopFlags) override;
+    STDMETHODIMP SetRate(double dRate) override;
 
     HRESULT GetMediaType(int position, CMediaType* type) override;
     HRESULT CheckMediaType(const CMediaType* type) override;
@@ -83,7 +84,11 @@ protected:
 private:
     enum class GStep : std::uint8_t { Continue, Stop };
 
+    class GDelivery;
+
+    void StopDeliveries();
     void DropUnits();
+    HRESULT Play();
     GStep DeliverUnit();
     HRESULT FillBuffer(GComPtr<IMediaSample>& sample);
     HRESULT Enlarge(GComPtr<IMediaSample>& sample, LONG needed);
@@ -95,12 +100,12 @@ private:
     GPacketPtr current;                      // streaming thread: owns the bytes of `unit`
     bool unitPending = false;                // streaming thread: `unit` is prepared and not yet delivered
     bool discontinuityPending = false;       // streaming thread
-    std::atomic<bool> halting{false};        // Halt or Inactive began: failures are no errors any more
     std::atomic<bool> peerRefused{false};    // Deliver failed: nothing more is queued until the next start
+    std::atomic<bool> halting{false};        // set under deliveryLock: no call to the peer begins, none that fails counts
     GMutex deliveryLock;
     GCondition deliveryDone;
-    bool inDelivery G_GUARDED_BY(deliveryLock) = false;  // the streaming thread is inside the peer
-    class GDelivery;
+    bool inDelivery G_GUARDED_BY(deliveryLock) = false;    // the streaming thread is inside the peer
+    bool flushingPeer G_GUARDED_BY(deliveryLock) = false;  // and there it flushes
 };
 
 }  // namespace vex

@@ -14,9 +14,15 @@ constexpr std::size_t kSmallBuffer = 16384;   // bytes; below this, waste does n
 
 }  // namespace
 
+// Giving back happens where nothing may fail, so the room for it is made at once.
+GPacketPool::GPacketPool()
+{
+    packets.reserve(kPoolPackets);
+}
+
 GPacketPtr GPacketPool::Take(std::size_t bytes)
 {
-    const std::size_t largest = std::max(kSmallBuffer, bytes * 2);
+    const std::size_t largest = std::max(kSmallBuffer, bytes > SIZE_MAX / 2 ? SIZE_MAX : bytes * 2);
     const GMutexLock held(lock);
     const std::size_t looks = std::min(kPoolSearch, packets.size());
     for (std::size_t i = 1; i <= looks; ++i) {
@@ -68,13 +74,16 @@ GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr packet, const std::functi
         GPacket2* last = packets.empty() ? nullptr : packets.back().get();
         const bool joins = packet->continuation && !packet->discontinuity && packet->start == kNoTime && last &&
                            last->start != kNoTime;
-        bytes += packet->GetSize();
+        const std::size_t size = packet->GetSize();
         if (joins)
             last->data.Append(packet->data.Span());
         else
             packets.push_back(std::move(packet));
-        if (pinWaits)
+        bytes += size;
+        if (pinWaits && packets.size() >= wakeAt) {
+            wakeAt = kBatch;
             filled.notify_one();
+        }
     }
     return PushResult::Done;
 }
@@ -123,18 +132,10 @@ GPacketPtr GPacketQueue::Pop()
 
 void GPacketQueue::Clear()
 {
-    std::deque<GPacketPtr> dropped;  // freed after the lock
     const GMutexLock held(lock);
-    dropped.swap(packets);
+    packets.clear();
     bytes = 0;
     drained.notify_one();
-}
-
-void GPacketQueue::Wake()
-{
-    const GMutexLock held(lock);
-    filled.notify_all();
-    drained.notify_all();
 }
 
 }  // namespace vex

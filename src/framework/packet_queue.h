@@ -14,6 +14,7 @@ namespace vex {
 // Packets given back by pins, for the reader to fill again. Bounded in number and bytes; any thread.
 class GPacketPool {
 public:
+    GPacketPool();
     // A packet whose buffer suits `bytes`, or null: memory that is much larger than needed would make queues, whose
     // limits count payload, hold far more than they say.
     GPacketPtr Take(std::size_t bytes);
@@ -33,7 +34,7 @@ public:
     GPacketQueue(const GQueueLimits& queueLimits, std::uint32_t sampleSize);
 
     // Reader thread. Waits while the queue is full, at most 1 ms between looks at `giveUp`, whose true refuses the
-    // packet. A continuation without a time of its own is joined to the last packet queued.
+    // packet. A continuation without a time of its own is joined to the last packet queued. Throws std::bad_alloc.
     PushResult Push(GPacketPtr packet, const std::function<bool()>& giveUp);
     // Reader thread: appends the end marker, full or not.
     void PushEnd();
@@ -47,12 +48,19 @@ public:
 
     // Empties the queue; the pin and reader threads are stopped or about to notice.
     void Clear();
-    // Wakes whoever waits, to look at its reasons to give up again.
-    void Wake();
 
 private:
     Ready ReadyLocked(bool holdBack) const G_REQUIRES(lock);
-    bool FullLocked() const G_REQUIRES(lock) { return bytes >= byteLimit || packets.size() >= maxPackets; }
+    // The packet held back counts as room for another: alone it would wait for ever for what releases it.
+    bool FullLocked() const G_REQUIRES(lock)
+    {
+        return packets.size() >= maxPackets || (bytes >= byteLimit && packets.size() > 1);
+    }
+
+    // A pin that waits for the start of a segment is woken at once, one that keeps up with the reader in batches: waking
+    // it for every packet costs more than handing the packet over. Its wait ends after 1 ms in any case.
+    static constexpr std::size_t kFirstWake = 2;
+    static constexpr std::size_t kBatch = 16;
 
     const std::uint64_t byteLimit;
     const std::size_t maxPackets;
@@ -62,6 +70,7 @@ private:
     std::deque<GPacketPtr> packets G_GUARDED_BY(lock);
     std::uint64_t bytes G_GUARDED_BY(lock) = 0;
     bool pinWaits G_GUARDED_BY(lock) = false;
+    std::size_t wakeAt G_GUARDED_BY(lock) = kFirstWake;  // packets queued when a waiting pin is woken
     bool readerWaits G_GUARDED_BY(lock) = false;
 };
 

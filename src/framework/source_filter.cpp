@@ -6,6 +6,24 @@
 
 namespace vex {
 
+namespace {
+
+// Times come from the file. Beyond this (3,600 years) they are held, so that no difference or multiple that the pins
+// form of them leaves 64 bits.
+constexpr REFERENCE_TIME kLargestTime = REFERENCE_TIME{1} << 60;
+
+REFERENCE_TIME HoldTime(REFERENCE_TIME time)
+{
+    return std::clamp(time, -kLargestTime, kLargestTime);
+}
+
+REFERENCE_TIME FromBase(REFERENCE_TIME time, REFERENCE_TIME base)
+{
+    return time == kNoTime ? kNoTime : HoldTime(time) - base;
+}
+
+}  // namespace
+
 CVexFilter::CVexFilter(WString filterName, IUnknown* outer, REFCLSID clsid, const GFilterRules& filterRules,
                        std::unique_ptr<GReadHandler> formatHandler)
     : CSource(std::move(filterName), outer, clsid),
@@ -36,6 +54,8 @@ HRESULT CVexFilter::NonDelegatingQueryInterface(REFIID riid, void** ppv)
 
 HRESULT CVexFilter::Load(LPCOLESTR pszFileName, const AM_MEDIA_TYPE*)
 {
+    if (OnOwnThread())
+        return E_FAIL;  // such a thread exists only when a file is loaded
     return ComGuard([&]() -> HRESULT {
         const CAutoLock change(&changeLock);
         if (IsLoaded()) {
@@ -55,26 +75,31 @@ HRESULT CVexFilter::Open(const WString& path)
         SetLoadError(opened.Error());
         return E_FAIL;
     }
-    duration = handler->Duration();
+    duration = std::max<REFERENCE_TIME>(HoldTime(handler->Duration()), 0);
     currentPosition = 0;
     segmentStart = 0;
-    const HRESULT hr = MakePins();
-    if (FAILED(hr)) {
-        SetLoadError({GErrorKind::Unsupported, "no stream of the file can be played", 0});
-        return hr;
-    }
+    seekBase = 0;
     properties = handler->Properties();
     attachments = handler->Attachments();
+    WString loadedName = path;
+    if (!MakePins()) {
+        SetLoadError({GErrorKind::Unsupported, "no stream of the file can be played", 0});
+        return E_FAIL;
+    }
     {
         const GMutexLock held(nameLock);
-        fileName = path;
+        fileName.swap(loadedName);
     }
     loaded.store(true, std::memory_order_release);
     return S_OK;
 }
 
-HRESULT CVexFilter::MakePins()
+// All pins come at once, as the last step of loading that can fail: after a failure there are none, and the host may
+// try another file.
+bool CVexFilter::MakePins()
 {
+    std::vector<std::unique_ptr<CSourceStream>> made;
+    std::vector<CVexOutputPin*> inOrder;
     bool videoSeen = false;
     std::size_t index = 0;
     for (const GStreamInfo& stream : handler->Streams()) {
@@ -88,10 +113,14 @@ HRESULT CVexFilter::MakePins()
         if (!pinName)
             continue;
         auto pin = MakePin(std::move(*pinName), stream);
-        pins.push_back(pin.get());
-        AddPin(std::move(pin));
+        inOrder.push_back(pin.get());
+        made.push_back(std::move(pin));
     }
-    return pins.empty() ? E_FAIL : S_OK;
+    if (made.empty())
+        return false;
+    AddPins(std::move(made));
+    pins.swap(inOrder);
+    return true;
 }
 
 std::optional<WString> CVexFilter::NamePin(const GStreamInfo& stream, std::size_t)
@@ -176,6 +205,7 @@ void CVexFilter::StopReader()
 {
     if (!reader.ThreadExists())
         return;
+    resumeEvent.Set();  // should a seek have left the reader parked
     reader.CallWorker(kExit);
     reader.Close();
 }
@@ -203,18 +233,28 @@ DWORD CVexFilter::GReader::ThreadProc()
     filter.readerReady.Set();
     for (;;) {
         filter.resumeEvent.Wait();
-        GLoopEnd end = GLoopEnd::Interrupted;
-        try {
-            end = filter.PacketLoop();
-        } catch (const std::exception&) {
-            end = GLoopEnd::EndOfStream;  // memory ran short: what was read is played out
-        }
-        if (end == GLoopEnd::EndOfStream && !RequestPending())
-            filter.EndStreams();
+        filter.ReadToEnd();
         const DWORD command = GetRequest();
         Reply(0);
         if (command == kExit)
             return 0;
+    }
+}
+
+void CVexFilter::ReadToEnd()
+{
+    try {
+        GLoopEnd end = GLoopEnd::EndOfStream;
+        try {
+            end = PacketLoop();
+        } catch (const std::bad_alloc&) {
+            Trace("Memory ran short: what was read is played out\n");
+        }
+        if (end == GLoopEnd::EndOfStream && !reader.RequestPending())
+            EndStreams();
+    } catch (...) {
+        Trace("The reader gave up\n");
+        NotifyEvent(EC_ERRORABORT, E_UNEXPECTED, 0);
     }
 }
 
@@ -254,9 +294,11 @@ bool CVexFilter::SendHeaders(const std::function<bool()>& giveUp)
     for (CVexOutputPin* pin : pins) {
         if (!pin->IsConnected())
             continue;
-        for (GPacketPtr& packet : handler->HeaderPackets(pin->StreamNumber(), pin->ActiveType()))
+        for (GPacketPtr& packet : handler->HeaderPackets(pin->StreamNumber(), pin->ActiveType())) {
+            RebaseTimes(*packet);
             if (pin->Push(std::move(packet), giveUp) == GPacketQueue::PushResult::Refused)
                 return false;
+        }
     }
     return true;
 }
@@ -272,22 +314,26 @@ bool CVexFilter::PassOn(const GNextPacket& next, CVexOutputPin& pin, const std::
     packet->discontinuity = next.discontinuity;
     packet->continuation = next.continuation;
     packet->start = next.start;
-    packet->stop = next.stop;
+    packet->stop = next.start == kNoTime ? kNoTime : next.stop;
     if (next.start != kNoTime) {
         const bool own = next.mediaStart != kNoTime;
         packet->mediaStart = own ? next.mediaStart : next.start / kUnitsPerMediaTime;
-        packet->mediaStop = own ? next.mediaStop : next.stop / kUnitsPerMediaTime;
+        packet->mediaStop = own || next.stop == kNoTime ? next.mediaStop : next.stop / kUnitsPerMediaTime;
     }
     if (!handler->ReadPayload(*packet)) {
         pool.Give(std::move(packet));
         return true;
     }
-    if (packet->start != kNoTime) {
-        const REFERENCE_TIME base = seekBase.load(std::memory_order_relaxed);
-        packet->start -= base;
-        packet->stop -= base;
-    }
+    RebaseTimes(*packet);
     return pin.Push(std::move(packet), giveUp) == GPacketQueue::PushResult::Done;
+}
+
+// From the start of the file to the start of the segment.
+void CVexFilter::RebaseTimes(GPacket2& packet)
+{
+    const REFERENCE_TIME base = seekBase.load(std::memory_order_relaxed);
+    packet.start = FromBase(packet.start, base);
+    packet.stop = FromBase(packet.stop, base);
 }
 
 // With OncePerTarget, true when `caller` repeats the seek that another pin has already made.
@@ -308,11 +354,11 @@ HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool
 {
     const CAutoLock change(&changeLock);
     if (position == currentPosition)
-        return S_OK;
-    position = std::clamp<REFERENCE_TIME>(position, 0, std::max<REFERENCE_TIME>(duration, 0));
+        return S_FALSE;
+    position = std::clamp<REFERENCE_TIME>(position, 0, duration);
     if (IsRelayed(caller, position)) {
         position = currentPosition;
-        return S_OK;
+        return S_FALSE;
     }
     if (!reader.ThreadExists()) {
         Reposition(position, moved);
@@ -331,8 +377,8 @@ void CVexFilter::Reposition(REFERENCE_TIME& position, bool moved)
 {
     const bool align = keyFrameSeek && prerollMark && position != 0 && moved;
     try {
-        position = handler->Seek(position, align ? GSeekMode::KeyFrame : GSeekMode::Independent);
-    } catch (const std::exception&) {
+        position = HoldTime(handler->Seek(position, align ? GSeekMode::KeyFrame : GSeekMode::Independent));
+    } catch (...) {
         // Out of memory halfway: the pins restart from wherever the handler stands.
     }
     currentPosition = position;

@@ -57,8 +57,8 @@ public:
     bool PrerollMark() const { return prerollMark.load(std::memory_order_relaxed); }
     CCritSec* SeekingLock() { return &seekingLock; }
     GPacketPool& Pool() { return pool; }
-    // Seeks the whole filter to `position` (100 ns), which becomes the position reached. `moved`: the caller asked
-    // for another position than the pin had.
+    // Seeks the whole filter to `position` (100 ns), which becomes the position reached; S_FALSE when there was nothing
+    // to do. `moved`: the caller asked for another position than the pin had.
     HRESULT SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved);
 
 protected:
@@ -90,15 +90,17 @@ private:
     };
 
     HRESULT Open(const WString& path);
-    HRESULT MakePins();
+    bool MakePins();
     void SetLoadError(const GError& error);
 
     // Reader thread.
     enum class GLoopEnd : std::uint8_t { EndOfStream, Interrupted };
+    void ReadToEnd();
     GLoopEnd PacketLoop();
     bool SendHeaders(const std::function<bool()>& giveUp);
     bool PassOn(const GNextPacket& next, CVexOutputPin& pin, const std::function<bool()>& giveUp);
     void EndStreams();
+    void RebaseTimes(GPacket2& packet);
 
     void StopReader();
     void HaltPins();

@@ -23,7 +23,8 @@ CVexOutputPin::GUnitStatus CMKV_OutputPin::PrepareUnit()
 {
     if (delivering && NextFrame())
         return GUnitStatus::Unit;
-    if (!ending) {
+    // A Block may complete those behind it that have a duration of their own: they go before anything new is taken.
+    if (!ending && !FrontIsComplete()) {
         switch (queue.WaitReady(false)) {
         case GPacketQueue::Ready::No:
             return GUnitStatus::NotYet;
@@ -95,7 +96,7 @@ bool CMKV_OutputPin::NextFrame()
     unit.data = packet.data.Span().subspan(frameOffset, size);
     unit.start = packet.start;
     unit.stop = packet.stop;
-    if (packet.start != kNoTime && count > 1) {
+    if (packet.start != kNoTime && packet.stop != kNoTime && count > 1) {
         const REFERENCE_TIME each = (packet.stop - packet.start) / static_cast<REFERENCE_TIME>(count);
         unit.start = packet.start + static_cast<REFERENCE_TIME>(frameIndex) * each;
         unit.stop = unit.start + each;

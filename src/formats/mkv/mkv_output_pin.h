@@ -9,7 +9,7 @@
 namespace vex {
 
 // A Block without a duration ends where the next one of its track starts, so a window of `reorderDepth` Blocks is kept
-// back; within it a Block with a higher reference priority overtakes. Laced frames become one sample each.
+// back; within it a Block with a lower reference priority overtakes. Laced frames become one sample each.
 class CMKV_OutputPin final : public CVexOutputPin {
 public:
     // `minCache` as the track declares it: the window is at least 2 deep.
