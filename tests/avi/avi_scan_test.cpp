@@ -171,6 +171,61 @@ TEST(AviScan, ClosingWakesAScanThatWaitsForTheFileToGrow)
     }
 }
 
+TEST(AviScan, IndexesInAndBehindTheDataAreNotTakenForData)
+{
+    // 200 frames of at most 1024 bytes: both the index chunk at the end of the data, which names the code of the chunks,
+    // and the idx1 behind it are larger than that.
+    GAviTestFile file = NumberedVideo(200, GAviTestIndex::OpenDml);
+    file.streams[0].format = BitmapFormat("XVID", 16, 16);
+    auto bytes = file.Build();
+    for (const std::size_t size : {std::size_t{4}, PositionOf(bytes, "movi") - 4})
+        PutU32(bytes, size, 0);
+    GAviReading reading(bytes);
+    ASSERT_TRUE(reading.Open());
+    EXPECT_EQ(Marks(reading.ReadAll()), Numbers(200));
+    EXPECT_EQ(reading.Handler().Damage().count, 0u);
+}
+
+// Opens `bytes` up to `begun`, and adds the rest when the handler has come to the end.
+void ExpectGrowth(const std::vector<std::uint8_t>& bytes, std::size_t begun, int packetsBegun, int packetsAtLast)
+{
+    const auto cut = bytes.begin() + static_cast<std::ptrdiff_t>(begun);
+    GAviReading reading(std::vector(bytes.begin(), cut));
+    ASSERT_TRUE(reading.Open());
+    auto packets = reading.ReadAll();
+    EXPECT_EQ(Marks(packets), Numbers(packetsBegun));
+    reading.Disk().Append({cut, bytes.end()});
+    reading.ReadUntil(packets, static_cast<std::size_t>(packetsAtLast));
+    EXPECT_EQ(Marks(packets), Numbers(packetsAtLast));
+}
+
+TEST(AviGrowth, AChunkOfWhichOnlyTheHeaderIsThereIsWaitedFor)
+{
+    const auto bytes = NumberedVideo(3, GAviTestIndex::None).Build();
+    ExpectGrowth(bytes, ChunkPosition(bytes, 1) + 8, 1, 3);
+}
+
+TEST(AviGrowth, AContinuationOfWhichOnlyTheBeginningIsThereIsWaitedFor)
+{
+    GAviTestFile file = NumberedVideo(2, GAviTestIndex::None);
+    file.parts.push_back({Chunk("00dc", 10, 3)});
+    const auto bytes = file.Build();
+    const std::size_t second = PositionOf(bytes, "AVIX") - 8;
+    for (const std::size_t there : {std::size_t{3}, std::size_t{8}, std::size_t{12}, std::size_t{20}})
+        ExpectGrowth(bytes, second + there, 2, 3);
+}
+
+TEST(AviGrowth, ARefusedIndexSaysHowFarTheFileIsToGrow)
+{
+    GAviTestFile file = NumberedVideo(2, GAviTestIndex::OpenDml);
+    file.parts.push_back({Chunk("00dc", 10, 3)});
+    auto bytes = file.Build();
+    const std::size_t second = PositionOf(bytes, "AVIX") - 8;
+    const std::string junk("JUNK\0\0\0\0", 8);  // with it the file has more than one RIFF, and is whole so far
+    bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(second), junk.begin(), junk.end());
+    ExpectGrowth(bytes, second + 8, 2, 3);
+}
+
 TEST(AviScan, AFileWithoutDataEndsAtOnce)
 {
     GAviTestFile file = NumberedVideo(0, GAviTestIndex::None);

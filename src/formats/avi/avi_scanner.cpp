@@ -208,7 +208,7 @@ std::int64_t GAviIndexScanner::FindFrame(std::int64_t from)
 {
     std::vector<std::uint8_t> block(kSearchBlock);
     while (!RequestPending() && source->Seek(from) == from) {
-        const std::uint32_t count = source->Read(block.data(), kSearchBlock);
+        const std::uint32_t count = source->ReadBulk(block.data(), kSearchBlock);
         if (count < kCodeSize)
             break;
         for (std::uint32_t i = 0; i + kCodeSize <= count; ++i) {
