@@ -1,0 +1,130 @@
+// The host against the module's own filters.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+
+#include "host/filter_catalog.h"
+#include "host/host_graph.h"
+#include "module/class_ids.h"
+#include "platform/exports.h"
+#include "platform/registry.h"
+#include "platform/text.h"
+
+namespace vex::test {
+
+namespace {
+
+using testing::IsEmpty;
+
+constexpr std::chrono::minutes kBound{2};
+
+const WString kSample = WideFromUtf8(VEX_SAMPLE);
+
+std::unique_ptr<GHostGraph> OpenSample()
+{
+    auto graph = std::make_unique<GHostGraph>(LinkedModule());
+    EXPECT_EQ(graph->Create(CLSID_VexAvi), S_OK);
+    EXPECT_EQ(graph->Load(kSample), S_OK) << graph->ErrorText();
+    return graph;
+}
+
+}  // namespace
+
+TEST(FilterCatalog, NamesAndIdentifiersAreThoseThatTheModuleRegisters)
+{
+    const auto folder = std::filesystem::temp_directory_path() / "vex-catalog-test";
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    setenv("VEX_REGISTRY_DIR", folder.c_str(), 1);
+    ASSERT_EQ(DllRegisterServer(), S_OK);
+    EXPECT_EQ(GClassesRoot::SubKeys(VEX_W("CLSID")).size(), FilterCatalog().size());
+    for (const GFilterEntry& entry : FilterCatalog()) {
+        const auto name = GClassesRoot::GetString(VEX_W("CLSID\\") + WideFromUtf8(ClsidText(entry.clsid)), {});
+        ASSERT_TRUE(name) << entry.shortName;
+        EXPECT_EQ(Utf8FromWide(*name), entry.displayName);
+    }
+    EXPECT_EQ(DllUnregisterServer(), S_OK);
+    std::filesystem::remove_all(folder);
+}
+
+TEST(HostWithModule, RandomSeeksWhilePlayingKeepTheRulesOfDelivery)
+{
+    {
+        const auto graph = OpenSample();
+        ASSERT_EQ(graph->ConnectAll(), S_OK);
+        ASSERT_EQ(graph->Run(), S_OK);
+        std::mt19937 random(20240611);
+        std::uniform_int_distribution<REFERENCE_TIME> anywhere(0, *graph->Duration());
+        for (int i = 0; i < 200; ++i) {
+            for (const GSeekResult& seek : graph->Seek(anywhere(random)))
+                ASSERT_EQ(seek.result, S_OK);
+            if (i % 50 == 49) {
+                EXPECT_EQ(graph->WaitForEnd(kBound), GEnd::Complete);
+            }
+        }
+        ASSERT_EQ(graph->Stop(), S_OK);
+        for (std::size_t pin = 0; pin < graph->PinCount(); ++pin)
+            EXPECT_THAT(graph->Sink(pin)->Report().violations, IsEmpty()) << "pin " << pin;
+    }
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+}
+
+TEST(HostWithModule, SeeksBetweenHeldSinksAndStopsDoNotHang)
+{
+    for (int round = 0; round < 10; ++round) {
+        const auto graph = OpenSample();
+        ASSERT_EQ(graph->ConnectAll(), S_OK);
+        for (std::size_t pin = 0; pin < graph->PinCount(); ++pin)
+            graph->Sink(pin)->SetBehaviour(GSinkBehaviour::Hold, static_cast<std::uint64_t>(round) / 2);
+        ASSERT_EQ(graph->Run(), S_OK);
+        for (std::size_t pin = 0; pin < graph->PinCount(); ++pin)
+            ASSERT_TRUE(graph->WaitUntil(kBound, [&] { return graph->Sink(pin)->Report().holding; }));
+        graph->Seek(round * kUnitsPerSecond / 4);
+        if (round % 2 == 0) {
+            ASSERT_EQ(graph->Stop(), S_OK);
+            ASSERT_EQ(graph->Run(), S_OK);
+        }
+    }  // taken apart while the sinks hold
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+}
+
+TEST(HostWithModule, AStreamWhoseSinkRefusesOrLeavesDoesNotKeepTheOtherFromItsEnd)
+{
+    for (const GSinkBehaviour behaviour : {GSinkBehaviour::Refuse, GSinkBehaviour::Finish, GSinkBehaviour::Hold}) {
+        const auto graph = OpenSample();
+        ASSERT_EQ(graph->ConnectAll(), S_OK);
+        graph->Sink(0)->SetBehaviour(behaviour, 5);
+        ASSERT_EQ(graph->Run(), S_OK);
+        if (behaviour == GSinkBehaviour::Hold) {
+            ASSERT_TRUE(graph->WaitUntil(kBound, [&] { return graph->Sink(0)->Report().holding; }));
+            graph->Sink(0)->Disconnect();
+        }
+        EXPECT_EQ(graph->WaitForEnd(kBound), GEnd::Complete);
+        EXPECT_EQ(graph->Sink(0)->Report().samples, 5u);
+        EXPECT_TRUE(graph->Sink(1)->Report().endOfStream);
+    }
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+}
+
+TEST(HostWithModule, TheLoadableModuleServesTheSameFilters)
+{
+    std::string error;
+    const GModule module = LoadModule(WideFromUtf8(VEX_MODULE_FILE), error);
+    ASSERT_TRUE(module.IsUsable()) << error;
+    {
+        GHostGraph graph(module);
+        ASSERT_EQ(graph.Create(CLSID_VexAvi), S_OK);
+        EXPECT_TRUE(FAILED(graph.Load(VEX_W("no-such-file.avi"))));
+        EXPECT_NE(graph.ErrorText(), "") << "the reason crosses from the module's copy of the platform to ours";
+        ASSERT_EQ(graph.Load(kSample), S_OK);
+        ASSERT_EQ(graph.ConnectAll(), S_OK);
+        ASSERT_EQ(graph.Run(), S_OK);
+        EXPECT_EQ(graph.WaitForEnd(kBound), GEnd::Complete);
+    }
+    EXPECT_EQ(module.canUnloadNow(), S_OK);
+}
+
+}  // namespace vex::test
