@@ -1,0 +1,140 @@
+// IMediaSeeking of a pin, with nothing running.
+#include <gtest/gtest.h>
+
+#include "support/scripted_filter.h"
+
+namespace vex::test {
+
+namespace {
+
+constexpr REFERENCE_TIME kDuration = 100 * kFrame;
+
+class Seeking : public testing::Test {
+protected:
+    GRig rig{Movie(100)};
+    GComPtr<IMediaSeeking> seeking = rig.Seeking(0);
+
+    REFERENCE_TIME Current()
+    {
+        LONGLONG current = -1;
+        EXPECT_EQ(seeking->GetPositions(&current, nullptr), S_OK);
+        return current;
+    }
+    REFERENCE_TIME Stop()
+    {
+        LONGLONG stop = -1;
+        EXPECT_EQ(seeking->GetPositions(nullptr, &stop), S_OK);
+        return stop;
+    }
+};
+
+}  // namespace
+
+TEST_F(Seeking, KnowsReferenceTimeAndNothingElse)
+{
+    const GUID other = MEDIATYPE_Video;
+    GUID format = GUID_NULL;
+    EXPECT_EQ(seeking->IsFormatSupported(&TIME_FORMAT_MEDIA_TIME), S_OK);
+    EXPECT_EQ(seeking->IsFormatSupported(&other), S_FALSE);
+    EXPECT_EQ(seeking->QueryPreferredFormat(&format), S_OK);
+    EXPECT_EQ(format, TIME_FORMAT_MEDIA_TIME);
+    format = GUID_NULL;
+    EXPECT_EQ(seeking->GetTimeFormat(&format), S_OK);
+    EXPECT_EQ(format, TIME_FORMAT_MEDIA_TIME);
+    EXPECT_EQ(seeking->IsUsingTimeFormat(&TIME_FORMAT_MEDIA_TIME), S_OK);
+    EXPECT_EQ(seeking->IsUsingTimeFormat(&other), S_FALSE);
+    EXPECT_EQ(seeking->SetTimeFormat(&TIME_FORMAT_MEDIA_TIME), S_OK);
+    EXPECT_EQ(seeking->SetTimeFormat(&other), E_INVALIDARG);
+
+    LONGLONG converted = 0;
+    EXPECT_EQ(seeking->ConvertTimeFormat(&converted, nullptr, 123, &TIME_FORMAT_MEDIA_TIME), S_OK);
+    EXPECT_EQ(converted, 123);
+    EXPECT_EQ(seeking->ConvertTimeFormat(&converted, &TIME_FORMAT_MEDIA_TIME, -5, nullptr), S_OK);
+    EXPECT_EQ(converted, -5);
+    EXPECT_EQ(seeking->ConvertTimeFormat(&converted, &other, 1, nullptr), E_INVALIDARG);
+    EXPECT_EQ(seeking->ConvertTimeFormat(&converted, nullptr, 1, &other), E_INVALIDARG);
+}
+
+TEST_F(Seeking, SaysWhichOfTheAskedCapabilitiesItHas)
+{
+    DWORD asked = AM_SEEKING_CanSeekAbsolute | AM_SEEKING_CanGetDuration;
+    EXPECT_EQ(seeking->CheckCapabilities(&asked), S_OK);
+    asked = AM_SEEKING_CanSeekAbsolute | AM_SEEKING_CanPlayBackwards;
+    EXPECT_EQ(seeking->CheckCapabilities(&asked), S_FALSE);
+    EXPECT_EQ(asked, static_cast<DWORD>(AM_SEEKING_CanSeekAbsolute)) << "what it has of them";
+    asked = AM_SEEKING_CanGetCurrentPos;
+    EXPECT_EQ(seeking->CheckCapabilities(&asked), E_FAIL);
+    EXPECT_EQ(asked, 0u);
+}
+
+TEST_F(Seeking, EveryNullPointerIsRefused)
+{
+    EXPECT_EQ(seeking->GetCapabilities(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->CheckCapabilities(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->IsFormatSupported(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->QueryPreferredFormat(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->GetTimeFormat(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->IsUsingTimeFormat(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->SetTimeFormat(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->GetDuration(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->GetStopPosition(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->GetCurrentPosition(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->ConvertTimeFormat(nullptr, nullptr, 0, nullptr), E_POINTER);
+    EXPECT_EQ(seeking->GetRate(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->GetPreroll(nullptr), E_POINTER);
+    EXPECT_EQ(seeking->SetPositions(nullptr, AM_SEEKING_AbsolutePositioning, nullptr, 0), E_POINTER);
+    EXPECT_EQ(seeking->SetPositions(nullptr, 0, nullptr, AM_SEEKING_AbsolutePositioning), E_POINTER);
+    EXPECT_EQ(seeking->SetPositions(nullptr, 0, nullptr, 0), S_OK);
+    EXPECT_EQ(seeking->GetPositions(nullptr, nullptr), S_OK);
+}
+
+TEST_F(Seeking, MovesStartAndStopByEveryKindOfFlag)
+{
+    LONGLONG start = 10 * kFrame;
+    LONGLONG stop = 90 * kFrame;
+    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_AbsolutePositioning, &stop, AM_SEEKING_AbsolutePositioning), S_OK);
+    EXPECT_EQ(Current(), 10 * kFrame);
+    EXPECT_EQ(Stop(), 90 * kFrame);
+    start = 5 * kFrame;
+    stop = -10 * kFrame;
+    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_RelativePositioning | AM_SEEKING_ReturnTime, &stop,
+                                    AM_SEEKING_RelativePositioning | AM_SEEKING_ReturnTime),
+              S_OK);
+    EXPECT_EQ(start, 15 * kFrame) << "handed back as absolute times";
+    EXPECT_EQ(stop, 80 * kFrame);
+    start = 20 * kFrame;
+    stop = 5 * kFrame;
+    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_AbsolutePositioning, &stop, AM_SEEKING_IncrementalPositioning),
+              S_OK);
+    EXPECT_EQ(Stop(), 25 * kFrame) << "from the new start";
+    start = stop = 1;
+    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_NoPositioning | AM_SEEKING_ReturnTime, &stop,
+                                    AM_SEEKING_NoPositioning | AM_SEEKING_ReturnTime),
+              S_OK);
+    EXPECT_EQ(start, 20 * kFrame);
+    EXPECT_EQ(stop, 25 * kFrame);
+    stop = INT64_MAX;
+    ASSERT_EQ(seeking->SetPositions(nullptr, 0, &stop, AM_SEEKING_RelativePositioning), S_OK);
+    EXPECT_EQ(Stop(), INT64_MAX) << "a sum beyond 64 bits is held";
+}
+
+TEST_F(Seeking, TellsTheWholeFileAsAvailable)
+{
+    LONGLONG earliest = 9;
+    LONGLONG latest = 9;
+    EXPECT_EQ(seeking->GetAvailable(&earliest, &latest), S_OK);
+    EXPECT_EQ(earliest, 0);
+    EXPECT_EQ(latest, kDuration);
+    EXPECT_EQ(seeking->GetAvailable(nullptr, nullptr), S_OK);
+    LONGLONG preroll = 9;
+    EXPECT_EQ(seeking->GetPreroll(&preroll), S_OK);
+    EXPECT_EQ(preroll, 0);
+    LONGLONG current = 0;
+    EXPECT_EQ(seeking->GetCurrentPosition(&current), E_NOTIMPL) << "as the capabilities say";
+    double rate = 0;
+    EXPECT_EQ(seeking->SetRate(0.25), S_OK);
+    EXPECT_EQ(seeking->GetRate(&rate), S_OK);
+    EXPECT_EQ(rate, 0.25);
+}
+
+}  // namespace vex::test

@@ -1,0 +1,268 @@
+#include "support/scripted_filter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace vex::test {
+
+namespace {
+
+constexpr CLSID kScriptedClsid{0x4F0D2A10, 0x5A5A, 0x4B4B, {0x91, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98}};
+
+class GScriptedHandler final : public GReadHandler {
+public:
+    GScriptedHandler(GScript played, std::shared_ptr<GScriptLog> shared) : script(std::move(played)), log(std::move(shared))
+    {
+    }
+
+    GStatus Open(const char*) override
+    {
+        if (!script.opens)
+            return GError{GErrorKind::Malformed, "the script does not open", 42};
+        return {};
+    }
+    REFERENCE_TIME Duration() const override { return script.duration; }
+    std::span<const GStreamInfo> Streams() const override { return script.streams; }
+
+    GReadStatus ReadPacket(GNextPacket& next) override
+    {
+        if (cursor >= script.packets.size())
+            return GReadStatus::End;
+        if (cursor >= log->Available()) {
+            std::this_thread::yield();
+            return GReadStatus::NotYet;
+        }
+        if (script.onRead)
+            script.onRead(cursor);
+        announced = cursor++;
+        next = script.packets[announced];
+        log->Announced();
+        return GReadStatus::Packet;
+    }
+    bool ReadPayload(GPacket2& packet) override
+    {
+        if (script.onPayload)
+            script.onPayload(announced);
+        packet.data.Resize(script.packets[announced].size);
+        std::ranges::fill(packet.data.Span(), static_cast<std::uint8_t>(announced));
+        if (script.finishPacket)
+            script.finishPacket(packet, announced);
+        log->PayloadRead();
+        return true;
+    }
+    GPacketPtr NewPacket() const override { return script.newPacket ? script.newPacket() : GReadHandler::NewPacket(); }
+    std::vector<GPacketPtr> HeaderPackets(std::uint32_t stream, const CMediaType&) override
+    {
+        return script.headers ? script.headers(stream) : std::vector<GPacketPtr>();
+    }
+    REFERENCE_TIME Seek(REFERENCE_TIME time, GSeekMode mode) override
+    {
+        log->Sought({time, mode});
+        const REFERENCE_TIME landed = script.seekLands ? script.seekLands(time, mode) : time;
+        const auto there = std::ranges::find_if(script.packets, [&](const auto& packet) { return packet.start >= landed; });
+        cursor = static_cast<std::size_t>(there - script.packets.begin());
+        return landed;
+    }
+
+private:
+    const GScript script;
+    const std::shared_ptr<GScriptLog> log;
+    std::size_t cursor = 0;
+    std::size_t announced = 0;
+};
+
+}  // namespace
+
+void GScriptLog::SetAvailable(std::size_t count)
+{
+    available = count;
+}
+
+void GScriptLog::Announced()
+{
+    ++announced;
+}
+
+void GScriptLog::PayloadRead()
+{
+    const std::lock_guard held(lock);
+    ++payloads;
+    changed.notify_all();
+}
+
+void GScriptLog::Sought(GSeek seek)
+{
+    const std::lock_guard held(lock);
+    seeks.push_back(seek);
+}
+
+std::vector<GScriptLog::GSeek> GScriptLog::Seeks()
+{
+    const std::lock_guard held(lock);
+    return seeks;
+}
+
+void GScriptLog::WaitForPayloads(std::size_t count)
+{
+    const GWatchdog watchdog("reading ahead");
+    std::unique_lock held(lock);
+    changed.wait(held, [&] { return payloads >= count; });
+}
+
+CScriptedFilter::CScriptedFilter(GScript script, const GFilterRules& filterRules, std::shared_ptr<GScriptLog> log,
+                                 IUnknown* outer)
+    : CVexFilter(VEX_W("Scripted"), outer, kScriptedClsid, filterRules,
+                 std::make_unique<GScriptedHandler>(std::move(script), std::move(log)))
+{
+}
+
+void CScriptedFilter::SetOptions(bool keyFrames, bool preroll)
+{
+    keyFrameSeek = keyFrames;
+    prerollMark = preroll;
+}
+
+std::optional<WString> CScriptedFilter::NamePin(const GStreamInfo&, std::size_t)
+{
+    return WString(VEX_W("Same name"));
+}
+
+std::unique_ptr<CVexOutputPin> CScriptedFilter::MakePin(WString pinName, const GStreamInfo& stream)
+{
+    return makePin ? makePin(this, std::move(pinName), stream) : CVexFilter::MakePin(std::move(pinName), stream);
+}
+
+GRig::GRig(GScript script, const GFilterRules& filterRules, CScriptedFilter::GMakePin makePin)
+    : scripted(new CScriptedFilter(std::move(script), filterRules, log)), filter(scripted)
+{
+    scripted->makePin = std::move(makePin);
+    EXPECT_EQ(scripted->Load(VEX_W("script"), nullptr), S_OK);
+    GComPtr<IEnumPins> list;
+    filter->EnumPins(list.Put());
+    GComPtr<IPin> pin;
+    while (list->Next(1, pin.Put(), nullptr) == S_OK) {
+        pins.push_back(std::move(pin));
+        sinks.push_back(GComPtr<CRecordingSink>::Adopt(new CRecordingSink));
+    }
+}
+
+GRig::~GRig()
+{
+    if (filter) {
+        StopGraph();
+        for (auto& pin : pins)
+            pin->Disconnect();
+    }
+    for (auto& sink : sinks)
+        sink->Disconnect();
+    pins.clear();
+    filter.Reset();
+    for (auto& sink : sinks) {
+        sink->GiveSamplesBack();
+        sink->offered.Reset();
+    }
+    WaitForObjects(objectsBefore);
+}
+
+void GRig::Connect(std::size_t pin)
+{
+    ASSERT_EQ(pins[pin]->Connect(sinks[pin].Get(), nullptr), S_OK);
+}
+
+void GRig::ConnectAll()
+{
+    for (std::size_t pin = 0; pin < pins.size(); ++pin)
+        Connect(pin);
+}
+
+HRESULT GRig::Seek(std::size_t pin, REFERENCE_TIME position)
+{
+    return Seeking(pin)->SetPositions(&position, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning);
+}
+
+void GRig::StopGraph()
+{
+    const GWatchdog watchdog("stopping a graph");
+    for (auto& sink : sinks)
+        sink->StopSink();
+    EXPECT_EQ(filter->Stop(), S_OK);
+    for (auto& sink : sinks)
+        sink->StartSink();
+}
+
+void GRig::DropFilter()
+{
+    // The sinks hold pins, and a pin its filter: they have to let go first.
+    for (auto& sink : sinks)
+        sink->Disconnect();
+    pins.clear();
+    filter.Reset();
+}
+
+void WaitForObjects(LONG count)
+{
+    const GWatchdog watchdog("the end of the last object");
+    while (CUnknown::ObjectsActive() != count)
+        std::this_thread::yield();
+}
+
+GStreamInfo VideoStream(std::uint32_t number, LONG width, LONG height, ULONG sampleSize)
+{
+    GStreamInfo stream;
+    stream.number = number;
+    CMediaType type(MEDIATYPE_Video, GUID_NULL);
+    VIDEOINFOHEADER header{};
+    header.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
+    header.bmiHeader.biWidth = width;
+    header.bmiHeader.biHeight = height;
+    type.SetFormat(FORMAT_VideoInfo, {reinterpret_cast<const BYTE*>(&header), sizeof header});
+    type.SetSampleSize(sampleSize);
+    stream.mediaTypes.push_back(std::move(type));
+    return stream;
+}
+
+GStreamInfo AudioStream(std::uint32_t number)
+{
+    GStreamInfo stream;
+    stream.number = number;
+    CMediaType type(MEDIATYPE_Audio, GUID_NULL);
+    const WAVEFORMATEX format{};
+    type.SetFormat(FORMAT_WaveFormatEx, {reinterpret_cast<const BYTE*>(&format), sizeof format});
+    type.SetSampleSize(0);
+    stream.mediaTypes.push_back(std::move(type));
+    return stream;
+}
+
+std::vector<GNextPacket> Frames(std::span<const std::uint32_t> streams, std::size_t count, std::uint32_t size)
+{
+    std::vector<GNextPacket> packets;
+    for (std::size_t i = 0; i < count; ++i) {
+        for (const std::uint32_t stream : streams) {
+            GNextPacket packet;
+            packet.stream = stream;
+            packet.size = size;
+            packet.keyFrame = i % 10 == 0;
+            packet.start = static_cast<REFERENCE_TIME>(i) * kFrame;
+            packet.stop = packet.start + kFrame;
+            packets.push_back(packet);
+        }
+    }
+    return packets;
+}
+
+GScript Movie(std::size_t frames, bool audio, std::uint32_t size)
+{
+    GScript script;
+    std::vector<std::uint32_t> numbers{0};
+    script.streams.push_back(VideoStream(0));
+    if (audio) {
+        script.streams.push_back(AudioStream(1));
+        numbers.push_back(1);
+    }
+    script.packets = Frames(numbers, frames, size);
+    script.duration = static_cast<REFERENCE_TIME>(frames) * kFrame;
+    return script;
+}
+
+}  // namespace vex::test

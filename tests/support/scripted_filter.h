@@ -1,0 +1,123 @@
+// A read handler that plays a script from memory, the filter around it, and a rig that runs it against recording sinks.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "framework/source_filter.h"
+#include "support/recording_sink.h"
+
+namespace vex::test {
+
+struct GScript {
+    std::vector<GStreamInfo> streams;
+    std::vector<GNextPacket> packets;  // in delivery order
+    REFERENCE_TIME duration = 0;       // 100 ns
+    bool opens = true;
+    // Where a seek lands; absent: where it was asked for.
+    std::function<REFERENCE_TIME(REFERENCE_TIME, GSeekMode)> seekLands;
+    std::function<void(std::size_t packet)> onRead;     // before a packet is announced; may throw
+    std::function<void(std::size_t packet)> onPayload;  // before its payload is read; may throw
+    std::function<std::vector<GPacketPtr>(std::uint32_t stream)> headers;
+    std::function<GPacketPtr()> newPacket;
+    std::function<void(GPacket2&, std::size_t packet)> finishPacket;  // after the payload is in
+};
+
+// What the handler did, and how far it may go. Any thread.
+class GScriptLog {
+public:
+    struct GSeek {
+        REFERENCE_TIME time;
+        GSeekMode mode;
+    };
+
+    // Packets from this one on are "not yet" there. All are, at first.
+    void SetAvailable(std::size_t count);
+    std::size_t Available() const { return available; }
+    void Announced();
+    void PayloadRead();
+    void Sought(GSeek seek);
+
+    std::size_t Announcements() const { return announced; }
+    std::size_t Payloads() const { return payloads; }
+    std::vector<GSeek> Seeks();
+    // A hang ends the program.
+    void WaitForPayloads(std::size_t count);
+
+private:
+    std::atomic<std::size_t> available{SIZE_MAX};
+    std::atomic<std::size_t> announced{0};
+    std::atomic<std::size_t> payloads{0};
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<GSeek> seeks;
+};
+
+class CScriptedFilter : public CVexFilter {
+public:
+    using GMakePin =
+        std::function<std::unique_ptr<CVexOutputPin>(CVexFilter*, WString pinName, const GStreamInfo& stream)>;
+
+    CScriptedFilter(GScript script, const GFilterRules& filterRules, std::shared_ptr<GScriptLog> log,
+                    IUnknown* outer = nullptr);
+
+    void SetOptions(bool keyFrames, bool preroll);
+    // Instead of the frame's own pin.
+    GMakePin makePin;
+
+protected:
+    std::optional<WString> NamePin(const GStreamInfo& stream, std::size_t index) override;
+    std::unique_ptr<CVexOutputPin> MakePin(WString pinName, const GStreamInfo& stream) override;
+};
+
+// One filter that plays `script`, loaded, with a sink for every pin. When it ends, nothing of the filter may be left.
+class GRig {
+public:
+    explicit GRig(GScript script, const GFilterRules& filterRules = kAviRules, CScriptedFilter::GMakePin makePin = {});
+    ~GRig();
+    GRig(const GRig&) = delete;
+    GRig& operator=(const GRig&) = delete;
+
+    void ConnectAll();
+    void Connect(std::size_t pin);
+    HRESULT Seek(std::size_t pin, REFERENCE_TIME position);
+    // Ends the graph as a host does: sinks first.
+    void StopGraph();
+    // Gives the filter up as it is.
+    void DropFilter();
+
+    IBaseFilter* Filter() const { return filter.Get(); }
+    CScriptedFilter& Scripted() const { return *scripted; }
+    IPin* Pin(std::size_t pin) const { return pins[pin].Get(); }
+    CRecordingSink& Sink(std::size_t pin) const { return *sinks[pin]; }
+    GComPtr<IMediaSeeking> Seeking(std::size_t pin) const { return QueryFor<IMediaSeeking>(Pin(pin), IID_IMediaSeeking); }
+    std::size_t PinCount() const { return pins.size(); }
+    GScriptLog& Log() const { return *log; }
+
+private:
+    const LONG objectsBefore = CUnknown::ObjectsActive();
+    std::shared_ptr<GScriptLog> log = std::make_shared<GScriptLog>();
+    CScriptedFilter* scripted = nullptr;
+    GComPtr<IBaseFilter> filter;
+    std::vector<GComPtr<IPin>> pins;
+    std::vector<GComPtr<CRecordingSink>> sinks;
+};
+
+// Waits until as many objects are alive as `count`; a hang ends the program.
+void WaitForObjects(LONG count);
+
+// 40 ms, as long as each packet of Frames.
+inline constexpr REFERENCE_TIME kFrame = 400'000;
+
+GStreamInfo VideoStream(std::uint32_t number, LONG width = 640, LONG height = 480, ULONG sampleSize = 0);
+GStreamInfo AudioStream(std::uint32_t number);
+// `count` packets a stream, interleaved by time; every tenth is a key frame.
+std::vector<GNextPacket> Frames(std::span<const std::uint32_t> streams, std::size_t count, std::uint32_t size = 100);
+// A video of so many frames, and with `audio` an audio stream beside it: streams 0 and 1.
+GScript Movie(std::size_t frames, bool audio = true, std::uint32_t size = 100);
+
+}  // namespace vex::test
