@@ -1,0 +1,451 @@
+// What tracks become outside: media types to the byte, their order, pin names, and private data of every wrong length.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <string_view>
+#include <utility>
+
+#include "formats/mkv/mkv_track_types.h"
+#include "framework/media/codec_guids.h"
+#include "platform/fonts.h"
+#include "support/ebml_builder.h"
+#include "support/watched_source.h"
+
+namespace vex::test {
+namespace {
+
+using namespace mkv_id;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+GMkvTrack Track(std::uint64_t type, std::string_view codec)
+{
+    GMkvTrack track;
+    track.trackNumber = CUInt(1);
+    track.trackType = CUInt(type);
+    track.codecId.assign(codec.begin(), codec.end());
+    return track;
+}
+
+GMkvTrack VideoTrack(std::string_view codec)
+{
+    GMkvTrack track = Track(GMkvTrack::kVideo, codec);
+    track.video.pixelWidth = CUInt(320);
+    track.video.pixelHeight = CUInt(240);
+    return track;
+}
+
+GMkvTrack AudioTrack(std::string_view codec)
+{
+    GMkvTrack track = Track(GMkvTrack::kAudio, codec);
+    track.audio.samplingFrequency = CFloat(22'050.9);
+    track.audio.channels = CUInt(2);
+    track.audio.bitDepth = CUInt(16);
+    return track;
+}
+
+// A little-endian number of the format block.
+std::uint64_t At(const CMediaType& type, std::size_t offset, std::size_t bytes = 4)
+{
+    std::uint64_t value = 0;
+    for (std::size_t i = bytes; i-- > 0;)
+        value = value << 8 | type.Format()[offset + i];
+    return value;
+}
+
+GEbmlBytes Bytes(const CMediaType& type, std::size_t from)
+{
+    const auto format = type.Format().subspan(from);
+    return {format.begin(), format.end()};
+}
+
+// Offsets in VIDEOINFOHEADER, VIDEOINFOHEADER2 and MPEG2VIDEOINFO.
+constexpr std::size_t kFrameTime = 40;
+constexpr std::size_t kBitmap1 = 48;
+constexpr std::size_t kAspectX = 56;
+constexpr std::size_t kAspectY = 60;
+constexpr std::size_t kBitmap2 = 72;
+constexpr std::size_t kSequenceSize = 116;
+constexpr std::size_t kProfile = 120;
+constexpr std::size_t kLevel = 124;
+constexpr std::size_t kFlags = 128;
+constexpr std::size_t kSequence = 132;
+constexpr std::size_t kBitmapBytes = 40;
+// In WAVEFORMATEX.
+constexpr std::size_t kWaveBytes = 18;
+
+GEbmlBytes Avc(const GEbmlBytes& sps = {0x67, 77, 64}, const GEbmlBytes& pps = {0x68, 1})
+{
+    const auto length = [](const GEbmlBytes& set) { return BigEndian(set.size(), 2); };
+    return Join({{1, 77, 64, 31, 0xFD, 0xE2}, length(sps), sps, length(sps), sps, {1}, length(pps), pps});
+}
+
+TEST(MkvVideoTypes, AvcKeepsTheParameterSetsBehindTheirLengths)
+{
+    const auto types = MkvVideoTypes(VideoTrack("V_MPEG4/ISO/AVC"), Avc());
+    ASSERT_THAT(types, SizeIs(1));
+    EXPECT_EQ(types[0].subtype, SubtypeFromFourCC(0x31435641));  // AVC1
+    EXPECT_EQ(types[0].formattype, FORMAT_MPEG2Video);
+    EXPECT_EQ(At(types[0], kProfile), 77u);
+    EXPECT_EQ(At(types[0], kLevel), 31u);
+    EXPECT_EQ(At(types[0], kFlags), 2u) << "bytes of a length";
+    EXPECT_EQ(At(types[0], kBitmap2), kBitmapBytes);
+    EXPECT_EQ(At(types[0], kBitmap2 + 4), 320u);
+    EXPECT_EQ(At(types[0], kBitmap2 + 8), 240u);
+    EXPECT_EQ(At(types[0], kBitmap2 + 12), 24u << 16 | 1u) << "planes and depth";
+    EXPECT_EQ(At(types[0], kSequenceSize), 14u);
+    EXPECT_EQ(Bytes(types[0], kSequence), (GEbmlBytes{0, 3, 0x67, 77, 64, 0, 3, 0x67, 77, 64, 0, 2, 0x68, 1}));
+    GEbmlBytes cut = Avc();
+    while (!cut.empty()) {
+        cut.pop_back();
+        EXPECT_THAT(MkvVideoTypes(VideoTrack("V_MPEG4/ISO/AVC"), cut), IsEmpty()) << cut.size();
+    }
+}
+
+TEST(MkvVideoTypes, Mpeg2TakesProfileAndLevelFromTheSequenceExtension)
+{
+    using GProfileAndLevel = std::pair<std::uint64_t, std::uint64_t>;
+    const auto levels = [](const GEbmlBytes& codecPrivate) {
+        const auto types = MkvVideoTypes(VideoTrack("V_MPEG2"), codecPrivate);
+        EXPECT_EQ(types.at(0).subtype, MEDIASUBTYPE_MPEG2_VIDEO);
+        EXPECT_EQ(At(types[0], kSequenceSize), codecPrivate.size());
+        return GProfileAndLevel(At(types[0], kProfile), At(types[0], kLevel));
+    };
+    EXPECT_EQ(levels({0, 0, 1, 0xB3, 9, 0, 0, 1, 0xB5, 0x14, 0x80}), GProfileAndLevel(2, 2));
+    EXPECT_EQ(levels({0, 0, 1, 0xB5, 0x25, 0x40, 0, 0, 1, 0xB5, 0x11, 0x4F}), GProfileAndLevel(5, 4))
+        << "an extension of another kind comes first";
+    EXPECT_EQ(levels({0, 0, 1, 0xB5, 0x14}), GProfileAndLevel(0, 0)) << "ends within it";
+    EXPECT_EQ(levels({}), GProfileAndLevel(0, 0));
+}
+
+GEbmlBytes TheoraPrivate()
+{
+    GEbmlBytes bytes(3 + 42);
+    const GEbmlBytes fields = {0x20, 0x01, 0x30, 0x02, 0, 1, 10, 0, 0, 200, 5, 6, 0, 0, 0, 25, 0, 0, 0, 1};
+    std::copy(fields.begin(), fields.end(), bytes.begin() + 13);
+    return bytes;
+}
+
+TEST(MkvVideoTypes, TheoraReadsItsIdentificationHeader)
+{
+    auto types = MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate());
+    ASSERT_THAT(types, SizeIs(1));
+    EXPECT_EQ(At(types[0], kBitmap2 + 4), 0x12u);
+    EXPECT_EQ(At(types[0], kBitmap2 + 8), 0x23u);
+    EXPECT_EQ(At(types[0], kFrameTime, 8), 400'000u);
+    EXPECT_EQ(At(types[0], kAspectX), 266u);
+    EXPECT_EQ(At(types[0], kAspectY), 200u);
+    EXPECT_EQ(Bytes(types[0], kSequence), TheoraPrivate());
+    GEbmlBytes noRate = TheoraPrivate();
+    noRate[28] = 0;
+    types = MkvVideoTypes(VideoTrack("V_THEORA"), noRate);
+    EXPECT_EQ(At(types.at(0), kFrameTime, 8), 0u) << "no division by a rate of 0";
+}
+
+GEbmlBytes Bitmap(std::uint16_t depth, std::uint32_t compression, const GEbmlBytes& behind = {})
+{
+    BITMAPINFOHEADER header{};
+    header.biSize = sizeof header;
+    header.biBitCount = depth;
+    header.biCompression = compression;
+    GEbmlBytes bytes(sizeof header);
+    std::memcpy(bytes.data(), &header, sizeof header);
+    return Join({bytes, behind});
+}
+
+TEST(MkvVideoTypes, VfwTracksCarryTheirBitmapHeaderAndWhatFollowsIt)
+{
+    const auto subtype = [](std::uint16_t depth, std::uint32_t compression) {
+        return MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), Bitmap(depth, compression)).at(0).subtype;
+    };
+    EXPECT_EQ(subtype(24, 0x44495658), SubtypeFromFourCC(0x44495658));
+    EXPECT_EQ(subtype(16, BI_RGB), MEDIASUBTYPE_RGB565);
+    EXPECT_EQ(subtype(32, BI_BITFIELDS), MEDIASUBTYPE_ARGB32);
+    EXPECT_EQ(subtype(12, BI_RGB), GUID_NULL);
+    const GEbmlBytes codecPrivate = Bitmap(24, 0x44495658, {1, 2, 3});
+    const auto types = MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), codecPrivate);
+    EXPECT_EQ(types.at(0).formattype, FORMAT_VideoInfo);
+    EXPECT_EQ(Bytes(types[0], kBitmap1), codecPrivate);
+    EXPECT_THAT(MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), GEbmlBytes(39)), IsEmpty());
+}
+
+TEST(MkvVideoTypes, ADisplaySizeGivesVideoInfoATwinInFrontAndMpeg2ItsAspect)
+{
+    GMkvTrack track = VideoTrack("V_MS/VFW/FOURCC");
+    track.video.displayWidth = CUInt(16);
+    track.video.frameRate = CFloat(25.0);
+    const GEbmlBytes codecPrivate = Bitmap(24, 0x44495658, {1, 2, 3});
+    EXPECT_THAT(MkvVideoTypes(track, codecPrivate), SizeIs(1)) << "one of the two is not there";
+    track.video.displayHeight = CUInt(9);
+    const auto types = MkvVideoTypes(track, codecPrivate);
+    ASSERT_THAT(types, SizeIs(2));
+    EXPECT_EQ(types[0].formattype, FORMAT_VideoInfo2);
+    EXPECT_EQ(types[1].formattype, FORMAT_VideoInfo);
+    EXPECT_EQ(types[0].cbFormat, kBitmap2 + codecPrivate.size());
+    EXPECT_EQ(0, std::memcmp(types[0].pbFormat, types[1].pbFormat, kBitmap1));
+    EXPECT_EQ(At(types[0], kFrameTime, 8), 400'000u);
+    EXPECT_EQ(At(types[0], kBitmap1, 8), 0u);
+    EXPECT_EQ(At(types[0], kAspectX), 16u);
+    EXPECT_EQ(At(types[0], kAspectY), 9u);
+    EXPECT_EQ(At(types[0], kAspectY + 4, 8), 0u);
+    EXPECT_EQ(Bytes(types[0], kBitmap2), codecPrivate);
+
+    GMkvTrack mpeg2 = VideoTrack("V_MPEG2");
+    mpeg2.video = track.video;
+    const auto single = MkvVideoTypes(mpeg2, {});
+    ASSERT_THAT(single, SizeIs(1));
+    EXPECT_EQ(At(single[0], kAspectX), 16u);
+    EXPECT_EQ(At(single[0], kAspectY), 9u);
+}
+
+TEST(MkvVideoTypes, TheFrameTimeComesFromTheRateThenTheDurationThenTheStream)
+{
+    const auto time = [](const GMkvTrack& track, const GEbmlBytes& codecPrivate) {
+        return At(MkvVideoTypes(track, codecPrivate).at(0), kFrameTime, 8);
+    };
+    GMkvTrack track = VideoTrack("V_VP8");
+    EXPECT_EQ(time(track, {}), 0u);
+    track.defaultDuration = CUInt(41'708'399);
+    EXPECT_EQ(time(track, {}), 417'083u);
+    track.video.frameRate = CFloat(29.97);
+    EXPECT_EQ(time(track, {}), 333'667u);
+    for (const double rate : {1e-300, std::numeric_limits<double>::infinity(), -1.0, std::nan("")}) {
+        track.video.frameRate = CFloat(rate);
+        EXPECT_LE(time(track, {}), 417'083u) << rate;
+    }
+    // 50 ticks per second at a fixed rate: 25 frames.
+    const GEbmlBytes sps = {0x67, 0x42, 0xC0, 0x0A, 0xD9, 0x04, 0x7B, 0x01, 0x10, 0x00, 0x00, 0x03,
+                            0x00, 0x10, 0x00, 0x00, 0x03, 0x03, 0x28, 0xF1, 0x22, 0x64, 0x80};
+    const GEbmlBytes timed = Join({{1, 66, 0xC0, 10, 0xFF, 0xE1, 0, 23}, sps, {0}});
+    EXPECT_EQ(time(VideoTrack("V_MPEG4/ISO/AVC"), timed), 400'000u);
+    EXPECT_EQ(time(VideoTrack("V_MPEG4/ISO/AVC"), Avc()), 10'000'000u) << "a stream without timing counts as one a second";
+    GMkvTrack avc = VideoTrack("V_MPEG4/ISO/AVC");
+    avc.defaultDuration = CUInt(20'000'000);
+    EXPECT_EQ(time(avc, timed), 200'000u);
+}
+
+TEST(MkvVideoTypes, CodecIdsAreComparedToTheByteAndTheirPrefixesInOrder)
+{
+    const auto subtype = [](std::string_view id) {
+        const auto types = MkvVideoTypes(VideoTrack(id), {});
+        return types.empty() ? MEDIASUBTYPE_UTF8 : types[0].subtype;
+    };
+    EXPECT_EQ(subtype("V_MPEG4/ISO/ASP"), SubtypeFromFourCC(MAKEFOURCC('M', 'P', '4', 'V')));
+    EXPECT_EQ(subtype("V_MPEG4/"), SubtypeFromFourCC(MAKEFOURCC('M', 'P', '4', 'V')));
+    EXPECT_EQ(subtype("V_VP8"), SubtypeFromFourCC(MAKEFOURCC('V', 'P', '8', '0')));
+    EXPECT_EQ(subtype("V_REAL/RV40"), SubtypeFromFourCC(MAKEFOURCC('R', 'V', '4', '0')));
+    EXPECT_EQ(subtype("V_UNCOMPRESSED"), GUID_NULL);
+    for (const std::string_view none : {"", "V_", "v_vp8", "V_VP8 ", "V_VP80", "V_REAL/RV", "V_MPEG4", "V_MPEG1"})
+        EXPECT_EQ(subtype(none), MEDIASUBTYPE_UTF8) << none;
+    EXPECT_EQ(subtype(std::string_view("V_VP8\0\0", 7)), SubtypeFromFourCC(MAKEFOURCC('V', 'P', '8', '0'))) << "padded";
+}
+
+TEST(MkvAudioTypes, TheWaveFormatIsThatOfTheTrack)
+{
+    const auto types = MkvAudioTypes(AudioTrack("A_PCM/INT/LIT"), GEbmlBytes(5));
+    ASSERT_THAT(types, SizeIs(1));
+    EXPECT_EQ(types[0].lSampleSize, 256'000u);
+    EXPECT_EQ(types[0].cbFormat, kWaveBytes) << "no private data here";
+    EXPECT_EQ(At(types[0], 0, 2), 1u);
+    EXPECT_EQ(At(types[0], 2, 2), 2u);
+    EXPECT_EQ(At(types[0], 4), 22'050u);
+    EXPECT_EQ(At(types[0], 8), 88'200u);
+    EXPECT_EQ(At(types[0], 12, 2), 4u);
+    EXPECT_EQ(At(types[0], 14, 2), 16u);
+    EXPECT_EQ(At(types[0], 16, 2), 0u);
+
+    const auto bare = MkvAudioTypes(Track(GMkvTrack::kAudio, "A_EAC3"), {});
+    EXPECT_EQ(bare.at(0).subtype, SubtypeFromWaveTag(0x2000)) << "the same as AC-3";
+    EXPECT_EQ(At(bare[0], 2, 2), 1u);
+    EXPECT_EQ(At(bare[0], 4), 8'000u);
+    EXPECT_EQ(At(bare[0], 8), 0u);
+    EXPECT_EQ(At(bare[0], 12, 4), 0u);
+}
+
+TEST(MkvAudioTypes, AbsurdParametersStayNumbers)
+{
+    GMkvTrack track = AudioTrack("A_AC3");
+    track.audio.channels = CUInt(~std::uint64_t{0});
+    track.audio.bitDepth = CUInt(~std::uint64_t{0});
+    for (const double rate : {-1.0, 1e300, std::nan(""), std::numeric_limits<double>::infinity()}) {
+        track.audio.samplingFrequency = CFloat(rate);
+        EXPECT_THAT(MkvAudioTypes(track, {}), SizeIs(1));
+    }
+}
+
+TEST(MkvAudioTypes, AacIsDescribedByItsPrivateDataOrByItsName)
+{
+    const auto own = MkvAudioTypes(AudioTrack("A_AAC"), GEbmlBytes{0x13, 0x90});
+    ASSERT_THAT(own, SizeIs(1));
+    EXPECT_EQ(own[0].subtype, SubtypeFromWaveTag(0xFF));
+    EXPECT_EQ(At(own[0], 16, 2), 2u);
+    EXPECT_EQ(Bytes(own[0], kWaveBytes), (GEbmlBytes{0x13, 0x90}));
+
+    const auto profile = [](std::string_view id) {
+        return MkvAudioTypes(AudioTrack(id), GEbmlBytes{9, 9, 9}).at(0).Format()[kWaveBytes] >> 3;
+    };
+    EXPECT_EQ(profile("A_AAC/MPEG2/MAIN"), 1);
+    EXPECT_EQ(profile("A_AAC/MPEG4/LC"), 2);
+    EXPECT_EQ(profile("A_AAC/MPEG4/SSR"), 3);
+    EXPECT_EQ(profile("A_AAC/MPEG4/LTP"), 4);
+    EXPECT_EQ(profile("A_AAC/"), 2);
+
+    const auto sbr = MkvAudioTypes(AudioTrack("A_AAC/MPEG4/LC/SBR"), {});
+    ASSERT_THAT(sbr, SizeIs(2)) << "SBR comes before LC";
+    EXPECT_EQ(At(sbr[0], 4), 44'100u) << "the doubled rate first";
+    EXPECT_EQ(At(sbr[0], 8), 176'400u);
+    EXPECT_EQ(At(sbr[1], 4), 22'050u);
+    EXPECT_EQ(Bytes(sbr[0], 16), Bytes(sbr[1], 16));
+}
+
+TEST(MkvAudioTypes, TwinsComeInTheirOrder)
+{
+    const auto flac = MkvAudioTypes(AudioTrack("A_FLAC"), GEbmlBytes{'f', 'L'});
+    ASSERT_THAT(flac, SizeIs(2));
+    EXPECT_EQ(flac[0].subtype, MEDIASUBTYPE_FlacFramed);
+    EXPECT_EQ(flac[1].subtype, SubtypeFromWaveTag(0xF1AC));
+    EXPECT_EQ(Bytes(flac[0], 0), Bytes(flac[1], 0));
+    EXPECT_EQ(Bytes(flac[0], 16), (GEbmlBytes{2, 0, 'f', 'L'}));
+    EXPECT_THAT(MkvAudioTypes(AudioTrack("A_FLAC"), GEbmlBytes(0x10000)), IsEmpty()) << "does not fit its 16-bit size";
+
+    const auto vorbis = MkvAudioTypes(AudioTrack("A_VORBIS"), GEbmlBytes{2, 1, 2, 0x01, 0x03, 0x33, 0x05, 0x55, 0x56});
+    ASSERT_THAT(vorbis, SizeIs(2));
+    EXPECT_EQ(vorbis[0].subtype, MEDIASUBTYPE_Vorbis2);
+    EXPECT_EQ(vorbis[0].formattype, FORMAT_VorbisFormat2);
+    std::vector<std::uint64_t> fields;
+    for (std::size_t i = 0; i < 24; i += 4)
+        fields.push_back(At(vorbis[0], i));
+    EXPECT_THAT(fields, ElementsAre(2, 22'050, 16, 1, 2, 3));
+    EXPECT_EQ(Bytes(vorbis[0], 24), (GEbmlBytes{0x01, 0x03, 0x33, 0x05, 0x55, 0x56}));
+    EXPECT_EQ(vorbis[1].subtype, MEDIASUBTYPE_Vorbis);
+    EXPECT_EQ(vorbis[1].cbFormat, 24u);
+    EXPECT_EQ(At(vorbis[1], 0, 2), 2u);
+    EXPECT_EQ(At(vorbis[1], 4), 22'050u);
+    EXPECT_EQ(At(vorbis[1], 8, 8), 0xFFFFFFFF'FFFFFFFFu);
+    EXPECT_EQ(At(vorbis[1], 16, 8), 0xFFFFFFFFu);
+    for (const GEbmlBytes& other : {GEbmlBytes{}, GEbmlBytes{1, 1, 2, 3}, GEbmlBytes{2, 9, 9, 1}, GEbmlBytes{2, 255}})
+        EXPECT_THAT(MkvAudioTypes(AudioTrack("A_VORBIS"), other), SizeIs(1)) << other.size();
+}
+
+TEST(MkvAudioTypes, FormatsThatTheFileBringsAreTakenAsTheyAre)
+{
+    const GEbmlBytes wave = {0x55, 0, 2, 0, 0x44, 0xAC, 0, 0, 1, 2, 3, 4, 1, 0, 0, 0, 2, 0, 7, 8};
+    const auto acm = MkvAudioTypes(AudioTrack("A_MS/ACM"), wave);
+    ASSERT_THAT(acm, SizeIs(1));
+    EXPECT_EQ(acm[0].subtype, SubtypeFromWaveTag(0x55));
+    EXPECT_EQ(Bytes(acm[0], 0), wave);
+    EXPECT_THAT(MkvAudioTypes(AudioTrack("A_MS/ACM"), GEbmlBytes(wave.begin(), wave.begin() + 15)), IsEmpty());
+
+    const auto real = MkvAudioTypes(AudioTrack("A_REAL/COOK"), GEbmlBytes{1, 2, 3});
+    ASSERT_THAT(real, SizeIs(1));
+    EXPECT_EQ(real[0].subtype, SubtypeFromFourCC(MAKEFOURCC('C', 'O', 'O', 'K')));
+    EXPECT_EQ(Bytes(real[0], 16), (GEbmlBytes{0, 0, 1, 2, 3}));
+    EXPECT_THAT(MkvAudioTypes(AudioTrack("A_REAL/COO"), {}), IsEmpty());
+    EXPECT_THAT(MkvAudioTypes(AudioTrack("A_OPUS"), {}), IsEmpty());
+}
+
+TEST(MkvSubtitleTypes, TheBlockHoldsLanguageNameAndPrivateData)
+{
+    GMkvTrack track = Track(GMkvTrack::kSubtitle, "S_TEXT/ASS");
+    track.language = "ger-AT";
+    track.name = WString(300, WCHAR{'n'});
+    const auto types = MkvSubtitleTypes(track, GEbmlBytes{'[', ']'});
+    ASSERT_THAT(types, SizeIs(1));
+    EXPECT_EQ(types[0].majortype, MEDIATYPE_Subtitle);
+    EXPECT_EQ(types[0].subtype, MEDIASUBTYPE_ASS);
+    EXPECT_EQ(types[0].formattype, FORMAT_SubtitleInfo);
+    EXPECT_EQ(At(types[0], 0), 520u);
+    EXPECT_EQ(At(types[0], 4), 'g' | 'e' << 8 | 'r' << 16);
+    EXPECT_EQ(At(types[0], 8 + 254 * 2), std::uint64_t{'n'}) << "255 characters and the end";
+    EXPECT_EQ(Bytes(types[0], 520), (GEbmlBytes{'[', ']'}));
+    const auto plain = MkvSubtitleTypes(Track(GMkvTrack::kSubtitle, "S_TEXT/ASCII"), {});
+    EXPECT_EQ(plain.at(0).majortype, MEDIATYPE_Text);
+    EXPECT_EQ(plain[0].subtype, GUID_NULL);
+    EXPECT_EQ(plain[0].formattype, FORMAT_None);
+    EXPECT_EQ(plain[0].cbFormat, 0u);
+    EXPECT_THAT(MkvSubtitleTypes(Track(GMkvTrack::kSubtitle, "S_HDMV/PGS"), {}), IsEmpty());
+}
+
+// Whatever a codec reads of its private data, a sanitizer sees it read past the end.
+TEST(MkvTrackTypes, PrivateDataOfEveryWrongLengthAreSurvived)
+{
+    for (const GEbmlBytes& whole : {Avc(), TheoraPrivate(), Bitmap(24, 1, {1, 2, 3}), GEbmlBytes(90, 0xFF), GEbmlBytes(90),
+                                    Join({{0, 0, 1, 0xB5}, GEbmlBytes(60, 0x1F)})}) {
+        for (std::size_t length = 0; length <= whole.size(); ++length) {
+            const GEbmlBytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+            for (const char* id : {"V_MS/VFW/FOURCC", "V_MPEG4/ISO/AVC", "V_MPEG2", "V_THEORA", "V_VP8", "V_MPEG4/ISO/ASP", "V_REAL/RV40"})
+                for (const CMediaType& type : MkvVideoTypes(VideoTrack(id), cut))
+                    EXPECT_GE(type.cbFormat, sizeof(VIDEOINFOHEADER)) << id;
+            for (const char* id : {"A_AAC", "A_AAC/MPEG4/LC", "A_FLAC", "A_MS/ACM", "A_REAL/COOK", "A_VORBIS"})
+                for (const CMediaType& type : MkvAudioTypes(AudioTrack(id), cut))
+                    EXPECT_GE(type.cbFormat, sizeof(WAVEFORMATEX)) << id;
+            MkvSubtitleTypes(Track(GMkvTrack::kSubtitle, "S_VOBSUB"), cut);
+        }
+    }
+}
+
+std::vector<GMkvDescribedTrack> Describe(std::initializer_list<GEbmlBytes> tracks, const GEbmlBytes& more = {})
+{
+    GMkvFile file;
+    EXPECT_TRUE(file.Open(OpenInMemory(GMkvBuilder().AddInfo().AddTracks(tracks).Add(more).Build())).Ok());
+    auto described = DescribeMkvTracks(file);
+    for (GMkvDescribedTrack& entry : described)
+        entry.track = nullptr;  // the file goes
+    return described;
+}
+
+TEST(MkvTrackTypes, PinsAreNamedByLanguageNameAndNumberWithinTheirKind)
+{
+    const auto described = Describe({
+        TrackEntry(7, GMkvTrack::kVideo, "V_VP8"),
+        TrackEntry(8, GMkvTrack::kAudio, "A_NOBODY/KNOWS"),
+        TrackEntry(9, GMkvTrack::kAudio, "A_AC3", TextElement(kLanguage, "ger")),
+        TrackEntry(10, GMkvTrack::kAudio, "A_AC3", Join({TextElement(kLanguage, "jpn"), TextElement(kName, "Commentary")})),
+        TrackEntry(11, 0x20, "S_TEXT/UTF8"),
+        TrackEntry(12, GMkvTrack::kSubtitle, "S_TEXT/UTF8", TextElement(kLanguage, "xyz")),
+    });
+    std::vector<std::string> names;
+    std::vector<std::uint32_t> numbers;
+    for (const GMkvDescribedTrack& entry : described) {
+        names.push_back(Utf8FromWide(entry.info.pinName));
+        numbers.push_back(entry.info.number);
+    }
+    EXPECT_THAT(names, ElementsAre("English (Video 1)", "German (Audio 1)", "Japanese, Commentary (Audio 2)", "xyz (Subtitle 1)"));
+    EXPECT_THAT(numbers, ElementsAre(7, 9, 10, 12));
+}
+
+TEST(MkvTrackTypes, ATrackWhosePrivateDataCannotBeDecodedGetsNoPin)
+{
+    const auto encoded = [](std::uint64_t scope) {
+        return Join({Element(kCodecPrivate, {1, 2, 3}),
+                     Element(kContentEncodings, {Element(kContentEncoding, {UIntElement(kContentEncodingScope, scope),
+                                                                            UIntElement(kContentEncodingType, 1)})})});
+    };
+    EXPECT_THAT(Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8", encoded(2)), TrackEntry(2, GMkvTrack::kAudio, "A_AC3")}), SizeIs(1));
+    EXPECT_THAT(Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8", encoded(1))}), SizeIs(1)) << "only its frames are encrypted";
+}
+
+TEST(MkvTrackTypes, TheFirstSubtitleTrackBringsTheFontsAndOnlyOnce)
+{
+    const auto attached = [](std::string_view type, const GEbmlBytes& data) {
+        return Element(kAttachedFile, {TextElement(kFileMimeType, type), Element(kFileData, data)});
+    };
+    const GEbmlBytes fonts = Element(kAttachments, {attached("application/x-truetype-font", {1, 2, 3}), attached("image/png", {1}),
+                                                    attached("application/x-truetype-font", {}),
+                                                    attached("application/x-truetype-font", {1, 2})});
+    const std::size_t before = ProcessFonts().size();
+    Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8")}, fonts);
+    EXPECT_EQ(ProcessFonts().size(), before);
+    Describe({TrackEntry(1, GMkvTrack::kSubtitle, "S_TEXT/SSA"), TrackEntry(2, GMkvTrack::kSubtitle, "S_TEXT/ASS")}, fonts);
+    const auto sizes = ProcessFonts();
+    ASSERT_EQ(sizes.size(), before + 2);
+    EXPECT_EQ(sizes[before], 3u);
+    EXPECT_EQ(sizes[before + 1], 2u);
+}
+
+}  // namespace
+}  // namespace vex::test
