@@ -160,7 +160,7 @@ void TryWideNames(const GPathCases& cases, const std::wstring& directory, const 
     MakeDirectory(directory + L"\\\u0416\u03a9");
     Copy(file, directory + L"\\\u0416\u03a9\\plain.avi");
     cases.MustOpen(directory + L"\\\u0416\u03a9\\plain.avi", "a directory that the code page lacks");
-    cases.MustFail(directory + L"\\\u0101.avi", "a wide name that is not there, beside its best fit");
+    cases.MustFail(directory + L"\\\u0102.avi", "a wide name that is not there, beside its best fit");
 }
 
 // A path beyond 260 characters, beside files at the places where a buffer of that size would cut it.

@@ -15,7 +15,7 @@ struct GResources {
 
 GResources CountResources();
 
-// Counts until the numbers are no larger than `limit`, or patience ends: a thread that has signalled its end is still
+// Counts until the numbers are no larger than `limit`, or no longer change: a thread that has signalled its end is still
 // counted for a moment.
 GResources SettledResources(const GResources& limit);
 

@@ -159,8 +159,8 @@ def same_samples(graph, native):
     for pin, expected in native.items():
         got = graph[pin]
         for index, (ours, theirs) in enumerate(zip(got, expected)):
-            require(ours == theirs, f'pin "{pin}", sample {index}:\n  graph  {ours}\n  native {theirs}')
-        require(len(got) == len(expected), f'pin "{pin}": {len(got)} samples in the graph, {len(expected)} natively')
+            require(ours == theirs, f'pin {pin}, sample {index}:\n  graph  {ours}\n  native {theirs}')
+        require(len(got) == len(expected), f'pin {pin}: {len(got)} samples in the graph, {len(expected)} natively')
     return sum(map(len, native.values()))
 
 
@@ -262,6 +262,12 @@ def test_rounds(context, file, clsid, kind):
     return result.stderr.decode("utf-8").strip().splitlines()[-1]
 
 
+def test_again(context, file, clsid):
+    for kind in ("own", "grabber"):
+        must_succeed(context.graph(clsid, "again", kind, "C:\\vex\\" + file), f"playing twice into {kind} sinks")
+    return "the second run gives what the first gave"
+
+
 def test_paths(context):
     (context.wine.drive / "paths").mkdir()
     result = must_succeed(context.graph(AVI, "paths", "C:\\vex\\paths", "C:\\vex\\mpeg4_mp3.avi", "C:\\vex\\decoy.avi"),
@@ -304,6 +310,8 @@ def all_tests(context):
     yield "registration", lambda: test_registration(context)
     for file, clsid in context.inputs:
         yield f"samples {file}", lambda: test_samples(context, file, clsid)
+    for file, clsid in context.inputs:
+        yield f"play again {file}", lambda: test_again(context, file, clsid)
     yield "paths", lambda: test_paths(context)
     for file, clsid in context.inputs:
         for kind in ("own", "grabber"):

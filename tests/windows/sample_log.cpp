@@ -8,17 +8,6 @@ namespace vex::wintest {
 
 namespace {
 
-std::string JsonText(const std::string& text)
-{
-    std::string quoted = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\')
-            quoted += '\\';
-        quoted += c;
-    }
-    return quoted + '"';
-}
-
 std::string JsonTime(const std::optional<LONGLONG>& time)
 {
     return time ? std::to_string(*time) : "null";
@@ -31,9 +20,9 @@ std::string JsonFlag(const char* key, bool set)
 
 }  // namespace
 
-std::string ToJson(const std::string& pin, const GSampleRecord& sample)
+std::string ToJson(std::size_t pin, const GSampleRecord& sample)
 {
-    return "{\"pin\":" + JsonText(pin) + ",\"start\":" + JsonTime(sample.start) + ",\"stop\":" + JsonTime(sample.stop) +
+    return "{\"pin\":" + std::to_string(pin) + ",\"start\":" + JsonTime(sample.start) + ",\"stop\":" + JsonTime(sample.stop) +
         ",\"mediaStart\":" + JsonTime(sample.mediaStart) + ",\"mediaStop\":" + JsonTime(sample.mediaStop) +
         ",\"size\":" + std::to_string(sample.size) + JsonFlag("sync", sample.sync) +
         JsonFlag("discontinuity", sample.discontinuity) + JsonFlag("preroll", sample.preroll) + ",\"md5\":\"" +
@@ -68,27 +57,27 @@ GSampleRecord ReadSample(IMediaSample& sample)
 void GPinLog::Add(IMediaSample& sample)
 {
     GSampleRecord record = ReadSample(sample);
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     samples.push_back(std::move(record));
     changed.notify_all();
 }
 
 void GPinLog::AddSegment(REFERENCE_TIME start)
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     segmentStart = start;
 }
 
 void GPinLog::AddEndOfStream()
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     ++endsOfStream;
     changed.notify_all();
 }
 
 void GPinLog::Clear()
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     samples.clear();
     segmentStart.reset();
     endsOfStream = 0;
@@ -96,22 +85,24 @@ void GPinLog::Clear()
 
 void GPinLog::WaitForSamples(std::size_t count)
 {
-    std::unique_lock held(lock);
-    const bool came = changed.wait_for(held, std::chrono::milliseconds(kPatienceMs),
-        [&] { return samples.size() >= count || endsOfStream > 0; });
-    Require(came && samples.size() >= count,
+    GMutexLock held(lock);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
+    const auto arrived = [&] { return samples.size() >= count || endsOfStream > 0; };
+    while (!arrived() && held.WaitUntil(changed, deadline)) {
+    }
+    Require(samples.size() >= count,
         "pin \"" + name + "\": " + std::to_string(samples.size()) + " of " + std::to_string(count) + " samples came");
 }
 
 std::vector<GSampleRecord> GPinLog::Samples() const
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     return samples;
 }
 
 std::vector<GSampleRecord> GPinLog::LastSegment() const
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     const auto last = std::find_if(samples.rbegin(), samples.rend(), [](const auto& s) { return s.discontinuity; });
     if (last == samples.rend())
         return {};
@@ -120,13 +111,13 @@ std::vector<GSampleRecord> GPinLog::LastSegment() const
 
 std::optional<REFERENCE_TIME> GPinLog::SegmentStart() const
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     return segmentStart;
 }
 
 std::size_t GPinLog::EndsOfStream() const
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     return endsOfStream;
 }
 

@@ -1,14 +1,13 @@
 // What arrived at one pin, in order.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/pipeline.h"
+#include "platform/threads.h"
 
 namespace vex::wintest {
 
@@ -22,8 +21,8 @@ struct GSampleRecord {
     bool operator==(const GSampleRecord&) const = default;
 };
 
-// One object in a line, with the keys that the command's own dump uses.
-std::string ToJson(const std::string& pin, const GSampleRecord& sample);
+// One object in a line, with the keys that the command's own dump uses; `pin` counts the filter's pins from 0.
+std::string ToJson(std::size_t pin, const GSampleRecord& sample);
 
 GSampleRecord ReadSample(IMediaSample& sample);
 
@@ -48,8 +47,8 @@ public:
     std::size_t EndsOfStream() const;
 
 private:
-    mutable std::mutex lock;  // Guards what follows.
-    std::condition_variable changed;
+    mutable GMutex lock;  // Guards what follows.
+    GCondition changed;
     std::vector<GSampleRecord> samples;
     std::optional<REFERENCE_TIME> segmentStart;
     std::size_t endsOfStream = 0;

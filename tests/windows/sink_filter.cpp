@@ -190,21 +190,23 @@ public:
     STDMETHODIMP Run(REFERENCE_TIME) override { return ChangeState(State_Running); }
     STDMETHODIMP GetState(DWORD timeoutMs, FILTER_STATE* out) override
     {
-        std::unique_lock held(lock);
+        GMutexLock held(lock);
         // INFINITE is a long wait here: a state that never comes is a failure that the caller should see.
         const auto patience = std::chrono::milliseconds(std::min(timeoutMs, kPatienceMs));
-        const bool ready = changed.wait_for(held, patience, [&] { return ReadyLocked(); });
+        const auto deadline = std::chrono::steady_clock::now() + patience;
+        while (!ReadyLocked() && held.WaitUntil(changed, deadline)) {
+        }
         *out = state;
-        return ready ? S_OK : VFW_S_STATE_INTERMEDIATE;
+        return ReadyLocked() ? S_OK : VFW_S_STATE_INTERMEDIATE;
     }
     STDMETHODIMP SetSyncSource(IReferenceClock* source) override
     {
-        const std::lock_guard held(lock);
+        const GMutexLock held(lock);
         return clock = GComPtr<IReferenceClock>(source), S_OK;
     }
     STDMETHODIMP GetSyncSource(IReferenceClock** out) override
     {
-        const std::lock_guard held(lock);
+        const GMutexLock held(lock);
         return *out = GComPtr<IReferenceClock>(clock).Detach(), S_OK;
     }
     STDMETHODIMP EnumPins(IEnumPins** out) override { return *out = new CEnum<IEnumPins, IPin>(&pin), S_OK; }
@@ -235,7 +237,7 @@ public:
 
     void HoldAt(std::size_t samples) override
     {
-        const std::lock_guard held(lock);
+        const GMutexLock held(lock);
         holdAt = samples;
         changed.notify_all();
     }
@@ -243,7 +245,7 @@ public:
     // What the pin hears from upstream.
     HRESULT Receive(IMediaSample& sample)
     {
-        std::unique_lock held(lock);
+        GMutexLock held(lock);
         if (flushing)
             return S_FALSE;
         if (state == State_Stopped)
@@ -254,9 +256,8 @@ public:
         ++arrived;
         holding = true;
         changed.notify_all();
-        changed.wait(held, [&] {
-            return flushing || state == State_Stopped || (state == State_Running && (!holdAt || arrived < holdAt));
-        });
+        while (!flushing && state != State_Stopped && (state != State_Running || (holdAt && arrived >= holdAt)))
+            held.Wait(changed);
         holding = false;
         return flushing || state == State_Stopped ? S_FALSE : S_OK;
     }
@@ -264,7 +265,7 @@ public:
     {
         log->AddEndOfStream();
         {
-            const std::lock_guard held(lock);
+            const GMutexLock held(lock);
             ended = true;
             changed.notify_all();
         }
@@ -272,13 +273,13 @@ public:
     }
     void BeginFlush()
     {
-        const std::lock_guard held(lock);
+        const GMutexLock held(lock);
         flushing = true;
         changed.notify_all();
     }
     void EndFlush()
     {
-        const std::lock_guard held(lock);
+        const GMutexLock held(lock);
         flushing = ended = reported = false;
     }
 
@@ -293,7 +294,7 @@ private:
     {
         HRESULT result = S_OK;
         {
-            const std::lock_guard held(lock);
+            const GMutexLock held(lock);
             if (state == State_Stopped || to == State_Stopped) {
                 ended = reported = false;
                 arrived = 0;
@@ -310,7 +311,7 @@ private:
     void ReportEnd()
     {
         {
-            const std::lock_guard held(lock);
+            const GMutexLock held(lock);
             if (!ended || reported || state != State_Running)
                 return;
             reported = true;
@@ -325,8 +326,8 @@ private:
     IFilterGraph* graph = nullptr;
     std::wstring name;
 
-    std::mutex lock;  // Guards what follows.
-    std::condition_variable changed;
+    GMutex lock;  // Guards what follows.
+    GCondition changed;
     GComPtr<IReferenceClock> clock;
     FILTER_STATE state = State_Stopped;
     std::size_t arrived = 0, holdAt = 0;

@@ -41,6 +41,8 @@ public:
     GLoadResult Load(const std::wstring& path);
     void ConnectAll(GSinkKind kind, GPace pace);
 
+    void SetPace(GPace pace);  // while stopped
+
     void Run();
     void Pause();
     void Stop();
@@ -59,6 +61,7 @@ public:
 
 private:
     void WaitForState(OAFilterState wanted);
+    std::string ArrivedText() const;
     void ConnectPin(IPin& pin, GSinkKind kind);
     bool ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log);
     void ConnectOwn(IPin& pin, const std::shared_ptr<GPinLog>& log);
