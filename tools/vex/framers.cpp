@@ -19,10 +19,10 @@ std::unique_ptr<GFramer> MakeRawFramer(const CMediaType&)
 
 using GSubtypeTest = bool (*)(const GUID&);
 
-template <char... letters>
+template <char a, char b, char c, char d>
 bool IsFourCC(const GUID& subtype)
 {
-    return subtype == SubtypeFromFourCC(MAKEFOURCC(letters...));
+    return subtype == SubtypeFromFourCC(MAKEFOURCC(a, b, c, d));
 }
 
 template <int tag>
@@ -52,6 +52,7 @@ constexpr GFramingRow kFramings[] = {
     {Is<MEDIASUBTYPE_UTF8>, MakeSubRipFramer, "subrip", "srt"},
     {Is<MEDIASUBTYPE_ASS>, MakeSubStationFramer, "ass", "ass"},
     {Is<MEDIASUBTYPE_SSA>, MakeSubStationFramer, "ssa", "ssa"},
+    {Is<MEDIASUBTYPE_Vorbis2>, MakeVorbisFramer, "ogg", "ogg"},
     // From here on the payload is a file as it is; the rows only know what such files are called.
     {IsFourCC<'H', '2', '6', '4'>, MakeRawFramer, "raw", "h264"},
     {IsFourCC<'h', '2', '6', '4'>, MakeRawFramer, "raw", "h264"},

@@ -50,5 +50,7 @@ std::unique_ptr<GFramer> MakeAdtsFramer(const CMediaType& type);
 // Text as SubRip entries; SubStation Alpha events behind their file header.
 std::unique_ptr<GFramer> MakeSubRipFramer(const CMediaType& type);
 std::unique_ptr<GFramer> MakeSubStationFramer(const CMediaType& type);
+// Vorbis on Ogg pages, behind the three headers of a FORMAT_VorbisFormat2 block. Null when they are not all there.
+std::unique_ptr<GFramer> MakeVorbisFramer(const CMediaType& type);
 
 }  // namespace vex

@@ -30,7 +30,7 @@ constexpr GCommandRow kCommands[] = {
         "from there."},
     {GCommand::Extract, "extract", "FILE", "Write out payloads",
         "Writes the payload of one pin, or of every pin, in a form that other tools read: H.264 as Annex B with its "
-        "parameter sets, AAC as ADTS, text subtitles as SubRip or SubStation Alpha, everything else as it "
+        "parameter sets, AAC as ADTS, Vorbis as Ogg, text subtitles as SubRip or SubStation Alpha, everything else as it "
         "is. Without --pin the output is a directory; with --pin and without --output it is standard output."},
 };
 
