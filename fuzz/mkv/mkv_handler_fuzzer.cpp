@@ -70,8 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     handler.Seek(0, GSeekMode::Independent);
     if (ReadSome(handler, packet) != first)
         std::abort();  // what a file holds does not depend on what was read of it before
-    const REFERENCE_TIME target = (control & 1) != 0 ? handler.Duration() / 8 * (control >> 5)
-                                                     : REFERENCE_TIME{10'000} << (control >> 3);
+    const REFERENCE_TIME target =
+        (control & 1) != 0 ? handler.Duration() / 8 * (control >> 5) : REFERENCE_TIME{10'000} << (control >> 3);
     const REFERENCE_TIME reached = handler.Seek(target, GSeekMode::KeyFrame);
     if (reached < target)
         std::abort();

@@ -34,26 +34,30 @@ GEbmlBytes Compressed(const GEbmlBytes& plain)
 
 GEbmlBytes Encoding(std::uint64_t algorithm, const GEbmlBytes& settings)
 {
-    return Element(kContentEncodings,
-                   {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0), UIntElement(kContentEncodingScope, 1),
-                                               UIntElement(kContentEncodingType, 0),
-                                               Element(kContentCompression, {UIntElement(kContentCompAlgo, algorithm),
-                                                                             Element(kContentCompSettings, settings)})})});
+    return Element(
+        kContentEncodings,
+        {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0), UIntElement(kContentEncodingScope, 1),
+                                    UIntElement(kContentEncodingType, 0),
+                                    Element(kContentCompression, {UIntElement(kContentCompAlgo, algorithm),
+                                                                  Element(kContentCompSettings, settings)})})});
 }
 
 GEbmlBytes Video()
 {
-    return Element(kVideo, {UIntElement(kPixelWidth, 320), UIntElement(kPixelHeight, 240), UIntElement(kDisplayWidth, 16),
-                            UIntElement(kDisplayHeight, 9), FloatElement(kFrameRate, 25)});
+    return Element(kVideo,
+                   {UIntElement(kPixelWidth, 320), UIntElement(kPixelHeight, 240), UIntElement(kDisplayWidth, 16),
+                    UIntElement(kDisplayHeight, 9), FloatElement(kFrameRate, 25)});
 }
 GEbmlBytes Audio()
 {
-    return Element(kAudio, {FloatElement(kSamplingFrequency, 48'000), UIntElement(kChannels, 2), UIntElement(kBitDepth, 16)});
+    return Element(kAudio,
+                   {FloatElement(kSamplingFrequency, 48'000), UIntElement(kChannels, 2), UIntElement(kBitDepth, 16)});
 }
 
 GEbmlBytes Private(const GEbmlBytes& data) { return Element(kCodecPrivate, data); }
 
-GEbmlBytes Group(std::uint64_t track, int timecode, std::uint8_t flags, const GEbmlBytes& data, const GEbmlBytes& others)
+GEbmlBytes Group(std::uint64_t track, int timecode, std::uint8_t flags, const GEbmlBytes& data,
+                 const GEbmlBytes& others)
 {
     return Element(kBlockGroup, {Element(kBlock, BlockData(track, timecode, flags, data)), others});
 }
@@ -64,10 +68,11 @@ constexpr std::uint8_t kEbmlLacing = 0x06;
 
 GEbmlBytes LacedCluster(std::uint64_t time)
 {
-    return Cluster(time, {SimpleBlock(1, 0, kKeyFlag, {1, 2, 3}), SimpleBlock(2, 0, kXiph, {2, 1, 2, 1, 2, 2, 3, 3}),
-                          SimpleBlock(2, 30, kFixed, {1, 1, 2}), SimpleBlock(2, 60, kEbmlLacing, {2, 0x81, 0xC0, 1, 2, 2, 3}),
-                          Group(3, 10, 0, {'h', 'i'}, UIntElement(kBlockDuration, 900)),
-                          Group(1, 40, 0, {4, 5}, UIntElement(kReferenceBlock, 0xD8))});
+    return Cluster(time,
+                   {SimpleBlock(1, 0, kKeyFlag, {1, 2, 3}), SimpleBlock(2, 0, kXiph, {2, 1, 2, 1, 2, 2, 3, 3}),
+                    SimpleBlock(2, 30, kFixed, {1, 1, 2}), SimpleBlock(2, 60, kEbmlLacing, {2, 0x81, 0xC0, 1, 2, 2, 3}),
+                    Group(3, 10, 0, {'h', 'i'}, UIntElement(kBlockDuration, 900)),
+                    Group(1, 40, 0, {4, 5}, UIntElement(kReferenceBlock, 0xD8))});
 }
 
 GMkvBuilder Usual()
@@ -75,7 +80,8 @@ GMkvBuilder Usual()
     return GMkvBuilder()
         .AddSeekHead({kInfo, kTracks, kCues, kAttachments})
         .AddInfo({FloatElement(kDuration, 3000)})
-        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Video(), UIntElement(kMinCache, 1)})), TrackEntry(2, 2, "A_AC3", Audio()),
+        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Video(), UIntElement(kMinCache, 1)})),
+                    TrackEntry(2, 2, "A_AC3", Audio()),
                     TrackEntry(3, 0x11, "S_TEXT/UTF8", TextElement(kLanguage, "ger"))});
 }
 
@@ -113,15 +119,16 @@ GEbmlBytes Encoded()
         .AddInfo()
         .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Video(), Encoding(0, {})})),
                     TrackEntry(2, 2, "A_AC3", Join({Audio(), Encoding(3, {0x0B, 0x77})}))})
-        .Add(Cluster(0, {SimpleBlock(1, 0, kKeyFlag, Compressed(GEbmlBytes(500, 1))), SimpleBlock(2, 0, kFixed, {1, 1, 2}),
-                         SimpleBlock(1, 40, 0, Compressed({1, 2, 3}))}))
+        .Add(Cluster(0, {SimpleBlock(1, 0, kKeyFlag, Compressed(GEbmlBytes(500, 1))),
+                         SimpleBlock(2, 0, kFixed, {1, 1, 2}), SimpleBlock(1, 40, 0, Compressed({1, 2, 3}))}))
         .Build();
 }
 
 // One track of every codec whose private data are looked into.
 GEbmlBytes Codecs()
 {
-    const GEbmlBytes avc = {1, 77, 64, 30, 0xFF, 0xE1, 0, 8, 0x67, 77, 64, 30, 0xE8, 0x80, 0xA0, 0x40, 1, 0, 2, 0x68, 0xCE};
+    const GEbmlBytes avc = {1,  77,   64,   30,   0xFF, 0xE1, 0, 8, 0x67, 77,  64,
+                            30, 0xE8, 0x80, 0xA0, 0x40, 1,    0, 2, 0x68, 0xCE};
     const GEbmlBytes mpeg2 = {0, 0, 1, 0xB3, 0, 0, 1, 0xB5, 0x14, 0x80};
     const GEbmlBytes bitmap = Join({{40, 0, 0, 0}, GEbmlBytes(36, 1)});
     const GEbmlBytes xiph = {2, 1, 2, 0x01, 0x03, 0x33, 0x05, 0x55, 0x56};
@@ -132,7 +139,8 @@ GEbmlBytes Codecs()
                     TrackEntry(3, 1, "V_MS/VFW/FOURCC", Join({Video(), Private(bitmap)})),
                     TrackEntry(4, 1, "V_THEORA", Join({Video(), Private(GEbmlBytes(60, 2))})),
                     TrackEntry(5, 2, "A_VORBIS", Join({Audio(), Private(xiph)})),
-                    TrackEntry(6, 2, "A_MS/ACM", Private(GEbmlBytes(18, 1))), TrackEntry(7, 2, "A_AAC/MPEG4/LC/SBR", Audio()),
+                    TrackEntry(6, 2, "A_MS/ACM", Private(GEbmlBytes(18, 1))),
+                    TrackEntry(7, 2, "A_AAC/MPEG4/LC/SBR", Audio()),
                     TrackEntry(8, 2, "A_FLAC", Join({Audio(), Private({'f', 'L', 'a', 'C'})})),
                     TrackEntry(9, 2, "A_REAL/COOK", Private({1})), TrackEntry(10, 0x11, "S_TEXT/ASS", Private({'['}))})
         .Add(Cluster(0, {SimpleBlock(1, 0, kKeyFlag, {1}), SimpleBlock(5, 0, kKeyFlag, {2})}))
@@ -150,8 +158,10 @@ int main(int argc, char** argv)
     const std::string folder = argv[1];
     const bool written =
         WriteSeed(folder, "cued", Cued(), 0xA1) && WriteSeed(folder, "live", Live(), 0x50) &&
-        WriteSeed(folder, "no-cues", Usual().Add(LacedCluster(0)).Add(LacedCluster(1000)).Add(LacedCluster(2000)).Build(), 0x81) &&
+        WriteSeed(folder, "no-cues",
+                  Usual().Add(LacedCluster(0)).Add(LacedCluster(1000)).Add(LacedCluster(2000)).Build(), 0x81) &&
         WriteSeed(folder, "encoded", Encoded(), 0x20) && WriteSeed(folder, "codecs", Codecs(), 0x01) &&
-        WriteSeed(folder, "damaged", Usual().Add(LacedCluster(0)).Add({0, 1, 2, 0x1F, 0x43}).Add(LacedCluster(9)).Build(), 0x58);
+        WriteSeed(folder, "damaged",
+                  Usual().Add(LacedCluster(0)).Add({0, 1, 2, 0x1F, 0x43}).Add(LacedCluster(9)).Build(), 0x58);
     return written ? 0 : 1;
 }

@@ -151,7 +151,8 @@ TEST_F(MkvBlock, AGroupIsReadWholeWhateverItsOrder)
     const GEbmlBytes inner = Element(kBlock, BlockData(7, 5, kKeyFlag, {9}));
     const GEbmlBytes facts = Join({UIntElement(kBlockDuration, 40), UIntElement(kReferencePriority, 3),
                                    UIntElement(kReferenceBlock, 0xFE), Element(kCodecState, GEbmlBytes(3))});
-    for (const GEbmlBytes& children : {Join({inner, facts}), Join({facts, inner}), Join({inner, facts, VoidElement(2)})}) {
+    for (const GEbmlBytes& children :
+         {Join({inner, facts}), Join({facts, inner}), Join({inner, facts, VoidElement(2)})}) {
         ASSERT_EQ(Read(Element(kBlockGroup, children)), GMkvBlockRead::Done);
         EXPECT_EQ(block.track, 7u);
         EXPECT_EQ(block.duration.value, 40u);
@@ -183,7 +184,8 @@ TEST_F(MkvBlock, ABlockThatDoesNotFitWhereItStandsIsLostAlone)
 
 TEST_F(MkvBlock, ABlockCutByTheEndOfTheFileKeepsWhatIsThere)
 {
-    bytes = LyingElement(kCluster, 1000, LyingElement(kSimpleBlock, (std::uint64_t{1} << 56) - 2, {0x81, 0, 0, 0, 1, 2}));
+    bytes =
+        LyingElement(kCluster, 1000, LyingElement(kSimpleBlock, (std::uint64_t{1} << 56) - 2, {0x81, 0, 0, 0, 1, 2}));
     ASSERT_EQ(ReadBytes(), GMkvBlockRead::Done);
     EXPECT_EQ(payload.available, 2u);
     EXPECT_EQ(payload.claimed, (std::uint64_t{1} << 56) - 6);

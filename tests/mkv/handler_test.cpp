@@ -29,13 +29,14 @@ std::vector<REFERENCE_TIME> Starts(const std::vector<GReadBlock>& blocks)
 
 TEST(MkvHandler, TimesCountFromTheFirstClusterAndMayLieBeforeIt)
 {
-    const auto blocks = ReadFile(ThreeTracks()
-                                     .Add(Cluster(10, {SimpleBlock(kVideoTrack, -2, kKeyFlag, {1}),
-                                                       SimpleBlock(kVideoTrack, 0x7FFF, 0, {2})}))
-                                     .Add(Cluster(9, {SimpleBlock(kVideoTrack, 0, 0, {3})}))
-                                     .Add(Element(kCluster, SimpleBlock(kVideoTrack, 5, 0, {4})))
-                                     .Build());
-    EXPECT_THAT(Starts(blocks), ElementsAre(-2 * kMillisecond, 0x7FFF * kMillisecond, -1 * kMillisecond, -5 * kMillisecond))
+    const auto blocks = ReadFile(
+        ThreeTracks()
+            .Add(Cluster(10, {SimpleBlock(kVideoTrack, -2, kKeyFlag, {1}), SimpleBlock(kVideoTrack, 0x7FFF, 0, {2})}))
+            .Add(Cluster(9, {SimpleBlock(kVideoTrack, 0, 0, {3})}))
+            .Add(Element(kCluster, SimpleBlock(kVideoTrack, 5, 0, {4})))
+            .Build());
+    EXPECT_THAT(Starts(blocks),
+                ElementsAre(-2 * kMillisecond, 0x7FFF * kMillisecond, -1 * kMillisecond, -5 * kMillisecond))
         << "a Cluster without a time counts as 0";
     EXPECT_TRUE(blocks[0].next.keyFrame);
     EXPECT_FALSE(blocks[1].next.keyFrame);
@@ -43,10 +44,11 @@ TEST(MkvHandler, TimesCountFromTheFirstClusterAndMayLieBeforeIt)
 
 TEST(MkvHandler, ATimecodeBehindTheBlocksOfItsClusterCounts)
 {
-    const auto blocks = ReadFile(ThreeTracks()
-                                     .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {1})}))
-                                     .Add(Element(kCluster, {SimpleBlock(kVideoTrack, 1, 0, {2}), UIntElement(kTimecode, 40)}))
-                                     .Build());
+    const auto blocks =
+        ReadFile(ThreeTracks()
+                     .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {1})}))
+                     .Add(Element(kCluster, {SimpleBlock(kVideoTrack, 1, 0, {2}), UIntElement(kTimecode, 40)}))
+                     .Build());
     EXPECT_THAT(Starts(blocks), ElementsAre(0, 41 * kMillisecond));
 }
 
@@ -66,12 +68,13 @@ TEST(MkvHandler, TicksAreRoundedTowardsZeroAndNeverOverflow)
 
 TEST(MkvHandler, ABlockEndsWhereItsDurationSaysASubtitleWithoutOneWhereItStarts)
 {
-    const auto blocks = ReadFile(ThreeTracks()
-                                     .Add(Cluster(0, {BlockGroup(kVideoTrack, 1, {1}, UIntElement(kBlockDuration, 40)),
-                                                      BlockGroup(kVideoTrack, 2, {2}), SimpleBlock(kTextTrack, 3, 0, {3}),
-                                                      BlockGroup(kTextTrack, 4, {4}, UIntElement(kBlockDuration, 7)),
-                                                      BlockGroup(kTextTrack, 5, {5}, UIntElement(kBlockDuration, 0))}))
-                                     .Build());
+    const auto blocks =
+        ReadFile(ThreeTracks()
+                     .Add(Cluster(0, {BlockGroup(kVideoTrack, 1, {1}, UIntElement(kBlockDuration, 40)),
+                                      BlockGroup(kVideoTrack, 2, {2}), SimpleBlock(kTextTrack, 3, 0, {3}),
+                                      BlockGroup(kTextTrack, 4, {4}, UIntElement(kBlockDuration, 7)),
+                                      BlockGroup(kTextTrack, 5, {5}, UIntElement(kBlockDuration, 0))}))
+                     .Build());
     ASSERT_EQ(blocks.size(), 5u);
     std::vector<REFERENCE_TIME> lengths;
     std::vector<int> valid;
@@ -85,13 +88,14 @@ TEST(MkvHandler, ABlockEndsWhereItsDurationSaysASubtitleWithoutOneWhereItStarts)
 
 TEST(MkvHandler, BlocksOfBothKindsComeInFileOrder)
 {
-    const auto blocks = ReadFile(ThreeTracks()
-                                     .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {1}), VoidElement(3),
-                                                      BlockGroup(kAudioTrack, 0, {2}), SimpleBlock(kVideoTrack, 40, 0, {3}),
-                                                      DependentGroup(kVideoTrack, 80, {4})}))
-                                     .AddCues({{0, 1, 0}})
-                                     .Add(Cluster(100, {BlockGroup(kTextTrack, 0, {5}), SimpleBlock(kAudioTrack, 1, 0, {6})}))
-                                     .Build());
+    const auto blocks =
+        ReadFile(ThreeTracks()
+                     .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {1}), VoidElement(3),
+                                      BlockGroup(kAudioTrack, 0, {2}), SimpleBlock(kVideoTrack, 40, 0, {3}),
+                                      DependentGroup(kVideoTrack, 80, {4})}))
+                     .AddCues({{0, 1, 0}})
+                     .Add(Cluster(100, {BlockGroup(kTextTrack, 0, {5}), SimpleBlock(kAudioTrack, 1, 0, {6})}))
+                     .Build());
     EXPECT_THAT(Marks(blocks), ElementsAre(1, 2, 3, 4, 5, 6));
     EXPECT_TRUE(blocks[1].next.keyFrame);
     EXPECT_FALSE(blocks[3].next.keyFrame);
@@ -101,11 +105,12 @@ TEST(MkvHandler, BlocksOfBothKindsComeInFileOrder)
 TEST(MkvHandler, WhatNobodyDescribedIsPassedOverUnread)
 {
     constexpr std::size_t kBig = 500'000;
-    GMkvReading reading(ThreeTracks()
-                            .Add(Cluster(0, {SimpleBlock(kUnknownTrack, 0, kKeyFlag, GEbmlBytes(kBig)),
-                                             SimpleBlock(99, 0, kKeyFlag, GEbmlBytes(kBig)),
-                                             SimpleBlock(kVideoTrack, 0, kKeyFlag, {}), SimpleBlock(kVideoTrack, 1, 0, {7})}))
-                            .Build());
+    GMkvReading reading(
+        ThreeTracks()
+            .Add(Cluster(0, {SimpleBlock(kUnknownTrack, 0, kKeyFlag, GEbmlBytes(kBig)),
+                             SimpleBlock(99, 0, kKeyFlag, GEbmlBytes(kBig)), SimpleBlock(kVideoTrack, 0, kKeyFlag, {}),
+                             SimpleBlock(kVideoTrack, 1, 0, {7})}))
+            .Build());
     ASSERT_EQ(reading.Handler().Streams().size(), 3u);
     const auto blocks = reading.ReadAll();
     EXPECT_THAT(Marks(blocks), ElementsAre(7)) << "nor is there a packet of a Block without bytes";
@@ -127,13 +132,14 @@ TEST(MkvHandler, ADamagedLaceLosesItsOwnBlockOnly)
 
 TEST(MkvHandler, AnUnreadableBlockHeaderEndsItsClusterOnly)
 {
-    GMkvReading reading(ThreeTracks()
-                            .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {1}), Element(kSimpleBlock, GEbmlBytes(9)),
-                                             SimpleBlock(kVideoTrack, 1, 0, {2})}))
-                            .Add(Cluster(40, {SimpleBlock(kVideoTrack, 0, 0, {3})}))
-                            .Add({0x00, 0x01, 0x02})
-                            .Add(Cluster(80, {SimpleBlock(kVideoTrack, 0, 0, {4})}))
-                            .Build());
+    GMkvReading reading(
+        ThreeTracks()
+            .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {1}), Element(kSimpleBlock, GEbmlBytes(9)),
+                             SimpleBlock(kVideoTrack, 1, 0, {2})}))
+            .Add(Cluster(40, {SimpleBlock(kVideoTrack, 0, 0, {3})}))
+            .Add({0x00, 0x01, 0x02})
+            .Add(Cluster(80, {SimpleBlock(kVideoTrack, 0, 0, {4})}))
+            .Build());
     EXPECT_THAT(Marks(reading.ReadAll()), ElementsAre(1, 3, 4));
     EXPECT_EQ(reading.Handler().Damage().count, 2u);
 }
@@ -141,8 +147,9 @@ TEST(MkvHandler, AnUnreadableBlockHeaderEndsItsClusterOnly)
 GEbmlBytes LiveFile()
 {
     const auto cluster = [](std::uint64_t time, std::uint8_t mark) {
-        return UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, time), SimpleBlock(kVideoTrack, 0, kKeyFlag, {mark}),
-                                                  SimpleBlock(kVideoTrack, 1, 0, GEbmlBytes(100, ++mark))}));
+        return UnknownSizeElement(kCluster,
+                                  Join({UIntElement(kTimecode, time), SimpleBlock(kVideoTrack, 0, kKeyFlag, {mark}),
+                                        SimpleBlock(kVideoTrack, 1, 0, GEbmlBytes(100, ++mark))}));
     };
     return ThreeTracks()
         .Add(cluster(0, 1))
@@ -196,10 +203,11 @@ GEbmlBytes ZlibFrame(const GEbmlBytes& plain)
 
 GEbmlBytes Encodings(std::uint64_t algorithm, const GEbmlBytes& settings = {}, std::uint64_t scope = 1)
 {
-    return Element(kContentEncodings,
-                   {Element(kContentEncoding, {UIntElement(kContentEncodingScope, scope),
-                                               Element(kContentCompression, {UIntElement(kContentCompAlgo, algorithm),
-                                                                             Element(kContentCompSettings, settings)})})});
+    return Element(
+        kContentEncodings,
+        {Element(kContentEncoding, {UIntElement(kContentEncodingScope, scope),
+                                    Element(kContentCompression, {UIntElement(kContentCompAlgo, algorithm),
+                                                                  Element(kContentCompSettings, settings)})})});
 }
 
 TEST(MkvHandler, EveryFrameOfALaceIsDecompressedOnItsOwnAndABadOneStaysAsItIs)
@@ -207,11 +215,11 @@ TEST(MkvHandler, EveryFrameOfALaceIsDecompressedOnItsOwnAndABadOneStaysAsItIs)
     const GEbmlBytes first = ZlibFrame(GEbmlBytes(3000, 11));
     const GEbmlBytes last = ZlibFrame({33, 34});
     const GEbmlBytes lace = {2, static_cast<std::uint8_t>(first.size()), 2};
-    GMkvReading reading(ThreeTracks({}, {}, Encodings(GMkvContentEncoding::kZlib))
-                            .Add(Cluster(0, {SimpleBlock(kAudioTrack, 0, kXiphLace, Join({lace, first, {22, 23}, last})),
-                                             SimpleBlock(kAudioTrack, 1, 0, ZlibFrame({44})),
-                                             SimpleBlock(kVideoTrack, 2, 0, {55})}))
-                            .Build());
+    GMkvReading reading(
+        ThreeTracks({}, {}, Encodings(GMkvContentEncoding::kZlib))
+            .Add(Cluster(0, {SimpleBlock(kAudioTrack, 0, kXiphLace, Join({lace, first, {22, 23}, last})),
+                             SimpleBlock(kAudioTrack, 1, 0, ZlibFrame({44})), SimpleBlock(kVideoTrack, 2, 0, {55})}))
+            .Build());
     const auto blocks = reading.ReadAll();
     ASSERT_EQ(blocks.size(), 3u);
     EXPECT_THAT(blocks[0].frames, ElementsAre(GEbmlBytes(3000, 11), GEbmlBytes{22, 23}, GEbmlBytes{33, 34}));
@@ -222,11 +230,12 @@ TEST(MkvHandler, EveryFrameOfALaceIsDecompressedOnItsOwnAndABadOneStaysAsItIs)
 
 TEST(MkvHandler, StrippedHeadersComeBackEvenInFrontOfNothing)
 {
-    const auto blocks = ReadFile(ThreeTracks({}, Encodings(GMkvContentEncoding::kHeaderStripping, {7, 8}, 2),
-                                             Encodings(GMkvContentEncoding::kHeaderStripping, {0x0B, 0x77}))
-                                     .Add(Cluster(0, {SimpleBlock(kAudioTrack, 0, kFixedLace, {1, 1, 2}),
-                                                      SimpleBlock(kAudioTrack, 1, 0, {}), SimpleBlock(kVideoTrack, 2, 0, {5})}))
-                                     .Build());
+    const auto blocks =
+        ReadFile(ThreeTracks({}, Encodings(GMkvContentEncoding::kHeaderStripping, {7, 8}, 2),
+                             Encodings(GMkvContentEncoding::kHeaderStripping, {0x0B, 0x77}))
+                     .Add(Cluster(0, {SimpleBlock(kAudioTrack, 0, kFixedLace, {1, 1, 2}),
+                                      SimpleBlock(kAudioTrack, 1, 0, {}), SimpleBlock(kVideoTrack, 2, 0, {5})}))
+                     .Build());
     ASSERT_EQ(blocks.size(), 3u);
     EXPECT_THAT(blocks[0].frames, ElementsAre(GEbmlBytes{0x0B, 0x77, 1}, GEbmlBytes{0x0B, 0x77, 2}));
     EXPECT_THAT(blocks[1].frames, ElementsAre(GEbmlBytes{0x0B, 0x77}));
@@ -259,11 +268,12 @@ TEST(MkvHandler, AVorbisDecoderThatWantsItsHeadersInBandGetsThem)
 {
     const GEbmlBytes headers = {2, 1, 2, 0x01, 0x03, 0x33, 0x05, 0x55, 0x56};
     const auto packets = [](const GEbmlBytes& codecPrivate, const GUID& subtype) {
-        GMkvReading reading(GMkvBuilder()
-                                .AddInfo()
-                                .AddTracks({TrackEntry(5, GMkvTrack::kAudio, "A_VORBIS", Element(kCodecPrivate, codecPrivate)),
-                                            TrackEntry(6, GMkvTrack::kAudio, "A_AC3", Element(kCodecPrivate, codecPrivate))})
-                                .Build());
+        GMkvReading reading(
+            GMkvBuilder()
+                .AddInfo()
+                .AddTracks({TrackEntry(5, GMkvTrack::kAudio, "A_VORBIS", Element(kCodecPrivate, codecPrivate)),
+                            TrackEntry(6, GMkvTrack::kAudio, "A_AC3", Element(kCodecPrivate, codecPrivate))})
+                .Build());
         const CMediaType connected(MEDIATYPE_Audio, subtype);
         EXPECT_THAT(reading.Handler().HeaderPackets(6, connected), IsEmpty()) << "not Vorbis";
         EXPECT_THAT(reading.Handler().HeaderPackets(7, connected), IsEmpty()) << "no such stream";
@@ -287,16 +297,18 @@ TEST(MkvHandler, AVorbisDecoderThatWantsItsHeadersInBandGetsThem)
 
 TEST(MkvHandler, FactsAndAttachmentsOfAFileCanBeAsked)
 {
-    const GEbmlBytes atom = Element(kChapterAtom, {UIntElement(kChapterTimeStart, 0), Element(kChapterAtom, GEbmlBytes{})});
+    const GEbmlBytes atom =
+        Element(kChapterAtom, {UIntElement(kChapterTimeStart, 0), Element(kChapterAtom, GEbmlBytes{})});
     const GEbmlBytes data = {1, 2, 3, 4, 5};
-    GEbmlBytes bytes = ThreeTracks(Join({TextElement(kTitle, "T\xC3\xB6n"), Element(kDateUtc, BigEndian(86'401'000'000'000, 8)),
-                                         FloatElement(kDuration, 1500)}),
-                                   UIntElement(kMinCache, 3))
-                           .Add(Element(kChapters, {Element(kEditionEntry, {atom, atom})}))
-                           .Add(Element(kAttachments, {Element(kAttachedFile, {TextElement(kFileName, "a.txt"),
-                                                                               TextElement(kFileMimeType, "text/plain"),
-                                                                               Element(kFileData, data)})}))
-                           .Build();
+    GEbmlBytes bytes =
+        ThreeTracks(Join({TextElement(kTitle, "T\xC3\xB6n"), Element(kDateUtc, BigEndian(86'401'000'000'000, 8)),
+                          FloatElement(kDuration, 1500)}),
+                    UIntElement(kMinCache, 3))
+            .Add(Element(kChapters, {Element(kEditionEntry, {atom, atom})}))
+            .Add(Element(kAttachments, {Element(kAttachedFile,
+                                                {TextElement(kFileName, "a.txt"),
+                                                 TextElement(kFileMimeType, "text/plain"), Element(kFileData, data)})}))
+            .Build();
     const GTempFile disk(bytes);
     GMkvReadHandler handler;
     ASSERT_TRUE(handler.Open(disk.Path()).Ok());
@@ -382,9 +394,11 @@ GEbmlBytes SmallFile()
         .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, ZlibFrame({1, 2, 3})),
                          SimpleBlock(kAudioTrack, 0, kXiphLace, {2, 1, 2, 1, 2, 2, 3, 3}),
                          BlockGroup(kTextTrack, 1, {'h', 'i'}, UIntElement(kBlockDuration, 9))}))
-        .Add(UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, 40), DependentGroup(kVideoTrack, 0, ZlibFrame({4})),
-                                                SimpleBlock(kAudioTrack, 1, kEbmlLace, {2, 0x81, 0xC0, 1, 2, 2, 3})})))
-        .Add(Cluster(80, {SimpleBlock(kAudioTrack, 1, kFixedLace, {1, 1, 2}), FlaggedGroup(kVideoTrack, 0, ZlibFrame({5}), kKeyFlag)}))
+        .Add(UnknownSizeElement(kCluster,
+                                Join({UIntElement(kTimecode, 40), DependentGroup(kVideoTrack, 0, ZlibFrame({4})),
+                                      SimpleBlock(kAudioTrack, 1, kEbmlLace, {2, 0x81, 0xC0, 1, 2, 2, 3})})))
+        .Add(Cluster(80, {SimpleBlock(kAudioTrack, 1, kFixedLace, {1, 1, 2}),
+                          FlaggedGroup(kVideoTrack, 0, ZlibFrame({5}), kKeyFlag)}))
         .AddCues({{0, kVideoTrack, 0}, {80, kVideoTrack, 2}})
         .Build();
 }

@@ -81,10 +81,7 @@ private:
     std::size_t calls = 0;
 };
 
-inline std::vector<GReadBlock> ReadFile(const GEbmlBytes& bytes)
-{
-    return GMkvReading(bytes).ReadAll();
-}
+inline std::vector<GReadBlock> ReadFile(const GEbmlBytes& bytes) { return GMkvReading(bytes).ReadAll(); }
 
 // The first byte of every frame in order: who came when.
 inline std::vector<int> Marks(const std::vector<GReadBlock>& blocks)

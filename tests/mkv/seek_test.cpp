@@ -25,8 +25,9 @@ int MarkAt(GMkvReading& reading, REFERENCE_TIME time, GSeekMode mode = GSeekMode
 GMkvBuilder Seconds()
 {
     return ThreeTracks(FloatElement(kDuration, 3000))
-        .Add(Cluster(100'000, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {10}), SimpleBlock(kAudioTrack, 10, kKeyFlag, {11}),
-                               SimpleBlock(kVideoTrack, 500, kKeyFlag, {20}), SimpleBlock(kVideoTrack, 540, 0, {21})}))
+        .Add(
+            Cluster(100'000, {SimpleBlock(kVideoTrack, 0, kKeyFlag, {10}), SimpleBlock(kAudioTrack, 10, kKeyFlag, {11}),
+                              SimpleBlock(kVideoTrack, 500, kKeyFlag, {20}), SimpleBlock(kVideoTrack, 540, 0, {21})}))
         .Add(Cluster(101'000, {SimpleBlock(kVideoTrack, 0, 0, {22}), SimpleBlock(kVideoTrack, 500, kKeyFlag, {30}),
                                SimpleBlock(kAudioTrack, 510, kKeyFlag, {31}), SimpleBlock(kVideoTrack, 900, 0, {32})}))
         .Add(Cluster(102'000, {SimpleBlock(kAudioTrack, 0, kKeyFlag, {33}), SimpleBlock(kVideoTrack, 100, 0, {34}),
@@ -35,7 +36,8 @@ GMkvBuilder Seconds()
 
 TEST(MkvSeek, CuesLeadToTheLastKeyFrameUpToTheTarget)
 {
-    GMkvReading reading(Seconds().AddCues({{100'000, 1, 0}, {101'000, 1, 1}, {102'000, 2, 2}, {102'000, 1, 2}}).Build());
+    GMkvReading reading(
+        Seconds().AddCues({{100'000, 1, 0}, {101'000, 1, 1}, {102'000, 2, 2}, {102'000, 1, 2}}).Build());
     EXPECT_EQ(MarkAt(reading, Ms(2'600)), 40);
     EXPECT_EQ(MarkAt(reading, Ms(2'500)), 40) << "exactly at it";
     EXPECT_EQ(MarkAt(reading, Ms(2'499)), 30) << "its own Cluster has none so early: the CuePoint before";
@@ -44,7 +46,8 @@ TEST(MkvSeek, CuesLeadToTheLastKeyFrameUpToTheTarget)
     EXPECT_EQ(MarkAt(reading, Ms(0)), 10);
     EXPECT_EQ(MarkAt(reading, Ms(-5)), 10);
     EXPECT_EQ(MarkAt(reading, Ms(1'000'000)), 40);
-    EXPECT_EQ(reading.Handler().Seek(Ms(2'499), GSeekMode::Independent), Ms(2'499)) << "the position stays as asked for";
+    EXPECT_EQ(reading.Handler().Seek(Ms(2'499), GSeekMode::Independent), Ms(2'499))
+        << "the position stays as asked for";
 }
 
 TEST(MkvSeek, ReadingGoesOnFromTheStartBlockAndTimesStayThose)
@@ -146,7 +149,8 @@ TEST(MkvSeek, TwoHundredTargetsInEveryKindOfFileStartAtAKeyFrame)
                         const bool key = (c * 25 + static_cast<std::size_t>(frame)) % 37 == 0;
                         GEbmlBytes picture = SimpleBlock(kVideoTrack, at, key ? kKeyFlag : 0, {1});
                         if (groups)
-                            picture = key ? FlaggedGroup(kVideoTrack, at, {1}, 0) : DependentGroup(kVideoTrack, at, {1});
+                            picture =
+                                key ? FlaggedGroup(kVideoTrack, at, {1}, 0) : DependentGroup(kVideoTrack, at, {1});
                         if (key && cued)
                             cues.push_back({500 + c * 1000 + static_cast<std::uint64_t>(at), kVideoTrack, c});
                         blocks = Join({blocks, picture, SimpleBlock(kAudioTrack, at, kKeyFlag, {2})});
@@ -155,7 +159,8 @@ TEST(MkvSeek, TwoHundredTargetsInEveryKindOfFileStartAtAKeyFrame)
                 }
                 if (cued)
                     builder.AddCues(cues);
-                GMkvReading reading(builder.Build(live ? GMkvBuilder::GSegmentSize::Unknown : GMkvBuilder::GSegmentSize::Known));
+                GMkvReading reading(
+                    builder.Build(live ? GMkvBuilder::GSegmentSize::Unknown : GMkvBuilder::GSegmentSize::Known));
                 std::uint32_t random = 1;
                 for (int i = 0; i < 200; ++i) {
                     random = random * 1664525u + 1013904223u;
@@ -197,7 +202,8 @@ TEST(MkvSeek, FlagsTellKeyFramesWhereNoBlockHasAReference)
         ASSERT_TRUE(next);
         EXPECT_TRUE(next->keyFrame) << "the flag of packets follows the references whatever the seeks do";
     }
-    EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 37) << "one Block short of a hundred, the one after the first seek included";
+    EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 37)
+        << "one Block short of a hundred, the one after the first seek included";
     EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 30) << "now a hundred have been seen";
     EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 30) << "and a seek forgets nothing";
 }

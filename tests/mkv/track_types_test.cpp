@@ -222,7 +222,8 @@ TEST(MkvVideoTypes, TheFrameTimeComesFromTheRateThenTheDurationThenTheStream)
                             0x00, 0x10, 0x00, 0x00, 0x03, 0x03, 0x28, 0xF1, 0x22, 0x64, 0x80};
     const GEbmlBytes timed = Join({{1, 66, 0xC0, 10, 0xFF, 0xE1, 0, 23}, sps, {0}});
     EXPECT_EQ(time(VideoTrack("V_MPEG4/ISO/AVC"), timed), 400'000u);
-    EXPECT_EQ(time(VideoTrack("V_MPEG4/ISO/AVC"), Avc()), 10'000'000u) << "a stream without timing counts as one a second";
+    EXPECT_EQ(time(VideoTrack("V_MPEG4/ISO/AVC"), Avc()), 10'000'000u)
+        << "a stream without timing counts as one a second";
     GMkvTrack avc = VideoTrack("V_MPEG4/ISO/AVC");
     avc.defaultDuration = CUInt(20'000'000);
     EXPECT_EQ(time(avc, timed), 200'000u);
@@ -373,11 +374,12 @@ TEST(MkvSubtitleTypes, TheBlockHoldsLanguageNameAndPrivateData)
 // Whatever a codec reads of its private data, a sanitizer sees it read past the end.
 TEST(MkvTrackTypes, PrivateDataOfEveryWrongLengthAreSurvived)
 {
-    for (const GEbmlBytes& whole : {Avc(), TheoraPrivate(), Bitmap(24, 1, {1, 2, 3}), GEbmlBytes(90, 0xFF), GEbmlBytes(90),
-                                    Join({{0, 0, 1, 0xB5}, GEbmlBytes(60, 0x1F)})}) {
+    for (const GEbmlBytes& whole : {Avc(), TheoraPrivate(), Bitmap(24, 1, {1, 2, 3}), GEbmlBytes(90, 0xFF),
+                                    GEbmlBytes(90), Join({{0, 0, 1, 0xB5}, GEbmlBytes(60, 0x1F)})}) {
         for (std::size_t length = 0; length <= whole.size(); ++length) {
             const GEbmlBytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
-            for (const char* id : {"V_MS/VFW/FOURCC", "V_MPEG4/ISO/AVC", "V_MPEG2", "V_THEORA", "V_VP8", "V_MPEG4/ISO/ASP", "V_REAL/RV40"})
+            for (const char* id : {"V_MS/VFW/FOURCC", "V_MPEG4/ISO/AVC", "V_MPEG2", "V_THEORA", "V_VP8",
+                                   "V_MPEG4/ISO/ASP", "V_REAL/RV40"})
                 for (const CMediaType& type : MkvVideoTypes(VideoTrack(id), cut))
                     EXPECT_GE(type.cbFormat, sizeof(VIDEOINFOHEADER)) << id;
             for (const char* id : {"A_AAC", "A_AAC/MPEG4/LC", "A_FLAC", "A_MS/ACM", "A_REAL/COOK", "A_VORBIS"})
@@ -404,7 +406,8 @@ TEST(MkvTrackTypes, PinsAreNamedByLanguageNameAndNumberWithinTheirKind)
         TrackEntry(7, GMkvTrack::kVideo, "V_VP8"),
         TrackEntry(8, GMkvTrack::kAudio, "A_NOBODY/KNOWS"),
         TrackEntry(9, GMkvTrack::kAudio, "A_AC3", TextElement(kLanguage, "ger")),
-        TrackEntry(10, GMkvTrack::kAudio, "A_AC3", Join({TextElement(kLanguage, "jpn"), TextElement(kName, "Commentary")})),
+        TrackEntry(10, GMkvTrack::kAudio, "A_AC3",
+                   Join({TextElement(kLanguage, "jpn"), TextElement(kName, "Commentary")})),
         TrackEntry(11, 0x20, "S_TEXT/UTF8"),
         TrackEntry(12, GMkvTrack::kSubtitle, "S_TEXT/UTF8", TextElement(kLanguage, "xyz")),
     });
@@ -414,7 +417,8 @@ TEST(MkvTrackTypes, PinsAreNamedByLanguageNameAndNumberWithinTheirKind)
         names.push_back(Utf8FromWide(entry.info.pinName));
         numbers.push_back(entry.info.number);
     }
-    EXPECT_THAT(names, ElementsAre("English (Video 1)", "German (Audio 1)", "Japanese, Commentary (Audio 2)", "xyz (Subtitle 1)"));
+    EXPECT_THAT(names, ElementsAre("English (Video 1)", "German (Audio 1)", "Japanese, Commentary (Audio 2)",
+                                   "xyz (Subtitle 1)"));
     EXPECT_THAT(numbers, ElementsAre(7, 9, 10, 12));
 }
 
@@ -425,8 +429,11 @@ TEST(MkvTrackTypes, ATrackWhosePrivateDataCannotBeDecodedGetsNoPin)
                      Element(kContentEncodings, {Element(kContentEncoding, {UIntElement(kContentEncodingScope, scope),
                                                                             UIntElement(kContentEncodingType, 1)})})});
     };
-    EXPECT_THAT(Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8", encoded(2)), TrackEntry(2, GMkvTrack::kAudio, "A_AC3")}), SizeIs(1));
-    EXPECT_THAT(Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8", encoded(1))}), SizeIs(1)) << "only its frames are encrypted";
+    EXPECT_THAT(
+        Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8", encoded(2)), TrackEntry(2, GMkvTrack::kAudio, "A_AC3")}),
+        SizeIs(1));
+    EXPECT_THAT(Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8", encoded(1))}), SizeIs(1))
+        << "only its frames are encrypted";
 }
 
 TEST(MkvTrackTypes, TheFirstSubtitleTrackBringsTheFontsAndOnlyOnce)
@@ -434,13 +441,14 @@ TEST(MkvTrackTypes, TheFirstSubtitleTrackBringsTheFontsAndOnlyOnce)
     const auto attached = [](std::string_view type, const GEbmlBytes& data) {
         return Element(kAttachedFile, {TextElement(kFileMimeType, type), Element(kFileData, data)});
     };
-    const GEbmlBytes fonts = Element(kAttachments, {attached("application/x-truetype-font", {1, 2, 3}), attached("image/png", {1}),
-                                                    attached("application/x-truetype-font", {}),
-                                                    attached("application/x-truetype-font", {1, 2})});
+    const GEbmlBytes fonts = Element(
+        kAttachments, {attached("application/x-truetype-font", {1, 2, 3}), attached("image/png", {1}),
+                       attached("application/x-truetype-font", {}), attached("application/x-truetype-font", {1, 2})});
     const std::size_t before = ProcessFonts().size();
     Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8")}, fonts);
     EXPECT_EQ(ProcessFonts().size(), before);
-    Describe({TrackEntry(1, GMkvTrack::kSubtitle, "S_TEXT/SSA"), TrackEntry(2, GMkvTrack::kSubtitle, "S_TEXT/ASS")}, fonts);
+    Describe({TrackEntry(1, GMkvTrack::kSubtitle, "S_TEXT/SSA"), TrackEntry(2, GMkvTrack::kSubtitle, "S_TEXT/ASS")},
+             fonts);
     const auto sizes = ProcessFonts();
     ASSERT_EQ(sizes.size(), before + 2);
     EXPECT_EQ(sizes[before], 3u);

@@ -55,10 +55,7 @@ public:
         return true;
     }
     // The last frame takes what the others and the `used` bytes of the lace leave.
-    bool AddRest(std::uint64_t used)
-    {
-        return used <= claimed && sum <= claimed - used && Add(claimed - used - sum);
-    }
+    bool AddRest(std::uint64_t used) { return used <= claimed && sum <= claimed - used && Add(claimed - used - sum); }
 
 private:
     std::vector<std::uint32_t>& sizes;

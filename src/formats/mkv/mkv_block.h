@@ -32,9 +32,9 @@ GMkvBlockRead ParseBlock(const GMkvElement& element, GMkvBlock& block, GMkvPaylo
 GMkvBlockRead ParseBlockGroup(GMkvElement& element, GMkvBlock& block, GMkvPayload& payload);
 GMkvBlockRead ReadMkvBlock(GMkvElement& element, GMkvBlock& block, GMkvPayload& payload);
 
-// The lacing in front of a payload of `claimed` bytes, of which `payload` are there: appends the sizes of the frames that
-// are there whole (an unlaced one may be cut short) and gives the number of bytes before the first of them. Nothing, with
-// `frameSizes` empty, when the lace is damaged: sizes beyond the payload or below zero.
+// The lacing in front of a payload of `claimed` bytes, of which `payload` are there: puts the sizes of the frames that
+// are there whole into `frameSizes` (an unlaced one may be cut short) and gives the number of bytes before the first of
+// them. Nothing, with `frameSizes` empty, when the lace is damaged: sizes beyond the payload or below zero.
 std::optional<std::size_t> SplitMkvLace(std::span<const std::uint8_t> payload, std::uint64_t claimed,
                                         std::uint8_t flags, std::vector<std::uint32_t>& frameSizes);
 
@@ -47,7 +47,7 @@ class GMkvClusterWalk {
 public:
     enum class GAt : std::uint8_t { Block, Other, End };
 
-    // `walked` must outlive the walk and stay where it is. Starts at `startBlock`, a child of `walked`, or at its first.
+    // `walked` must outlive the walk and stay where it is. Starts at `startBlock`, a child of it, or at its first.
     void Enter(GMkvElement& walked, const std::optional<GMkvElement>& startBlock = std::nullopt);
     // To the next child. A level-1 element met among them ends the Cluster, whatever size it claims.
     GAt Step();
@@ -61,7 +61,7 @@ private:
 
     GMkvElement* cluster = nullptr;
     std::optional<GMkvElement> child;
-    bool stepped = false;     // `child` has been handed out
+    bool stepped = false;  // `child` has been handed out
     bool ticksKnown = false;
     std::int64_t ticks = 0;
 };

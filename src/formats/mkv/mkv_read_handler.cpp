@@ -182,13 +182,13 @@ bool GMkvReadHandler::ReadPayload(GPacket2& packet)
 // A frame that cannot be decoded stays as it is.
 void GMkvReadHandler::DecodeFrames(const GMkvTrack& track, GMkvBlockPacket& packet)
 {
-    const auto decode = [&](GBuffer& data) {
-        if (!file.contentDecoder.Decode(track, GMkvContentEncoding::kFrames, data))
+    const auto decode = [&](GBuffer& data, std::size_t decodedBefore) {
+        if (decodedBefore >= kMaxInflatedSize || !file.contentDecoder.Decode(track, GMkvContentEncoding::kFrames, data))
             file.reader->Damage().Add(announced.payload.headerPos, 0, "a frame that cannot be decoded");
     };
     std::vector<std::uint32_t>& sizes = packet.block.frameSizes;
     if (sizes.size() == 1) {
-        decode(packet.data);
+        decode(packet.data, 0);
         sizes.front() = static_cast<std::uint32_t>(packet.data.Size());
         return;
     }
@@ -197,9 +197,7 @@ void GMkvReadHandler::DecodeFrames(const GMkvTrack& track, GMkvBlockPacket& pack
     for (std::uint32_t& size : sizes) {
         frame.Assign(packet.data.Span().subspan(offset, size));
         offset += size;
-        // Every frame may expand to the limit; a lace of them may not.
-        if (frames.Size() < kMaxInflatedSize)
-            decode(frame);
+        decode(frame, frames.Size());  // one frame may expand to the limit, 256 of them may not
         size = static_cast<std::uint32_t>(frame.Size());
         frames.Append(frame.Span());
     }
@@ -237,10 +235,7 @@ REFERENCE_TIME GMkvReadHandler::Seek(REFERENCE_TIME time, GSeekMode mode)
     return SeekMkv(file, demux.Stats(), time, mode);
 }
 
-GDamageReport GMkvReadHandler::Damage() const
-{
-    return file.reader ? file.reader->Damage().Report() : GDamageReport{};
-}
+GDamageReport GMkvReadHandler::Damage() const { return file.reader ? file.reader->Damage().Report() : GDamageReport{}; }
 
 std::vector<GProperty> GMkvReadHandler::Properties() const
 {

@@ -47,10 +47,10 @@ public:
 private:
     // What reading needs to know of one stream.
     struct GTrackEntry {
-        std::uint64_t number;                // as Blocks name it
+        std::uint64_t number;                 // as Blocks name it
         const GMkvDescribedTrack* described;  // owned by `described` below
-        std::uint32_t strippedBytes;         // that come back in front of every frame
-        bool encoded;                        // frames are under content encodings
+        std::uint32_t strippedBytes;          // that come back in front of every frame
+        bool encoded;                         // frames are under content encodings
         bool subtitle;
     };
 
@@ -69,10 +69,10 @@ private:
 
     // Reader thread.
     GMkvDemux demux{file};
-    GMkvTimedBlock announced;                // what ReadPacket announced last
+    GMkvTimedBlock announced;  // what ReadPacket announced last
     const GTrackEntry* announcedEntry = nullptr;
-    GBuffer frame;    // one frame of a lace while its encodings are undone
-    GBuffer frames;   // those that are done
+    GBuffer frame;   // one frame of a lace while its encodings are undone
+    GBuffer frames;  // those that are done
 
     GMutex attachmentLock;
     std::string filePath;

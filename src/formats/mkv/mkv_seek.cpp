@@ -2,15 +2,17 @@
 
 #include <algorithm>
 #include <deque>
+#include <optional>
 #include <unordered_set>
+#include <vector>
 
 #include "platform/trace.h"
 
 namespace vex {
 namespace {
 
-// Elements that one seek looks at inside Clusters. Normally it is those of one Cluster; a file whose Cues all lead nowhere
-// is played from its start before it is searched for a second or two.
+// Elements that one seek looks at inside Clusters. Normally it is those of one Cluster; a file whose Cues all lead
+// nowhere is played from its start rather than searched for more than a second or two.
 constexpr std::uint32_t kMaxElements = 1u << 20;
 
 // Clusters that a scan can go back over, without Cues, to a key frame.
@@ -28,8 +30,9 @@ public:
     {
     }
 
-    // Each leaves the file's cursors alone and gives false when it finds no key frame.
+    // Whether one was found; if not, the file's cursors are as before.
     bool CueSearch();
+    // The time of the key frame found, 100 ns of the file's clock.
     std::optional<std::int64_t> KeyFrameSearch();
     void ClusterScan();
 
@@ -173,8 +176,8 @@ std::optional<GMkvElement> GMkvSeeker::ClusterAtHeader(std::int64_t position)
     return file.ClusterAt(static_cast<std::uint64_t>(position - file.segmentDataPos));
 }
 
-// Looks at the second to last Cluster that begins before the time, then at the last one. When the key frames are further
-// apart than two Clusters it goes on backwards.
+// Looks at the second to last Cluster that begins before the time, then at the last one. When the key frames are
+// further apart than two Clusters it goes on backwards.
 void GMkvSeeker::ClusterScan()
 {
     std::deque<std::int64_t> before;  // header positions of the last Clusters that begin before the time

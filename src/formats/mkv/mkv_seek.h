@@ -12,8 +12,8 @@ namespace vex {
 std::uint64_t MkvSeekTrack(const GMkvFile& file);
 
 // Sets the file's `cluster` and `startBlock` for `target` (100 ns from the first Cluster's time). Returns the position
-// reached on the same clock: the target, or with KeyFrame in a file with Cues the time of the first key frame behind it.
-// Where nothing suits, reading starts at the first Cluster. Reads headers only.
+// reached on the same clock: the target, or with KeyFrame in a file with Cues the time of the first key frame behind
+// it. Where nothing suits, reading starts at the first Cluster. Reads headers only.
 std::int64_t SeekMkv(GMkvFile& file, const GMkvBlockStats& stats, std::int64_t target, GSeekMode mode);
 
 }  // namespace vex
