@@ -12,10 +12,7 @@ namespace {
 // form of them leaves 64 bits.
 constexpr REFERENCE_TIME kLargestTime = REFERENCE_TIME{1} << 60;
 
-REFERENCE_TIME HoldTime(REFERENCE_TIME time)
-{
-    return std::clamp(time, -kLargestTime, kLargestTime);
-}
+REFERENCE_TIME HoldTime(REFERENCE_TIME time) { return std::clamp(time, -kLargestTime, kLargestTime); }
 
 REFERENCE_TIME FromBase(REFERENCE_TIME time, REFERENCE_TIME base)
 {
@@ -36,10 +33,7 @@ CVexFilter::CVexFilter(WString filterName, IUnknown* outer, REFCLSID clsid, cons
 CVexFilter::~CVexFilter() = default;
 
 // A host may drop a filter that still runs.
-void CVexFilter::FinalRelease()
-{
-    Stop();
-}
+void CVexFilter::FinalRelease() { Stop(); }
 
 HRESULT CVexFilter::NonDelegatingQueryInterface(REFIID riid, void** ppv)
 {
@@ -123,10 +117,7 @@ bool CVexFilter::MakePins()
     return true;
 }
 
-std::optional<WString> CVexFilter::NamePin(const GStreamInfo& stream, std::size_t)
-{
-    return stream.pinName;
-}
+std::optional<WString> CVexFilter::NamePin(const GStreamInfo& stream, std::size_t) { return stream.pinName; }
 
 std::unique_ptr<CVexOutputPin> CVexFilter::MakePin(WString pinName, const GStreamInfo& stream)
 {
@@ -160,10 +151,7 @@ HRESULT CVexFilter::GetCurFile(LPOLESTR* ppszFileName, AM_MEDIA_TYPE*)
     return S_OK;
 }
 
-bool CVexFilter::OnOwnThread()
-{
-    return reader.IsWorker() || CSource::OnOwnThread();
-}
+bool CVexFilter::OnOwnThread() { return reader.IsWorker() || CSource::OnOwnThread(); }
 
 HRESULT CVexFilter::Pause()
 {
@@ -181,6 +169,7 @@ HRESULT CVexFilter::Pause()
             CSource::Stop();
             return E_FAIL;
         }
+        readSinceSeek = true;
         readerReady.Wait();
         return hr;
     });
@@ -353,8 +342,13 @@ bool CVexFilter::IsRelayed(CVexOutputPin* caller, REFERENCE_TIME position)
 HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved)
 {
     const CAutoLock change(&changeLock);
-    if (position == currentPosition)
+    // Once stopped after a read, the handler stands where reading ended and not at the position: a graph that asks for
+    // it, to play again, means it.
+    const bool movedOn = readSinceSeek && !reader.ThreadExists();
+    if (position == currentPosition && !movedOn)
         return S_FALSE;
+    if (movedOn)
+        lastTarget = kNoTime;  // nor is it a relay of what was asked for before
     position = std::clamp<REFERENCE_TIME>(position, 0, duration);
     if (IsRelayed(caller, position)) {
         position = currentPosition;
@@ -362,6 +356,7 @@ HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool
     }
     if (!reader.ThreadExists()) {
         Reposition(position, moved);
+        readSinceSeek = false;
         return S_OK;
     }
     Trace("*******************************SeekDeliverLoop");

@@ -115,20 +115,21 @@ private:
     std::atomic<bool> loaded{false};
     GMutex nameLock;
     WString fileName G_GUARDED_BY(nameLock);
-    REFERENCE_TIME duration = 0;                // constant once loaded
-    std::vector<CVexOutputPin*> pins;           // constant once loaded; owned by CSource
-    std::vector<GProperty> properties;          // constant once loaded
-    std::vector<GAttachmentInfo> attachments;   // constant once loaded
+    REFERENCE_TIME duration = 0;               // constant once loaded
+    std::vector<CVexOutputPin*> pins;          // constant once loaded; owned by CSource
+    std::vector<GProperty> properties;         // constant once loaded
+    std::vector<GAttachmentInfo> attachments;  // constant once loaded
 
-    CCritSec seekingLock;                           // the pins' seeking values
-    std::atomic<REFERENCE_TIME> segmentStart{0};    // 100 ns
-    std::atomic<REFERENCE_TIME> seekBase{0};        // subtracted from packet times
-    REFERENCE_TIME currentPosition = 0;             // under changeLock
-    REFERENCE_TIME lastTarget = kNoTime;            // under changeLock
-    std::vector<CVexOutputPin*> relayedBy;          // under changeLock: pins that asked for lastTarget
+    CCritSec seekingLock;                         // the pins' seeking values
+    std::atomic<REFERENCE_TIME> segmentStart{0};  // 100 ns
+    std::atomic<REFERENCE_TIME> seekBase{0};      // subtracted from packet times
+    REFERENCE_TIME currentPosition = 0;           // under changeLock
+    bool readSinceSeek = false;                   // under changeLock: the handler may stand beyond currentPosition
+    REFERENCE_TIME lastTarget = kNoTime;          // under changeLock
+    std::vector<CVexOutputPin*> relayedBy;        // under changeLock: pins that asked for lastTarget
 
-    CAMEvent resumeEvent;   // releases the reader into the packet loop
-    CAMEvent readerReady;   // the reader has started the pins
+    CAMEvent resumeEvent;  // releases the reader into the packet loop
+    CAMEvent readerReady;  // the reader has started the pins
     GReader reader{*this};
 };
 
