@@ -129,7 +129,8 @@ HRESULT CBaseFilter::GetState(DWORD dwMilliSecsTimeout, FILTER_STATE* State)
         dwMilliSecsTimeout = 0;
     GMutexLock held(stateLock);
     const bool forEver = dwMilliSecsTimeout == INFINITE;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(forEver ? 0 : dwMilliSecsTimeout);
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(forEver ? 0 : dwMilliSecsTimeout);
     while (changing > 0) {
         if (forEver) {
             held.Wait(stateChanged);

@@ -76,7 +76,7 @@ private:
     WString name G_GUARDED_BY(stateLock);
     FILTER_STATE state G_GUARDED_BY(stateLock) = State_Stopped;
     int changing G_GUARDED_BY(stateLock) = 0;  // state changes in progress, one at a time but entered again by Run
-    IFilterGraph* graph G_GUARDED_BY(stateLock) = nullptr;      // not owned: the graph owns the filter
+    IFilterGraph* graph G_GUARDED_BY(stateLock) = nullptr;         // not owned: the graph owns the filter
     IMediaEventSink* eventSink G_GUARDED_BY(stateLock) = nullptr;  // the graph's, not owned
     GComPtr<IReferenceClock> clock G_GUARDED_BY(stateLock);
 };

@@ -19,15 +19,9 @@ HRESULT CBasePin::NonDelegatingQueryInterface(REFIID riid, void** ppv)
     return CUnknown::NonDelegatingQueryInterface(riid, ppv);
 }
 
-ULONG CBasePin::NonDelegatingAddRef()
-{
-    return filter->AddRef();
-}
+ULONG CBasePin::NonDelegatingAddRef() { return filter->AddRef(); }
 
-ULONG CBasePin::NonDelegatingRelease()
-{
-    return filter->Release();
-}
+ULONG CBasePin::NonDelegatingRelease() { return filter->Release(); }
 
 GComPtr<IPin> CBasePin::Peer()
 {

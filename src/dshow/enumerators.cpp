@@ -8,10 +8,7 @@ CEnumPins::CEnumPins(CBaseFilter* source, int firstPosition, LONG pinVersion)
     filter->AddRef();
 }
 
-CEnumPins::~CEnumPins()
-{
-    filter->Release();
-}
+CEnumPins::~CEnumPins() { filter->Release(); }
 
 HRESULT CEnumPins::NonDelegatingQueryInterface(REFIID riid, void** ppv)
 {
@@ -89,10 +86,7 @@ CEnumMediaTypes::CEnumMediaTypes(CBasePin* source, int firstPosition)
     pin->AddRef();
 }
 
-CEnumMediaTypes::~CEnumMediaTypes()
-{
-    pin->Release();
-}
+CEnumMediaTypes::~CEnumMediaTypes() { pin->Release(); }
 
 HRESULT CEnumMediaTypes::NonDelegatingQueryInterface(REFIID riid, void** ppv)
 {

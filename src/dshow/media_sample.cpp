@@ -28,10 +28,7 @@ HRESULT CMediaSample::QueryInterface(REFIID riid, void** ppv)
     return E_NOINTERFACE;
 }
 
-ULONG CMediaSample::AddRef()
-{
-    return references.fetch_add(1, std::memory_order_relaxed) + 1;
-}
+ULONG CMediaSample::AddRef() { return references.fetch_add(1, std::memory_order_relaxed) + 1; }
 
 ULONG CMediaSample::Release()
 {
@@ -197,7 +194,8 @@ HRESULT CMemAllocator::AllocateLocked()
     // than wraps.
     const std::uint64_t align = static_cast<std::uint64_t>(properties.cbAlign);
     const std::uint64_t stride = (static_cast<std::uint64_t>(properties.cbPrefix) +
-                                  static_cast<std::uint64_t>(properties.cbBuffer) + align - 1) / align * align;
+                                  static_cast<std::uint64_t>(properties.cbBuffer) + align - 1) /
+                                 align * align;
     const std::uint64_t total = stride * static_cast<std::uint64_t>(properties.cBuffers) + align;
     if (total > kLargestPool || properties.cBuffers > kMostBuffers)
         return E_OUTOFMEMORY;

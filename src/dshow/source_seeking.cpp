@@ -8,8 +8,8 @@ namespace vex {
 
 namespace {
 
-constexpr DWORD kCapabilities = AM_SEEKING_CanSeekAbsolute | AM_SEEKING_CanSeekForwards |
-                                AM_SEEKING_CanSeekBackwards | AM_SEEKING_CanGetStopPos | AM_SEEKING_CanGetDuration;
+constexpr DWORD kCapabilities = AM_SEEKING_CanSeekAbsolute | AM_SEEKING_CanSeekForwards | AM_SEEKING_CanSeekBackwards |
+                                AM_SEEKING_CanGetStopPos | AM_SEEKING_CanGetDuration;
 
 REFERENCE_TIME SaturatingAdd(REFERENCE_TIME a, REFERENCE_TIME b)
 {
@@ -20,10 +20,7 @@ REFERENCE_TIME SaturatingAdd(REFERENCE_TIME a, REFERENCE_TIME b)
 }
 
 // A null format means the one in use.
-bool IsMediaTime(const GUID* format)
-{
-    return !format || *format == TIME_FORMAT_MEDIA_TIME;
-}
+bool IsMediaTime(const GUID* format) { return !format || *format == TIME_FORMAT_MEDIA_TIME; }
 
 }  // namespace
 
@@ -68,15 +65,9 @@ HRESULT CSourceSeeking::QueryPreferredFormat(GUID* pFormat)
     return S_OK;
 }
 
-HRESULT CSourceSeeking::GetTimeFormat(GUID* pFormat)
-{
-    return QueryPreferredFormat(pFormat);
-}
+HRESULT CSourceSeeking::GetTimeFormat(GUID* pFormat) { return QueryPreferredFormat(pFormat); }
 
-HRESULT CSourceSeeking::IsUsingTimeFormat(const GUID* pFormat)
-{
-    return IsFormatSupported(pFormat);
-}
+HRESULT CSourceSeeking::IsUsingTimeFormat(const GUID* pFormat) { return IsFormatSupported(pFormat); }
 
 HRESULT CSourceSeeking::SetTimeFormat(const GUID* pFormat)
 {

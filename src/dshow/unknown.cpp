@@ -14,10 +14,7 @@ CUnknown::CUnknown(IUnknown* outer) : owner(outer ? outer : &inner)
     activeObjects.fetch_add(1, std::memory_order_acq_rel);
 }
 
-CUnknown::~CUnknown()
-{
-    activeObjects.fetch_sub(1, std::memory_order_acq_rel);
-}
+CUnknown::~CUnknown() { activeObjects.fetch_sub(1, std::memory_order_acq_rel); }
 
 HRESULT CUnknown::NonDelegatingQueryInterface(REFIID riid, void** ppv)
 {
@@ -29,10 +26,7 @@ HRESULT CUnknown::NonDelegatingQueryInterface(REFIID riid, void** ppv)
     return E_NOINTERFACE;
 }
 
-ULONG CUnknown::NonDelegatingAddRef()
-{
-    return references.fetch_add(1, std::memory_order_relaxed) + 1;
-}
+ULONG CUnknown::NonDelegatingAddRef() { return references.fetch_add(1, std::memory_order_relaxed) + 1; }
 
 ULONG CUnknown::NonDelegatingRelease()
 {

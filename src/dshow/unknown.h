@@ -80,18 +80,12 @@ private:
 HRESULT GetInterface(IUnknown* unknown, void** ppv);
 
 // The delegating IUnknown of a class derived from CUnknown and one or more interfaces.
-#define DECLARE_IUNKNOWN                                                                                              \
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override                                        \
-    {                                                                                                                 \
-        return GetOwner()->QueryInterface(riid, ppv);                                                                 \
-    }                                                                                                                 \
-    ULONG STDMETHODCALLTYPE AddRef() override                                                                         \
-    {                                                                                                                 \
-        return GetOwner()->AddRef();                                                                                  \
-    }                                                                                                                 \
-    ULONG STDMETHODCALLTYPE Release() override                                                                        \
-    {                                                                                                                 \
-        return GetOwner()->Release();                                                                                 \
-    }
+#define DECLARE_IUNKNOWN                                                                                               \
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override                                         \
+    {                                                                                                                  \
+        return GetOwner()->QueryInterface(riid, ppv);                                                                  \
+    }                                                                                                                  \
+    ULONG STDMETHODCALLTYPE AddRef() override { return GetOwner()->AddRef(); }                                         \
+    ULONG STDMETHODCALLTYPE Release() override { return GetOwner()->Release(); }
 
 }  // namespace vex

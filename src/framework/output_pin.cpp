@@ -159,8 +159,7 @@ HRESULT CVexOutputPin::Inactive()
     {
         GMutexLock held(deliveryLock);
         const auto deadline = std::chrono::steady_clock::now() + kDeliveryPatience;
-        while (inDelivery && held.WaitUntil(deliveryDone, deadline)) {
-        }
+        while (inDelivery && held.WaitUntil(deliveryDone, deadline)) {}
         stuck = inDelivery;
     }
     if (stuck)
@@ -261,10 +260,7 @@ GPacketQueue::PushResult CVexOutputPin::Push(GPacketPtr packet, const std::funct
     return queue.Push(std::move(packet), giveUp);
 }
 
-void CVexOutputPin::Recycle(GPacketPtr packet)
-{
-    owner->Pool().Give(std::move(packet));
-}
+void CVexOutputPin::Recycle(GPacketPtr packet) { owner->Pool().Give(std::move(packet)); }
 
 // Default: one packet, one sample, held back until something is queued behind it.
 CVexOutputPin::GUnitStatus CVexOutputPin::PrepareUnit()
@@ -448,8 +444,8 @@ HRESULT CVexOutputPin::FillBuffer(GComPtr<IMediaSample>& sample)
     sample->SetTime(timed ? &start : nullptr, timed && unit.stop != kNoTime ? &stop : nullptr);
     LONGLONG mediaStart = unit.mediaStart;
     LONGLONG mediaStop = unit.mediaStop;
-    const bool mediaTimed = timed && rules.mediaTimes == GMediaTimeRule::Packet && mediaStart != kNoTime &&
-                            mediaStop != kNoTime;
+    const bool mediaTimed =
+        timed && rules.mediaTimes == GMediaTimeRule::Packet && mediaStart != kNoTime && mediaStop != kNoTime;
     sample->SetMediaTime(mediaTimed ? &mediaStart : nullptr, mediaTimed ? &mediaStop : nullptr);
     sample->SetDiscontinuity(unit.discontinuity || discontinuityPending);
     sample->SetSyncPoint((rules.sync == GSyncRule::FirstOrKeyFrame && discontinuityPending) || unit.keyFrame);

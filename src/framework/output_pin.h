@@ -97,11 +97,11 @@ private:
 
     const GStreamInfo stream;
     const std::uint32_t streamNumber;
-    GPacketPtr current;                      // streaming thread: owns the bytes of `unit`
-    bool unitPending = false;                // streaming thread: `unit` is prepared and not yet delivered
-    bool discontinuityPending = false;       // streaming thread
-    std::atomic<bool> peerRefused{false};    // Deliver failed: nothing more is queued until the next start
-    std::atomic<bool> halting{false};        // set under deliveryLock: no call to the peer begins, none that fails counts
+    GPacketPtr current;                    // streaming thread: owns the bytes of `unit`
+    bool unitPending = false;              // streaming thread: `unit` is prepared and not yet delivered
+    bool discontinuityPending = false;     // streaming thread
+    std::atomic<bool> peerRefused{false};  // Deliver failed: nothing more is queued until the next start
+    std::atomic<bool> halting{false};      // set under deliveryLock: no call to the peer begins, none that fails counts
     GMutex deliveryLock;
     GCondition deliveryDone;
     bool inDelivery G_GUARDED_BY(deliveryLock) = false;    // the streaming thread is inside the peer

@@ -9,16 +9,13 @@ namespace {
 constexpr std::chrono::milliseconds kLongestWait{1};
 constexpr std::size_t kPoolPackets = 64;
 constexpr std::size_t kPoolBytes = 8 * kMiB;
-constexpr std::size_t kPoolSearch = 8;        // entries looked at for a fitting buffer
-constexpr std::size_t kSmallBuffer = 16384;   // bytes; below this, waste does not matter
+constexpr std::size_t kPoolSearch = 8;       // entries looked at for a fitting buffer
+constexpr std::size_t kSmallBuffer = 16384;  // bytes; below this, waste does not matter
 
 }  // namespace
 
 // Giving back happens where nothing may fail, so the room for it is made at once.
-GPacketPool::GPacketPool()
-{
-    packets.reserve(kPoolPackets);
-}
+GPacketPool::GPacketPool() { packets.reserve(kPoolPackets); }
 
 GPacketPtr GPacketPool::Take(std::size_t bytes)
 {

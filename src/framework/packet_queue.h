@@ -65,8 +65,8 @@ private:
     const std::uint64_t byteLimit;
     const std::size_t maxPackets;
     GMutex lock;
-    GCondition filled;  // the pin waits here
-    GCondition drained; // the reader waits here
+    GCondition filled;   // the pin waits here
+    GCondition drained;  // the reader waits here
     std::deque<GPacketPtr> packets G_GUARDED_BY(lock);
     std::uint64_t bytes G_GUARDED_BY(lock) = 0;
     bool pinWaits G_GUARDED_BY(lock) = false;

@@ -117,9 +117,6 @@ HRESULT CVexFilter::ReadAttachment(ULONG index, ULONGLONG offset, BYTE* pBuffer,
     return ComGuard([&] { return handler->ReadAttachment(index, offset, {pBuffer, cb}) ? S_OK : E_FAIL; });
 }
 
-HRESULT CVexFilter::InterfaceSupportsErrorInfo(REFIID riid)
-{
-    return riid == IID_IFileSourceFilter ? S_OK : S_FALSE;
-}
+HRESULT CVexFilter::InterfaceSupportsErrorInfo(REFIID riid) { return riid == IID_IFileSourceFilter ? S_OK : S_FALSE; }
 
 }  // namespace vex

@@ -133,8 +133,10 @@ TEST(Allocator, RefusesAbsurdProperties)
     EXPECT_EQ(allocator->Commit(), VFW_E_SIZENOTSET);
     // Sizes whose products leave 32 and 64 bits.
     constexpr LONG kMost = INT32_MAX;
-    for (const ALLOCATOR_PROPERTIES& request :
-         {ALLOCATOR_PROPERTIES{kMost, kMost, 1, kMost}, {kMost, 1, 1, 0}, {kMost, kMost, 1 << 30, kMost}, {3, kMost, 1, 0}}) {
+    for (const ALLOCATOR_PROPERTIES& request : {ALLOCATOR_PROPERTIES{kMost, kMost, 1, kMost},
+                                                {kMost, 1, 1, 0},
+                                                {kMost, kMost, 1 << 30, kMost},
+                                                {3, kMost, 1, 0}}) {
         ASSERT_EQ(set(request), S_OK);
         EXPECT_EQ(allocator->Commit(), E_OUTOFMEMORY);
         GComPtr<IMediaSample> sample;

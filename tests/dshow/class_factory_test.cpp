@@ -22,10 +22,7 @@ CUnknown* OutOfMemory(IUnknown*, HRESULT* result)
     return nullptr;
 }
 
-CUnknown* Throwing(IUnknown*, HRESULT*)
-{
-    throw std::bad_alloc();
-}
+CUnknown* Throwing(IUnknown*, HRESULT*) { throw std::bad_alloc(); }
 
 }  // namespace
 
@@ -73,7 +70,8 @@ TEST(ClassFactory, EveryRowOfTheTableHasAFactory)
 
 TEST(ClassFactory, FailuresOfTheCreationFunctionStayInside)
 {
-    const CFactoryTemplate table[] = {{VEX_W("a"), CLSID_VexAvi, OutOfMemory, {}}, {VEX_W("b"), CLSID_VexMkv, Throwing, {}}};
+    const CFactoryTemplate table[] = {{VEX_W("a"), CLSID_VexAvi, OutOfMemory, {}},
+                                      {VEX_W("b"), CLSID_VexMkv, Throwing, {}}};
     for (const CFactoryTemplate& row : table) {
         GComPtr<IClassFactory> factory;
         ASSERT_EQ(GetClassObject(table, row.clsid, IID_IClassFactory, factory.PutVoid()), S_OK);

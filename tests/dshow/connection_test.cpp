@@ -204,9 +204,12 @@ TEST(BufferSizes, FollowFormatSampleSizeAndFloor)
         GStreamInfo stream;
         LONG bytes;
     } kCases[] = {
-        {VideoStream(0, 640, 480), 307'200}, {VideoStream(0, 640, 480, 1'000'000), 1'000'000},
-        {VideoStream(0, 320, -240), 256 << 20}, {audio, 57'344},
-        {largeAudio, 100'000},              {strangeVideo, 524'288},
+        {VideoStream(0, 640, 480), 307'200},
+        {VideoStream(0, 640, 480, 1'000'000), 1'000'000},
+        {VideoStream(0, 320, -240), 256 << 20},
+        {audio, 57'344},
+        {largeAudio, 100'000},
+        {strangeVideo, 524'288},
     };
     for (const auto& one : kCases) {
         GScript script;

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "dshow/media_sample.h"
-#include "platform/exports.h"
 #include "module/class_ids.h"
+#include "platform/exports.h"
 #include "support/scripted_filter.h"
 
 namespace vex::test {
@@ -11,14 +11,11 @@ namespace vex::test {
 namespace {
 
 // What can be asked of a filter, and what of a pin.
-const std::vector<IID> kFilterInterfaces{IID_IUnknown,          IID_IPersist,     IID_IMediaFilter,      IID_IBaseFilter,
+const std::vector<IID> kFilterInterfaces{IID_IUnknown,          IID_IPersist,    IID_IMediaFilter,     IID_IBaseFilter,
                                          IID_IFileSourceFilter, IID_IVexInspect, IID_ISupportErrorInfo};
 const std::vector<IID> kPinInterfaces{IID_IUnknown, IID_IPin, IID_IQualityControl, IID_IMediaSeeking};
 
-GComPtr<IUnknown> Ask(IUnknown* from, REFIID iid)
-{
-    return QueryFor<IUnknown>(from, iid);
-}
+GComPtr<IUnknown> Ask(IUnknown* from, REFIID iid) { return QueryFor<IUnknown>(from, iid); }
 
 // The count after one AddRef and Release.
 ULONG References(IUnknown* object)
@@ -259,7 +256,8 @@ TEST(Naming, IdentifiersLeadBackToTheirPinsThoughNamesRepeat)
         EXPECT_EQ(info.pFilter, rig.Filter());
         info.pFilter->Release();
     }
-    for (const WCHAR* id : {VEX_W("0"), VEX_W("3"), VEX_W(""), VEX_W("1x"), VEX_W("-1"), VEX_W("99999999999999999999")}) {
+    for (const WCHAR* id :
+         {VEX_W("0"), VEX_W("3"), VEX_W(""), VEX_W("1x"), VEX_W("-1"), VEX_W("99999999999999999999")}) {
         GComPtr<IPin> found;
         EXPECT_EQ(rig.Filter()->FindPin(id, found.Put()), VFW_E_NOT_FOUND);
         EXPECT_FALSE(found);

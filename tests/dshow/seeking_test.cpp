@@ -92,7 +92,8 @@ TEST_F(Seeking, MovesStartAndStopByEveryKindOfFlag)
 {
     LONGLONG start = 10 * kFrame;
     LONGLONG stop = 90 * kFrame;
-    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_AbsolutePositioning, &stop, AM_SEEKING_AbsolutePositioning), S_OK);
+    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_AbsolutePositioning, &stop, AM_SEEKING_AbsolutePositioning),
+              S_OK);
     EXPECT_EQ(Current(), 10 * kFrame);
     EXPECT_EQ(Stop(), 90 * kFrame);
     start = 5 * kFrame;

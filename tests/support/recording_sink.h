@@ -36,13 +36,13 @@ struct GRecordedEvent {
 // What the sink does in the call that carries it.
 enum class GSinkTrick : std::uint8_t {
     None,
-    BlockReceive,       // waits in the call until flushed or stopped
+    BlockReceive,  // waits in the call until flushed or stopped
     BlockEndOfStream,
     BlockNewSegment,
-    Refuse,             // Receive fails
-    NoMore,             // Receive says S_FALSE
-    KeepSamples,        // takes every sample and never gives one back
-    LetGo,              // disconnects itself in the middle
+    Refuse,       // Receive fails
+    NoMore,       // Receive says S_FALSE
+    KeepSamples,  // takes every sample and never gives one back
+    LetGo,        // disconnects itself in the middle
 };
 
 class CRecordingSink final : public IPin, public IMemInputPin {
@@ -50,11 +50,11 @@ public:
     CRecordingSink() = default;
 
     // To be set before connecting.
-    GComPtr<IMemAllocator> offered;                  // none: GetAllocator fails
-    ALLOCATOR_PROPERTIES requirements{};             // what GetAllocatorRequirements says
+    GComPtr<IMemAllocator> offered;       // none: GetAllocator fails
+    ALLOCATOR_PROPERTIES requirements{};  // what GetAllocatorRequirements says
     std::function<HRESULT(IMemAllocator*, BOOL readOnly)> onAllocator;
     std::function<bool(const AM_MEDIA_TYPE&)> accepts;
-    std::vector<CMediaType> ownTypes;                // what EnumMediaTypes offers
+    std::vector<CMediaType> ownTypes;  // what EnumMediaTypes offers
 
     // To be set before the source runs. Called on the streaming thread with no lock held.
     std::function<HRESULT(IMediaSample*)> onReceive;
@@ -73,7 +73,7 @@ public:
     void WaitForSamples(std::size_t count);
     void WaitUntilBlocked();
     std::vector<GRecordedEvent> Events();
-    std::vector<GRecordedSample> Samples();       // all since the last ForgetEvents
+    std::vector<GRecordedSample> Samples();         // all since the last ForgetEvents
     std::vector<GRecordedSample> SegmentSamples();  // those after the last Segment
     std::size_t Count(GRecordedEvent::Kind kind);
     void ForgetEvents();

@@ -74,7 +74,7 @@ protected:
     std::unique_ptr<CVexOutputPin> MakePin(WString pinName, const GStreamInfo& stream) override;
 };
 
-// One filter that plays `script`, loaded, with a sink for every pin. When it ends, nothing of the filter may be left.
+// One filter that plays `script`, loaded, with a sink for every pin. When the last rig ends, no object may be left.
 class GRig {
 public:
     explicit GRig(GScript script, const GFilterRules& filterRules = kAviRules, CScriptedFilter::GMakePin makePin = {});
@@ -94,7 +94,10 @@ public:
     CScriptedFilter& Scripted() const { return *scripted; }
     IPin* Pin(std::size_t pin) const { return pins[pin].Get(); }
     CRecordingSink& Sink(std::size_t pin) const { return *sinks[pin]; }
-    GComPtr<IMediaSeeking> Seeking(std::size_t pin) const { return QueryFor<IMediaSeeking>(Pin(pin), IID_IMediaSeeking); }
+    GComPtr<IMediaSeeking> Seeking(std::size_t pin) const
+    {
+        return QueryFor<IMediaSeeking>(Pin(pin), IID_IMediaSeeking);
+    }
     std::size_t PinCount() const { return pins.size(); }
     GScriptLog& Log() const { return *log; }
 

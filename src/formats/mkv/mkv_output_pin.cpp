@@ -109,10 +109,7 @@ bool CMKV_OutputPin::NextFrame()
 }
 
 // The packet stays until its last frame is out; NextFrame gives it back.
-void CMKV_OutputPin::FinishUnit()
-{
-    unit = {};
-}
+void CMKV_OutputPin::FinishUnit() { unit = {}; }
 
 void CMKV_OutputPin::DropWindow()
 {
