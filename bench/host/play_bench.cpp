@@ -45,7 +45,7 @@ void Open(benchmark::State& state)
 }
 BENCHMARK(Open)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
-// Opening included: a graph that is started again goes on where it was.
+// Opening included, as for everybody who plays a file once.
 void PlayToEnd(benchmark::State& state)
 {
     std::uint64_t samples = 0;
