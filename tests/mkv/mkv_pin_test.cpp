@@ -1,0 +1,316 @@
+// The Matroska pin: which Block goes first, how long it lasts, and what its laced frames carry.
+#include "formats/mkv/mkv_output_pin.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/scripted_filter.h"
+
+namespace vex::test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr REFERENCE_TIME kMs = 10'000;  // 100 ns
+
+// One Block: what the reader announces and what it writes into the packet.
+struct GBlockLine {
+    REFERENCE_TIME start = 0;
+    REFERENCE_TIME stop = 0;
+    bool hasDuration = false;
+    std::uint64_t priority = 0;
+    std::vector<std::uint32_t> frames{10};  // bytes
+    bool keyFrame = false;
+};
+
+GBlockLine Lasting(REFERENCE_TIME start, REFERENCE_TIME stop)
+{
+    return {.start = start, .stop = stop, .hasDuration = true};
+}
+
+GBlockLine Open(REFERENCE_TIME start) { return {.start = start, .stop = start + 1}; }
+
+GBlockLine Urgent(REFERENCE_TIME start, std::uint64_t priority)
+{
+    GBlockLine line = Open(start);
+    line.priority = priority;
+    return line;
+}
+
+GScript Blocks(std::vector<GBlockLine> lines)
+{
+    GScript script;
+    script.streams = {VideoStream(1)};
+    for (const GBlockLine& line : lines) {
+        GNextPacket next;
+        next.stream = 1;
+        for (const std::uint32_t frame : line.frames)
+            next.size += frame;
+        next.keyFrame = line.keyFrame;
+        next.start = line.start;
+        next.stop = line.stop;
+        script.packets.push_back(next);
+        script.duration = std::max(script.duration, line.stop);
+    }
+    script.newPacket = [] { return std::make_unique<GMkvBlockPacket>(); };
+    script.finishPacket = [lines = std::move(lines)](GPacket2& packet, std::size_t index) {
+        const GBlockLine& line = lines[index];
+        GMkvBlock& block = static_cast<GMkvBlockPacket&>(packet).block;
+        block.frameSizes = line.frames;
+        block.duration.valid = line.hasDuration;
+        block.referencePriority.value = line.priority;
+        // Tells frames apart: the first byte of frame n is n.
+        std::size_t at = 0;
+        std::uint8_t frame = 0;
+        for (const std::uint32_t size : line.frames) {
+            if (size > 0 && at < packet.data.Size())
+                packet.data.Data()[at] = frame++;
+            at += size;
+        }
+    };
+    return script;
+}
+
+CScriptedFilter::GMakePin MkvPins(std::uint64_t minCache)
+{
+    return [minCache](CVexFilter* owner, WString name, const GStreamInfo& stream) {
+        return std::make_unique<CMKV_OutputPin>(owner, std::move(name), stream, minCache);
+    };
+}
+
+class GMkvRig : public GRig {
+public:
+    explicit GMkvRig(GScript script, std::uint64_t minCache = 0) : GRig(std::move(script), kMkvRules, MkvPins(minCache))
+    {
+        ConnectAll();
+    }
+
+    std::vector<GRecordedSample> Play()
+    {
+        EXPECT_EQ(Filter()->Run(0), S_OK);
+        Sink(0).WaitForEnd();
+        return Sink(0).SegmentSamples();
+    }
+};
+
+std::vector<REFERENCE_TIME> Starts(const std::vector<GRecordedSample>& samples)
+{
+    std::vector<REFERENCE_TIME> times;
+    for (const GRecordedSample& sample : samples)
+        times.push_back(sample.start / kMs);
+    return times;
+}
+
+std::vector<REFERENCE_TIME> Stops(const std::vector<GRecordedSample>& samples)
+{
+    std::vector<REFERENCE_TIME> times;
+    for (const GRecordedSample& sample : samples)
+        times.push_back(sample.stop / kMs);
+    return times;
+}
+
+}  // namespace
+
+TEST(MkvPin, ABlockWithoutADurationLastsUntilTheNextOne)
+{
+    GMkvRig rig(Blocks({Open(0), Open(40 * kMs), Open(80 * kMs), Lasting(120 * kMs, 125 * kMs), Open(160 * kMs)}));
+    const auto samples = rig.Play();
+    EXPECT_THAT(Starts(samples), ElementsAre(0, 40, 80, 120, 160));
+    EXPECT_THAT(Stops(samples), ElementsAre(40, 80, 120, 125, 160)) << "the last keeps the end it came with";
+    EXPECT_EQ(samples.back().stop, 160 * kMs + 1);
+}
+
+TEST(MkvPin, ANextBlockThatDoesNotStartLaterEndsNothing)
+{
+    GMkvRig rig(Blocks({Open(40 * kMs), Open(40 * kMs), Open(0), Open(80 * kMs)}));
+    const auto samples = rig.Play();
+    ASSERT_EQ(samples.size(), 4u);
+    EXPECT_EQ(samples[0].stop, 40 * kMs + 1);
+    EXPECT_EQ(samples[1].stop, 40 * kMs + 1);
+    EXPECT_EQ(samples[2].stop, 80 * kMs);
+}
+
+TEST(MkvPin, EqualPrioritiesKeepTheirOrderWhateverTheirTimes)
+{
+    GMkvRig rig(Blocks({Lasting(0, 1), Lasting(120 * kMs, 1), Lasting(40 * kMs, 1), Lasting(80 * kMs, 1)}), 8);
+    EXPECT_THAT(Starts(rig.Play()), ElementsAre(0, 120, 40, 80));
+}
+
+// It goes behind the last Block whose priority is not above its own, past no more than depth - 1 of them.
+TEST(MkvPin, ALowerPriorityOvertakesWithinTheWindow)
+{
+    GMkvRig shallow(
+        Blocks({Urgent(0, 5), Urgent(1 * kMs, 5), Urgent(2 * kMs, 0), Urgent(3 * kMs, 5), Urgent(4 * kMs, 5)}), 2);
+    EXPECT_THAT(Starts(shallow.Play()), ElementsAre(0, 2, 1, 3, 4));
+    GMkvRig deep(Blocks({Urgent(0, 5), Urgent(1 * kMs, 5), Urgent(2 * kMs, 0), Urgent(3 * kMs, 5), Urgent(4 * kMs, 5)}),
+                 4);
+    EXPECT_THAT(Starts(deep.Play()), ElementsAre(2, 0, 1, 3, 4));
+}
+
+TEST(MkvPin, TheWindowHoldsBackAsManyBlocksAsItIsDeepAndNoneThatHaveTheirDuration)
+{
+    GScript script = Blocks({Open(0), Open(40 * kMs), Open(80 * kMs), Open(120 * kMs), Open(160 * kMs)});
+    GMkvRig rig(script, 3);
+    rig.Log().SetAvailable(4);
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(0).WaitForSamples(1);
+    EXPECT_EQ(rig.Sink(0).Samples().size(), 1u) << "three stay in the window";
+    rig.Log().SetAvailable(5);
+    rig.Sink(0).WaitForEnd();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 5u);
+
+    GMkvRig complete(Blocks({Lasting(0, 1 * kMs), Lasting(40 * kMs, 41 * kMs)}), 3);
+    complete.Log().SetAvailable(1);
+    ASSERT_EQ(complete.Filter()->Run(0), S_OK);
+    complete.Sink(0).WaitForSamples(1);
+    complete.Log().SetAvailable(SIZE_MAX);
+    complete.Sink(0).WaitForEnd();
+}
+
+// The Block that was waited for lets those behind it go that are complete: they do not wait for another one.
+TEST(MkvPin, CompletingOneReleasesThoseThatWaitedBehindIt)
+{
+    GMkvRig rig(Blocks({Open(0), Lasting(40 * kMs, 80 * kMs), Lasting(80 * kMs, 120 * kMs), Open(120 * kMs)}));
+    rig.Log().SetAvailable(3);
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(0).WaitForSamples(3);
+    rig.Log().SetAvailable(SIZE_MAX);
+    rig.Sink(0).WaitForEnd();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 4u);
+}
+
+TEST(MkvPin, LacedFramesShareTheTimeAndTheFirstCarriesTheFlags)
+{
+    GBlockLine laced = Lasting(0, 30 * kMs);
+    laced.frames = {5, 0, 7};
+    laced.keyFrame = true;
+    GMkvRig rig(Blocks({laced, Lasting(30 * kMs, 60 * kMs)}));
+    const auto samples = rig.Play();
+    ASSERT_EQ(samples.size(), 4u);
+    EXPECT_THAT(Starts(samples), ElementsAre(0, 10, 20, 30));
+    EXPECT_THAT(Stops(samples), ElementsAre(10, 20, 30, 60));
+    EXPECT_EQ(samples[0].bytes.size(), 5u);
+    EXPECT_THAT(samples[1].bytes, IsEmpty());
+    EXPECT_EQ(samples[2].bytes.size(), 7u);
+    EXPECT_EQ(samples[2].bytes[0], 1) << "the bytes of the right frame";
+    EXPECT_TRUE(samples[0].sync);
+    EXPECT_FALSE(samples[1].sync);
+    EXPECT_FALSE(samples[2].sync);
+    EXPECT_TRUE(samples[0].discontinuity);
+    EXPECT_FALSE(samples[1].discontinuity);
+    EXPECT_EQ(samples[0].mediaStart, kNoTime);
+}
+
+// Sizes that lie are cut at the packet's end; a Block without frames is no sample.
+TEST(MkvPin, FrameSizesBeyondThePacketAreCut)
+{
+    GScript script = Blocks({Lasting(0, 30 * kMs), Lasting(30 * kMs, 60 * kMs), Lasting(60 * kMs, 90 * kMs)});
+    script.finishPacket = [](GPacket2& packet, std::size_t index) {
+        GMkvBlock& block = static_cast<GMkvBlockPacket&>(packet).block;
+        block.duration.valid = true;
+        if (index == 0)
+            block.frameSizes = {4, 0xFFFFFFFF, 0xFFFFFFFF};
+        else if (index == 2)
+            block.frameSizes = {10};
+    };
+    GMkvRig rig(std::move(script));
+    const auto samples = rig.Play();
+    ASSERT_EQ(samples.size(), 4u);
+    EXPECT_EQ(samples[1].bytes.size(), 6u);
+    EXPECT_THAT(samples[2].bytes, IsEmpty());
+    EXPECT_EQ(samples[3].start, 60 * kMs);
+}
+
+TEST(MkvPin, HeadersGoOutAtOnceAndFirst)
+{
+    GScript script = Blocks({Open(0), Open(40 * kMs)});
+    script.headers = [](std::uint32_t) {
+        std::vector<GPacketPtr> packets;
+        for (std::uint8_t i = 0; i < 3; ++i) {
+            auto packet = std::make_unique<GMkvBlockPacket>();
+            packet->header = true;
+            packet->start = 0;
+            packet->stop = 1;
+            packet->data.Resize(3);
+            std::ranges::fill(packet->data.Span(), static_cast<std::uint8_t>(0xA0 + i));
+            packets.push_back(std::move(packet));
+        }
+        return packets;
+    };
+    GMkvRig rig(std::move(script));
+    rig.Log().SetAvailable(0);
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(0).WaitForSamples(3);  // with no Block behind them
+    rig.Log().SetAvailable(SIZE_MAX);
+    rig.Sink(0).WaitForEnd();
+    const auto samples = rig.Sink(0).SegmentSamples();
+    ASSERT_EQ(samples.size(), 5u);
+    for (std::uint8_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(samples[i].bytes, std::vector<std::uint8_t>(3, static_cast<std::uint8_t>(0xA0 + i)));
+        EXPECT_FALSE(samples[i].sync);
+        EXPECT_EQ(samples[i].stop, 1);
+    }
+}
+
+TEST(MkvPin, TheEndFlushesWhatIsPendingAndASeekForgetsIt)
+{
+    std::vector<GBlockLine> lines;
+    for (int i = 0; i < 40; ++i)
+        lines.push_back(Open(i * 40 * kMs));
+    GMkvRig rig(Blocks(std::move(lines)), 16);
+    EXPECT_EQ(rig.Play().size(), 40u);
+    for (int round = 0; round < 3; ++round) {
+        rig.Sink(0).ForgetEvents();
+        ASSERT_EQ(rig.Seek(0, (20 + round) * 40 * kMs), S_OK);
+        rig.Sink(0).WaitForEnd();
+        const auto samples = rig.Sink(0).SegmentSamples();
+        ASSERT_EQ(samples.size(), static_cast<std::size_t>(20 - round));
+        EXPECT_EQ(samples[0].start, 0);
+        EXPECT_TRUE(samples[0].discontinuity);
+        EXPECT_FALSE(samples[0].sync) << "no key frame, no sync point";
+    }
+}
+
+TEST(MkvPin, ARestartInTheMiddleOfALaceLosesNothingButWhatThePeerHad)
+{
+    GBlockLine laced = Lasting(0, 50 * kMs);
+    laced.frames = {5, 5, 5, 5, 5};
+    GMkvRig rig(Blocks({laced, Lasting(50 * kMs, 60 * kMs)}));
+    rig.Sink(0).Play(GSinkTrick::BlockReceive);
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(0).WaitUntilBlocked();
+    ASSERT_EQ(rig.Seeking(0)->SetRate(2.0), S_OK);
+    rig.Sink(0).Play(GSinkTrick::None);
+    rig.Sink(0).WaitForEnd();
+    EXPECT_THAT(Starts(rig.Sink(0).SegmentSamples()), ElementsAre(5, 10, 15, 20, 25));
+}
+
+TEST(MkvPin, PrerollReachesUpToTheTargetWhenTheOptionIsOn)
+{
+    GScript script = Blocks({Lasting(0, 40 * kMs), Lasting(40 * kMs, 80 * kMs), Lasting(80 * kMs, 120 * kMs)});
+    GMkvRig rig(std::move(script));
+    rig.Scripted().SetOptions(false, true);
+    const auto samples = rig.Play();
+    ASSERT_EQ(samples.size(), 3u);
+    EXPECT_TRUE(samples[0].preroll);
+    EXPECT_FALSE(samples[1].preroll);
+}
+
+// A declared depth of 2^40 Blocks must not hold the whole file in memory.
+TEST(MkvPin, AnAbsurdWindowStillDelivers)
+{
+    std::vector<GBlockLine> lines;
+    for (int i = 0; i < 200; ++i)
+        lines.push_back(Open(i * kMs));
+    GMkvRig rig(Blocks(std::move(lines)), std::uint64_t{1} << 40);
+    rig.Log().SetAvailable(100);
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(0).WaitForSamples(20);
+    rig.Log().SetAvailable(SIZE_MAX);
+    rig.Sink(0).WaitForEnd();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 200u);
+}
+
+}  // namespace vex::test
