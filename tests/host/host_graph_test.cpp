@@ -29,7 +29,8 @@ GFakePin Pin(const WCHAR* name, std::uint32_t samples)
 // A graph over the fake filter that checks, when it ends, that nothing of the module is left alive.
 class GFakeGraph {
 public:
-    explicit GFakeGraph(GFakeScript script) : module(FakeModule(std::move(script))), graph(std::make_unique<GHostGraph>(module))
+    explicit GFakeGraph(GFakeScript script)
+        : module(FakeModule(std::move(script))), graph(std::make_unique<GHostGraph>(module))
     {
         EXPECT_EQ(graph->Create(kFakeClsid), S_OK);
         loaded = graph->Load(VEX_W("script"));
@@ -142,7 +143,9 @@ TEST(HostErrors, WhyALoadFailedComesFromTheErrorObject)
 
 TEST(HostErrors, AnErrorTextLeftByAnEarlierCallIsNotTakenForThisOne)
 {
-    { GFakeGraph graph({{}, E_FAIL, VEX_W("stale")}); }
+    {
+        GFakeGraph graph({{}, E_FAIL, VEX_W("stale")});
+    }
     GComPtr<ICreateErrorInfo> writer;
     ASSERT_EQ(CreateErrorInfo(writer.Put()), S_OK);
     WString stale = VEX_W("stale");
@@ -226,10 +229,10 @@ TEST(HostSinks, ASeekFlushesAHeldSinkAndItsCountStartsAgain)
 {
     GFakeGraph graph({{Pin(VEX_W("Video"), 9), Pin(VEX_W("Audio"), 9)}, S_OK, {}});
     ASSERT_EQ(graph->ConnectAll(), S_OK);
-    for (const std::size_t pin : {0, 1})
+    for (std::size_t pin = 0; pin < 2; ++pin)
         graph->Sink(pin)->SetBehaviour(GSinkBehaviour::Hold, 2);
     ASSERT_EQ(graph->Run(), S_OK);
-    for (const std::size_t pin : {0, 1})
+    for (std::size_t pin = 0; pin < 2; ++pin)
         ASSERT_TRUE(IsHolding(graph, pin));
 
     const auto results = graph->Seek(5 * kFakeSampleTime);
@@ -237,7 +240,7 @@ TEST(HostSinks, ASeekFlushesAHeldSinkAndItsCountStartsAgain)
         EXPECT_EQ(result.result, S_OK);
         EXPECT_EQ(result.reached, 5 * kFakeSampleTime);
     }
-    for (const std::size_t pin : {0, 1}) {
+    for (std::size_t pin = 0; pin < 2; ++pin) {
         ASSERT_TRUE(graph->WaitUntil(kBound, [&] { return graph->Sink(pin)->Report().segmentSamples == 2; }));
         const GSinkReport report = graph->Sink(pin)->Report();
         EXPECT_EQ(report.segmentStart, 5 * kFakeSampleTime);

@@ -47,7 +47,7 @@ public:
         return graph.WaitUntil(kBound, [this] {
             if (FAILED(graph.ErrorCode()))
                 return true;
-            for (std::size_t pin = 0; pin < pins.size(); ++pin) {
+            for (std::size_t pin = 0; pin < graph.PinCount(); ++pin) {
                 if (!graph.Sink(pin))
                     continue;
                 const GSinkReport report = graph.Sink(pin)->Report();
