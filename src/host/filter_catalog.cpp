@@ -17,22 +17,19 @@ constexpr GFilterEntry kFilters[] = {
     {"mpeg1", "Orvane MPEG Source Filter", CLSID_VexMpeg, "", "MPEG program and transport streams (older filter)", ""},
     {"mkv", "Orvane MKV Source Filter", CLSID_VexMkv, "Matroska", "Matroska, WebM", " mkv mka mks mk3d webm "},
     {"mp4", "Orvane MP4 Source Filter", CLSID_VexMp4, "MP4", "MP4, QuickTime, 3GP",
-        " mp4 m4v m4a m4b m4r f4v mov qt 3gp 3gpp 3g2 "},
+     " mp4 m4v m4a m4b m4r f4v mov qt 3gp 3gpp 3g2 "},
     {"asf1", "Orvane ASF Source Filter", CLSID_VexAsf, "", "ASF through the platform's reader", ""},
     {"flv", "Orvane FLV Source Filter", CLSID_VexFlv, "FLV", "Flash video", " flv "},
     {"asf", "Orvane AsfEx Source Filter", CLSID_VexAsfEx, "ASF", "ASF, Windows Media", " asf wmv wma dvr-ms "},
     {"ogg", "Orvane OGG Source Filter2", CLSID_VexOgg2, "Ogg", "Ogg with Vorbis, Theora and OGM streams",
-        " ogg ogv oga ogm ogx spx "},
+     " ogg ogv oga ogm ogx spx "},
     {"mp3", "Orvane MP3 Source Filter", CLSID_VexMp3, "MP3", "MPEG audio layer III", " mp3 "},
     {"aac", "Orvane AAC Source Filter", CLSID_VexAac, "AAC", "AAC in ADTS frames", " aac adts "},
     {"mpeg", "Orvane MPEG Source Filter2", CLSID_VexMpeg2, "MPEG", "MPEG program and transport streams",
-        " mpg mpeg m2p vob evo mod ts m2ts mts m2t tp trp "},
+     " mpg mpeg m2p vob evo mod ts m2ts mts m2t tp trp "},
 };
 
-char Lower(char letter)
-{
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
+char Lower(char letter) { return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter; }
 
 bool SameText(std::string_view a, std::string_view b)
 {
@@ -42,7 +39,7 @@ bool SameText(std::string_view a, std::string_view b)
 const GFilterEntry* ByShortName(std::string_view name)
 {
     const auto* found = std::find_if(std::begin(kFilters), std::end(kFilters),
-        [&](const GFilterEntry& entry) { return entry.shortName == name; });
+                                     [&](const GFilterEntry& entry) { return entry.shortName == name; });
     return found == std::end(kFilters) ? nullptr : found;
 }
 
@@ -52,16 +49,16 @@ bool HasText(GBytes bytes, std::size_t offset, std::string_view text)
 {
     return bytes.size() >= offset && bytes.size() - offset >= text.size() &&
            std::equal(text.begin(), text.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset),
-               [](char expected, std::uint8_t byte) { return static_cast<std::uint8_t>(expected) == byte; });
+                      [](char expected, std::uint8_t byte) { return static_cast<std::uint8_t>(expected) == byte; });
 }
 
 // The four letters at offset 4 of a QuickTime or MP4 file name its first box.
 bool IsMp4(GBytes bytes)
 {
-    static constexpr std::string_view kFirstBoxes[] = {"ftyp", "moov", "mdat", "moof", "styp", "sidx", "free", "skip",
-        "wide", "pnot"};
+    static constexpr std::string_view kFirstBoxes[] = {"ftyp", "moov", "mdat", "moof", "styp",
+                                                       "sidx", "free", "skip", "wide", "pnot"};
     return std::any_of(std::begin(kFirstBoxes), std::end(kFirstBoxes),
-        [&](std::string_view box) { return HasText(bytes, 4, box); });
+                       [&](std::string_view box) { return HasText(bytes, 4, box); });
 }
 
 // Sync bytes at a packet's distance from each other: five in a row, or as many as a shorter file has room for.
@@ -83,10 +80,7 @@ bool IsTransportStream(GBytes bytes)
     return false;
 }
 
-bool IsProgramStream(GBytes bytes)
-{
-    return HasText(bytes, 0, std::string_view("\0\0\1\xBA", 4));
-}
+bool IsProgramStream(GBytes bytes) { return HasText(bytes, 0, std::string_view("\0\0\1\xBA", 4)); }
 
 // The bytes behind the ID3v2 tags at the start. What the tags' lengths do not leave in `bytes` is empty.
 GBytes BehindId3(GBytes bytes)
@@ -115,15 +109,9 @@ bool IsLayer3(GBytes bytes)
 
 }  // namespace
 
-std::span<const GFilterEntry> FilterCatalog()
-{
-    return kFilters;
-}
+std::span<const GFilterEntry> FilterCatalog() { return kFilters; }
 
-std::string ClsidText(REFCLSID clsid)
-{
-    return GuidText(clsid);
-}
+std::string ClsidText(REFCLSID clsid) { return GuidText(clsid); }
 
 const GFilterEntry* FindByName(std::string_view name)
 {
@@ -139,7 +127,8 @@ const GFilterEntry* FindByName(std::string_view name)
 
 const GFilterEntry* FindByContent(std::span<const std::uint8_t> start)
 {
-    static constexpr std::string_view kAsfHeader("\x30\x26\xB2\x75\x8E\x66\xCF\x11\xA6\xD9\x00\xAA\x00\x62\xCE\x6C", 16);
+    static constexpr std::string_view kAsfHeader("\x30\x26\xB2\x75\x8E\x66\xCF\x11\xA6\xD9\x00\xAA\x00\x62\xCE\x6C",
+                                                 16);
     if (HasText(start, 0, "RIFF") && (HasText(start, 8, "AVI ") || HasText(start, 8, "AVIX")))
         return ByShortName("avi");
     if (HasText(start, 0, "\x1A\x45\xDF\xA3"))

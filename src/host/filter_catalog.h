@@ -13,9 +13,9 @@ struct GFilterEntry {
     std::string_view shortName;    // "avi"
     std::string_view displayName;  // as registered
     CLSID clsid;
-    std::string_view container;    // "AVI"; empty for a second filter of a container, which is only taken by name
-    std::string_view formats;      // what it reads, in words
-    std::string_view extensions;   // lower case, each between blanks: " avi divx "
+    std::string_view container;   // "AVI"; empty for a second filter of a container, which is only taken by name
+    std::string_view formats;     // what it reads, in words
+    std::string_view extensions;  // lower case, each between blanks: " avi divx "
 };
 
 // In the order in which the module registers them.

@@ -229,7 +229,7 @@ std::vector<GSeekResult> GHostGraph::Seek(REFERENCE_TIME position, std::optional
         LONGLONG reached = position;
         LONGLONG end = stop.value_or(0);
         seek.result = seeking->SetPositions(&reached, AM_SEEKING_AbsolutePositioning | AM_SEEKING_ReturnTime, &end,
-            stop ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning);
+                                            stop ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning);
         if (SUCCEEDED(seek.result))
             seek.reached = reached;
     }

@@ -4,9 +4,6 @@
 
 namespace vex {
 
-GModule LinkedModule()
-{
-    return {DllGetClassObject, DllCanUnloadNow, nullptr};
-}
+GModule LinkedModule() { return {DllGetClassObject, DllCanUnloadNow, nullptr}; }
 
 }  // namespace vex

@@ -35,14 +35,15 @@ struct GRoundI {
 };
 
 template <class Round, int shift>
-void Step(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint32_t d, std::uint32_t word, std::uint32_t constant)
+void Step(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint32_t d, std::uint32_t word,
+          std::uint32_t constant)
 {
     a = b + std::rotl(a + Round::Mix(b, c, d) + word + constant, shift);
 }
 
 template <class Round, int s1, int s2, int s3, int s4>
 void Four(std::array<std::uint32_t, 4>& s, const std::uint32_t (&x)[16], int first, int stride,
-    const std::uint32_t (&t)[4])
+          const std::uint32_t (&t)[4])
 {
     auto& [a, b, c, d] = s;
     Step<Round, s1>(a, b, c, d, x[first & 15], t[0]);

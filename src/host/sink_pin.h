@@ -41,8 +41,8 @@ enum class GSinkBehaviour : std::uint8_t {
 };
 
 struct GSinkOptions {
-    GSampleCallback onSample;             // absent: samples are only counted
-    bool offerAllocator = true;           // false: the peer has to bring its own
+    GSampleCallback onSample;                        // absent: samples are only counted
+    bool offerAllocator = true;                      // false: the peer has to bring its own
     std::function<bool(const CMediaType&)> accepts;  // absent: every type
 };
 
@@ -59,8 +59,8 @@ struct GSinkReport {
     REFERENCE_TIME segmentStop = kNoTime;
     double segmentRate = 0;
     bool endOfStream = false;
-    bool refused = false;      // a sample was answered with something other than S_OK: the peer stops delivering
-    bool holding = false;      // Receive is waiting now
+    bool refused = false;  // a sample was answered with something other than S_OK: the peer stops delivering
+    bool holding = false;  // Receive is waiting now
     std::vector<std::string> violations;  // broken rules of delivery, at most a few
 };
 

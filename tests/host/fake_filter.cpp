@@ -78,7 +78,8 @@ protected:
         if (!script.skipsSegment)
             DeliverNewSegment(segment.start, segment.stop, segment.rate);
         bool first = true;
-        for (auto number = static_cast<std::uint32_t>(segment.start / kFakeSampleTime); number < script.samples; ++number) {
+        for (auto number = static_cast<std::uint32_t>(segment.start / kFakeSampleTime); number < script.samples;
+             ++number) {
             if (RequestPending())
                 return S_FALSE;
             if (Send(number, segment.start, first) != S_OK)
@@ -162,18 +163,15 @@ private:
     CCritSec seekLock;
 };
 
-constexpr std::array kTable{CFactoryTemplate{VEX_W("Fake"), kFakeClsid,
-    [](IUnknown* outer, HRESULT*) -> CUnknown* { return new CFakeFilter(outer); }, {}}};
+constexpr std::array kTable{CFactoryTemplate{
+    VEX_W("Fake"), kFakeClsid, [](IUnknown* outer, HRESULT*) -> CUnknown* { return new CFakeFilter(outer); }, {}}};
 
 HRESULT STDMETHODCALLTYPE FakeGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
 {
     return GetClassObject(kTable, clsid, iid, ppv);
 }
 
-HRESULT STDMETHODCALLTYPE FakeCanUnloadNow()
-{
-    return CanUnloadNow();
-}
+HRESULT STDMETHODCALLTYPE FakeCanUnloadNow() { return CanUnloadNow(); }
 
 }  // namespace
 

@@ -20,10 +20,10 @@ struct GFakePin {
     std::uint32_t sampleBytes = 16;
     bool hasTimes = true;
     bool hasStop = true;
-    HRESULT failWith = S_OK;      // instead of the end of the stream
-    bool skipsSegment = false;    // breaks the rules of delivery: no NewSegment
-    bool endsTwice = false;       // end of stream is said twice
-    bool neverEnds = false;       // after the samples nothing follows, not even the end
+    HRESULT failWith = S_OK;    // instead of the end of the stream
+    bool skipsSegment = false;  // breaks the rules of delivery: no NewSegment
+    bool endsTwice = false;     // end of stream is said twice
+    bool neverEnds = false;     // after the samples nothing follows, not even the end
 };
 
 struct GFakeScript {

@@ -37,7 +37,9 @@ TEST(FilterForContent, EveryContainerIsKnownByItsFirstBytes)
     using namespace std::string_literals;
     EXPECT_EQ(ByContent("RIFF\0\0\0\0AVI "s), "avi");
     EXPECT_EQ(ByContent("\x1A\x45\xDF\xA3"), "mkv");
-    EXPECT_EQ(ByContent("\0\0\0\x18""ftypisom"s), "mp4");
+    EXPECT_EQ(ByContent("\0\0\0\x18"
+                        "ftypisom"s),
+              "mp4");
     EXPECT_EQ(ByContent("\0\0\0\x08wide\0\0\0\0mdat"s), "mp4");
     EXPECT_EQ(ByContent("\0\0\1\xBA\x44"s), "mpeg");
     EXPECT_EQ(ByContent(TransportPackets(188, 0, 8)), "mpeg");

@@ -21,9 +21,10 @@ TEST(Md5, MatchesThePublishedDigests)
 {
     EXPECT_EQ(Digest(""), "d41d8cd98f00b204e9800998ecf8427e");
     EXPECT_EQ(Digest("abc"), "900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ(Digest("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"), "d174ab98d277d9f5a5611c2c9f419d9f");
+    EXPECT_EQ(Digest("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"),
+              "d174ab98d277d9f5a5611c2c9f419d9f");
     EXPECT_EQ(Digest("12345678901234567890123456789012345678901234567890123456789012345678901234567890"),
-        "57edf4a22be3c955ac49da2e2107b67a");
+              "57edf4a22be3c955ac49da2e2107b67a");
 }
 
 TEST(Md5, PiecesOfAnyLengthGiveTheDigestOfTheWhole)

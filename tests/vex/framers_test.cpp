@@ -19,7 +19,9 @@ using GBytes = std::vector<std::uint8_t>;
 GBytes Framed(GFramer& framer, const std::vector<GBytes>& samples)
 {
     GBytes out;
-    const GByteSink sink = [&](std::span<const std::uint8_t> bytes) { out.insert(out.end(), bytes.begin(), bytes.end()); };
+    const GByteSink sink = [&](std::span<const std::uint8_t> bytes) {
+        out.insert(out.end(), bytes.begin(), bytes.end());
+    };
     framer.Begin(sink);
     REFERENCE_TIME time = 0;
     for (const GBytes& sample : samples) {
@@ -33,10 +35,7 @@ GBytes Framed(GFramer& framer, const std::vector<GBytes>& samples)
     return out;
 }
 
-GBytes Bytes(std::string_view text)
-{
-    return {text.begin(), text.end()};
-}
+GBytes Bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
 CMediaType AvcType(unsigned lengthBytes, const GBytes& sets)
 {
@@ -71,7 +70,7 @@ TEST(AnnexBFramer, ParameterSetsComeFirstAndEveryUnitGetsAStartCode)
     const GFraming framing = ChooseFraming(AvcType(4, {0, 2, 0x67, 1, 0, 1, 0x68}), false);
     EXPECT_EQ(framing.format, "annexb");
     EXPECT_EQ(Framed(*framing.framer, {{0, 0, 0, 1, 0x65, 0, 0, 0, 2, 0x41, 9}}),
-        (GBytes{0, 0, 0, 1, 0x67, 1, 0, 0, 0, 1, 0x68, 0, 0, 0, 1, 0x65, 0, 0, 0, 1, 0x41, 9}));
+              (GBytes{0, 0, 0, 1, 0x67, 1, 0, 0, 0, 1, 0x68, 0, 0, 0, 1, 0x65, 0, 0, 0, 1, 0x41, 9}));
     EXPECT_EQ(framing.framer->Misshapen(), 0u);
 }
 
@@ -79,7 +78,7 @@ TEST(AnnexBFramer, AUnitThatClaimsMoreThanIsThereIsCutAndCounted)
 {
     const GFraming framing = ChooseFraming(AvcType(2, {}), false);
     EXPECT_EQ(Framed(*framing.framer, {{0xFF, 0xFF, 0x41, 9}, {0}, {0, 1, 0x41}}),
-        (GBytes{0, 0, 0, 1, 0x41, 9, 0, 0, 0, 1, 0x41}));
+              (GBytes{0, 0, 0, 1, 0x41, 9, 0, 0, 0, 1, 0x41}));
     EXPECT_EQ(framing.framer->Misshapen(), 2u);
 }
 
@@ -98,7 +97,7 @@ TEST(AdtsFramer, TheHeaderSaysProfileFrequencyChannelsAndLength)
     const GFraming framing = ChooseFraming(AacType({0x12, 0x10}), false);
     EXPECT_EQ(framing.format, "adts");
     EXPECT_EQ(Framed(*framing.framer, {GBytes(3, 0xAA)}),
-        (GBytes{0xFF, 0xF1, 0x50, 0x80, 0x01, 0x5F, 0xFC, 0xAA, 0xAA, 0xAA}));
+              (GBytes{0xFF, 0xF1, 0x50, 0x80, 0x01, 0x5F, 0xFC, 0xAA, 0xAA, 0xAA}));
 }
 
 TEST(AdtsFramer, BandReplicationIsFramedAsItsCore)
@@ -123,7 +122,8 @@ TEST(TextFramer, SubRipEntriesAreNumberedAndTimed)
     const GFraming framing = ChooseFraming(CMediaType(MEDIATYPE_Subtitle, MEDIASUBTYPE_UTF8), false);
     EXPECT_EQ(framing.extension, "srt");
     EXPECT_EQ(Framed(*framing.framer, {Bytes("One"), Bytes("Two\nlines\n")}),
-        Bytes("1\r\n00:00:00,000 --> 00:00:01,000\r\nOne\r\n\r\n2\r\n00:00:01,000 --> 00:00:02,000\r\nTwo\nlines\r\n\r\n"));
+              Bytes("1\r\n00:00:00,000 --> 00:00:01,000\r\nOne\r\n\r\n2\r\n00:00:01,000 --> "
+                    "00:00:02,000\r\nTwo\nlines\r\n\r\n"));
 }
 
 TEST(TextFramer, SubStationEventsGetTheirTimesBackBehindTheLayer)

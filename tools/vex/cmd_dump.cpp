@@ -28,16 +28,14 @@ using GRecords = std::deque<GRecord>;
 
 GRecord Record(const GSampleView& view)
 {
-    const std::uint32_t flags = (view.sync ? kSync : 0u) | (view.discontinuity ? kDiscontinuity : 0u) |
-                                (view.preroll ? kPreroll : 0u);
-    return {view.start, view.stop, view.mediaStart, view.mediaStop, static_cast<std::uint32_t>(view.data.size()), flags,
-        GMd5::Of(view.data)};
+    const std::uint32_t flags =
+        (view.sync ? kSync : 0u) | (view.discontinuity ? kDiscontinuity : 0u) | (view.preroll ? kPreroll : 0u);
+    return {
+        view.start, view.stop,          view.mediaStart, view.mediaStop, static_cast<std::uint32_t>(view.data.size()),
+        flags,      GMd5::Of(view.data)};
 }
 
-std::string Number(std::int64_t value, const char* none)
-{
-    return value == kNoTime ? none : std::to_string(value);
-}
+std::string Number(std::int64_t value, const char* none) { return value == kNoTime ? none : std::to_string(value); }
 
 std::string JsonLine(std::size_t pin, const GRecord& r)
 {
@@ -45,8 +43,8 @@ std::string JsonLine(std::size_t pin, const GRecord& r)
     return "{\"pin\":" + std::to_string(pin) + ",\"start\":" + Number(r.start, "null") +
            ",\"stop\":" + Number(r.stop, "null") + ",\"mediaStart\":" + Number(r.mediaStart, "null") +
            ",\"mediaStop\":" + Number(r.mediaStop, "null") + ",\"size\":" + std::to_string(r.size) +
-           ",\"sync\":" + flag(kSync) + ",\"discontinuity\":" + flag(kDiscontinuity) + ",\"preroll\":" + flag(kPreroll) +
-           ",\"md5\":\"" + HexText(r.digest) + "\"}\n";
+           ",\"sync\":" + flag(kSync) + ",\"discontinuity\":" + flag(kDiscontinuity) +
+           ",\"preroll\":" + flag(kPreroll) + ",\"md5\":\"" + HexText(r.digest) + "\"}\n";
 }
 
 constexpr char kCsvHead[] = "pin,start,stop,mediaStart,mediaStop,size,sync,discontinuity,preroll,md5\n";
@@ -65,8 +63,8 @@ std::string TextLine(std::size_t pin, const GRecord& r)
 {
     char text[160];
     std::snprintf(text, sizeof text, "%3zu %15s %15s %10lu  %c%c%c    %s\n", pin, Number(r.start, "-").c_str(),
-        Number(r.stop, "-").c_str(), static_cast<unsigned long>(r.size), r.flags & kSync ? 'S' : '-',
-        r.flags & kDiscontinuity ? 'D' : '-', r.flags & kPreroll ? 'P' : '-', HexText(r.digest).c_str());
+                  Number(r.stop, "-").c_str(), static_cast<unsigned long>(r.size), r.flags & kSync ? 'S' : '-',
+                  r.flags & kDiscontinuity ? 'D' : '-', r.flags & kPreroll ? 'P' : '-', HexText(r.digest).c_str());
     return text;
 }
 

@@ -17,10 +17,7 @@ namespace fs = std::filesystem;
 
 constexpr ULONG kAttachmentPiece = 1u << 20;  // bytes
 
-fs::path PathOf(const std::string& utf8)
-{
-    return {std::u8string(utf8.begin(), utf8.end())};
-}
+fs::path PathOf(const std::string& utf8) { return {std::u8string(utf8.begin(), utf8.end())}; }
 
 std::string Utf8Of(const fs::path& path)
 {
@@ -162,8 +159,11 @@ void GExtraction::Finish(std::size_t pin, GPinOutput& output)
     if (!output.file.Close())
         Fail(output.path, output.file.Error());
     if (const std::uint64_t count = output.framing.framer->Misshapen(); count > 0) {
-        Complain({session.File(), "pin " + std::to_string(pin) + ": " + std::to_string(count) +
-                                      " samples do not have the shape of " + output.framing.format, S_OK, {}});
+        Complain({session.File(),
+                  "pin " + std::to_string(pin) + ": " + std::to_string(count) + " samples do not have the shape of " +
+                      output.framing.format,
+                  S_OK,
+                  {}});
         status = std::max(status, kDamaged);
     }
     GJson json;

@@ -36,12 +36,16 @@ int RunFilters(const GSettings& settings)
     for (const GFilterEntry& entry : FilterCatalog()) {
         const bool available = SUCCEEDED(GHostGraph(module).Create(entry.clsid));
         const std::string clsid = ClsidText(entry.clsid);
-        filters.push_back({{"name", entry.displayName}, {"short", entry.shortName}, {"clsid", clsid},
-            {"formats", entry.formats}, {"extensions", Words(entry.extensions)}, {"available", available}});
+        filters.push_back({{"name", entry.displayName},
+                           {"short", entry.shortName},
+                           {"clsid", clsid},
+                           {"formats", entry.formats},
+                           {"extensions", Words(entry.extensions)},
+                           {"available", available}});
         char line[256];
         std::snprintf(line, sizeof line, "%-6s %-27s %s  %s%s\n", std::string(entry.shortName).c_str(),
-            std::string(entry.displayName).c_str(), clsid.c_str(), std::string(entry.formats).c_str(),
-            available ? "" : "  (not in this build)");
+                      std::string(entry.displayName).c_str(), clsid.c_str(), std::string(entry.formats).c_str(),
+                      available ? "" : "  (not in this build)");
         text += line;
     }
     if (settings.json)

@@ -29,7 +29,8 @@ void ShowProgress(GHostGraph& graph, REFERENCE_TIME duration)
     const REFERENCE_TIME position = Position(graph);
     std::fprintf(stderr, "\r%s", TimeText(position).c_str());
     if (duration > 0)
-        std::fprintf(stderr, " of %s (%d %%)", TimeText(duration).c_str(),
+        std::fprintf(
+            stderr, " of %s (%d %%)", TimeText(duration).c_str(),
             static_cast<int>(std::min<REFERENCE_TIME>(100, position / std::max<REFERENCE_TIME>(1, duration / 100))));
     std::fflush(stderr);
 }
@@ -50,12 +51,15 @@ GJson PinJson(GSession& session, std::size_t pin)
 
 std::string PinText(const GJson& pin)
 {
-    const auto time = [](const GJson& value) { return TimeText(value.is_null() ? kNoTime : value.get<std::int64_t>()); };
+    const auto time = [](const GJson& value) {
+        return TimeText(value.is_null() ? kNoTime : value.get<std::int64_t>());
+    };
     char text[256];
     std::snprintf(text, sizeof text, "pin %llu %-20s %9llu samples %14llu bytes  %s to %s%s\n",
-        pin["index"].get<unsigned long long>(), pin["name"].get<std::string>().c_str(),
-        pin["samples"].get<unsigned long long>(), pin["bytes"].get<unsigned long long>(),
-        time(pin["firstStart"]).c_str(), time(pin["lastStop"]).c_str(), pin["ended"].get<bool>() ? "" : "  (no end)");
+                  pin["index"].get<unsigned long long>(), pin["name"].get<std::string>().c_str(),
+                  pin["samples"].get<unsigned long long>(), pin["bytes"].get<unsigned long long>(),
+                  time(pin["firstStart"]).c_str(), time(pin["lastStop"]).c_str(),
+                  pin["ended"].get<bool>() ? "" : "  (no end)");
     return text;
 }
 

@@ -79,10 +79,7 @@ GJson FileJson(GSession& session)
     return json;
 }
 
-std::string ValueText(const GJson& value)
-{
-    return value.is_string() ? value.get<std::string>() : value.dump();
-}
+std::string ValueText(const GJson& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
 
 std::string PairsText(const GJson& object, const char* indent)
 {
@@ -95,7 +92,9 @@ std::string PairsText(const GJson& object, const char* indent)
 // The people's form of the same document.
 std::string FileText(const GJson& file)
 {
-    const auto time = [](const GJson& value) { return value.is_null() ? "unknown" : TimeText(value.get<std::int64_t>()); };
+    const auto time = [](const GJson& value) {
+        return value.is_null() ? "unknown" : TimeText(value.get<std::int64_t>());
+    };
     std::string text = file["file"].get<std::string>() + "\n";
     text += "  container: " + ValueText(file["container"]) + "\n";
     text += "  filter:    " + ValueText(file["filter"]) + "\n";

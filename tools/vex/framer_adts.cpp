@@ -27,10 +27,14 @@ public:
             ++misshapen;
             return;
         }
-        const std::array<std::uint8_t, kHeaderBytes> header{0xFF, 0xF1,
+        const std::array<std::uint8_t, kHeaderBytes> header{
+            0xFF,
+            0xF1,
             static_cast<std::uint8_t>(profile << 6 | frequency << 2 | channels >> 2),
-            static_cast<std::uint8_t>((channels & 3) << 6 | length >> 11), static_cast<std::uint8_t>(length >> 3 & 0xFF),
-            static_cast<std::uint8_t>((length & 7) << 5 | 0x1F), 0xFC};
+            static_cast<std::uint8_t>((channels & 3) << 6 | length >> 11),
+            static_cast<std::uint8_t>(length >> 3 & 0xFF),
+            static_cast<std::uint8_t>((length & 7) << 5 | 0x1F),
+            0xFC};
         out(header);
         out(sample.data);
     }

@@ -69,7 +69,7 @@ std::unique_ptr<GFramer> MakeAnnexBFramer(const CMediaType& type)
         return nullptr;
     const auto sets = block.subspan(kFixedBytes, header.cbSequenceHeader);
     return std::make_unique<GAnnexBFramer>(static_cast<unsigned>(header.dwFlags),
-        std::vector<std::uint8_t>(sets.begin(), sets.end()));
+                                           std::vector<std::uint8_t>(sets.begin(), sets.end()));
 }
 
 }  // namespace vex

@@ -45,7 +45,7 @@ GClock Clock(REFERENCE_TIME time)
 {
     const auto ms = static_cast<std::uint64_t>(time < 0 ? 0 : time) / (kUnitsPerSecond / 1000);
     return {static_cast<unsigned>(ms / 3'600'000), static_cast<unsigned>(ms / 60'000 % 60),
-        static_cast<unsigned>(ms / 1000 % 60), static_cast<unsigned>(ms % 1000)};
+            static_cast<unsigned>(ms / 1000 % 60), static_cast<unsigned>(ms % 1000)};
 }
 
 class GSubRipFramer final : public GFramer {
@@ -59,8 +59,8 @@ public:
         const GClock from = Clock(sample.start);
         const GClock to = Clock(sample.stop == kNoTime ? sample.start : sample.stop);
         char head[96];
-        std::snprintf(head, sizeof head, "%llu\r\n%02u:%02u:%02u,%03u --> %02u:%02u:%02u,%03u\r\n", ++number, from.hours,
-            from.minutes, from.seconds, from.ms, to.hours, to.minutes, to.seconds, to.ms);
+        std::snprintf(head, sizeof head, "%llu\r\n%02u:%02u:%02u,%03u --> %02u:%02u:%02u,%03u\r\n", ++number,
+                      from.hours, from.minutes, from.seconds, from.ms, to.hours, to.minutes, to.seconds, to.ms);
         out(Bytes(head));
         out(Bytes(Text(sample)));
         out(Bytes("\r\n\r\n"));
@@ -81,7 +81,8 @@ public:
         if (!header.empty() && header.back() != '\n')
             out(Bytes("\r\n"));
         if (header.find("[Events]") == std::string::npos)
-            out(Bytes("\r\n[Events]\r\nFormat: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\r\n"));
+            out(Bytes(
+                "\r\n[Events]\r\nFormat: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\r\n"));
     }
 
     void Sample(const GSampleView& sample, const GByteSink& out) override
@@ -96,8 +97,8 @@ public:
         const GClock from = Clock(sample.start);
         const GClock to = Clock(sample.stop == kNoTime ? sample.start : sample.stop);
         char times[64];
-        std::snprintf(times, sizeof times, ",%u:%02u:%02u.%02u,%u:%02u:%02u.%02u", from.hours, from.minutes, from.seconds,
-            from.ms / 10, to.hours, to.minutes, to.seconds, to.ms / 10);
+        std::snprintf(times, sizeof times, ",%u:%02u:%02u.%02u,%u:%02u:%02u.%02u", from.hours, from.minutes,
+                      from.seconds, from.ms / 10, to.hours, to.minutes, to.seconds, to.ms / 10);
         out(Bytes("Dialogue: "));
         out(Bytes(text.substr(order + 1, layer - order - 1)));
         out(Bytes(times));
@@ -111,10 +112,7 @@ private:
 
 }  // namespace
 
-std::unique_ptr<GFramer> MakeSubRipFramer(const CMediaType&)
-{
-    return std::make_unique<GSubRipFramer>();
-}
+std::unique_ptr<GFramer> MakeSubRipFramer(const CMediaType&) { return std::make_unique<GSubRipFramer>(); }
 
 std::unique_ptr<GFramer> MakeSubStationFramer(const CMediaType& type)
 {

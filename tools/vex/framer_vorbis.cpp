@@ -50,8 +50,7 @@ private:
 std::vector<bool> LongModes(GBytes setup)
 {
     GBackwardBits bits(setup);
-    while (bits.Left() > 0 && bits.Take(1) == 0) {
-    }  // behind the framing bit there is padding only
+    while (bits.Left() > 0 && bits.Take(1) == 0) {}  // behind the framing bit there is padding only
     std::vector<bool> backward;
     std::size_t found = 0;
     while (backward.size() < kMostModes && bits.Left() >= 8 + 16 + 16 + 1 + 6) {

@@ -12,10 +12,7 @@ public:
     void Sample(const GSampleView& sample, const GByteSink& out) override { out(sample.data); }
 };
 
-std::unique_ptr<GFramer> MakeRawFramer(const CMediaType&)
-{
-    return std::make_unique<GRawFramer>();
-}
+std::unique_ptr<GFramer> MakeRawFramer(const CMediaType&) { return std::make_unique<GRawFramer>(); }
 
 using GSubtypeTest = bool (*)(const GUID&);
 

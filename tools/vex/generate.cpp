@@ -40,10 +40,7 @@ std::string FilterNames(const char* separator)
     return names;
 }
 
-bool Has(const GOptionRow& option, GCommand command)
-{
-    return (option.commands & CommandBit(command)) != 0;
-}
+bool Has(const GOptionRow& option, GCommand command) { return (option.commands & CommandBit(command)) != 0; }
 
 std::string ManOption(const GOptionRow& option)
 {
@@ -64,7 +61,8 @@ std::string Man()
         text += ".B vex " + std::string(row.name) + "\n[\\fIOPTION\\fR]... \\fI" + Roff(row.arguments) + "\\fR\n.br\n";
     text += ".SH COMMANDS\n";
     for (const GCommandRow& row : CommandTable()) {
-        text += ".SS \"vex " + std::string(row.name) + " " + Roff(row.arguments) + "\"\n" + Roff(row.description) + "\n";
+        text +=
+            ".SS \"vex " + std::string(row.name) + " " + Roff(row.arguments) + "\"\n" + Roff(row.description) + "\n";
         for (const GOptionRow& option : OptionTable())
             if (Has(option, row.command))
                 text += ManOption(option);
@@ -106,9 +104,10 @@ std::string BashNamesOf(GValueKind kind)
 
 std::string Bash()
 {
-    std::string text = "# bash completion for vex\n_vex()\n{\n"
-                       "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]} command=${COMP_WORDS[1]}\n"
-                       "    COMPREPLY=()\n    if [ \"$COMP_CWORD\" -eq 1 ]; then\n        COMPREPLY=($(compgen -W '";
+    std::string text =
+        "# bash completion for vex\n_vex()\n{\n"
+        "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]} command=${COMP_WORDS[1]}\n"
+        "    COMPREPLY=()\n    if [ \"$COMP_CWORD\" -eq 1 ]; then\n        COMPREPLY=($(compgen -W '";
     for (const GCommandRow& row : CommandTable())
         text += std::string(row.name) + " ";
     text += "--help --version' -- \"$word\"))\n        return\n    fi\n    case $before in\n    " +
@@ -159,7 +158,8 @@ std::string Zsh()
         text += "            '" + std::string(row.name) + ":" + Quoted(row.help) + "'\n";
     text += "        )\n        _describe command commands\n        return\n    fi\n    case $words[2] in\n";
     for (const GCommandRow& row : CommandTable()) {
-        text += "    " + std::string(row.name) + ")\n        shift words; (( CURRENT-- ))\n        _arguments"
+        text += "    " + std::string(row.name) +
+                ")\n        shift words; (( CURRENT-- ))\n        _arguments"
                 " '(- *)'{-h,--help}'[Print how it is used]' '(- *)--version[Print the version]'";
         for (const GOptionRow& option : OptionTable()) {
             if (!Has(option, row.command))
@@ -181,7 +181,8 @@ std::string Fish()
     for (const GCommandRow& row : CommandTable())
         text += "complete -c vex -n __fish_use_subcommand -f -a " + std::string(row.name) + " -d '" + Quoted(row.help) +
                 "'\n";
-    text += "complete -c vex -s h -l help -d 'Print how it is used'\ncomplete -c vex -l version -d 'Print the version'\n";
+    text +=
+        "complete -c vex -s h -l help -d 'Print how it is used'\ncomplete -c vex -l version -d 'Print the version'\n";
     for (const GOptionRow& option : OptionTable()) {
         std::string commands;
         for (const GCommandRow& row : CommandTable())

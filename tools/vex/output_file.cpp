@@ -46,8 +46,8 @@ void GOutputFile::Flush()
         if (std::fwrite(held.data(), 1, held.size(), stdout) != held.size())
             error = std::strerror(errno);
     } else {
-        const std::int64_t written = file.WriteAt(static_cast<std::int64_t>(position), held.data(),
-            static_cast<std::uint32_t>(held.size()));
+        const std::int64_t written =
+            file.WriteAt(static_cast<std::int64_t>(position), held.data(), static_cast<std::uint32_t>(held.size()));
         if (written != static_cast<std::int64_t>(held.size()))
             error = "the disk does not take more";
     }

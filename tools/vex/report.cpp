@@ -74,14 +74,8 @@ GJson FailureDocument(const std::string& file, const GProblem& problem)
     return FileDocument(std::move(json));
 }
 
-GJson JsonTime(REFERENCE_TIME time)
-{
-    return time == kNoTime ? GJson(nullptr) : GJson(time);
-}
+GJson JsonTime(REFERENCE_TIME time) { return time == kNoTime ? GJson(nullptr) : GJson(time); }
 
-GJson JsonText(const std::string& text)
-{
-    return text.empty() ? GJson(nullptr) : GJson(text);
-}
+GJson JsonText(const std::string& text) { return text.empty() ? GJson(nullptr) : GJson(text); }
 
 }  // namespace vex

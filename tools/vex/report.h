@@ -19,9 +19,9 @@ inline constexpr int kJsonSchema = 1;
 
 // What went wrong with which file.
 struct GProblem {
-    std::string file;     // as the user named it; empty when no file is to blame
+    std::string file;  // as the user named it; empty when no file is to blame
     std::string message;
-    HRESULT code = S_OK;  // S_OK when no result code says more
+    HRESULT code = S_OK;                  // S_OK when no result code says more
     std::optional<std::uint64_t> offset;  // bytes from the start of the file, where it is known
 };
 
@@ -44,7 +44,7 @@ GJson FilesDocument(GJson files);
 GJson FileDocument(GJson file);  // about one
 GJson FailureDocument(const std::string& file, const GProblem& problem);
 
-GJson JsonTime(REFERENCE_TIME time);       // null for kNoTime
-GJson JsonText(const std::string& text);   // null for an empty text
+GJson JsonTime(REFERENCE_TIME time);      // null for kNoTime
+GJson JsonText(const std::string& text);  // null for an empty text
 
 }  // namespace vex

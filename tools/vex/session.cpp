@@ -199,10 +199,7 @@ bool GSession::Play(GProblem& problem, const std::function<void()>& tick)
     return end == GEnd::Complete;
 }
 
-std::string GSession::PinName(std::size_t pin) const
-{
-    return Utf8FromWide(graph.PinName(pin));
-}
+std::string GSession::PinName(std::size_t pin) const { return Utf8FromWide(graph.PinName(pin)); }
 
 std::string GSession::PinLanguage(std::size_t pin) const
 {

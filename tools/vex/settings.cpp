@@ -14,48 +14,49 @@ constexpr unsigned kPlaying = kPlay | kDump | kSeek | kExtract;
 
 constexpr GCommandRow kCommands[] = {
     {GCommand::Filters, "filters", "", "List the filters",
-        "Lists the filters of the module with their short names, class identifiers and formats, and whether this build "
-        "can create them."},
+     "Lists the filters of the module with their short names, class identifiers and formats, and whether this build "
+     "can create them."},
     {GCommand::Probe, "probe", "FILE...", "Show what is in files",
-        "Shows the container, the filter, the duration and the output pins of each FILE: name, language, media type and "
-        "the fields of the format. Nothing is played; of a large file little more than its headers and index is read."},
+     "Shows the container, the filter, the duration and the output pins of each FILE: name, language, media type and "
+     "the fields of the format. Nothing is played; of a large file little more than its headers and index is read."},
     {GCommand::Play, "play", "FILE", "Play a file to its end",
-        "Runs FILE through its filter to the end, as fast as it can be read, and prints what each pin delivered. Progress "
-        "is shown while standard error is a terminal."},
+     "Runs FILE through its filter to the end, as fast as it can be read, and prints what each pin delivered. Progress "
+     "is shown while standard error is a terminal."},
     {GCommand::Dump, "dump", "FILE", "List every sample",
-        "Lists every sample of FILE: pin, times in units of 100 ns, size, flags and the MD5 digest of the payload. Samples "
-        "are grouped by pin."},
+     "Lists every sample of FILE: pin, times in units of 100 ns, size, flags and the MD5 digest of the payload. "
+     "Samples are grouped by pin."},
     {GCommand::Seek, "seek", "FILE TIME...", "Show where seeks land",
-        "Plays FILE, seeks to each TIME in turn, and shows for every pin which position was reached and the first samples "
-        "from there."},
+     "Plays FILE, seeks to each TIME in turn, and shows for every pin which position was reached and the first samples "
+     "from there."},
     {GCommand::Extract, "extract", "FILE", "Write out payloads",
-        "Writes the payload of one pin, or of every pin, in a form that other tools read: H.264 as Annex B with its "
-        "parameter sets, AAC as ADTS, Vorbis as Ogg, text subtitles as SubRip or SubStation Alpha, everything else as it "
-        "is. Without --pin the output is a directory; with --pin and without --output it is standard output."},
+     "Writes the payload of one pin, or of every pin, in a form that other tools read: H.264 as Annex B with its "
+     "parameter sets, AAC as ADTS, Vorbis as Ogg, text subtitles as SubRip or SubStation Alpha, everything else as it "
+     "is. Without --pin the output is a directory; with --pin and without --output it is standard output."},
 };
 
 constexpr GOptionRow kOptions[] = {
     {"", "json", "", GValueKind::None, kFilters | kProbe | kPlaying, "Print the result as JSON", &GSettings::json},
     {"", "csv", "", GValueKind::None, kDump, "Print the samples as comma-separated values", &GSettings::csv},
     {"f", "filter", "NAME", GValueKind::Filter, kProbe | kPlaying,
-        "Open with this filter (short name, full name or class identifier) instead of the one the file's first bytes or "
-        "its extension call for",
-        &GSettings::filter},
+     "Open with this filter (short name, full name or class identifier) instead of the one the file's first bytes or "
+     "its extension call for",
+     &GSettings::filter},
     {"", "module", "FILE", GValueKind::File, kFilters | kProbe | kPlaying,
-        "Take the filters from this module file instead of the built-in ones", &GSettings::module},
-    {"p", "pin", "N", GValueKind::Text, kPlay | kDump | kExtract, "Connect this pin only, counted from 0", &GSettings::pin},
+     "Take the filters from this module file instead of the built-in ones", &GSettings::module},
+    {"p", "pin", "N", GValueKind::Text, kPlay | kDump | kExtract, "Connect this pin only, counted from 0",
+     &GSettings::pin},
     {"s", "seek", "TIME", GValueKind::Text, kPlay | kDump | kExtract, "Start at this time", &GSettings::seek},
-    {"k", "key-frame-seek", "", GValueKind::None, kPlaying, "Seeks land on a key frame, where the filter has that choice",
-        &GSettings::keyFrameSeek},
+    {"k", "key-frame-seek", "", GValueKind::None, kPlaying,
+     "Seeks land on a key frame, where the filter has that choice", &GSettings::keyFrameSeek},
     {"", "preroll", "", GValueKind::None, kPlaying, "Mark samples at or before the segment's start as preroll",
-        &GSettings::preroll},
+     &GSettings::preroll},
     {"", "no-preroll", "", GValueKind::None, kPlaying, "Do not mark preroll samples", &GSettings::noPreroll},
     {"n", "samples", "N", GValueKind::Text, kSeek, "Show this many samples after each seek (3)", &GSettings::samples},
     {"o", "output", "PATH", GValueKind::File, kExtract, "Write to this file, or for all pins into this directory",
-        &GSettings::output},
+     &GSettings::output},
     {"", "raw", "", GValueKind::None, kExtract, "Write the samples' bytes as they are", &GSettings::raw},
     {"", "attachments", "", GValueKind::None, kExtract, "Write the files that are attached to FILE instead of its pins",
-        &GSettings::attachments},
+     &GSettings::attachments},
 };
 
 }  // namespace
@@ -66,22 +67,13 @@ const char kTimeHelp[] =
 
 const char kSummary[] = "Inspects and plays media files through the source filters of the VEX module";
 
-const char kExitStatus[] =
-    "0 when the file is sound, 1 when it was played but is damaged, 2 when it cannot be read or the command was misused.";
+const char kExitStatus[] = "0 when the file is sound, 1 when it was played but is damaged, 2 when it cannot be read or "
+                           "the command was misused.";
 
-std::span<const GCommandRow> CommandTable()
-{
-    return kCommands;
-}
+std::span<const GCommandRow> CommandTable() { return kCommands; }
 
-std::span<const GOptionRow> OptionTable()
-{
-    return kOptions;
-}
+std::span<const GOptionRow> OptionTable() { return kOptions; }
 
-const GCommandRow& CommandRow(GCommand command)
-{
-    return kCommands[static_cast<std::size_t>(command)];
-}
+const GCommandRow& CommandRow(GCommand command) { return kCommands[static_cast<std::size_t>(command)]; }
 
 }  // namespace vex

@@ -33,10 +33,7 @@ struct GSettings {
     bool attachments = false;
 };
 
-constexpr unsigned CommandBit(GCommand command)
-{
-    return 1u << static_cast<unsigned>(command);
-}
+constexpr unsigned CommandBit(GCommand command) { return 1u << static_cast<unsigned>(command); }
 
 // What a positional argument or an option's value is, for the shells that complete it.
 enum class GValueKind : std::uint8_t { None, File, Directory, Filter, Text };
@@ -46,7 +43,7 @@ struct GOptionRow {
     const char* name;    // without the dashes
     const char* value;   // how the value is called; empty for a flag
     GValueKind kind;
-    unsigned commands;   // CommandBit of each that has it
+    unsigned commands;  // CommandBit of each that has it
     const char* help;
     std::variant<bool GSettings::*, std::string GSettings::*, std::optional<std::uint32_t> GSettings::*> target;
 };

@@ -81,7 +81,8 @@ std::optional<REFERENCE_TIME> ParseTime(std::string_view text)
     std::int64_t larger = 0;
     for (int colons = 0;; ++colons) {
         const std::size_t colon = text.find(':');
-        const auto part = colon == std::string_view::npos ? Decimal(text, kUnitsPerSecond) : Whole(text.substr(0, colon));
+        const auto part =
+            colon == std::string_view::npos ? Decimal(text, kUnitsPerSecond) : Whole(text.substr(0, colon));
         const std::int64_t sixty = colon == std::string_view::npos ? 60 * kUnitsPerSecond : 60;
         if (!part || (colons > 0 && *part >= sixty))
             return {};
@@ -107,8 +108,8 @@ std::string TimeText(REFERENCE_TIME time)
     const std::uint64_t ms = absolute / (kUnitsPerSecond / 1000);
     char text[48];
     std::snprintf(text, sizeof text, "%s%llu:%02u:%02u.%03u", time < 0 ? "-" : "",
-        static_cast<unsigned long long>(ms / 3'600'000), static_cast<unsigned>(ms / 60'000 % 60),
-        static_cast<unsigned>(ms / 1000 % 60), static_cast<unsigned>(ms % 1000));
+                  static_cast<unsigned long long>(ms / 3'600'000), static_cast<unsigned>(ms / 60'000 % 60),
+                  static_cast<unsigned>(ms / 1000 % 60), static_cast<unsigned>(ms % 1000));
     return text;
 }
 

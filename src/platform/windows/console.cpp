@@ -31,9 +31,6 @@ void PrepareStandardOutput()
     SetConsoleOutputCP(CP_UTF8);
 }
 
-bool StandardErrorIsTerminal()
-{
-    return _isatty(_fileno(stderr)) != 0;
-}
+bool StandardErrorIsTerminal() { return _isatty(_fileno(stderr)) != 0; }
 
 }  // namespace vex
