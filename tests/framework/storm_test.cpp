@@ -1,6 +1,7 @@
 // Everything at once, for as long as it takes to meet the rare orders of events.
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <random>
 #include <thread>
 
@@ -33,8 +34,11 @@ GScript Uneven(std::uint32_t biggest)
 
 void SeekAbout(GRig& rig, unsigned seed, int seeks, bool changeState)
 {
+    std::optional<GWatchdog> watchdog;
     GRandom random(seed);
     for (int i = 0; i < seeks; ++i) {
+        if (i % 50 == 0)
+            watchdog.emplace("a storm of seeks");
         const std::size_t pin = random() % 2;
         switch (changeState ? random() % 10 : 9) {
         case 0:

@@ -275,6 +275,11 @@ def test_again(context, file, clsid):
     return "the second run gives what the first gave"
 
 
+def test_reload(context, file, clsid):
+    result = must_succeed(context.graph(clsid, "reload", str(context.rounds), "C:\\vex\\" + file), "loading and unloading")
+    return result.stderr.decode("utf-8").strip().splitlines()[-1]
+
+
 def test_paths(context):
     (context.wine.drive / "paths").mkdir()
     result = must_succeed(context.graph(AVI, "paths", "C:\\vex\\paths", "C:\\vex\\mpeg4_mp3.avi", "C:\\vex\\decoy.avi"),
@@ -321,6 +326,8 @@ def all_tests(context):
         yield f"samples {file}", lambda: test_samples(context, file, clsid)
     for file, clsid in context.inputs:
         yield f"play again {file}", lambda: test_again(context, file, clsid)
+    for file, clsid in context.inputs:
+        yield f"load and unload {file}", lambda: test_reload(context, file, clsid)
     yield "paths", lambda: test_paths(context)
     for file, clsid in context.inputs:
         for kind in ("own", "grabber"):
