@@ -45,9 +45,8 @@ public:
     GMutexLock(const GMutexLock&) = delete;
     GMutexLock& operator=(const GMutexLock&) = delete;
 
-    // Also returns without cause, as every wait may, and from time to time on purpose: the condition variables of C
-    // libraries before glibc 2.41 can lose a wake-up (its bug 25847), and nobody else would come to give another one.
-    void Wait(GCondition& changed) { changed.wait_for(held, kLongestSleep); }
+    // Also returns without cause, as every wait may.
+    void Wait(GCondition& changed) { changed.wait(held); }
     // False when the time-out passed first; a wake-up without cause counts as a change.
     bool WaitFor(GCondition& changed, std::chrono::milliseconds timeout)
     {
@@ -59,8 +58,6 @@ public:
     }
 
 private:
-    static constexpr std::chrono::milliseconds kLongestSleep{100};
-
     std::unique_lock<GNativeMutex> held;
 };
 

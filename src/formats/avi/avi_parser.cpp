@@ -36,7 +36,7 @@ bool ReadRiffListHeader(GFileBase& source, std::int64_t position, GRiffHeader& h
 
 }  // namespace
 
-GAviParser::GAviParser(GFileBase& file, GAviDamage& damageLog)
+GAviParser::GAviParser(GFileBase& file, GDamageLog& damageLog)
     : source(file),
       damage(damageLog),
       fileSize(file.GetSize()),

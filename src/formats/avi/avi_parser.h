@@ -6,9 +6,9 @@
 #include <span>
 #include <vector>
 
-#include "formats/avi/avi_damage.h"
 #include "formats/avi/avi_layout.h"
 #include "formats/avi/odml_index.h"
+#include "framework/media/damage_log.h"
 #include "io/file_base.h"
 #include "io/result.h"
 
@@ -17,7 +17,7 @@ namespace vex {
 // Used once per file, by one thread. The data itself is not read.
 class GAviParser {
 public:
-    GAviParser(GFileBase& file, GAviDamage& damageLog);
+    GAviParser(GFileBase& file, GDamageLog& damageLog);
 
     // A layout with at least one stream.
     GResult<GAviLayout> Parse();
@@ -43,7 +43,7 @@ private:
     std::vector<std::uint8_t> ReadBody(const GRiffChunk& chunk, std::uint32_t limit);
 
     GFileBase& source;
-    GAviDamage& damage;
+    GDamageLog& damage;
     GAviLayout layout;
     std::int64_t fileSize;
     // Lists that outgrow the lists around them are read as they are, but what they make the parser read again is

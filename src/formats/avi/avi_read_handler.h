@@ -6,9 +6,9 @@
 #include <span>
 #include <vector>
 
-#include "formats/avi/avi_damage.h"
 #include "formats/avi/avi_layout.h"
 #include "formats/avi/avi_scanner.h"
+#include "framework/media/damage_log.h"
 #include "framework/media/read_handler.h"
 #include "io/cache_file.h"
 
@@ -41,7 +41,7 @@ private:
     GAvi2ReadStream* EarliestStream() const;
 
     const GAviScanPauses pauses;
-    GAviDamage damage;
+    GDamageLog damage;
 
     // Fixed from Open to Close.
     GAviLayout layout;

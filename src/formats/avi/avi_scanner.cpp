@@ -37,7 +37,7 @@ DWORD Milliseconds(std::chrono::milliseconds pause) { return static_cast<DWORD>(
 
 }  // namespace
 
-GAviIndexScanner::GAviIndexScanner(std::unique_ptr<GFileBase> file, const GAviLayout& fileLayout, GAviDamage& damageLog,
+GAviIndexScanner::GAviIndexScanner(std::unique_ptr<GFileBase> file, const GAviLayout& fileLayout, GDamageLog& damageLog,
                                    GAviScanPauses scanPauses)
     : layout(fileLayout), damage(damageLog), pauses(scanPauses), source(std::move(file))
 {

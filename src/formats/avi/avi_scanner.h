@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "formats/avi/avi_damage.h"
 #include "formats/avi/avi_layout.h"
+#include "framework/media/damage_log.h"
 #include "io/file_base.h"
 #include "platform/threads.h"
 
@@ -25,7 +25,7 @@ class GAviIndexScanner : private CAMThread {
 public:
     // Appends to the streams of `fileLayout`, which must outlive the scanner and have a "movi" range, and reads through
     // `file`, which must not be open.
-    GAviIndexScanner(std::unique_ptr<GFileBase> file, const GAviLayout& fileLayout, GAviDamage& damageLog,
+    GAviIndexScanner(std::unique_ptr<GFileBase> file, const GAviLayout& fileLayout, GDamageLog& damageLog,
                      GAviScanPauses scanPauses);
     ~GAviIndexScanner() override;
 
@@ -69,7 +69,7 @@ private:
     void CountProgress() G_EXCLUDES(lock);
 
     const GAviLayout& layout;
-    GAviDamage& damage;
+    GDamageLog& damage;
     const GAviScanPauses pauses;
     std::string path;            // set before the thread starts
     std::uint32_t maxChunk = 0;  // bytes; likewise

@@ -60,7 +60,7 @@ std::int64_t FindBase(GFileBase& source, GByteReader entries, const GAviLayout& 
 
 }  // namespace
 
-GStatus LoadIdx1(GFileBase& source, const GRiffChunk& chunk, GAviLayout& layout, GAviDamage& damage)
+GStatus LoadIdx1(GFileBase& source, const GRiffChunk& chunk, GAviLayout& layout, GDamageLog& damage)
 {
     const auto position = static_cast<std::uint64_t>(chunk.position);
     if (layout.indexRefused)

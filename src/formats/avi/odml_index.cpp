@@ -33,7 +33,7 @@ struct GOdmlIndexLoader::GHeader {
     bool sound = false;
 };
 
-GOdmlIndexLoader::GOdmlIndexLoader(GFileBase& file, GAviLayout& fileLayout, GAviDamage& damageLog)
+GOdmlIndexLoader::GOdmlIndexLoader(GFileBase& file, GAviLayout& fileLayout, GDamageLog& damageLog)
     : source(file), layout(fileLayout), damage(damageLog), budget(file.GetSize())
 {
 }

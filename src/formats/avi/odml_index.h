@@ -5,8 +5,8 @@
 #include <optional>
 #include <span>
 
-#include "formats/avi/avi_damage.h"
 #include "formats/avi/avi_layout.h"
+#include "framework/media/damage_log.h"
 #include "io/byte_reader.h"
 #include "io/file_base.h"
 
@@ -14,7 +14,7 @@ namespace vex {
 
 class GOdmlIndexLoader {
 public:
-    GOdmlIndexLoader(GFileBase& file, GAviLayout& fileLayout, GAviDamage& damageLog);
+    GOdmlIndexLoader(GFileBase& file, GAviLayout& fileLayout, GDamageLog& damageLog);
 
     // `body` is the body of the stream's "indx" chunk. Adds its entries to the stream and tells the layout whether the
     // index can be used. Moves the source.
@@ -41,7 +41,7 @@ private:
 
     GFileBase& source;
     GAviLayout& layout;
-    GAviDamage& damage;
+    GDamageLog& damage;
     // Index bytes still to be believed. Every honest index chunk has its own place in the file; entries that name one
     // place over and over must not make more of it.
     std::int64_t budget;

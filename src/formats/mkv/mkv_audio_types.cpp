@@ -79,8 +79,7 @@ std::vector<CMediaType> AacFromId(const GMkvTrack& track, GBytes)
         int profile;
     };
     constexpr int kSbr = -1;  // LC with SBR on top, which MakeAacConfig writes for a negative profile
-    constexpr std::array<GSuffix, 5> suffixes{
-        {{"/SBR", kSbr}, {"/MAIN", 0}, {"/LC", 1}, {"/SSR", 2}, {"/LTP", 3}}};
+    constexpr std::array<GSuffix, 5> suffixes{{{"/SBR", kSbr}, {"/MAIN", 0}, {"/LC", 1}, {"/SSR", 2}, {"/LTP", 3}}};
     int profile = 1;
     for (const GSuffix& suffix : suffixes) {
         if (MkvCodecId(track).find(suffix.text) == std::string_view::npos)
@@ -162,8 +161,10 @@ std::vector<CMediaType> VorbisTypes(const GMkvTrack& track, GBytes codecPrivate)
     std::vector<CMediaType> types;
     const auto headers = SplitXiphPackets(codecPrivate);
     if (headers.size() == 3) {
-        GVorbisFormat2 format{static_cast<std::uint32_t>(track.audio.channels.value), wave.nSamplesPerSec,
-                              static_cast<std::uint32_t>(track.audio.bitDepth.value), {}};
+        GVorbisFormat2 format{static_cast<std::uint32_t>(track.audio.channels.value),
+                              wave.nSamplesPerSec,
+                              static_cast<std::uint32_t>(track.audio.bitDepth.value),
+                              {}};
         std::vector<std::uint8_t> block(sizeof format);
         for (std::size_t i = 0; i < headers.size(); ++i) {
             format.headerSize[i] = static_cast<std::uint32_t>(headers[i].size());

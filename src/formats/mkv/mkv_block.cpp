@@ -136,7 +136,7 @@ GMkvBlockRead ParseBlock(const GMkvElement& element, GMkvBlock& block, GMkvPaylo
     CByte flags;
     reader.Seek(element.dataPos);
     if (track.Read(element) != S_OK || timecode.Read(element) != S_OK || flags.Read(element) != S_OK) {
-        reader.Damage().Add(element.headerPos, 0, "an unreadable Block header");
+        reader.Damage().Add("an unreadable Block header", element.headerPos);
         return GMkvBlockRead::Unreadable;
     }
     block.track = track.value;
@@ -147,7 +147,7 @@ GMkvBlockRead ParseBlock(const GMkvElement& element, GMkvBlock& block, GMkvPaylo
     const auto used = static_cast<std::uint64_t>(reader.Tell() - element.dataPos);
     const bool fileEndsInside = element.dataPos + static_cast<std::int64_t>(available) >= reader.FileSize();
     if (used > available || (available < element.size.value && !fileEndsInside)) {
-        reader.Damage().Add(element.headerPos, available, "a Block that does not fit where it stands");
+        reader.Damage().Add("a Block that does not fit where it stands", element.headerPos, available);
         return GMkvBlockRead::NoBlock;
     }
     payload.headerPos = element.headerPos;
@@ -155,11 +155,11 @@ GMkvBlockRead ParseBlock(const GMkvElement& element, GMkvBlock& block, GMkvPaylo
     payload.claimed = element.size.value - used;
     payload.available = available - used;
     if (payload.available > kMaxPacketSize) {
-        reader.Damage().Add(element.headerPos, available, "a Block that is too large");
+        reader.Damage().Add("a Block that is too large", element.headerPos, available);
         return GMkvBlockRead::NoBlock;
     }
     if (payload.available < payload.claimed)
-        reader.Damage().Add(element.headerPos, payload.claimed - payload.available, "a Block that is cut off");
+        reader.Damage().Add("a Block that is cut off", element.headerPos, payload.claimed - payload.available);
     return GMkvBlockRead::Done;
 }
 
@@ -233,14 +233,14 @@ bool ReadMkvFrames(GMkvReader& reader, const GMkvPayload& payload, GMkvBlock& bl
     data.Resize(static_cast<std::size_t>(payload.available));
     reader.Seek(payload.position);
     if (reader.Read(data.Data(), payload.available) != S_OK) {
-        reader.Damage().Add(payload.headerPos, payload.available, "a Block that cannot be read");
+        reader.Damage().Add("a Block that cannot be read", payload.headerPos, payload.available);
         data.Clear();
         return false;
     }
     const auto before = SplitMkvLace(data.Span(), payload.claimed, block.flags, block.frameSizes);
     if (!before || block.frameSizes.empty()) {
         if (!before)
-            reader.Damage().Add(payload.headerPos, payload.available, "a Block with damaged lacing");
+            reader.Damage().Add("a Block with damaged lacing", payload.headerPos, payload.available);
         data.Clear();
         return false;
     }
@@ -285,7 +285,7 @@ GMkvClusterWalk::GAt GMkvClusterWalk::Step()
     }
     if (mkv_id::IsLevel1(id)) {
         const auto length = static_cast<std::uint64_t>(child->headerPos - cluster->dataPos);
-        cluster->reader->Damage().Add(cluster->headerPos, 0, "a Cluster that claims what follows it");
+        cluster->reader->Damage().Add("a Cluster that claims what follows it", cluster->headerPos);
         cluster->size.value = length;
         child.reset();
         return GAt::End;

@@ -182,9 +182,9 @@ GMkvElement::GStep GMkvElement::StepOver()
         return GStep::End;
     const std::int64_t end = End();
     if (end > reader->FileSize() && parent->End() <= reader->FileSize())  // of those that are cut, the outermost one
-        reader->Damage().Add(headerPos, 0, "an element runs past the end of the file");
+        reader->Damage().Add("an element runs past the end of the file", headerPos);
     else if (end > parent->End())
-        reader->Damage().Add(headerPos, 0, "an element runs past the end of its parent");
+        reader->Damage().Add("an element runs past the end of its parent", headerPos);
     if (end >= parent->End() || end > reader->FileSize())
         return GStep::End;
     reader->Seek(end);
@@ -223,8 +223,7 @@ void GMkvElement::EndParentHere()
 void GMkvElement::FindRealEnd()
 {
     if (auto child = FirstChild()) {
-        while (child->StepOver() == GStep::Moved) {
-        }
+        while (child->StepOver() == GStep::Moved) {}
     }
     size.unknown = false;
 }
@@ -246,8 +245,8 @@ GMkvStep GMkvElement::SearchFor(GWanted wanted, std::uint64_t budget)
             const std::int64_t found = reader->Tell() - 4;
             reader->Seek(found);
             if (ReadHeader() == S_OK) {
-                reader->Damage().Add(damagePos, static_cast<std::uint64_t>(found - damagePos),
-                                     "an unreadable element header");
+                reader->Damage().Add("an unreadable element header", damagePos,
+                                     static_cast<std::uint64_t>(found - damagePos));
                 return GMkvStep::Moved;
             }
             headerPos = dataPos = damagePos;
@@ -268,7 +267,7 @@ void GMkvElement::ReportUnreadable() const
     // Neither a walk that reaches the end of the file nor a Cluster cut here, which is searched past later, loses anything.
     const std::int64_t end = std::min(parent->End(), reader->FileSize());
     if (headerPos < end)
-        reader->Damage().Add(headerPos, static_cast<std::uint64_t>(end - headerPos), "an unreadable element header");
+        reader->Damage().Add("an unreadable element header", headerPos, static_cast<std::uint64_t>(end - headerPos));
 }
 
 }  // namespace vex

@@ -32,8 +32,7 @@ std::int64_t MkvTime(std::int64_t ticks, std::uint64_t timecodeScale)
 {
     constexpr std::uint64_t kNsPerUnit = 100;
     const auto magnitude = MulDivU64(detail::Magnitude(ticks), timecodeScale, kNsPerUnit);
-    const auto time =
-        static_cast<std::int64_t>(std::min<std::uint64_t>(magnitude.value_or(kMaxMkvTime), kMaxMkvTime));
+    const auto time = static_cast<std::int64_t>(std::min<std::uint64_t>(magnitude.value_or(kMaxMkvTime), kMaxMkvTime));
     return ticks < 0 ? -time : time;
 }
 
@@ -115,7 +114,7 @@ GStatus GMkvFile::FindSegment()
     segment->seekIndex = &seekIndex;
     segmentDataPos = segment->dataPos;
     if (segment->End() > reader->FileSize())
-        reader->Damage().Add(segment->headerPos, 0, "the Segment runs past the end of the file");
+        reader->Damage().Add("the Segment runs past the end of the file", segment->headerPos);
     return {};
 }
 
@@ -233,7 +232,7 @@ std::optional<GMkvElement> GMkvFile::FromIndex(std::uint32_t id)
         return std::nullopt;
     GMkvElement element(&*segment);
     if (!element.Find(id, GMkvScan::No)) {
-        reader->Damage().Add(*position, 0, "an index entry points at something else");
+        reader->Damage().Add("an index entry points at something else", *position);
         return std::nullopt;
     }
     return element;

@@ -36,7 +36,7 @@ HRESULT ReadValue(const GMkvElement& element, Value& value)
 {
     const HRESULT result = ReadInto(element, value);
     if (result != S_OK)
-        element.reader->Damage().Add(element.headerPos, 0, result < 0 ? "an unreadable value" : "a value cut short");
+        element.reader->Damage().Add(result < 0 ? "an unreadable value" : "a value cut short", element.headerPos);
     return result;
 }
 
@@ -123,16 +123,11 @@ constexpr GField<GMkvTrack> kTrackFields[] = {
 };
 
 constexpr GField<GMkvVideo> kVideoFields[] = {
-    {kPixelWidth, &GMkvVideo::pixelWidth},
-    {kPixelHeight, &GMkvVideo::pixelHeight},
-    {kDisplayWidth, &GMkvVideo::displayWidth},
-    {kDisplayHeight, &GMkvVideo::displayHeight},
-    {kDisplayUnit, &GMkvVideo::displayUnit},
-    {kAspectRatioType, &GMkvVideo::aspectRatioType},
-    {kFlagInterlaced, &GMkvVideo::flagInterlaced},
-    {kStereoMode, &GMkvVideo::stereoMode},
-    {kColourSpace, &GMkvVideo::colourSpace},
-    {kGammaValue, &GMkvVideo::gammaValue},
+    {kPixelWidth, &GMkvVideo::pixelWidth},         {kPixelHeight, &GMkvVideo::pixelHeight},
+    {kDisplayWidth, &GMkvVideo::displayWidth},     {kDisplayHeight, &GMkvVideo::displayHeight},
+    {kDisplayUnit, &GMkvVideo::displayUnit},       {kAspectRatioType, &GMkvVideo::aspectRatioType},
+    {kFlagInterlaced, &GMkvVideo::flagInterlaced}, {kStereoMode, &GMkvVideo::stereoMode},
+    {kColourSpace, &GMkvVideo::colourSpace},       {kGammaValue, &GMkvVideo::gammaValue},
     {kFrameRate, &GMkvVideo::frameRate},
 };
 
@@ -257,7 +252,7 @@ private:
     HRESULT ParseAtomInto(GMkvElement& element, std::vector<GMkvChapterAtom>& atoms, int depth)
     {
         if (depth > kMaxNestingDepth) {
-            element.reader->Damage().Add(element.headerPos, element.size.value, "chapters nested too deep");
+            element.reader->Damage().Add("chapters nested too deep", element.headerPos, element.size.value);
             return S_OK;
         }
         if (!Take())

@@ -184,7 +184,7 @@ void GMkvReadHandler::DecodeFrames(const GMkvTrack& track, GMkvBlockPacket& pack
 {
     const auto decode = [&](GBuffer& data, std::size_t decodedBefore) {
         if (decodedBefore >= kMaxInflatedSize || !file.contentDecoder.Decode(track, GMkvContentEncoding::kFrames, data))
-            file.reader->Damage().Add(announced.payload.headerPos, 0, "a frame that cannot be decoded");
+            file.reader->Damage().Add("a frame that cannot be decoded", announced.payload.headerPos);
     };
     std::vector<std::uint32_t>& sizes = packet.block.frameSizes;
     if (sizes.size() == 1) {

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/trace.h"
-
 namespace vex {
 namespace {
 
@@ -13,25 +11,6 @@ namespace {
 constexpr std::uint64_t kMaxSourceRead = 1u << 30;
 
 }  // namespace
-
-void GMkvDamageLog::Add(std::int64_t position, std::uint64_t bytes, const char* what)
-{
-    const std::lock_guard held(lock);
-    if (places.contains(position))
-        return;
-    if (places.size() < kMaxPlaces)
-        places.insert(position);
-    Trace("Matroska: %s at %lld\n", what, static_cast<long long>(position));
-    if (report.count++ == 0)
-        report.first = std::string(what) + " at byte " + std::to_string(position);
-    report.bytes += bytes;
-}
-
-GDamageReport GMkvDamageLog::Report() const
-{
-    const std::lock_guard held(lock);
-    return report;
-}
 
 GMkvReader::GMkvReader(std::unique_ptr<GFileBase> openSource, std::uint32_t capacity)
     : source(std::move(openSource)), bufferCapacity(capacity)
@@ -85,8 +64,7 @@ std::uint32_t GMkvReader::CopyFromBuffer(std::uint8_t* destination, std::uint64_
     const std::int64_t offset = position - bufferStart;
     if (offset < 0 || offset >= bufferLength)
         return 0;
-    const auto copied =
-        static_cast<std::uint32_t>(std::min(count, static_cast<std::uint64_t>(bufferLength - offset)));
+    const auto copied = static_cast<std::uint32_t>(std::min(count, static_cast<std::uint64_t>(bufferLength - offset)));
     if (copied > 0)
         std::memcpy(destination, buffer.get() + offset, copied);
     position += copied;

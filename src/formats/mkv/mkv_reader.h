@@ -5,31 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <set>
-#include <string>
 
-#include "framework/media/read_handler.h"
+#include "framework/media/damage_log.h"
 #include "io/file_base.h"
 #include "platform/types.h"
 
 namespace vex {
-
-// What was found damaged, each place counted once however often it is read. Any thread.
-class GMkvDamageLog {
-public:
-    // `what` is static text; `position` and `bytes` are of the file, `bytes` 0 when nothing was passed over.
-    void Add(std::int64_t position, std::uint64_t bytes, const char* what);
-    GDamageReport Report() const;
-
-private:
-    // Places told apart. A file with more damage than that is counted on without looking for repeats.
-    static constexpr std::size_t kMaxPlaces = 4096;
-
-    mutable std::mutex lock;
-    std::set<std::int64_t> places;  // under the lock
-    GDamageReport report;           // under the lock
-};
 
 // One thread at a time, but for Damage(). Positions and sizes are in bytes from the start of the file.
 class GMkvReader {
@@ -63,8 +44,8 @@ public:
         return S_OK;
     }
 
-    GMkvDamageLog& Damage() { return damage; }
-    const GMkvDamageLog& Damage() const { return damage; }
+    GDamageLog& Damage() { return damage; }
+    const GDamageLog& Damage() const { return damage; }
 
 private:
     std::uint32_t CopyFromBuffer(std::uint8_t* destination, std::uint64_t count);
@@ -78,7 +59,7 @@ private:
     std::int64_t bufferStart = 0;  // file position of the first buffered byte
     std::int64_t bufferLength = 0;
     std::uint32_t bufferCapacity = 0;
-    GMkvDamageLog damage;
+    GDamageLog damage;
 };
 
 }  // namespace vex

@@ -17,16 +17,10 @@ constexpr std::size_t kSequenceHeaderOffset = offsetof(MPEG2VIDEOINFO, dwSequenc
 
 using GBytes = std::span<const std::uint8_t>;
 
-constexpr DWORD Code(const char (&text)[5])
-{
-    return MAKEFOURCC(text[0], text[1], text[2], text[3]);
-}
+constexpr DWORD Code(const char (&text)[5]) { return MAKEFOURCC(text[0], text[1], text[2], text[3]); }
 
 // Pixel sizes are unsigned in the file; what does not fit a bitmap header becomes 0.
-LONG PixelCount(const CUInt& value)
-{
-    return value.value <= INT32_MAX ? static_cast<LONG>(value.value) : 0;
-}
+LONG PixelCount(const CUInt& value) { return value.value <= INT32_MAX ? static_cast<LONG>(value.value) : 0; }
 
 BITMAPINFOHEADER BitmapOf(const GMkvTrack& track, DWORD compression)
 {
@@ -107,10 +101,7 @@ std::optional<CMediaType> VfwType(const GMkvTrack&, GBytes codecPrivate)
     return VideoInfoType(VfwSubtype(bitmap), bitmap, codecPrivate.subspan(sizeof bitmap));
 }
 
-std::optional<CMediaType> UncompressedType(const GMkvTrack&, GBytes)
-{
-    return VideoType(GUID_NULL);
-}
+std::optional<CMediaType> UncompressedType(const GMkvTrack&, GBytes) { return VideoType(GUID_NULL); }
 
 // The parameter sets of an AVCDecoderConfigurationRecord (ISO/IEC 14496-15), each behind its 16-bit length. Nothing when
 // a length runs past the record.
