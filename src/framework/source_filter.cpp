@@ -124,12 +124,10 @@ std::unique_ptr<CVexOutputPin> CVexFilter::MakePin(WString pinName, const GStrea
     return std::make_unique<CVexOutputPin>(this, std::move(pinName), stream);
 }
 
-// "what is wrong (at byte N)" in the calling thread's error object; a host without interest loses nothing.
+// In the calling thread's error object; a host without interest loses nothing.
 void CVexFilter::SetLoadError(const GError& error)
 {
-    WString text = WideFromUtf8(error.what);
-    if (error.filePos != 0)
-        text += WideFromUtf8(" (at byte " + std::to_string(error.filePos) + ")");
+    WString text = WideFromUtf8(Describe(error));
     GComPtr<ICreateErrorInfo> create;
     if (FAILED(CreateErrorInfo(create.Put())))
         return;

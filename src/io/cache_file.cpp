@@ -22,15 +22,9 @@ GCacheFile::GCacheFile(std::int64_t capacity) : cacheCapacity(std::clamp<std::in
         cacheCapacity = 0;
 }
 
-GCacheFile::~GCacheFile()
-{
-    GCacheFile::Close();
-}
+GCacheFile::~GCacheFile() { GCacheFile::Close(); }
 
-std::unique_ptr<GFileBase> GCacheFile::NewInstance() const
-{
-    return std::make_unique<GCacheFile>();
-}
+std::unique_ptr<GFileBase> GCacheFile::NewInstance() const { return std::make_unique<GCacheFile>(); }
 
 int GCacheFile::Open(const char* newPath)
 {

@@ -5,20 +5,11 @@
 
 namespace vex {
 
-std::unique_ptr<GFileBase> GFile::NewInstance() const
-{
-    return std::make_unique<GFile>();
-}
+std::unique_ptr<GFileBase> GFile::NewInstance() const { return std::make_unique<GFile>(); }
 
-int GFile::Open(const char* newPath)
-{
-    return OpenWith(&GOsFile::OpenForReading, newPath);
-}
+int GFile::Open(const char* newPath) { return OpenWith(&GOsFile::OpenForReading, newPath); }
 
-int GFile::Create(const char* newPath)
-{
-    return OpenWith(&GOsFile::CreateForWriting, newPath);
-}
+int GFile::Create(const char* newPath) { return OpenWith(&GOsFile::CreateForWriting, newPath); }
 
 int GFile::OpenWith(GOpener opener, const char* newPath)
 {
@@ -47,20 +38,11 @@ std::uint32_t GFile::Read(void* buffer, std::uint32_t count)
     return got > 0 ? static_cast<std::uint32_t>(std::min<std::int64_t>(got, count)) : 0;
 }
 
-std::int64_t GFile::Seek(std::int64_t offset)
-{
-    return IsOpen() ? OsSeek(offset) : -1;
-}
+std::int64_t GFile::Seek(std::int64_t offset) { return IsOpen() ? OsSeek(offset) : -1; }
 
-std::int64_t GFile::Tell()
-{
-    return IsOpen() ? filePointer : 0;
-}
+std::int64_t GFile::Tell() { return IsOpen() ? filePointer : 0; }
 
-std::int64_t GFile::GetSize()
-{
-    return IsOpen() ? std::max<std::int64_t>(OsSize(), 0) : 0;
-}
+std::int64_t GFile::GetSize() { return IsOpen() ? std::max<std::int64_t>(OsSize(), 0) : 0; }
 
 int GFile::Close()
 {
@@ -68,14 +50,18 @@ int GFile::Close()
     return 1;
 }
 
-std::string GFile::OpenError() const
+GError GFile::OpenError() const
 {
+    static_assert(kMaxPathLength == 259);
     switch (refusal) {
-    case GRefusal::NoPath: return "no path was given";
-    case GRefusal::PathTooLong: return "the path is longer than " + std::to_string(kMaxPathLength) + " bytes";
-    case GRefusal::None: break;
+    case GRefusal::NoPath:
+        return {GErrorKind::Io, "no path was given"};
+    case GRefusal::PathTooLong:
+        return {GErrorKind::Limit, "the path is longer than 259 bytes"};
+    case GRefusal::None:
+        break;
     }
-    return LastError() != 0 ? DescribeOsError(LastError()) : std::string();
+    return {GErrorKind::Io, "the file cannot be opened", 0, file.LastError()};
 }
 
 std::int64_t GFile::OsSeek(std::int64_t position)
@@ -94,10 +80,7 @@ std::int64_t GFile::OsRead(void* buffer, std::uint32_t count)
     return got;
 }
 
-std::int64_t GFile::OsSize()
-{
-    return file.Size();
-}
+std::int64_t GFile::OsSize() { return file.Size(); }
 
 void GFile::CloseFile()
 {

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
 
 #include "io/file_base.h"
 #include "platform/file.h"
@@ -33,10 +32,8 @@ public:
     // The path last opened, empty when closed.
     const char* Path() const { return path.data(); }
 
-    // Why the last Open or Create failed: the operating system's number, 0 when it did not or when the path was
-    // refused before the system was asked. OpenError says either in words, and nothing when there was no failure.
-    std::uint32_t LastError() const { return refusal == GRefusal::None ? file.LastError() : 0; }
-    std::string OpenError() const;
+    // With the operating system's number, unless the path was refused before the system was asked.
+    GError OpenError() const override;
 
 protected:
     // All that reaches the operating system once a file is open. A test overrides them to count or to fail.

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "io/result.h"
+
 namespace vex {
 
 // Used by one thread at a time; callers that have several serialise them. Positions and sizes are in bytes from the
@@ -41,6 +43,9 @@ public:
     // As Read, for a payload that is used once: what is not cached goes straight into the buffer in one system call,
     // however long it is.
     virtual std::uint32_t ReadBulk(void* buffer, std::uint32_t count) { return Read(buffer, count); }
+
+    // Why the last Open or Create failed. Says nothing of use after one that did not.
+    virtual GError OpenError() const { return {GErrorKind::Io, "the file cannot be opened"}; }
 
     // Opens for writing, emptying what is there: 1, or 0 with the source left closed.
     virtual int Create(const char* /*path*/) { return 0; }

@@ -5,6 +5,7 @@
 #include <cassert>
 #include <concepts>
 #include <cstdint>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -25,7 +26,11 @@ struct GError {
     GErrorKind kind = GErrorKind::Malformed;
     const char* what = "";      // static storage, English, no trailing stop
     std::uint64_t filePos = 0;  // absolute position in bytes of what is wrong
+    std::uint32_t osError = 0;  // the operating system's number for the cause of an Io error, 0 when it gave none
 };
+
+// For people: "what: what the system says (at byte N)", in UTF-8.
+std::string Describe(const GError& error);
 
 // Holds a T or a GError. T may be move-only, and need not be default-constructible.
 template <class T>

@@ -8,17 +8,8 @@ STDAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv)
     return vex::GetClassObject(vex::FilterTable(), rclsid, riid, ppv);
 }
 
-STDAPI DllCanUnloadNow()
-{
-    return vex::CanUnloadNow();
-}
+STDAPI DllCanUnloadNow() { return vex::CanUnloadNow(); }
 
-STDAPI DllRegisterServer()
-{
-    return vex::RegisterServer(vex::FilterTable(), true);
-}
+STDAPI DllRegisterServer() { return vex::RegisterServer(vex::FilterTable(), true); }
 
-STDAPI DllUnregisterServer()
-{
-    return vex::RegisterServer(vex::FilterTable(), false);
-}
+STDAPI DllUnregisterServer() { return vex::RegisterServer(vex::FilterTable(), false); }

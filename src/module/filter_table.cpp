@@ -44,10 +44,7 @@ constexpr std::array<CFactoryTemplate, 12> kFilters{{
 
 }  // namespace
 
-std::span<const CFactoryTemplate> FilterTable()
-{
-    return kFilters;
-}
+std::span<const CFactoryTemplate> FilterTable() { return kFilters; }
 
 CUnknown* RefuseFilter(IUnknown*, HRESULT* result)
 {

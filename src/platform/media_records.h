@@ -5,8 +5,10 @@
 
 #ifdef _WIN32
 
+// In this order: the second pair leans on the first without including it.
 #include <mmreg.h>
 #include <strmif.h>
+
 #include <amvideo.h>
 #include <dvdmedia.h>
 
@@ -22,8 +24,8 @@ struct AM_MEDIA_TYPE {
     ULONG lSampleSize;  // bytes
     GUID formattype;
     IUnknown* pUnk;
-    ULONG cbFormat;   // bytes at pbFormat
-    BYTE* pbFormat;   // task memory, owned by the record
+    ULONG cbFormat;  // bytes at pbFormat
+    BYTE* pbFormat;  // task memory, owned by the record
 };
 
 struct BITMAPINFOHEADER {

@@ -39,8 +39,7 @@ bool CAMEvent::Wait(DWORD timeoutMs)
             held.Wait(changed);
     } else if (!signalled && timeoutMs != 0) {
         const auto deadline = DeadlineAfter(timeoutMs);
-        while (!signalled && held.WaitUntil(changed, deadline)) {
-        }
+        while (!signalled && held.WaitUntil(changed, deadline)) {}
     }
     const bool passed = signalled;
     if (!manualReset)
@@ -48,10 +47,7 @@ bool CAMEvent::Wait(DWORD timeoutMs)
     return passed;
 }
 
-CAMThread::~CAMThread()
-{
-    Close();
-}
+CAMThread::~CAMThread() { Close(); }
 
 bool CAMThread::Create()
 {
@@ -92,10 +88,7 @@ void CAMThread::Close()
     changed.notify_all();
 }
 
-bool CAMThread::IsWorker() const
-{
-    return workerId.load(std::memory_order_relaxed) == ThisThreadId();
-}
+bool CAMThread::IsWorker() const { return workerId.load(std::memory_order_relaxed) == ThisThreadId(); }
 
 void CAMThread::Run()
 {
@@ -147,8 +140,7 @@ bool CAMThread::WaitRequest(DWORD timeoutMs)
         return true;
     }
     const auto deadline = DeadlineAfter(timeoutMs);
-    while (!pending && held.WaitUntil(changed, deadline)) {
-    }
+    while (!pending && held.WaitUntil(changed, deadline)) {}
     return pending;
 }
 

@@ -152,7 +152,7 @@ private:
     bool replied G_GUARDED_BY(lock) = false;
     bool ended G_GUARDED_BY(lock) = true;
     std::uint32_t closed G_GUARDED_BY(lock) = 0;  // threads that are gone, so that a closer knows its own
-    GNativeThread thread G_GUARDED_BY(lock);        // empty while a closer joins it
+    GNativeThread thread G_GUARDED_BY(lock);      // empty while a closer joins it
     std::atomic<bool> pending{false};             // written under `lock`
     std::atomic<bool> exists{false};              // written under `lock`
     std::atomic<GThreadId> workerId{};

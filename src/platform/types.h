@@ -96,25 +96,13 @@ using REFCLSID = const GUID&;
 inline constexpr GUID GUID_NULL{};
 inline constexpr CLSID CLSID_NULL{};
 
-constexpr bool IsEqualGUID(REFGUID a, REFGUID b)
-{
-    return a == b;
-}
+constexpr bool IsEqualGUID(REFGUID a, REFGUID b) { return a == b; }
 
-constexpr bool SUCCEEDED(HRESULT hr)
-{
-    return hr >= 0;
-}
-constexpr bool FAILED(HRESULT hr)
-{
-    return hr < 0;
-}
+constexpr bool SUCCEEDED(HRESULT hr) { return hr >= 0; }
+constexpr bool FAILED(HRESULT hr) { return hr < 0; }
 
 namespace vex::detail {
-constexpr HRESULT MakeResult(std::uint32_t bits)
-{
-    return static_cast<HRESULT>(bits);
-}
+constexpr HRESULT MakeResult(std::uint32_t bits) { return static_cast<HRESULT>(bits); }
 }  // namespace vex::detail
 
 inline constexpr HRESULT S_OK = 0;

@@ -65,6 +65,9 @@ void SeekAbout(GRig& rig, unsigned seed, int seeks, bool changeState)
     }
 }
 
+// How much arrives between two seeks is up to the machine, and may come to gigabytes.
+void ForgetBytes(GRig& rig) { rig.Sink(0).keepsBytes = rig.Sink(1).keepsBytes = false; }
+
 void PlayOut(GRig& rig)
 {
     // Whatever came before, the filter still plays from a place nobody has been to.
@@ -121,6 +124,7 @@ void CheckOrder(CRecordingSink& sink)
 TEST(Storm, AThousandSeeksFromOneThread)
 {
     GRig rig(Uneven(1'000'000));
+    ForgetBytes(rig);
     rig.ConnectAll();
     ASSERT_EQ(rig.Filter()->Run(0), S_OK);
     SeekAbout(rig, 1, 1000, false);
@@ -133,6 +137,7 @@ TEST(Storm, AThousandSeeksStopsAndRatesFromTwoThreads)
 {
     for (const GFilterRules* rules : {&kAviRules, &kMkvRules}) {
         GRig rig(Uneven(100'000), *rules);
+        ForgetBytes(rig);
         rig.ConnectAll();
         ASSERT_EQ(rig.Filter()->Run(0), S_OK);
         std::thread other([&] { SeekAbout(rig, 2, 500, true); });
@@ -148,6 +153,7 @@ TEST(Storm, SeeksWhileThePeerBlocksAndKeeps)
     for (const GSinkTrick trick : {GSinkTrick::BlockReceive, GSinkTrick::BlockEndOfStream, GSinkTrick::BlockNewSegment,
                                    GSinkTrick::KeepSamples, GSinkTrick::Refuse}) {
         GRig rig(Uneven(400'000));
+        ForgetBytes(rig);
         rig.Sink(0).Play(trick);
         rig.ConnectAll();
         ASSERT_EQ(rig.Filter()->Run(0), S_OK);

@@ -16,10 +16,7 @@ namespace {
 constexpr std::array<std::uint8_t, 16> kBytes{0x81, 0x92, 0xA3, 0xB4, 0xC5, 0xD6, 0xE7, 0xF8,
                                               0x89, 0x9A, 0xAB, 0xBC, 0xCD, 0xDE, 0xEF, 0xF0};
 
-GByteReader At(std::size_t offset)
-{
-    return GByteReader(std::span(kBytes).subspan(offset));
-}
+GByteReader At(std::size_t offset) { return GByteReader(std::span(kBytes).subspan(offset)); }
 
 TEST(ByteReader, EveryWidthReadsItsOwnByteOrderAndNoMore)
 {

@@ -148,9 +148,10 @@ TEST(MkvValues, DifferencesAreCentredOnZero)
     const struct {
         GEbmlBytes bytes;
         std::int64_t value;
-    } rows[] = {{{0xBF}, 0},          {{0x80}, -63},        {{0xFF}, 64},          {{0xC0}, 1},
-                {{0x5F, 0xFF}, 0},    {{0x40, 0x00}, -8191}, {{0x7F, 0xFF}, 8192},
-                {{1, 0, 0, 0, 0, 0, 0, 0}, -((std::int64_t{1} << 55) - 1)}};
+    } rows[] = {{{0xBF}, 0},          {{0x80}, -63},
+                {{0xFF}, 64},         {{0xC0}, 1},
+                {{0x5F, 0xFF}, 0},    {{0x40, 0x00}, -8191},
+                {{0x7F, 0xFF}, 8192}, {{1, 0, 0, 0, 0, 0, 0, 0}, -((std::int64_t{1} << 55) - 1)}};
     for (const auto& row : rows) {
         CSignedLength length;
         EXPECT_EQ(ReadBytes(length, row.bytes), S_OK);
@@ -307,8 +308,15 @@ TEST(MkvElement, OutsideASegmentAnUnreadableHeaderEndsTheWalk)
 TEST(MkvElement, ClustersAreSearchedForByTheirIdAlone)
 {
     const GEbmlBytes tracks = Element(kTracks, GEbmlBytes{});
-    const GEbmlBytes body = Join({Cluster(1, {}), VoidElement(4), {0x00}, tracks, {0x1F, 0x43, 0xB6, 0x75, 0x00},
-                                  GEbmlBytes(6000), Cluster(2, {}), tracks, Cluster(3, {})});
+    const GEbmlBytes body = Join({Cluster(1, {}),
+                                  VoidElement(4),
+                                  {0x00},
+                                  tracks,
+                                  {0x1F, 0x43, 0xB6, 0x75, 0x00},
+                                  GEbmlBytes(6000),
+                                  Cluster(2, {}),
+                                  tracks,
+                                  Cluster(3, {})});
     const auto reader = ReaderOver(Element(kSegment, body));
     GMkvElement root(*reader);
     auto segment = root.FirstChild();
@@ -352,8 +360,8 @@ TEST(MkvElement, SameKindStopsAtAnotherLevelOneElement)
 
 TEST(MkvElement, BlocksOfBothKindsAreWalkedTogether)
 {
-    const auto reader = ReaderOver(Element(
-        kSegment, Cluster(0, {SimpleBlock(1, 0, 0, {1}), VoidElement(3), BlockGroup(1, 1, {2}), SimpleBlock(1, 2, 0, {3})})));
+    const auto reader = ReaderOver(Element(kSegment, Cluster(0, {SimpleBlock(1, 0, 0, {1}), VoidElement(3),
+                                                                 BlockGroup(1, 1, {2}), SimpleBlock(1, 2, 0, {3})})));
     GMkvElement root(*reader);
     auto segment = root.FirstChild();
     ASSERT_TRUE(segment);
@@ -417,8 +425,7 @@ TEST(MkvElement, AClusterOfUnknownSizeReachesToTheEndOfTheFile)
 TEST(MkvElement, EveryClusterOfALiveRecordingIsFound)
 {
     const auto recorded = [](std::uint8_t time, const GEbmlBytes& behind) {
-        return UnknownSizeElement(kCluster,
-                                  Join({UIntElement(kTimecode, time), SimpleBlock(1, 0, 0, {time}), behind}));
+        return UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, time), SimpleBlock(1, 0, 0, {time}), behind}));
     };
     for (const bool walkBlocks : {true, false}) {
         for (const GEbmlBytes& behind : {GEbmlBytes{}, GEbmlBytes{0x00, 0x12, 0x34}, VoidElement(300)}) {

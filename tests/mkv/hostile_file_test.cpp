@@ -14,18 +14,22 @@ using namespace mkv_id;
 // One of everything that is read, in a file short enough to damage every byte of.
 GEbmlBytes SmallFile()
 {
-    const GEbmlBytes encodings = Element(kContentEncodings, {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0)})});
-    const GEbmlBytes atom = Element(kChapterAtom, {UIntElement(kChapterTimeStart, 1), Element(kChapterDisplay, {TextElement(kChapString, "a")})});
+    const GEbmlBytes encodings =
+        Element(kContentEncodings, {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0)})});
+    const GEbmlBytes atom = Element(
+        kChapterAtom, {UIntElement(kChapterTimeStart, 1), Element(kChapterDisplay, {TextElement(kChapString, "a")})});
     return GMkvBuilder()
         .AddSeekHead({kTracks, kCues, kChapters})
-        .AddInfo(Join({FloatElement(kDuration, 100), UIntElement(kTimecodeScale, 1'000'000), Element(kDateUtc, BigEndian(9, 8))}))
+        .AddInfo(Join(
+            {FloatElement(kDuration, 100), UIntElement(kTimecodeScale, 1'000'000), Element(kDateUtc, BigEndian(9, 8))}))
         .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Element(kVideo, {UIntElement(kPixelWidth, 16)}), encodings})),
                     TrackEntry(2, 2, "A_AC3", Element(kAudio, {FloatElement(kSamplingFrequency, 48'000)}))})
         .Add(Cluster(0, {SimpleBlock(1, 0, kKeyFlag, {1}), BlockGroup(2, 3, {2, 3})}))
         .Add(UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, 9), SimpleBlock(1, 0, 0, {4})})))
         .AddCues({{0, 1, 0}, {9, 1, 1}})
         .Add(Element(kChapters, {Element(kEditionEntry, {atom})}))
-        .Add(Element(kAttachments, {Element(kAttachedFile, {TextElement(kFileName, "f"), Element(kFileData, GEbmlBytes(4))})}))
+        .Add(Element(kAttachments,
+                     {Element(kAttachedFile, {TextElement(kFileName, "f"), Element(kFileData, GEbmlBytes(4))})}))
         .Build();
 }
 
@@ -83,7 +87,8 @@ TEST(MkvHostile, EveryPrefixOpensOrIsRefused)
     std::size_t mostBlocks = 0;
     for (std::size_t size = 0; size < whole.size(); ++size) {
         GMkvFile file;
-        const bool opened = file.Open(OpenInMemory({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)})).Ok();
+        const bool opened =
+            file.Open(OpenInMemory({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)})).Ok();
         EXPECT_EQ(opened, size >= SegmentDataPos()) << size;
         if (!opened)
             continue;
@@ -126,7 +131,8 @@ TEST(MkvHostile, SizesThatLieNearTheTopOfTheirRangeAreHeldAgainstTheFile)
 {
     for (const std::uint64_t claimed : {(std::uint64_t{1} << 56) - 2, std::uint64_t{1} << 55, std::uint64_t{1} << 32,
                                         std::uint64_t{0xFFFFFFFF}, std::uint64_t{1000}}) {
-        const GEbmlBytes entry = Element(kTrackEntry, {UIntElement(kTrackNumber, 1), LyingElement(kCodecPrivate, claimed, {1, 2, 3})});
+        const GEbmlBytes entry =
+            Element(kTrackEntry, {UIntElement(kTrackNumber, 1), LyingElement(kCodecPrivate, claimed, {1, 2, 3})});
         const GEbmlBytes attached = Element(kAttachedFile, {LyingElement(kFileData, claimed, {1, 2})});
         GMkvFile file;
         ASSERT_TRUE(file.Open(OpenInMemory(GMkvBuilder()
@@ -153,7 +159,8 @@ TEST(MkvHostile, ManyTracksThatAllClaimTheRestOfTheFileCostNoMoreThanTheFile)
     for (int i = 0; i < 500; ++i)
         entries = Join({entries, Element(kTrackEntry, LyingElement(kCodecPrivate, 1 << 20, {}))});
     GMkvFile file;
-    ASSERT_TRUE(file.Open(OpenInMemory(GMkvBuilder().Add(Element(kTracks, entries)).Add(VoidElement(1 << 20)).Build())).Ok());
+    ASSERT_TRUE(
+        file.Open(OpenInMemory(GMkvBuilder().Add(Element(kTracks, entries)).Add(VoidElement(1 << 20)).Build())).Ok());
     EXPECT_EQ(file.tracks.size(), 500u);
     for (const GMkvTrack& track : file.tracks)
         EXPECT_TRUE(track.codecPrivate.empty());
@@ -165,7 +172,8 @@ TEST(MkvHostile, ChaptersNestOnlySoDeep)
     for (int i = 0; i < 10'000; ++i)
         atom = Join({EbmlId(kChapterAtom), EbmlSize(atom.size(), 4), atom});
     GMkvFile file;
-    ASSERT_TRUE(file.Open(OpenInMemory(GMkvBuilder().Add(Element(kChapters, {Element(kEditionEntry, atom)})).Build())).Ok());
+    ASSERT_TRUE(
+        file.Open(OpenInMemory(GMkvBuilder().Add(Element(kChapters, {Element(kEditionEntry, atom)})).Build())).Ok());
     ASSERT_EQ(file.chapters.size(), 1u);
     int depth = 0;
     for (const auto* atoms = &file.chapters[0].atoms; !atoms->empty(); atoms = &atoms->at(0).atoms)
@@ -187,7 +195,9 @@ TEST(MkvHostile, AMillionTinyElementsOfAnyKindAreWalkedOnceAndKeptUpToALimit)
 {
     constexpr std::size_t kMany = 1'000'000;
     const auto open = [](GMkvFile& file, const GEbmlBytes& child) {
-        ASSERT_TRUE(file.Open(OpenInMemory(GMkvBuilder().Add(child).Add(Cluster(0, {SimpleBlock(1, 0, 0, {1})})).Build())).Ok());
+        ASSERT_TRUE(
+            file.Open(OpenInMemory(GMkvBuilder().Add(child).Add(Cluster(0, {SimpleBlock(1, 0, 0, {1})})).Build()))
+                .Ok());
         EXPECT_TRUE(file.cluster);
     };
     GMkvFile file;
@@ -206,7 +216,9 @@ TEST(MkvHostile, AMillionTinyElementsOfAnyKindAreWalkedOnceAndKeptUpToALimit)
     open(file, Element(kSeekHead, Repeat(GMkvBuilder::SeekEntry(kVoid, 0), kMany / 10)));
     EXPECT_EQ(file.seekHeads.at(0).entries.size(), kMaxMkvSeekEntries);
     open(file, Repeat(VoidElement(0), kMany));
-    open(file, Element(kTracks, {Element(kTrackEntry, {Element(kContentEncodings, Repeat(Element(kContentEncoding, GEbmlBytes{}), kMany))})}));
+    open(file,
+         Element(kTracks, {Element(kTrackEntry, {Element(kContentEncodings,
+                                                         Repeat(Element(kContentEncoding, GEbmlBytes{}), kMany))})}));
     EXPECT_EQ(file.tracks.at(0).contentEncodings.size(), kMaxMkvEncodings);
 
     GSourceWatch watch;

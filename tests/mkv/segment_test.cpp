@@ -19,11 +19,12 @@ const GEbmlBytes kTwoFrames = Join({SimpleBlock(1, 0, kKeyFlag, {1, 2}), SimpleB
 
 GEbmlBytes Chapters(std::string_view title)
 {
-    return Element(kChapters,
-                   {Element(kEditionEntry, {Element(kChapterAtom, {UIntElement(kChapterTimeStart, 5'000'000'000),
-                                                                   Element(kChapterDisplay, {TextElement(kChapString, title),
-                                                                                             TextElement(kChapLanguage, "eng")}),
-                                                                   Element(kChapterAtom, {UIntElement(kChapterUid, 7)})})})});
+    return Element(
+        kChapters,
+        {Element(kEditionEntry, {Element(kChapterAtom, {UIntElement(kChapterTimeStart, 5'000'000'000),
+                                                        Element(kChapterDisplay, {TextElement(kChapString, title),
+                                                                                  TextElement(kChapLanguage, "eng")}),
+                                                        Element(kChapterAtom, {UIntElement(kChapterUid, 7)})})})});
 }
 
 GEbmlBytes Attachment(std::string_view name, std::size_t size)
@@ -104,8 +105,11 @@ TEST(MkvFile, ThreeHeadElementsEndTheWalk)
 {
     // The Cues stand where the walk would meet them, but no SeekHead lists them.
     GMkvBuilder unlisted;
-    unlisted.AddSeekHead({kInfo}).AddInfo().AddTracks({TrackEntry(1, 1, "V_VP8")}).AddCues({{0, 1, 0}}).Add(
-        Cluster(0, {kTwoFrames}));
+    unlisted.AddSeekHead({kInfo})
+        .AddInfo()
+        .AddTracks({TrackEntry(1, 1, "V_VP8")})
+        .AddCues({{0, 1, 0}})
+        .Add(Cluster(0, {kTwoFrames}));
     GMkvFile file;
     OpenBytes(file, unlisted.Build());
     EXPECT_TRUE(file.cues.empty());
@@ -130,8 +134,9 @@ TEST(MkvFile, ASecondSeekHeadIsFollowedOnceForWhatTheFirstDoesNotList)
     builder.Build();
     const std::uint64_t cuesPos = builder.PositionOf(kCues, 0);
     const std::uint64_t secondCluster = builder.PositionOf(kCluster, 1);
-    const GEbmlBytes end = Element(kSeekHead, {GMkvBuilder::SeekEntry(kCluster, secondCluster),
-                                               GMkvBuilder::SeekEntry(kSeekHead, 0), GMkvBuilder::SeekEntry(kCues, cuesPos)});
+    const GEbmlBytes end =
+        Element(kSeekHead, {GMkvBuilder::SeekEntry(kCluster, secondCluster), GMkvBuilder::SeekEntry(kSeekHead, 0),
+                            GMkvBuilder::SeekEntry(kCues, cuesPos)});
     builder.Add(end);
     const GEbmlBytes before = builder.Build();
 
@@ -174,8 +179,8 @@ TEST(MkvFile, AnIndexThatLiesCostsNothingThatAWalkFinds)
             entries = Join({entries, GMkvBuilder::SeekEntry(id, position)});
         return entries;
     };
-    for (const std::uint64_t position : {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{1} << 40,
-                                         std::numeric_limits<std::uint64_t>::max() - 3})
+    for (const std::uint64_t position :
+         {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{1} << 40, std::numeric_limits<std::uint64_t>::max() - 3})
         EXPECT_TRUE(load(everyId(position))->cues.empty());
     // Entries without a position, with an ID of nine bytes, and an empty one.
     load(Join({Element(kSeek, {Element(kSeekId, EbmlId(kCues))}),
@@ -187,7 +192,8 @@ TEST(MkvFile, TheFirstSegmentIsTheFile)
 {
     const GEbmlBytes first =
         GMkvBuilder().AddInfo().AddTracks({TrackEntry(1, 1, "V_VP8")}).Add(Cluster(0, {kTwoFrames})).Build();
-    const GEbmlBytes second = GMkvBuilder().AddInfo(UIntElement(kTimecodeScale, 5)).AddTracks({TrackEntry(2, 2, "A_AC3")}).Build();
+    const GEbmlBytes second =
+        GMkvBuilder().AddInfo(UIntElement(kTimecodeScale, 5)).AddTracks({TrackEntry(2, 2, "A_AC3")}).Build();
     GMkvFile file;
     OpenBytes(file, Join({first, second}));
     EXPECT_EQ(file.tracks.size(), 1u);
@@ -201,8 +207,8 @@ TEST(MkvFile, WhatIsNoMatroskaFileIsRefusedAndLeavesNothingOpen)
     OpenBytes(file, GMkvBuilder().AddInfo().Build());
     EXPECT_EQ(file.Open("/nonexistent/file.mkv").Error().kind, GErrorKind::Io);
     EXPECT_FALSE(file.IsOpen());
-    const GEbmlBytes bad[] = {{}, {0x1A, 0x45, 0xDF}, {0x1A, 0x45, 0xDF, 0xA4, 0x80}, EbmlHeader(),
-                              Join({{0}, GMkvBuilder().Build()})};
+    const GEbmlBytes bad[] = {
+        {}, {0x1A, 0x45, 0xDF}, {0x1A, 0x45, 0xDF, 0xA4, 0x80}, EbmlHeader(), Join({{0}, GMkvBuilder().Build()})};
     for (const GEbmlBytes& bytes : bad) {
         EXPECT_EQ(file.Open(OpenInMemory(bytes)).Error().kind, GErrorKind::Malformed);
         EXPECT_FALSE(file.IsOpen());
@@ -210,25 +216,31 @@ TEST(MkvFile, WhatIsNoMatroskaFileIsRefusedAndLeavesNothingOpen)
     }
     GSourceWatch watch;
     watch.failFrom = 0;
-    EXPECT_EQ(file.Open(std::make_unique<GWatchedSource>(OpenInMemory(EbmlHeader()), watch)).Error().kind, GErrorKind::Io);
+    EXPECT_EQ(file.Open(std::make_unique<GWatchedSource>(OpenInMemory(EbmlHeader()), watch)).Error().kind,
+              GErrorKind::Io);
 }
 
 TEST(MkvFile, TrackRecordsKeepEveryValueAndItsDefault)
 {
-    const GEbmlBytes video = Element(kVideo, {UIntElement(kPixelWidth, 1920), UIntElement(kPixelHeight, 1080),
-                                              FloatElement(kFrameRate, 25.0)});
-    const GEbmlBytes badAudio = Element(kAudio, {Element(kSamplingFrequency, GEbmlBytes(10)), UIntElement(kChannels, 6)});
+    const GEbmlBytes video = Element(
+        kVideo, {UIntElement(kPixelWidth, 1920), UIntElement(kPixelHeight, 1080), FloatElement(kFrameRate, 25.0)});
+    const GEbmlBytes badAudio =
+        Element(kAudio, {Element(kSamplingFrequency, GEbmlBytes(10)), UIntElement(kChannels, 6)});
     const GEbmlBytes encodings = Element(
         kContentEncodings,
-        {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 1), Element(kContentCompression, {UIntElement(kContentCompAlgo, 3)})}),
+        {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 1),
+                                    Element(kContentCompression, {UIntElement(kContentCompAlgo, 3)})}),
          Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 4), UIntElement(kContentEncodingScope, 3)}),
          Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0), UIntElement(kContentEncodingType, 1)})});
     GMkvFile file;
-    OpenBytes(file, GMkvBuilder()
-                        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({video, UIntElement(kDefaultDurationSwapped, 40'000'000), encodings})),
-                                    TrackEntry(2, 2, std::string_view("A_\0C3", 5), Join({badAudio, TextElement(kName, "Ton")})),
-                                    TrackEntry(3, 2, "A_AC3")})
-                        .Build());
+    OpenBytes(
+        file,
+        GMkvBuilder()
+            .AddTracks(
+                {TrackEntry(1, 1, "V_VP8", Join({video, UIntElement(kDefaultDurationSwapped, 40'000'000), encodings})),
+                 TrackEntry(2, 2, std::string_view("A_\0C3", 5), Join({badAudio, TextElement(kName, "Ton")})),
+                 TrackEntry(3, 2, "A_AC3")})
+            .Build());
     ASSERT_EQ(file.tracks.size(), 3u);
     const GMkvTrack& first = file.tracks[0];
     EXPECT_EQ(first.video.pixelWidth.value, 1920u);
@@ -262,7 +274,8 @@ TEST(MkvFile, TrackRecordsKeepEveryValueAndItsDefault)
 TEST(MkvFile, TimesStaySaneWhateverTheScaleSays)
 {
     const auto load = [](GMkvFile& file, const GEbmlBytes& info) {
-        OpenBytes(file, GMkvBuilder().AddInfo(info).AddTracks({TrackEntry(1, 1, "V_VP8")}).Add(Cluster(10, {})).Build());
+        OpenBytes(file,
+                  GMkvBuilder().AddInfo(info).AddTracks({TrackEntry(1, 1, "V_VP8")}).Add(Cluster(10, {})).Build());
     };
     GMkvFile file;
     load(file, {});
@@ -273,14 +286,16 @@ TEST(MkvFile, TimesStaySaneWhateverTheScaleSays)
     load(file, UIntElement(kTimecodeScale, 333));
     EXPECT_EQ(file.firstClusterTime, 33) << "cut towards zero";
     EXPECT_EQ(file.ToTime(-10), -33);
-    load(file, Join({UIntElement(kTimecodeScale, std::numeric_limits<std::uint64_t>::max()), FloatElement(kDuration, 1e300)}));
+    load(file, Join({UIntElement(kTimecodeScale, std::numeric_limits<std::uint64_t>::max()),
+                     FloatElement(kDuration, 1e300)}));
     EXPECT_EQ(file.duration, kMaxMkvTime);
     EXPECT_EQ(file.firstClusterTime, kMaxMkvTime);
     EXPECT_EQ(file.ToTime(-kMaxMkvTicks), -kMaxMkvTime);
     EXPECT_EQ(file.ToTime(0), 0);
 
-    for (const double bad : {-1.0, 0.0, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
-                             -std::numeric_limits<double>::infinity(), 5e-324}) {
+    for (const double bad :
+         {-1.0, 0.0, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+          -std::numeric_limits<double>::infinity(), 5e-324}) {
         load(file, FloatElement(kDuration, bad));
         EXPECT_EQ(file.duration, 0) << bad;
     }

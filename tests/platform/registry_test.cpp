@@ -60,9 +60,12 @@ TEST_F(Registry, AnythingThatWouldBeTheRootIsRefused)
 
 TEST_F(Registry, ValuesComeBackAsTheyWere)
 {
-    const WString odd[] = {
-        WString(), VEX_W("\"quoted\" \\ back\\\\slash"), VEX_W("two\r\nlines\t[\"key\"]\n@=\"x\""),
-        VEX_W("\u65E5\u672C \U0001F600 \u00E9"), WString(1, static_cast<WCHAR>(0xD800)) + VEX_W("z"), WString(5'000, 'x')};
+    const WString odd[] = {WString(),
+                           VEX_W("\"quoted\" \\ back\\\\slash"),
+                           VEX_W("two\r\nlines\t[\"key\"]\n@=\"x\""),
+                           VEX_W("\u65E5\u672C \U0001F600 \u00E9"),
+                           WString(1, static_cast<WCHAR>(0xD800)) + VEX_W("z"),
+                           WString(5'000, 'x')};
     for (const WString& text : odd) {
         EXPECT_EQ(GClassesRoot::SetString(kKey, VEX_W("odd \"na\\me\""), text), S_OK);
         EXPECT_EQ(GClassesRoot::SetString(kKey, {}, text), S_OK);

@@ -13,15 +13,9 @@ namespace {
 
 using namespace std::string_view_literals;
 
-WString Wide(std::u16string_view text)
-{
-    return {text.begin(), text.end()};
-}
+WString Wide(std::u16string_view text) { return {text.begin(), text.end()}; }
 
-std::u16string Units(const WString& text)
-{
-    return {text.begin(), text.end()};
-}
+std::u16string Units(const WString& text) { return {text.begin(), text.end()}; }
 
 struct GMalformed {
     const char* fault;
@@ -84,7 +78,8 @@ TEST(TextRoundTrip, EveryCharacterComesBack)
 TEST(TextRoundTrip, AnsiSaysExactlyWhetherItLostSomething)
 {
     // The middle ones have look-alikes in most code pages, which would be silently taken for them.
-    const std::u16string_view texts[] = {u"plain"sv, u"caf\u00E9"sv, u"\u0100lpha"sv, u"\u2215slash"sv, u"\u65E5\u672C"sv};
+    const std::u16string_view texts[] = {u"plain"sv, u"caf\u00E9"sv, u"\u0100lpha"sv, u"\u2215slash"sv,
+                                         u"\u65E5\u672C"sv};
     for (const std::u16string_view text : texts) {
         bool lossy = true;
         const std::string ansi = AnsiFromWide(Wide(text), &lossy);
@@ -98,9 +93,9 @@ TEST(TextRoundTrip, AnsiSaysExactlyWhetherItLostSomething)
 TEST(TextPaths, AFileOfAnyNameIsOpenedAndNoOtherInItsPlace)
 {
     const GTempDirectory directory;
-    const std::u16string_view names[] = {u"plain"sv,         u"caf\u00E9"sv,       u"A"sv,     u"\u0100"sv,
-                                         u"\u65E5\u672C"sv,  u"\uFEFFmark"sv,      u"mark"sv,  u"\xD83D\xDE00"sv,
-                                         u"\u00EF\u00BB\u00BFx"sv, u"x"sv};
+    const std::u16string_view names[] = {
+        u"plain"sv,        u"caf\u00E9"sv,           u"A"sv, u"\u0100"sv, u"\u65E5\u672C"sv, u"\uFEFFmark"sv, u"mark"sv,
+        u"\xD83D\xDE00"sv, u"\u00EF\u00BB\u00BFx"sv, u"x"sv};
     for (const std::u16string_view name : names) {
         const auto path = directory.Path() / std::filesystem::path(name);
         std::ofstream(path) << Utf8FromWide(Wide(name));

@@ -123,7 +123,7 @@ inline GEbmlBytes TrackEntry(std::uint64_t number, std::uint64_t type, std::stri
 class GMkvBuilder {
 public:
     struct GCue {
-        std::uint64_t time;   // ticks
+        std::uint64_t time;  // ticks
         std::uint64_t track;
         std::size_t cluster;  // 0: the first Cluster
     };
@@ -164,16 +164,15 @@ public:
     // A position relative to the Segment's data, stored in eight bytes whatever its value.
     static GEbmlBytes SeekEntry(std::uint32_t id, std::uint64_t position)
     {
-        return Element(mkv_id::kSeek, {Element(mkv_id::kSeekId, EbmlId(id)),
-                                       UIntElement(mkv_id::kSeekPosition, position, 8)});
+        return Element(mkv_id::kSeek,
+                       {Element(mkv_id::kSeekId, EbmlId(id)), UIntElement(mkv_id::kSeekPosition, position, 8)});
     }
     static GEbmlBytes CuePoint(const GCue& cue, std::uint64_t position)
     {
         return Element(mkv_id::kCuePoint,
                        {UIntElement(mkv_id::kCueTime, cue.time),
-                        Element(mkv_id::kCueTrackPositions,
-                                {UIntElement(mkv_id::kCueTrack, cue.track),
-                                 UIntElement(mkv_id::kCueClusterPosition, position, 8)})});
+                        Element(mkv_id::kCueTrackPositions, {UIntElement(mkv_id::kCueTrack, cue.track),
+                                                             UIntElement(mkv_id::kCueClusterPosition, position, 8)})});
     }
 
     GEbmlBytes Build(GSegmentSize segmentSize = GSegmentSize::Known)

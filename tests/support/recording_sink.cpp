@@ -40,12 +40,13 @@ private:
     std::size_t next = 0;
 };
 
-GRecordedSample Describe(IMediaSample& sample)
+GRecordedSample Describe(IMediaSample& sample, bool withBytes)
 {
     GRecordedSample seen;
     BYTE* bytes = nullptr;
     sample.GetPointer(&bytes);
-    seen.bytes.assign(bytes, bytes + sample.GetActualDataLength());
+    if (withBytes)
+        seen.bytes.assign(bytes, bytes + sample.GetActualDataLength());
     const HRESULT timed = sample.GetTime(&seen.start, &seen.stop);
     if (FAILED(timed))
         seen.start = seen.stop = kNoTime;
@@ -306,7 +307,7 @@ HRESULT CRecordingSink::Receive(IMediaSample* pSample)
     if (onReceive)
         if (const HRESULT answer = onReceive(pSample); answer != S_OK)
             return answer;
-    GRecordedEvent event{.kind = GRecordedEvent::Kind::Sample, .sample = Describe(*pSample)};
+    GRecordedEvent event{.kind = GRecordedEvent::Kind::Sample, .sample = Describe(*pSample, keepsBytes)};
     GComPtr<IPin> lost;
     std::unique_lock held(lock);
     BlockIf(GSinkTrick::BlockReceive, held);

@@ -58,6 +58,7 @@ public:
 
     // To be set before the source runs. Called on the streaming thread with no lock held.
     std::function<HRESULT(IMediaSample*)> onReceive;
+    bool keepsBytes = true;  // of the samples it records
     std::function<void()> onNewSegment;
     std::function<void()> onEndOfStream;
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include <unistd.h>
+
 namespace vex::test {
 
 // Far beyond what anything takes, also under a sanitizer on a busy machine: only a hang meets it.
@@ -38,6 +40,10 @@ private:
         if (changed.wait_for(held, kHangBound, [this] { return done; }))
             return;
         std::fprintf(stderr, "hangs: %s\n", watched.c_str());
+        // Where every thread stands, when there is a debugger to say so: a rare hang may not come back.
+        const std::string command = "gdb -p " + std::to_string(::getpid()) + " -batch -ex 'thread apply all bt' >&2";
+        if (std::system(command.c_str()) != 0)
+            std::fputs("(no stacks: there is no gdb here, or it may not look)\n", stderr);
         std::abort();
     }
 

@@ -52,9 +52,10 @@ void RequireSame(const GTestGraph& graph, const GPinSamples& whole, const char* 
         if (was == whole[pin].end() && is == now.end())
             continue;
         throw GTestFailure(Where(graph, pin, situation) + std::to_string(now.size()) + " samples instead of " +
-            std::to_string(whole[pin].size()) + ", first difference at " + std::to_string(is - now.begin()) +
-            (was != whole[pin].end() ? "\n  was " + ToJson(pin, *was) : "") +
-            (is != now.end() ? "\n  is  " + ToJson(pin, *is) : ""));
+                           std::to_string(whole[pin].size()) + ", first difference at " +
+                           std::to_string(is - now.begin()) +
+                           (was != whole[pin].end() ? "\n  was " + ToJson(pin, *was) : "") +
+                           (is != now.end() ? "\n  is  " + ToJson(pin, *is) : ""));
     }
 }
 
@@ -65,20 +66,22 @@ struct GLanding {
     bool operator==(const GLanding&) const = default;
 };
 
-void RequireSameLanding(const std::vector<GLanding>& expected, const std::vector<GLanding>& reached, const char* situation)
+void RequireSameLanding(const std::vector<GLanding>& expected, const std::vector<GLanding>& reached,
+                        const char* situation)
 {
     if (expected == reached)
         return;
     std::string text = std::string("a seek lands elsewhere when the graph is ") + situation + ':';
     for (std::size_t pin = 0; pin < expected.size(); ++pin)
         text += " sample " + std::to_string(reached[pin].index) + " at " + std::to_string(reached[pin].base) +
-            ", not sample " + std::to_string(expected[pin].index) + " at " + std::to_string(expected[pin].base) + ';';
+                ", not sample " + std::to_string(expected[pin].index) + " at " + std::to_string(expected[pin].base) +
+                ';';
     throw GTestFailure(text);
 }
 
 // What follows a seek must be the end of what the whole file gave: the same payloads, the times moved by one base.
 GLanding RequireTail(const GTestGraph& graph, std::size_t pin, const std::vector<GSampleRecord>& whole,
-    const char* situation)
+                     const char* situation)
 {
     const auto& log = *graph.Logs()[pin];
     const auto tail = log.LastSegment();
@@ -93,14 +96,14 @@ GLanding RequireTail(const GTestGraph& graph, std::size_t pin, const std::vector
         const auto& before = whole[first + i];
         const auto& after = tail[i];
         const bool same = before.md5 == after.md5 && before.size == after.size && before.start && after.start &&
-            *before.start - base == *after.start && before.stop.has_value() == after.stop.has_value() &&
-            (!before.stop || *before.stop - base == *after.stop) && (i == 0 || before.sync == after.sync);
+                          *before.start - base == *after.start && before.stop.has_value() == after.stop.has_value() &&
+                          (!before.stop || *before.stop - base == *after.stop) && (i == 0 || before.sync == after.sync);
         Require(same, where + "sample " + std::to_string(i) + " differs\n  was " + ToJson(pin, before) + "\n  is  " +
-                ToJson(pin, after));
+                          ToJson(pin, after));
     }
     if (const auto segment = log.SegmentStart())
         Require(*segment == base, where + "the new segment starts at " + std::to_string(*segment) +
-                ", the samples at " + std::to_string(base));
+                                      ", the samples at " + std::to_string(base));
     return {first, base};
 }
 
@@ -219,7 +222,8 @@ void Round(const GSubject& subject, GPinSamples& whole)
         PlayFromTheStart(graph, whole, "first run");
         const LONGLONG middle = duration / 2;
         const auto landings = SeekStopped(graph, whole, middle);
-        Require(landings.front().base > 0 && landings.front().base <= middle, "the seek did not land before its target");
+        Require(landings.front().base > 0 && landings.front().base <= middle,
+                "the seek did not land before its target");
         RequireSameLanding(landings, SeekPaused(graph, whole, middle), "paused");
         graph.SeekTo(0);
         PlayFromTheStart(graph, whole, "run again from 0");
@@ -256,7 +260,7 @@ unsigned long HandlesKeptPerGraph()
     const auto build = [] {
         GComPtr<IUnknown> empty;
         Check(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, empty.PutVoid()),
-            "the system has no filter graph");
+              "the system has no filter graph");
     };
     build();
     const GResources before = SettledResources({});
@@ -280,7 +284,8 @@ int Repeat(int count, Work&& work)
         work();
         limit.handles += round > kSettledRound ? keptPerGraph : 0;
         const GResources now = round < kSettledRound ? CountResources() : SettledResources(limit);
-        std::fprintf(stderr, "round %d: %s (the system keeps %lu per graph)\n", round, now.Text().c_str(), keptPerGraph);
+        std::fprintf(stderr, "round %d: %s (the system keeps %lu per graph)\n", round, now.Text().c_str(),
+                     keptPerGraph);
         if (round == kSettledRound)
             limit = now;
         else if (round > kSettledRound)
@@ -371,7 +376,4 @@ int Body(std::span<wchar_t*> arguments)
 
 }  // namespace vex::wintest
 
-int wmain(int argc, wchar_t** argv)
-{
-    return vex::wintest::RunProgram(vex::wintest::Body, argc, argv);
-}
+int wmain(int argc, wchar_t** argv) { return vex::wintest::RunProgram(vex::wintest::Body, argc, argv); }

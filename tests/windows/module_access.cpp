@@ -22,7 +22,7 @@ GModuleAccess::GModuleAccess(const std::wstring& pathOrRegistered)
         return;
     module = LoadLibraryExW(pathOrRegistered.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     Require(module != nullptr,
-        Utf8(pathOrRegistered) + " cannot be loaded: system error " + std::to_string(GetLastError()));
+            Utf8(pathOrRegistered) + " cannot be loaded: system error " + std::to_string(GetLastError()));
 }
 
 GModuleAccess::~GModuleAccess()
@@ -49,10 +49,7 @@ HRESULT GModuleAccess::Create(REFCLSID clsid, REFIID iid, void** out) const
     return factory->CreateInstance(nullptr, iid, out);
 }
 
-HRESULT GModuleAccess::CanUnloadNow() const
-{
-    return Export<decltype(DllCanUnloadNow)>(Module(), "DllCanUnloadNow")();
-}
+HRESULT GModuleAccess::CanUnloadNow() const { return Export<decltype(DllCanUnloadNow)>(Module(), "DllCanUnloadNow")(); }
 
 std::wstring GModuleAccess::LoadedPath() const
 {

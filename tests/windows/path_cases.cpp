@@ -29,21 +29,18 @@ struct GHandle {
 };
 
 // The form that the system takes at any length.
-std::wstring Long(const std::wstring& path)
-{
-    return L"\\\\?\\" + path;
-}
+std::wstring Long(const std::wstring& path) { return L"\\\\?\\" + path; }
 
 void Copy(const std::wstring& from, const std::wstring& to)
 {
     Require(CopyFileW(Long(from).c_str(), Long(to).c_str(), FALSE) != 0,
-        "copying to " + Utf8(to) + " fails with system error " + std::to_string(GetLastError()));
+            "copying to " + Utf8(to) + " fails with system error " + std::to_string(GetLastError()));
 }
 
 void MakeDirectory(const std::wstring& path)
 {
     Require(CreateDirectoryW(Long(path).c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS,
-        "making " + Utf8(path) + " fails with system error " + std::to_string(GetLastError()));
+            "making " + Utf8(path) + " fails with system error " + std::to_string(GetLastError()));
 }
 
 class GPathCases {
@@ -79,7 +76,7 @@ public:
     {
         const GOutcome outcome = Play(path);
         Require(SUCCEEDED(outcome.result),
-            std::string(situation) + ": " + HexResult(outcome.result) + ", \"" + outcome.errorText + "\"");
+                std::string(situation) + ": " + HexResult(outcome.result) + ", \"" + outcome.errorText + "\"");
         Require(outcome.payloads == wanted, std::string(situation) + ": another file was played");
         std::printf("%s: opens\n", situation);
     }
@@ -124,13 +121,13 @@ public:
         startup.cb = sizeof startup;
         PROCESS_INFORMATION started{};
         Require(CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                    &started) != 0,
-            "the writing process cannot be started");
+                               &started) != 0,
+                "the writing process cannot be started");
         CloseHandle(started.hThread);
         process.value = started.hProcess;
         const HANDLE either[] = {held.value, process.value};
         Require(WaitForMultipleObjects(2, either, FALSE, kPatienceMs) == WAIT_OBJECT_0,
-            "the writing process did not open the file");
+                "the writing process did not open the file");
     }
     ~GWriter()
     {
@@ -208,7 +205,7 @@ void TryWhatIsNoFile(const GPathCases& cases, const std::wstring& directory)
 }  // namespace
 
 int TryPaths(const GModuleAccess& access, REFCLSID clsid, const std::wstring& directory, const std::wstring& file,
-    const std::wstring& decoy)
+             const std::wstring& decoy)
 {
     const GPathCases cases(access, clsid, file, decoy);
     TryWideNames(cases, directory, file);

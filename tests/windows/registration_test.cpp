@@ -130,7 +130,8 @@ std::vector<BYTE> BagBytes(IPropertyBag& bag, const wchar_t* name)
     if (SUCCEEDED(bag.Read(name, &value, nullptr)) && value.vt == (VT_ARRAY | VT_UI1)) {
         LONG last = -1;
         void* data = nullptr;
-        if (SUCCEEDED(SafeArrayGetUBound(value.parray, 1, &last)) && SUCCEEDED(SafeArrayAccessData(value.parray, &data))) {
+        if (SUCCEEDED(SafeArrayGetUBound(value.parray, 1, &last)) &&
+            SUCCEEDED(SafeArrayAccessData(value.parray, &data))) {
             bytes.assign(static_cast<BYTE*>(data), static_cast<BYTE*>(data) + last + 1);
             SafeArrayUnaccessData(value.parray);
         }
@@ -144,11 +145,11 @@ std::multimap<std::wstring, GMapped> MappedFilters(DWORD merit)
 {
     GComPtr<IFilterMapper2> mapper;
     Check(CoCreateInstance(CLSID_FilterMapper2, nullptr, CLSCTX_INPROC_SERVER, IID_IFilterMapper2, mapper.PutVoid()),
-        "the system has no filter mapper");
+          "the system has no filter mapper");
     GComPtr<IEnumMoniker> all;
     Check(mapper->EnumMatchingFilters(all.Put(), 0, FALSE, merit, FALSE, 0, nullptr, nullptr, nullptr, FALSE, FALSE, 0,
-              nullptr, nullptr, nullptr),
-        "EnumMatchingFilters");
+                                      nullptr, nullptr, nullptr),
+          "EnumMatchingFilters");
     std::multimap<std::wstring, GMapped> mapped;
     GComPtr<IMoniker> moniker;
     while (all && all->Next(1, moniker.Put(), nullptr) == S_OK) {
@@ -188,7 +189,7 @@ void CheckKeys(const GClass& expected, const std::wstring& modulePath)
     Require(Text(key, nullptr) == expected.name, name + ": the key's default value is not the name");
     const auto server = Text(key + L"\\InprocServer32", nullptr);
     Require(server && _wcsicmp(server->c_str(), modulePath.c_str()) == 0,
-        name + ": InprocServer32 is \"" + Utf8(server.value_or(L"(absent)")) + "\", not " + Utf8(modulePath));
+            name + ": InprocServer32 is \"" + Utf8(server.value_or(L"(absent)")) + "\", not " + Utf8(modulePath));
     Require(Text(key + L"\\InprocServer32", L"ThreadingModel") == L"Both", name + ": ThreadingModel is not Both");
 }
 
@@ -197,14 +198,13 @@ void CheckCreation(const GClass& expected, bool built)
     const std::string name = Utf8(expected.name);
     // Poisoned: a refusal must clear it.
     void* created = &created;
-    const HRESULT result = CoCreateInstance(ParseGuid(expected.clsid), nullptr, CLSCTX_INPROC_SERVER,
-        IID_IFileSourceFilter, &created);
+    const HRESULT result =
+        CoCreateInstance(ParseGuid(expected.clsid), nullptr, CLSCTX_INPROC_SERVER, IID_IFileSourceFilter, &created);
     if (built) {
         Check(result, "creating " + name);
         static_cast<IUnknown*>(created)->Release();
     } else {
-        Require(result == E_NOTIMPL && !created,
-            name + " is not built, but creating it gives " + HexResult(result));
+        Require(result == E_NOTIMPL && !created, name + " is not built, but creating it gives " + HexResult(result));
     }
     std::printf("%s: %s\n", name.c_str(), built ? "created" : "registered, refuses to be created");
 }
@@ -217,7 +217,7 @@ int CheckInstalled(const std::wstring& modulePath, std::span<wchar_t*> built)
         CheckKeys(expected, modulePath);
         std::wstring clsid = expected.clsid;
         Require(mapped.count(clsid) == 1,
-            Utf8(expected.name) + " is " + std::to_string(mapped.count(clsid)) + " times in the filter mapper");
+                Utf8(expected.name) + " is " + std::to_string(mapped.count(clsid)) + " times in the filter mapper");
         CheckMapping(expected, mapped.find(clsid)->second);
         Require(offered.count(clsid) == 0, Utf8(expected.name) + " is offered to automatic graph building");
         const bool isBuilt =
@@ -238,8 +238,8 @@ int CheckRemoved()
         Require(!key.key, name + ": its key is still there");
         Require(mapped.count(expected.clsid) == 0, name + " is still in the filter mapper");
         GComPtr<IUnknown> created;
-        const HRESULT result = CoCreateInstance(ParseGuid(expected.clsid), nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
-            created.PutVoid());
+        const HRESULT result =
+            CoCreateInstance(ParseGuid(expected.clsid), nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, created.PutVoid());
         Require(result == REGDB_E_CLASSNOTREG, name + ": creating it gives " + HexResult(result));
     }
     return 0;
@@ -264,7 +264,4 @@ int Body(std::span<wchar_t*> arguments)
 
 }  // namespace vex::wintest
 
-int wmain(int argc, wchar_t** argv)
-{
-    return vex::wintest::RunProgram(vex::wintest::Body, argc, argv);
-}
+int wmain(int argc, wchar_t** argv) { return vex::wintest::RunProgram(vex::wintest::Body, argc, argv); }

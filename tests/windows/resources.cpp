@@ -36,7 +36,7 @@ unsigned long CountHandles()
     LONG status;
     ULONG length = 0;
     while ((status = query(kExtendedHandleInformation, table.data(),
-                static_cast<ULONG>(table.size() * sizeof(ULONG_PTR)), &length)) == kInfoLengthMismatch)
+                           static_cast<ULONG>(table.size() * sizeof(ULONG_PTR)), &length)) == kInfoLengthMismatch)
         table.resize(table.size() * 2);
     Require(status >= 0, "the table of handles cannot be read");
     const auto* entries = reinterpret_cast<const GHandleEntry*>(table.data() + 2);  // count, reserved, entries
@@ -66,10 +66,7 @@ std::string GResources::Text() const
     return std::to_string(handles) + " handles, " + std::to_string(threads) + " threads";
 }
 
-GResources CountResources()
-{
-    return {CountHandles(), CountThreads()};
-}
+GResources CountResources() { return {CountHandles(), CountThreads()}; }
 
 GResources SettledResources(const GResources& limit)
 {
@@ -109,7 +106,7 @@ void ProveTheCounters()
     const GResources before = CountResources();
     const GResources during = DuringAThreadsLife();
     Require(during.handles > before.handles && during.threads == before.threads + 1,
-        "the counters do not see a new event and a new thread (" + before.Text() + " -> " + during.Text() + ")");
+            "the counters do not see a new event and a new thread (" + before.Text() + " -> " + during.Text() + ")");
     const GResources after = SettledResources(before);
     Require(after.Within(before), "the counters do not see them go (" + before.Text() + " -> " + after.Text() + ")");
 }

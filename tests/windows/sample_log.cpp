@@ -8,25 +8,19 @@ namespace vex::wintest {
 
 namespace {
 
-std::string JsonTime(const std::optional<LONGLONG>& time)
-{
-    return time ? std::to_string(*time) : "null";
-}
+std::string JsonTime(const std::optional<LONGLONG>& time) { return time ? std::to_string(*time) : "null"; }
 
-std::string JsonFlag(const char* key, bool set)
-{
-    return std::string(",\"") + key + "\":" + (set ? "true" : "false");
-}
+std::string JsonFlag(const char* key, bool set) { return std::string(",\"") + key + "\":" + (set ? "true" : "false"); }
 
 }  // namespace
 
 std::string ToJson(std::size_t pin, const GSampleRecord& sample)
 {
-    return "{\"pin\":" + std::to_string(pin) + ",\"start\":" + JsonTime(sample.start) + ",\"stop\":" + JsonTime(sample.stop) +
-        ",\"mediaStart\":" + JsonTime(sample.mediaStart) + ",\"mediaStop\":" + JsonTime(sample.mediaStop) +
-        ",\"size\":" + std::to_string(sample.size) + JsonFlag("sync", sample.sync) +
-        JsonFlag("discontinuity", sample.discontinuity) + JsonFlag("preroll", sample.preroll) + ",\"md5\":\"" +
-        sample.md5 + "\"}";
+    return "{\"pin\":" + std::to_string(pin) + ",\"start\":" + JsonTime(sample.start) +
+           ",\"stop\":" + JsonTime(sample.stop) + ",\"mediaStart\":" + JsonTime(sample.mediaStart) +
+           ",\"mediaStop\":" + JsonTime(sample.mediaStop) + ",\"size\":" + std::to_string(sample.size) +
+           JsonFlag("sync", sample.sync) + JsonFlag("discontinuity", sample.discontinuity) +
+           JsonFlag("preroll", sample.preroll) + ",\"md5\":\"" + sample.md5 + "\"}";
 }
 
 GSampleRecord ReadSample(IMediaSample& sample)
@@ -88,10 +82,9 @@ void GPinLog::WaitForSamples(std::size_t count)
     GMutexLock held(lock);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
     const auto arrived = [&] { return samples.size() >= count || endsOfStream > 0; };
-    while (!arrived() && held.WaitUntil(changed, deadline)) {
-    }
-    Require(samples.size() >= count,
-        "pin \"" + name + "\": " + std::to_string(samples.size()) + " of " + std::to_string(count) + " samples came");
+    while (!arrived() && held.WaitUntil(changed, deadline)) {}
+    Require(samples.size() >= count, "pin \"" + name + "\": " + std::to_string(samples.size()) + " of " +
+                                         std::to_string(count) + " samples came");
 }
 
 std::vector<GSampleRecord> GPinLog::Samples() const

@@ -128,7 +128,7 @@ public:
     STDMETHODIMP GetAllocator(IMemAllocator** out) override
     {
         return CoCreateInstance(CLSID_MemoryAllocator, nullptr, CLSCTX_INPROC_SERVER, IID_IMemAllocator,
-            reinterpret_cast<void**>(out));
+                                reinterpret_cast<void**>(out));
     }
     STDMETHODIMP NotifyAllocator(IMemAllocator* chosen, BOOL) override
     {
@@ -154,8 +154,8 @@ public:
     {
         // The graph seeks through its renderers, which hand the request upstream.
         Check(CoCreateInstance(CLSID_SeekingPassThru, static_cast<IBaseFilter*>(this), CLSCTX_INPROC_SERVER,
-                  IID_IUnknown, passThru.PutVoid()),
-            "the seeking pass-through");
+                               IID_IUnknown, passThru.PutVoid()),
+              "the seeking pass-through");
         const auto set = QueryFor<ISeekingPassThru>(passThru.Get(), IID_ISeekingPassThru);
         Require(static_cast<bool>(set), "the seeking pass-through has no ISeekingPassThru");
         Check(set->Init(TRUE, &pin), "ISeekingPassThru::Init");
@@ -194,8 +194,7 @@ public:
         // INFINITE is a long wait here: a state that never comes is a failure that the caller should see.
         const auto patience = std::chrono::milliseconds(std::min(timeoutMs, kPatienceMs));
         const auto deadline = std::chrono::steady_clock::now() + patience;
-        while (!ReadyLocked() && held.WaitUntil(changed, deadline)) {
-        }
+        while (!ReadyLocked() && held.WaitUntil(changed, deadline)) {}
         *out = state;
         return ReadyLocked() ? S_OK : VFW_S_STATE_INTERMEDIATE;
     }
@@ -375,10 +374,7 @@ HRESULT CSinkPin::ConnectedTo(IPin** out)
     return *out ? S_OK : VFW_E_NOT_CONNECTED;
 }
 
-HRESULT CSinkPin::ConnectionMediaType(AM_MEDIA_TYPE* out)
-{
-    return peer ? CopyType(*out, type) : VFW_E_NOT_CONNECTED;
-}
+HRESULT CSinkPin::ConnectionMediaType(AM_MEDIA_TYPE* out) { return peer ? CopyType(*out, type) : VFW_E_NOT_CONNECTED; }
 
 HRESULT CSinkPin::QueryPinInfo(PIN_INFO* info)
 {

@@ -78,7 +78,7 @@ std::string PinName(IPin& pin)
 GTestGraph::GTestGraph(const GModuleAccess& access, REFCLSID clsid)
 {
     Check(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder, graph.PutVoid()),
-        "the system has no filter graph");
+          "the system has no filter graph");
     control = QueryFor<IMediaControl>(graph.Get(), IID_IMediaControl);
     events = QueryFor<IMediaEvent>(graph.Get(), IID_IMediaEvent);
     seeking = QueryFor<IMediaSeeking>(graph.Get(), IID_IMediaSeeking);
@@ -152,7 +152,7 @@ GComPtr<IBaseFilter> GTestGraph::AddSystemFilter(REFCLSID clsid, const wchar_t* 
 {
     GComPtr<IBaseFilter> filter;
     Check(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, filter.PutVoid()),
-        "creating the system's " + Utf8(name));
+          "creating the system's " + Utf8(name));
     Check(graph->AddFilter(filter.Get(), name), "adding the system's " + Utf8(name));
     return filter;
 }
@@ -163,7 +163,7 @@ bool GTestGraph::ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log)
     if (const HRESULT connected = graph->ConnectDirect(&pin, OnlyPin(*grabber, PINDIR_INPUT).Get(), nullptr);
         FAILED(connected)) {
         std::fprintf(stderr, "note: the sample grabber refuses pin \"%s\" (%s)\n", log->name.c_str(),
-            HexResult(connected).c_str());
+                     HexResult(connected).c_str());
         Check(graph->RemoveFilter(grabber.Get()), "removing the sample grabber");
         return false;
     }
@@ -173,7 +173,7 @@ bool GTestGraph::ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log)
     Check(settings->SetCallback(callback.Get(), 0), "SetCallback of the sample grabber");
     const auto renderer = AddSystemFilter(kNullRenderer, L"null renderer");
     Check(graph->Connect(OnlyPin(*grabber, PINDIR_OUTPUT).Get(), OnlyPin(*renderer, PINDIR_INPUT).Get()),
-        "connecting the sample grabber to the null renderer");
+          "connecting the sample grabber to the null renderer");
     return true;
 }
 
@@ -190,9 +190,8 @@ void GTestGraph::WaitForState(OAFilterState wanted)
 {
     OAFilterState state = -1;
     const HRESULT result = control->GetState(static_cast<LONG>(kPatienceMs), &state);
-    Require(result == S_OK && state == wanted,
-        "the graph is in state " + std::to_string(state) + " (" + HexResult(result) + "), not " +
-            std::to_string(wanted));
+    Require(result == S_OK && state == wanted, "the graph is in state " + std::to_string(state) + " (" +
+                                                   HexResult(result) + "), not " + std::to_string(wanted));
 }
 
 void GTestGraph::Run()
@@ -232,7 +231,7 @@ void GTestGraph::WaitForEnd()
         const auto status = static_cast<HRESULT>(first);
         events->FreeEventParams(code, first, second);
         Require(code != EC_ERRORABORT && code != EC_USERABORT,
-            "the graph was aborted by event " + std::to_string(code) + " with " + HexResult(status));
+                "the graph was aborted by event " + std::to_string(code) + " with " + HexResult(status));
         if (code == EC_COMPLETE)
             return;
     }
@@ -243,7 +242,7 @@ std::string GTestGraph::ArrivedText() const
     std::string text;
     for (const auto& log : logs)
         text += "; \"" + log->name + "\": " + std::to_string(log->Samples().size()) + " samples, " +
-            std::to_string(log->EndsOfStream()) + " ends of stream";
+                std::to_string(log->EndsOfStream()) + " ends of stream";
     return text;
 }
 
@@ -251,7 +250,7 @@ void GTestGraph::SeekTo(LONGLONG position)
 {
     LONGLONG wanted = position;
     Check(seeking->SetPositions(&wanted, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning),
-        "SetPositions of the graph to " + std::to_string(position));
+          "SetPositions of the graph to " + std::to_string(position));
 }
 
 LONGLONG GTestGraph::Duration()
@@ -281,7 +280,7 @@ void GTestGraph::HoldSinksAt(std::size_t samples)
 }
 
 std::vector<std::shared_ptr<GPinLog>> PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path,
-    GSinkKind kind)
+                                                GSinkKind kind)
 {
     GTestGraph graph(access, clsid);
     const GLoadResult loaded = graph.Load(path);

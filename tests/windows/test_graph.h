@@ -79,6 +79,6 @@ private:
 
 // The plain route: load, connect, run to the end, and what every pin got.
 std::vector<std::shared_ptr<GPinLog>> PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path,
-    GSinkKind kind);
+                                                GSinkKind kind);
 
 }  // namespace vex::wintest

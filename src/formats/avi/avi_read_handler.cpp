@@ -60,7 +60,7 @@ GStatus GAvi2ReadHandler::Open(const char* path)
 GStatus GAvi2ReadHandler::OpenLayout(const char* path)
 {
     if (source->Open(path) == 0)
-        return GError{GErrorKind::Io, "the file cannot be opened", 0};
+        return source->OpenError();
     {
         G_TRY(layout, GAviParser(*source, damage).Parse());
     }

@@ -26,8 +26,8 @@ private:
 // What a bounded move came to. Searching: damage is being searched past, ask again to go on.
 enum class GMkvStep : std::uint8_t { Moved, End, Searching };
 
-enum class GMkvScan : std::uint8_t { No, Yes };      // whether siblings are walked when no index has the element
-enum class GMkvKind : std::uint8_t { Any, Same };    // whether a sibling must be of the same kind
+enum class GMkvScan : std::uint8_t { No, Yes };    // whether siblings are walked when no index has the element
+enum class GMkvKind : std::uint8_t { Any, Same };  // whether a sibling must be of the same kind
 
 // A value: a copy is an independent cursor on the same element. A cursor points to its parent, which must outlive it and
 // stay where it is (so none can be taken from a temporary), and shares its reader's position with all others: whoever
@@ -74,13 +74,13 @@ public:
     std::uint64_t Available() const;
     bool IsChildOf(std::uint32_t parentId) const { return parent != nullptr && parent->id.value == parentId; }
 
-    GMkvElement* parent = nullptr;                // not owned; null for the root
-    GMkvReader* reader;                           // not owned
-    const GMkvSeekIndex* seekIndex = nullptr;     // of a Segment; not owned
+    GMkvElement* parent = nullptr;             // not owned; null for the root
+    GMkvReader* reader;                        // not owned
+    const GMkvSeekIndex* seekIndex = nullptr;  // of a Segment; not owned
     CID id;
-    CLength size;                                 // bytes of data
-    std::int64_t headerPos = 0;                   // absolute, first byte of the ID
-    std::int64_t dataPos = 0;                     // absolute
+    CLength size;                // bytes of data
+    std::int64_t headerPos = 0;  // absolute, first byte of the ID
+    std::int64_t dataPos = 0;    // absolute
 
 private:
     enum class GStep : std::uint8_t { Moved, End, Damaged };

@@ -42,7 +42,7 @@ GStatus GMkvFile::Open(const char* path)
     auto source = std::make_unique<GCacheFile>(GMkvReader::kDefaultBufferCapacity);
     if (source->Open(path) == 0) {
         Trace("error, Do not open file!\n");
-        return GError{GErrorKind::Io, "the file cannot be opened", 0};
+        return source->OpenError();
     }
     return Open(std::move(source));
 }

@@ -11,16 +11,16 @@ namespace vex {
 
 // One Block or SimpleBlock. The bytes of its frames lie one after the other in the packet that carries it.
 struct GMkvBlock {
-    static constexpr std::uint8_t kKeyFlag = 0x80;      // bits of flags
+    static constexpr std::uint8_t kKeyFlag = 0x80;  // bits of flags
     static constexpr std::uint8_t kLacingMask = 0x06;
 
-    std::uint64_t track = 0;        // marker removed
-    std::int64_t timecode = 0;      // ticks from the Cluster's
+    std::uint64_t track = 0;    // marker removed
+    std::int64_t timecode = 0;  // ticks from the Cluster's
     std::uint8_t flags = 0;
     std::vector<std::uint32_t> frameSizes;  // bytes, in file order; empty until the frames are read
-    CUInt duration;           // ticks; valid when the Block has one
+    CUInt duration;                         // ticks; valid when the Block has one
     CUInt referencePriority;
-    CInt reference;           // valid when the Block refers to another one: no key frame
+    CInt reference;  // valid when the Block refers to another one: no key frame
     CInt referenceVirtual;
 
     void Clear()

@@ -52,7 +52,7 @@ struct GMkvAudio {
 };
 
 struct GMkvContentEncoding {
-    static constexpr std::uint64_t kFrames = 1;   // bits of contentEncodingScope
+    static constexpr std::uint64_t kFrames = 1;  // bits of contentEncodingScope
     static constexpr std::uint64_t kPrivate = 2;
     static constexpr std::uint64_t kCompression = 0;  // values of contentEncodingType
     static constexpr std::uint64_t kEncryption = 1;
@@ -134,11 +134,11 @@ struct GMkvAttachment {
 // Entries kept of one list; later ones are dropped. Every entry costs up to a hundred times the two bytes it may take in
 // the file, so a list is not believed beyond what a long film needs.
 inline constexpr std::size_t kMaxMkvTracks = 1024;
-inline constexpr std::size_t kMaxMkvEncodings = 32;        // of one track
+inline constexpr std::size_t kMaxMkvEncodings = 32;  // of one track
 inline constexpr std::size_t kMaxMkvSeekEntries = 1 << 16;
 inline constexpr std::size_t kMaxMkvCueEntries = 1 << 21;  // points and positions; two a second for 6 days
 inline constexpr std::size_t kMaxMkvCuesElements = 256;
-inline constexpr std::size_t kMaxMkvChapters = 1 << 16;    // editions, atoms and displays together
+inline constexpr std::size_t kMaxMkvChapters = 1 << 16;  // editions, atoms and displays together
 inline constexpr std::size_t kMaxMkvAttachments = 1 << 12;
 
 }  // namespace vex

@@ -518,9 +518,6 @@ static_assert(kLanguages.size() == 505);
 
 }  // namespace
 
-std::span<const GLanguageRow> LanguageTable()
-{
-    return kLanguages;
-}
+std::span<const GLanguageRow> LanguageTable() { return kLanguages; }
 
 }  // namespace vex

@@ -95,14 +95,14 @@ struct GPacket2 {
         data.Clear();
     }
 
-    std::uint32_t stream = 0;           // matched against a pin's streamNumber
-    bool discontinuity = false;         // copied into the sample
-    bool keyFrame = false;              // the payload begins at a random-access point
-    bool continuation = false;          // continues the packet before it
-    bool header = false;                // a codec header sent in-band: delivered at once, ahead of any reordering
-    REFERENCE_TIME start = kNoTime;     // 100 ns; kNoTime: none
-    REFERENCE_TIME stop = kNoTime;      // 100 ns
-    LONGLONG mediaStart = kNoTime;      // media time units of the format (for most: start / 100000)
+    std::uint32_t stream = 0;        // matched against a pin's streamNumber
+    bool discontinuity = false;      // copied into the sample
+    bool keyFrame = false;           // the payload begins at a random-access point
+    bool continuation = false;       // continues the packet before it
+    bool header = false;             // a codec header sent in-band: delivered at once, ahead of any reordering
+    REFERENCE_TIME start = kNoTime;  // 100 ns; kNoTime: none
+    REFERENCE_TIME stop = kNoTime;   // 100 ns
+    LONGLONG mediaStart = kNoTime;   // media time units of the format (for most: start / 100000)
     LONGLONG mediaStop = kNoTime;
     GBuffer data;
 };

@@ -24,7 +24,7 @@ struct GProperty {
 
 // A file carried inside the file. The bytes stay there until they are asked for.
 struct GAttachmentInfo {
-    std::string name;         // UTF-8
+    std::string name;  // UTF-8
     std::string mimeType;
     std::string description;  // UTF-8
     std::uint64_t size = 0;   // bytes, already held against the file's size
@@ -59,15 +59,15 @@ struct GNextPacket {
     bool continuation = false;
     REFERENCE_TIME start = kNoTime;  // 100 ns from the start of the file
     REFERENCE_TIME stop = kNoTime;
-    LONGLONG mediaStart = kNoTime;   // only where the format has its own media times; else the frame derives them
+    LONGLONG mediaStart = kNoTime;  // only where the format has its own media times; else the frame derives them
     LONGLONG mediaStop = kNoTime;
 };
 
 // Damage met while reading: skipped, counted, and said where.
 struct GDamageReport {
-    std::uint64_t count = 0;      // places
-    std::uint64_t bytes = 0;      // bytes passed over, as far as known
-    std::string first;            // what and where the first one was; empty when none
+    std::uint64_t count = 0;  // places
+    std::uint64_t bytes = 0;  // bytes passed over, as far as known
+    std::string first;        // what and where the first one was; empty when none
 };
 
 // One open container. The frame owns it and calls it from one thread at a time: Open on the caller of Load, then

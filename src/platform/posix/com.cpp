@@ -3,10 +3,7 @@
 #include <cstdlib>
 #include <limits>
 
-void* CoTaskMemAlloc(std::size_t cb)
-{
-    return std::malloc(cb != 0 ? cb : 1);
-}
+void* CoTaskMemAlloc(std::size_t cb) { return std::malloc(cb != 0 ? cb : 1); }
 
 void* CoTaskMemRealloc(void* pv, std::size_t cb)
 {
@@ -17,10 +14,7 @@ void* CoTaskMemRealloc(void* pv, std::size_t cb)
     return std::realloc(pv, cb != 0 ? cb : 1);
 }
 
-void CoTaskMemFree(void* pv)
-{
-    std::free(pv);
-}
+void CoTaskMemFree(void* pv) { std::free(pv); }
 
 namespace {
 

@@ -41,7 +41,10 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SetSource(LPOLESTR szSource) override { return Keep(source, szSource); }
-    HRESULT STDMETHODCALLTYPE SetDescription(LPOLESTR szDescription) override { return Keep(description, szDescription); }
+    HRESULT STDMETHODCALLTYPE SetDescription(LPOLESTR szDescription) override
+    {
+        return Keep(description, szDescription);
+    }
     HRESULT STDMETHODCALLTYPE SetHelpFile(LPOLESTR szHelpFile) override { return Keep(helpFile, szHelpFile); }
     HRESULT STDMETHODCALLTYPE SetHelpContext(DWORD dwHelpContext) override
     {
@@ -56,7 +59,10 @@ public:
         return GiveText(description, pBstrDescription);
     }
     HRESULT STDMETHODCALLTYPE GetHelpFile(BSTR* pBstrHelpFile) override { return GiveText(helpFile, pBstrHelpFile); }
-    HRESULT STDMETHODCALLTYPE GetHelpContext(DWORD* pdwHelpContext) override { return Give(helpContext, pdwHelpContext); }
+    HRESULT STDMETHODCALLTYPE GetHelpContext(DWORD* pdwHelpContext) override
+    {
+        return Give(helpContext, pdwHelpContext);
+    }
 
 private:
     ~GErrorInfo()

@@ -108,8 +108,8 @@ std::int64_t GOsFile::ReadAt(std::int64_t position, void* buffer, std::uint32_t 
         return -1;
     std::uint32_t done = 0;
     while (done < count) {
-        const ssize_t got = ::pread(static_cast<int>(handle), static_cast<char*>(buffer) + done, count - done,
-                                    position + done);
+        const ssize_t got =
+            ::pread(static_cast<int>(handle), static_cast<char*>(buffer) + done, count - done, position + done);
         if (got == 0)
             break;
         if (got > 0)
@@ -126,8 +126,8 @@ std::int64_t GOsFile::WriteAt(std::int64_t position, const void* buffer, std::ui
         return -1;
     std::uint32_t done = 0;
     while (done < count) {
-        const ssize_t put = ::pwrite(static_cast<int>(handle), static_cast<const char*>(buffer) + done, count - done,
-                                     position + done);
+        const ssize_t put =
+            ::pwrite(static_cast<int>(handle), static_cast<const char*>(buffer) + done, count - done, position + done);
         if (put > 0)
             done += static_cast<std::uint32_t>(put);
         else if (put == 0 || errno != EINTR)

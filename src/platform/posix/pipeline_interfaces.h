@@ -17,7 +17,8 @@ inline constexpr IID IID_IBaseFilter{0x56A86895, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x
 inline constexpr IID IID_IQualityControl{0x56A868A5, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
 inline constexpr IID IID_IMediaEventSink{0x56A868A2, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
 inline constexpr IID IID_IMediaSeeking{0x36B73880, 0xC2C8, 0x11CF, {0x8B, 0x46, 0x00, 0x80, 0x5F, 0x6C, 0xEF, 0x60}};
-inline constexpr IID IID_IFileSourceFilter{0x56A868A6, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
+inline constexpr IID IID_IFileSourceFilter{
+    0x56A868A6, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
 
 using HEVENT = DWORD_PTR;
 using HSEMAPHORE = DWORD_PTR;
@@ -92,9 +93,9 @@ struct FILTER_INFO {
 struct IReferenceClock : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetTime(REFERENCE_TIME* pTime) = 0;
     virtual HRESULT STDMETHODCALLTYPE AdviseTime(REFERENCE_TIME baseTime, REFERENCE_TIME streamTime, HEVENT hEvent,
-        DWORD_PTR* pdwAdviseCookie) = 0;
+                                                 DWORD_PTR* pdwAdviseCookie) = 0;
     virtual HRESULT STDMETHODCALLTYPE AdvisePeriodic(REFERENCE_TIME startTime, REFERENCE_TIME periodTime,
-        HSEMAPHORE hSemaphore, DWORD_PTR* pdwAdviseCookie) = 0;
+                                                     HSEMAPHORE hSemaphore, DWORD_PTR* pdwAdviseCookie) = 0;
     virtual HRESULT STDMETHODCALLTYPE Unadvise(DWORD_PTR dwAdviseCookie) = 0;
 };
 
@@ -118,13 +119,12 @@ struct IMediaSample : public IUnknown {
 };
 
 struct IMemAllocator : public IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE SetProperties(ALLOCATOR_PROPERTIES* pRequest,
-        ALLOCATOR_PROPERTIES* pActual) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetProperties(ALLOCATOR_PROPERTIES* pRequest, ALLOCATOR_PROPERTIES* pActual) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetProperties(ALLOCATOR_PROPERTIES* pProps) = 0;
     virtual HRESULT STDMETHODCALLTYPE Commit() = 0;
     virtual HRESULT STDMETHODCALLTYPE Decommit() = 0;
     virtual HRESULT STDMETHODCALLTYPE GetBuffer(IMediaSample** ppBuffer, REFERENCE_TIME* pStartTime,
-        REFERENCE_TIME* pEndTime, DWORD dwFlags) = 0;
+                                                REFERENCE_TIME* pEndTime, DWORD dwFlags) = 0;
     virtual HRESULT STDMETHODCALLTYPE ReleaseBuffer(IMediaSample* pBuffer) = 0;
 };
 
@@ -134,7 +134,7 @@ struct IMemInputPin : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetAllocatorRequirements(ALLOCATOR_PROPERTIES* pProps) = 0;
     virtual HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) = 0;
     virtual HRESULT STDMETHODCALLTYPE ReceiveMultiple(IMediaSample** pSamples, LONG nSamples,
-        LONG* nSamplesProcessed) = 0;
+                                                      LONG* nSamplesProcessed) = 0;
     virtual HRESULT STDMETHODCALLTYPE ReceiveCanBlock() = 0;
 };
 
@@ -218,10 +218,10 @@ struct IMediaSeeking : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetDuration(LONGLONG* pDuration) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetStopPosition(LONGLONG* pStop) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetCurrentPosition(LONGLONG* pCurrent) = 0;
-    virtual HRESULT STDMETHODCALLTYPE ConvertTimeFormat(LONGLONG* pTarget, const GUID* pTargetFormat,
-        LONGLONG Source, const GUID* pSourceFormat) = 0;
+    virtual HRESULT STDMETHODCALLTYPE ConvertTimeFormat(LONGLONG* pTarget, const GUID* pTargetFormat, LONGLONG Source,
+                                                        const GUID* pSourceFormat) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LONGLONG* pStop,
-        DWORD dwStopFlags) = 0;
+                                                   DWORD dwStopFlags) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetPositions(LONGLONG* pCurrent, LONGLONG* pStop) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetAvailable(LONGLONG* pEarliest, LONGLONG* pLatest) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetRate(double dRate) = 0;

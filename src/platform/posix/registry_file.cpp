@@ -21,10 +21,7 @@ constexpr const char* kLockFileName = "/registry.lock";
 // Far beyond what any number of modules registers; more is not ours.
 constexpr std::int64_t kMaxFileSize = 16 << 20;  // bytes
 
-HRESULT HResultOf(const std::error_code& error)
-{
-    return HResultFromErrno(error.value());
-}
+HRESULT HResultOf(const std::error_code& error) { return HResultFromErrno(error.value()); }
 
 }  // namespace
 
@@ -75,8 +72,7 @@ GRegistryEdit::GRegistryEdit()
     }
     lockDescriptor = ::open((directory + kLockFileName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     int locked = lockDescriptor < 0 ? -1 : 0;
-    while (lockDescriptor >= 0 && (locked = ::flock(lockDescriptor, LOCK_EX)) != 0 && errno == EINTR) {
-    }
+    while (lockDescriptor >= 0 && (locked = ::flock(lockDescriptor, LOCK_EX)) != 0 && errno == EINTR) {}
     status = locked == 0 ? ReadRegistry(directory, table) : HResultFromErrno(errno);
 }
 

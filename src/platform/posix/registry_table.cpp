@@ -23,10 +23,7 @@ bool IsBelow(WStringView path, WStringView parent)
            SameText(path.substr(0, parent.size()), parent);
 }
 
-bool IsSurrogate(WCHAR character)
-{
-    return character >= 0xD800 && character <= 0xDFFF;
-}
+bool IsSurrogate(WCHAR character) { return character >= 0xD800 && character <= 0xDFFF; }
 
 // In quotes; what would end the line or is no character by itself as \xHHHH.
 std::string Quoted(WStringView text)
@@ -181,7 +178,8 @@ GRegistryKey& GRegistryTable::KeyAt(WStringView path)
 void GRegistryTable::Set(WStringView key, WStringView name, WStringView value)
 {
     std::vector<GRegistryValue>& values = KeyAt(key).values;
-    const auto found = std::ranges::find_if(values, [&](const GRegistryValue& old) { return SameText(old.name, name); });
+    const auto found =
+        std::ranges::find_if(values, [&](const GRegistryValue& old) { return SameText(old.name, name); });
     if (found != values.end())
         found->value = value;
     else

@@ -17,10 +17,7 @@ std::string AnsiFromWide(WStringView text, bool* lossy)
     return result;
 }
 
-WString WideFromAnsi(std::string_view text)
-{
-    return WideFromUtf8(text);
-}
+WString WideFromAnsi(std::string_view text) { return WideFromUtf8(text); }
 
 std::string NarrowPathFromWide(WStringView path)
 {

@@ -10,10 +10,7 @@
 namespace vex {
 namespace {
 
-HANDLE AsHandle(std::intptr_t handle)
-{
-    return reinterpret_cast<HANDLE>(handle);
-}
+HANDLE AsHandle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
 
 // The family before NT refuses a share mode that has FILE_SHARE_DELETE.
 DWORD ShareMode()
@@ -141,9 +138,9 @@ std::int64_t GOsFile::Size() const
 std::string DescribeOsError(std::uint32_t error)
 {
     WCHAR* text = nullptr;
-    const DWORD length = FormatMessageW(
-        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0,
-        reinterpret_cast<WCHAR*>(&text), 0, nullptr);
+    const DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                       nullptr, error, 0, reinterpret_cast<WCHAR*>(&text), 0, nullptr);
     if (length == 0)
         return "error " + std::to_string(error);
     WStringView message(text, length);

@@ -15,15 +15,9 @@ HRESULT CreateMapper(REFCLSID clsid, REFIID iid, void*& mapper)
     return hr;
 }
 
-IFilterMapper2* Newer(void* mapper)
-{
-    return static_cast<IFilterMapper2*>(mapper);
-}
+IFilterMapper2* Newer(void* mapper) { return static_cast<IFilterMapper2*>(mapper); }
 
-IFilterMapper* Older(void* mapper)
-{
-    return static_cast<IFilterMapper*>(mapper);
-}
+IFilterMapper* Older(void* mapper) { return static_cast<IFilterMapper*>(mapper); }
 
 HRESULT RegisterWithNewer(IFilterMapper2* mapper, const GFilterRegistration& filter)
 {
@@ -91,8 +85,8 @@ HRESULT GFilterMapper::Unregister(REFCLSID clsid)
 {
     if (FAILED(status))
         return status;
-    const HRESULT hr = mapper2 ? Newer(mapper2)->UnregisterFilter(nullptr, nullptr, clsid)
-                               : Older(mapper1)->UnregisterFilter(clsid);
+    const HRESULT hr =
+        mapper2 ? Newer(mapper2)->UnregisterFilter(nullptr, nullptr, clsid) : Older(mapper1)->UnregisterFilter(clsid);
     return hr == HResultFromOsError(ERROR_FILE_NOT_FOUND) ? S_OK : hr;
 }
 

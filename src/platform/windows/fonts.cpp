@@ -30,9 +30,6 @@ std::uintptr_t AddProcessFont(std::span<const std::uint8_t> data)
     return reinterpret_cast<std::uintptr_t>(addFont(bytes, static_cast<DWORD>(data.size()), nullptr, &fonts));
 }
 
-std::vector<std::size_t> ProcessFonts()
-{
-    return {};
-}
+std::vector<std::size_t> ProcessFonts() { return {}; }
 
 }  // namespace vex

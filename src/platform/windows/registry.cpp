@@ -7,10 +7,7 @@
 namespace vex {
 namespace {
 
-HRESULT FromStatus(LSTATUS status)
-{
-    return HResultFromOsError(static_cast<std::uint32_t>(status));
-}
+HRESULT FromStatus(LSTATUS status) { return HResultFromOsError(static_cast<std::uint32_t>(status)); }
 
 // An open key of the registry; closed when it goes out of scope.
 class GRegKey {

@@ -29,7 +29,8 @@ std::string AnsiFromWide(WStringView text, bool* lossy)
         return {};
     // A best-fit character would name another file.
     const int units = static_cast<int>(taken.size());
-    const int bytes = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, taken.data(), units, nullptr, 0, nullptr, nullptr);
+    const int bytes =
+        WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, taken.data(), units, nullptr, 0, nullptr, nullptr);
     std::string result(static_cast<std::size_t>(bytes), '\0');
     BOOL usedDefault = FALSE;
     WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, taken.data(), units, result.data(), bytes, nullptr, &usedDefault);

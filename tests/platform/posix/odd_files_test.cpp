@@ -23,8 +23,8 @@ TEST(FileErrors, APipeWithoutAWriterIsRefusedAndNotWaitedFor)
 TEST(TextPaths, ANameThatIsNoUtf8SurvivesItsWayThroughWideText)
 {
     const GTempDirectory directory;
-    const std::string names[] = {"caf\xE9.avi", "\xFF\xFE\x80", "\xED\xA0\x80\xED\xB0\x80", "\xE2\x82", "\xF0\x9F\x98\x80\xC0",
-                                 "\xEF\xBB\xBF\xEF\xBB\xBF\xFF"};
+    const std::string names[] = {"caf\xE9.avi", "\xFF\xFE\x80",         "\xED\xA0\x80\xED\xB0\x80",
+                                 "\xE2\x82",    "\xF0\x9F\x98\x80\xC0", "\xEF\xBB\xBF\xEF\xBB\xBF\xFF"};
     for (const std::string& name : names) {
         const std::string path = (directory.Path() / name).string();
         std::ofstream(path) << "x";

@@ -15,9 +15,6 @@ GPrivateRegistry::GPrivateRegistry() : state(std::make_unique<GState>())
     ::setenv("VEX_REGISTRY_DIR", state->directory.Path().c_str(), 1);
 }
 
-GPrivateRegistry::~GPrivateRegistry()
-{
-    ::unsetenv("VEX_REGISTRY_DIR");
-}
+GPrivateRegistry::~GPrivateRegistry() { ::unsetenv("VEX_REGISTRY_DIR"); }
 
 }  // namespace vex::test

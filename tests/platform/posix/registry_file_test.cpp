@@ -65,7 +65,8 @@ TEST_F(RegistryFile, AReaderNeverMeetsAHalfWrittenFile)
     std::atomic<bool> done{false};
     std::thread writer([&done] {
         for (int i = 0; i < 100; ++i)
-            EXPECT_EQ(GClassesRoot::SetString(u"CLSID\\busy", {}, WString(static_cast<std::size_t>(i * 37), u'x')), S_OK);
+            EXPECT_EQ(GClassesRoot::SetString(u"CLSID\\busy", {}, WString(static_cast<std::size_t>(i * 37), u'x')),
+                      S_OK);
         done = true;
     });
     do {
@@ -76,8 +77,13 @@ TEST_F(RegistryFile, AReaderNeverMeetsAHalfWrittenFile)
 
 TEST_F(RegistryFile, AFileThatIsNotOursIsReportedAndLeftAlone)
 {
-    const std::string contents[] = {"[\"CLSID\"\n", "@=\"a value before any key\"\n", "[\"a\"]\n\"name\"\"value\"\n",
-                                    "[\"a\"]\n@=\"\\x12\"\n", "[\"a\"]\n@=\"ends in\\", "\"", "#!/bin/sh\n"};
+    const std::string contents[] = {"[\"CLSID\"\n",
+                                    "@=\"a value before any key\"\n",
+                                    "[\"a\"]\n\"name\"\"value\"\n",
+                                    "[\"a\"]\n@=\"\\x12\"\n",
+                                    "[\"a\"]\n@=\"ends in\\",
+                                    "\"",
+                                    "#!/bin/sh\n"};
     for (const std::string& content : contents) {
         std::ofstream(std::string(std::getenv("VEX_REGISTRY_DIR")) + "/registry.txt") << content;
         EXPECT_EQ(GClassesRoot::SetString(u"CLSID\\x", {}, u"x"), HResultFromOsError(kErrorBadDb)) << content;

@@ -14,8 +14,8 @@ struct GPrivateRegistry::GState {
 
 GPrivateRegistry::GPrivateRegistry() : state(std::make_unique<GState>())
 {
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, state->name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr,
-                        &state->key, nullptr) != ERROR_SUCCESS ||
+    if (RegCreateKeyExW(HKEY_CURRENT_USER, state->name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                        nullptr, &state->key, nullptr) != ERROR_SUCCESS ||
         RegOverridePredefKey(HKEY_CLASSES_ROOT, state->key) != ERROR_SUCCESS)
         throw std::runtime_error("no private registry");
 }
