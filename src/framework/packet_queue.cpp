@@ -59,6 +59,7 @@ GPacketQueue::GPacketQueue(const GQueueLimits& queueLimits, std::uint32_t sample
 
 GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr packet, const std::function<bool()>& giveUp)
 {
+    bool wake = false;
     {
         GMutexLock held(lock);
         while (FullLocked()) {
@@ -77,11 +78,13 @@ GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr packet, const std::functi
         else
             packets.push_back(std::move(packet));
         bytes += size;
-        if (pinWaits && packets.size() >= wakeAt) {
+        wake = pinWaits && packets.size() >= wakeAt;
+        if (wake)
             wakeAt = kBatch;
-            filled.notify_one();
-        }
     }
+    // Behind the lock: the pin would wake only to wait for it.
+    if (wake)
+        filled.notify_one();
     return PushResult::Done;
 }
 
@@ -115,14 +118,19 @@ GPacketQueue::Ready GPacketQueue::WaitReady(bool holdBack)
 
 GPacketPtr GPacketQueue::Pop()
 {
-    const GMutexLock held(lock);
-    if (packets.empty())
-        return nullptr;
-    GPacketPtr packet = std::move(packets.front());
-    packets.pop_front();
-    if (packet)
-        bytes -= packet->GetSize();
-    if (readerWaits)
+    GPacketPtr packet;
+    bool wake = false;
+    {
+        const GMutexLock held(lock);
+        if (packets.empty())
+            return nullptr;
+        packet = std::move(packets.front());
+        packets.pop_front();
+        if (packet)
+            bytes -= packet->GetSize();
+        wake = readerWaits && RoomLocked();
+    }
+    if (wake)
         drained.notify_one();
     return packet;
 }
@@ -132,6 +140,7 @@ void GPacketQueue::Clear()
     const GMutexLock held(lock);
     packets.clear();
     bytes = 0;
+    wakeAt = kFirstWake;
     drained.notify_one();
 }
 

@@ -57,6 +57,14 @@ private:
         return packets.size() >= maxPackets || (bytes >= byteLimit && packets.size() > 1);
     }
 
+    // Room enough to wake a reader that found the queue full: a quarter of it, so that the two threads do not take turns at
+    // every packet.
+    bool RoomLocked() const G_REQUIRES(lock)
+    {
+        return packets.size() <= 1 ||
+               (packets.size() <= maxPackets - maxPackets / 4 && bytes <= byteLimit - byteLimit / 4);
+    }
+
     // A pin that waits for the start of a segment is woken at once, one that keeps up with the reader in batches: waking
     // it for every packet costs more than handing the packet over. Its wait ends after 1 ms in any case.
     static constexpr std::size_t kFirstWake = 2;

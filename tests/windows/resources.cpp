@@ -85,12 +85,13 @@ GResources SettledResources(const GResources& limit)
 
 namespace {
 
+DWORD WINAPI WaitFor(void* event) { return WaitForSingleObject(event, INFINITE); }
+
 GResources DuringAThreadsLife()
 {
     // The system's own thread: the C++ library keeps handles of the first few of its own for the next ones.
     const HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const auto wait = [](void* event) -> DWORD { return WaitForSingleObject(event, INFINITE); };
-    const HANDLE thread = CreateThread(nullptr, 0, wait, go, 0, nullptr);
+    const HANDLE thread = CreateThread(nullptr, 0, WaitFor, go, 0, nullptr);
     const GResources during = CountResources();
     SetEvent(go);
     WaitForSingleObject(thread, INFINITE);

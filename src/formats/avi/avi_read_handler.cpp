@@ -87,6 +87,7 @@ void GAvi2ReadHandler::Close()
     infos.clear();
     duration = 0;
     announced = {};
+    sizeSeen = 0;
     damage.Clear();
     source->Close();
 }
@@ -158,6 +159,19 @@ GReadStatus GAvi2ReadHandler::ReadPacket(GNextPacket& next)
     return GReadStatus::NotYet;
 }
 
+// False when less than what the file should hold of the chunk can be read. The size is asked for only where it matters:
+// doing so for each chunk costs as much as reading a small one.
+bool GAvi2ReadHandler::ReadAnnounced(GBuffer& data)
+{
+    if (announced.position + announced.size > sizeSeen)
+        sizeSeen = source->GetSize();
+    const std::int64_t there = std::clamp<std::int64_t>(sizeSeen - announced.position, 0, announced.size);
+    const auto wanted = static_cast<std::uint32_t>(there);
+    data.Resize(wanted);
+    source->Seek(announced.position);
+    return wanted == 0 || source->ReadBulk(data.Data(), wanted) == wanted;
+}
+
 bool GAvi2ReadHandler::ReadPayload(GPacket2& packet)
 {
     packet.data.Clear();
@@ -165,13 +179,13 @@ bool GAvi2ReadHandler::ReadPayload(GPacket2& packet)
         damage.Add("chunk is too large", announced.position, announced.size);
         return false;
     }
-    const std::int64_t there = std::clamp<std::int64_t>(source->GetSize() - announced.position, 0, announced.size);
-    packet.data.Resize(static_cast<std::size_t>(there));
-    const auto wanted = static_cast<std::uint32_t>(there);
-    if (wanted != 0 && source->ReadBulk(packet.data.Data(), wanted) != wanted) {
-        // The bytes before the ones that could not be read are there.
-        const std::int64_t got = source->Tell() - announced.position;
-        packet.data.Truncate(static_cast<std::size_t>(std::clamp<std::int64_t>(got, 0, there)));
+    if (!ReadAnnounced(packet.data)) {
+        sizeSeen = 0;  // the file may have shrunk
+        if (!ReadAnnounced(packet.data)) {
+            // The bytes before the ones that could not be read are there.
+            const std::int64_t got = source->Tell() - announced.position;
+            packet.data.Truncate(static_cast<std::size_t>(std::clamp<std::int64_t>(got, 0, announced.size)));
+        }
     }
     const std::size_t got = packet.data.Size();
     if (got < announced.size)

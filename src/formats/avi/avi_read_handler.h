@@ -39,6 +39,7 @@ private:
     void Close();
     void DescribeStreams();
     GAvi2ReadStream* EarliestStream() const;
+    bool ReadAnnounced(GBuffer& data);
 
     const GAviScanPauses pauses;
     GDamageLog damage;
@@ -50,7 +51,8 @@ private:
 
     // Reader thread.
     std::unique_ptr<GFileBase> source;
-    GAviChunk announced;  // what ReadPacket announced last
+    GAviChunk announced;        // what ReadPacket announced last
+    std::int64_t sizeSeen = 0;  // the file's, in bytes, when it last mattered
 
     std::unique_ptr<GAviIndexScanner> scanner;  // null when the file has an index; ends before what it works on
 };

@@ -144,7 +144,8 @@ std::string DescribeOsError(std::uint32_t error)
     if (length == 0)
         return "error " + std::to_string(error);
     WStringView message(text, length);
-    while (!message.empty() && (message.back() == L'\r' || message.back() == L'\n' || message.back() == L' '))
+    while (!message.empty() &&
+           (message.back() == L'\r' || message.back() == L'\n' || message.back() == L' ' || message.back() == L'.'))
         message.remove_suffix(1);
     std::string described = Utf8FromWide(message);
     LocalFree(text);
