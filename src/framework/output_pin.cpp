@@ -16,7 +16,7 @@ constexpr ULONG kOtherBufferFloor = 0xE000;   // bytes
 
 // The first allocation of a pin. Frame sizes come from the file, so an absurd one must not become an allocation; a
 // larger payload enlarges the buffer when it turns up.
-constexpr ULONG kLargestFirstBuffer = 256u << 20;  // bytes
+constexpr ULONG kLargestFirstBuffer = 64u << 20;  // bytes; a frame of 8192 x 8192 asks for that much
 
 // A peer that holds a sample lets go of it when the graph stops it first. One that does not is flushed after this.
 constexpr std::chrono::milliseconds kDeliveryPatience{100};
