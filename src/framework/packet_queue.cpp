@@ -78,9 +78,9 @@ GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr packet, const std::functi
         else
             packets.push_back(std::move(packet));
         bytes += size;
-        wake = pinWaits && packets.size() >= wakeAt;
+        wake = pinWaits && BatchLocked();
         if (wake)
-            wakeAt = kBatch;
+            wakeAt = std::min(kBatch, std::max(kFirstWake, maxPackets / 4));
     }
     // Behind the lock: the pin would wake only to wait for it.
     if (wake)

@@ -1,6 +1,7 @@
 // The queue between the reader thread and one pin's streaming thread, and the pool its packets come from.
 #pragma once
 
+#include <algorithm>
 #include <deque>
 #include <functional>
 #include <vector>
@@ -68,7 +69,14 @@ private:
     // A pin that waits for the start of a segment is woken at once, one that keeps up with the reader in batches: waking
     // it for every packet costs more than handing the packet over. Its wait ends after 1 ms in any case.
     static constexpr std::size_t kFirstWake = 2;
-    static constexpr std::size_t kBatch = 16;
+    static constexpr std::size_t kBatch = 40;
+    static constexpr std::uint64_t kBatchBytes = kMiB;
+    // Well before the queue is full: the reader and the pin must not both wait for their time to run out.
+    bool BatchLocked() const G_REQUIRES(lock)
+    {
+        return packets.size() >= wakeAt ||
+               (packets.size() >= kFirstWake && bytes >= std::min(kBatchBytes, byteLimit / 4));
+    }
 
     const std::uint64_t byteLimit;
     const std::size_t maxPackets;

@@ -237,17 +237,6 @@ TEST(Buffers, APacketTooLargeMakesTheBufferHalfAsLargeAgain)
     EXPECT_EQ(rig.Sink(0).Count(Kind::EndFlush), 2u);
 }
 
-TEST(Buffers, SizesInAHeaderAloneAreNoReasonForAHugeBuffer)
-{
-    GScript script = Movie(3, false);
-    script.streams[0] = VideoStream(0, 0x14030, 0xF000, 0);
-    GRig rig(std::move(script));
-    PlayToEnd(rig);
-    ALLOCATOR_PROPERTIES properties{};
-    ASSERT_EQ(rig.Sink(0).Allocator()->GetProperties(&properties), S_OK);
-    EXPECT_LE(properties.cbBuffer, 64 << 20);
-}
-
 TEST(Buffers, TheMatroskaRulesEnlargeWithoutAFlushAndLoseOnlyWhatCannotBeEnlarged)
 {
     GScript script = Movie(4, false);

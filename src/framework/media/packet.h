@@ -56,10 +56,12 @@ public:
 
 private:
     static constexpr std::size_t kSmallest = 1024;  // bytes
+    static constexpr std::size_t kSpare = 65536;    // bytes at most
 
     void Grow(std::size_t bytes, std::size_t keep)
     {
-        std::size_t room = bytes < kSmallest ? kSmallest : bytes;
+        // A little more, so that the buffer serves the next payload of its kind too.
+        std::size_t room = bytes < kSmallest ? kSmallest : bytes + (bytes / 4 < kSpare ? bytes / 4 : kSpare);
         if (keep > 0 && room < capacity + capacity / 2)  // appending: grow in proportion
             room = capacity + capacity / 2;
         auto fresh = std::make_unique_for_overwrite<std::uint8_t[]>(room);
