@@ -128,6 +128,16 @@ class Results(Temporary):
         result = run("probe", "--json", path)
         self.assertEqual((result.returncode, json.loads(result.text)["files"][0]["file"]), (0, str(path)))
 
+    def test_names_from_a_file_do_not_steer_the_terminal(self):
+        path = self.folder / "film.mkv"
+        subprocess.run(["ffmpeg", "-v", "error", "-i", SAMPLE, "-c", "copy", "-metadata", "title=a\x1b[31m\nb\u009bc é",
+                        "-metadata:s:0", "title=\x1b]0;gone\x07", path], check=True, timeout=60)
+        shown = run("probe", path).text
+        self.assertIn(r"a\x1B[31m\nb\x9Bc é", shown)
+        for text in (shown, run("play", path).text, run("seek", path, "1").text):
+            self.assertIn(r"\x1B]0;gone\x07", text)
+            self.assertFalse(set(text) & {"\x1b", "\x07", "\x9b"}, text)
+
     def test_content_counts_more_than_the_name_and_a_named_filter_more_than_both(self):
         path = self.file("film.mp4", pathlib.Path(SAMPLE).read_bytes())
         self.assertEqual(json.loads(run("probe", "--json", path).text)["files"][0]["container"], "AVI")

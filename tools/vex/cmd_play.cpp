@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdio>
+#include <string>
 
 #include "platform/console.h"
 #include "tools/vex/commands.h"
@@ -49,18 +50,26 @@ GJson PinJson(GSession& session, std::size_t pin)
     return json;
 }
 
-std::string PinText(const GJson& pin)
+constexpr std::size_t kWidestName = 40;  // columns; longer ones push the rest aside
+
+// On a terminal: a UTF-8 text counts its characters, not its bytes.
+std::size_t Columns(const std::string& text)
+{
+    return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+std::string PinText(const GJson& pin, std::size_t nameColumns)
 {
     const auto time = [](const GJson& value) {
         return TimeText(value.is_null() ? kNoTime : value.get<std::int64_t>());
     };
-    char text[256];
-    std::snprintf(text, sizeof text, "pin %llu %-20s %9llu samples %14llu bytes  %s to %s%s\n",
-                  pin["index"].get<unsigned long long>(), pin["name"].get<std::string>().c_str(),
-                  pin["samples"].get<unsigned long long>(), pin["bytes"].get<unsigned long long>(),
-                  time(pin["firstStart"]).c_str(), time(pin["lastStop"]).c_str(),
-                  pin["ended"].get<bool>() ? "" : "  (no end)");
-    return text;
+    const std::string name = ValueText(pin["name"]);
+    char counts[96];
+    std::snprintf(counts, sizeof counts, " %9llu samples %14llu bytes  ", pin["samples"].get<unsigned long long>(),
+                  pin["bytes"].get<unsigned long long>());
+    return "pin " + pin["index"].dump() + " " + name +
+           std::string(nameColumns - std::min(nameColumns, Columns(name)), ' ') + counts + time(pin["firstStart"]) +
+           " to " + time(pin["lastStop"]) + (pin["ended"].get<bool>() ? "\n" : "  (no end)\n");
 }
 
 }  // namespace
@@ -99,8 +108,11 @@ int RunPlay(const GSettings& settings)
     if (settings.json) {
         PrintDocument(FileDocument(json));
     } else {
+        std::size_t widest = 0;
         for (const GJson& pin : json["pins"])
-            Print(PinText(pin));
+            widest = std::max(widest, Columns(ValueText(pin["name"])));
+        for (const GJson& pin : json["pins"])
+            Print(PinText(pin, std::min(widest, kWidestName)));
         if (damage.places > 0)
             Print("damage: " + DamageText(damage) + "\n");
     }

@@ -79,13 +79,11 @@ GJson FileJson(GSession& session)
     return json;
 }
 
-std::string ValueText(const GJson& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
-
 std::string PairsText(const GJson& object, const char* indent)
 {
     std::string text;
     for (const auto& [name, value] : object.items())
-        text += indent + name + ": " + ValueText(value) + "\n";
+        text += indent + ValueText(name) + ": " + ValueText(value) + "\n";
     return text;
 }
 

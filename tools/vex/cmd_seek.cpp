@@ -125,7 +125,7 @@ std::string SeekText(const GJson& seek)
     const auto time = [](const GJson& value) { return value.is_null() ? kNoTime : value.get<std::int64_t>(); };
     std::string text = "seek to " + TimeText(time(seek["requested"])) + " (" + seek["requested"].dump() + ")\n";
     for (const GJson& pin : seek["pins"]) {
-        text += "  pin " + pin["index"].dump() + " " + pin["name"].get<std::string>() + ": reached " +
+        text += "  pin " + pin["index"].dump() + " " + ValueText(pin["name"]) + ": reached " +
                 TimeText(time(pin["reached"])) + " (" + pin["reached"].dump() + "), segment from " +
                 pin["segmentStart"].dump() + "\n";
         for (const GJson& sample : pin["samples"])

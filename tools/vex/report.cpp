@@ -51,6 +51,27 @@ bool FinishOutput()
     return false;
 }
 
+std::string ValueText(const GJson& value)
+{
+    if (!value.is_string())
+        return value.dump();
+    const auto& raw = value.get_ref<const std::string&>();
+    const auto at = [&](std::size_t i) { return i < raw.size() ? static_cast<unsigned char>(raw[i]) : 0u; };
+    std::string text;
+    for (std::size_t i = 0; i < raw.size(); ++i) {
+        const bool c1 = at(i) == 0xC2 && at(i + 1) >= 0x80 && at(i + 1) < 0xA0;  // U+0080 to U+009F in UTF-8
+        const unsigned code = c1 ? at(++i) : at(i);
+        if (!c1 && code >= 0x20 && code != 0x7F) {
+            text += raw[i];
+            continue;
+        }
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, code == '\n' ? "\\n" : "\\x%02X", code);
+        text += escaped;
+    }
+    return text;
+}
+
 GJson FilesDocument(GJson files)
 {
     GJson document;

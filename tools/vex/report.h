@@ -44,6 +44,10 @@ GJson FilesDocument(GJson files);
 GJson FileDocument(GJson file);  // about one
 GJson FailureDocument(const std::string& file, const GProblem& problem);
 
+// A value for people, on one line: a string with its control characters escaped (names and titles come from files, and
+// must not steer a terminal), anything else as JSON writes it.
+std::string ValueText(const GJson& value);
+
 GJson JsonTime(REFERENCE_TIME time);      // null for kNoTime
 GJson JsonText(const std::string& text);  // null for an empty text
 
