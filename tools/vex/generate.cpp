@@ -139,7 +139,7 @@ std::string ZshAction(const GOptionRow& option)
     return "";
 }
 
-// Colons and brackets part the fields of an option specification.
+// Colons and brackets part the fields of what describes an option.
 std::string ZshText(std::string_view text)
 {
     std::string safe;
