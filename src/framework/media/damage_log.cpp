@@ -1,5 +1,6 @@
 #include "framework/media/damage_log.h"
 
+#include <new>
 #include <string>
 
 #include "platform/trace.h"
@@ -11,12 +12,17 @@ void GDamageLog::Add(const char* what, std::int64_t position, std::uint64_t byte
     const GMutexLock held(lock);
     if (places.contains(position))
         return;
-    if (places.size() < kMaxPlaces)
-        places.insert(position);
     Trace("Damage: %s at byte %lld\n", what, static_cast<long long>(position));
-    if (report.count++ == 0)
-        report.first = std::string(what) + " at byte " + std::to_string(position);
+    ++report.count;
     report.bytes += bytes;
+    try {
+        if (report.first.empty())
+            report.first = std::string(what) + " at byte " + std::to_string(position);
+        if (places.size() < kMaxPlaces)
+            places.insert(position);
+    } catch (const std::bad_alloc&) {
+        // Counted all the same: who reports that memory ran short cannot be told that there is none.
+    }
 }
 
 GDamageReport GDamageLog::Report() const

@@ -14,7 +14,7 @@ namespace vex {
 class GDamageLog {
 public:
     // `what` is static English text that names the thing and its fault; `position` is where it is in the file, `bytes`
-    // how many bytes were passed over because of it. Throws std::bad_alloc only.
+    // how many bytes were passed over because of it. Never throws.
     void Add(const char* what, std::int64_t position, std::uint64_t bytes = 0) G_EXCLUDES(lock);
     GDamageReport Report() const G_EXCLUDES(lock);
     void Clear() G_EXCLUDES(lock);
