@@ -111,6 +111,20 @@ class Results(Temporary):
                 self.assertTrue(first["discontinuity"] and first["sync"])
                 self.assertFalse(second["discontinuity"])
 
+    def test_seek_says_the_same_however_fast_the_pins_play_on(self):
+        asked = ["seek", "--json", SAMPLE, "1", "3.9"]
+        self.assertEqual({run(*asked).text for _ in range(20)}, {run(*asked).text})
+        [file] = json.loads(run("seek", "--json", "-n", "1000", SAMPLE, "1").text)["files"]
+        self.assertEqual([pin["ended"] for pin in file["seeks"][0]["pins"]], [True, True])
+
+    def test_a_pin_without_samples_shows_none_of_the_seek_before(self):
+        line = self.file("line.srt", b"1\n00:00:00,000 --> 00:00:00,500\nfirst\n")
+        path = self.folder / "film.mkv"
+        subprocess.run(["ffmpeg", "-v", "error", "-i", SAMPLE, "-i", line, "-c", "copy", path], check=True, timeout=60)
+        [file] = json.loads(run("seek", "--json", path, "0", "3").text)["files"]
+        subtitles = [seek["pins"][-1] for seek in file["seeks"]]
+        self.assertEqual([(len(pin["samples"]), pin["ended"]) for pin in subtitles], [(1, True), (0, True)])
+
     def test_extract_writes_the_payloads_that_dump_measured(self):
         lines = [json.loads(line) for line in run("dump", "--json", SAMPLE).text.splitlines()]
         result = run("extract", "--json", SAMPLE, "-o", self.folder / "new" / "folder")

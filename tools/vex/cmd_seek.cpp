@@ -58,11 +58,15 @@ public:
         });
     }
 
-    std::vector<GFirstSample> Of(std::size_t pin)
+    // What came in `segment`; a pin that ended at once keeps the samples of the segment before.
+    std::vector<GFirstSample> Of(std::size_t pin, std::uint64_t segment)
     {
         const GMutexLock held(lock);
-        return pins[pin].samples;
+        return pins[pin].segment == segment ? pins[pin].samples : std::vector<GFirstSample>{};
     }
+
+    // The pins go on playing, so only an end before the last sample asked for is the same in every run.
+    bool EndedShort(const GSinkReport& report) const { return report.endOfStream && report.segmentSamples < wanted; }
 
 private:
     GHostGraph& graph;
@@ -100,8 +104,8 @@ GJson LandingJson(GSession& session, GFirstSamples& first, std::size_t pin, cons
     json["result"] = ResultText(seek.result);
     json["reached"] = JsonTime(seek.reached);
     json["segmentStart"] = JsonTime(report.segmentStart);
-    json["ended"] = report.endOfStream;
-    json["samples"] = SamplesJson(first.Of(pin));
+    json["ended"] = first.EndedShort(report);
+    json["samples"] = SamplesJson(first.Of(pin, report.segments));
     return json;
 }
 
