@@ -17,7 +17,6 @@ constexpr char kUsage[] =
     "graph_test MODULE CLSID rounds own|grabber COUNT FILE   play, pause, seek, stop, play again; nothing left behind\n"
     "graph_test MODULE CLSID again own|grabber FILE          play to the end, then from 0 again\n"
     "graph_test MODULEPATH CLSID reload COUNT FILE           load the module, play, unload it; nothing left behind\n"
-    "graph_test MODULE CLSID load FILE                       what Load says: its result, and the error text\n"
     "graph_test MODULE CLSID paths DIRECTORY FILE DECOY      file names that are hard to pass on\n"
     "graph_test hold shared|alone FILE EVENT                 (used by paths) holds a file open for writing\n"
     "MODULE: the module file, or \"registered\". CLSID: the filter's class identifier in braces.\n";
@@ -213,7 +212,7 @@ void Round(const GSubject& subject, GPinSamples& whole)
     {
         GTestGraph graph(subject.access, subject.clsid);
         const GLoadResult loaded = graph.Load(subject.file);
-        Check(loaded.result, "loading " + Utf8(subject.file) + " (" + loaded.errorText + ")");
+        Check(loaded.result, "loading " + Utf8FromWide(subject.file) + " (" + loaded.errorText + ")");
         graph.ConnectAll(subject.kind, GPace::Free);
         const LONGLONG duration = graph.Duration();
         Require(duration > 0, "the graph knows no duration");
@@ -245,7 +244,7 @@ int PlayTwice(const GSubject& subject)
 {
     GPinSamples whole;
     GTestGraph graph(subject.access, subject.clsid);
-    Check(graph.Load(subject.file).result, "loading " + Utf8(subject.file));
+    Check(graph.Load(subject.file).result, "loading " + Utf8FromWide(subject.file));
     graph.ConnectAll(subject.kind, GPace::Free);
     PlayFromTheStart(graph, whole, "first run");
     graph.SeekTo(0);
@@ -305,7 +304,7 @@ int Reload(const std::wstring& module, REFCLSID clsid, const std::wstring& file,
     return Repeat(count, [&] {
         {
             const GModuleAccess access(module);
-            PlayWhole(access, clsid, file, GSinkKind::Own);
+            Check(PlayWhole(access, clsid, file).loaded.result, "loading " + Utf8FromWide(file));
             Require(access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
         }
         Require(!GetModuleHandleW(L"VEX.ax"), "the module stays loaded");
@@ -318,7 +317,7 @@ int PrintSamples(const GSubject& subject)
     {
         GTestGraph graph(subject.access, subject.clsid);
         const GLoadResult loaded = graph.Load(subject.file);
-        Check(loaded.result, "loading " + Utf8(subject.file) + " (" + loaded.errorText + ")");
+        Check(loaded.result, "loading " + Utf8FromWide(subject.file) + " (" + loaded.errorText + ")");
         graph.ConnectAll(subject.kind, GPace::Free);
         graph.Run();
         graph.WaitForEnd();
@@ -331,14 +330,6 @@ int PrintSamples(const GSubject& subject)
     }
     Require(subject.access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
     std::fwrite(text.data(), 1, text.size(), stdout);
-    return 0;
-}
-
-int PrintLoad(const GSubject& subject)
-{
-    GTestGraph graph(subject.access, subject.clsid);
-    const GLoadResult loaded = graph.Load(subject.file);
-    std::printf("%s\n%s\n", HexResult(loaded.result).c_str(), loaded.errorText.c_str());
     return 0;
 }
 
@@ -365,8 +356,6 @@ int Body(std::span<wchar_t*> arguments)
         return Rounds({access, clsid, ParseKind(words[3]), words[5]}, std::stoi(words[4]));
     if (mode == L"again" && words.size() == 5)
         return PlayTwice({access, clsid, ParseKind(words[3]), words[4]});
-    if (mode == L"load" && words.size() == 4)
-        return PrintLoad({access, clsid, GSinkKind::Own, words[3]});
     if (mode == L"paths" && words.size() == 6)
         return TryPaths(access, clsid, words[3], words[4], words[5]);
     throw GTestFailure(kUsage);

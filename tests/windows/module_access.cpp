@@ -22,7 +22,7 @@ GModuleAccess::GModuleAccess(const std::wstring& pathOrRegistered)
         return;
     module = LoadLibraryExW(pathOrRegistered.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     Require(module != nullptr,
-            Utf8(pathOrRegistered) + " cannot be loaded: system error " + std::to_string(GetLastError()));
+            Utf8FromWide(pathOrRegistered) + " cannot be loaded: system error " + std::to_string(GetLastError()));
 }
 
 GModuleAccess::~GModuleAccess()

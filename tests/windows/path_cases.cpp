@@ -12,12 +12,6 @@ namespace {
 
 using GPayloads = std::vector<std::string>;  // digests of all pins' samples, pin after pin
 
-struct GOutcome {
-    HRESULT result = E_FAIL;
-    std::string errorText;
-    GPayloads payloads;
-};
-
 // Owns a Win32 handle.
 struct GHandle {
     HANDLE value = nullptr;
@@ -34,64 +28,54 @@ std::wstring Long(const std::wstring& path) { return L"\\\\?\\" + path; }
 void Copy(const std::wstring& from, const std::wstring& to)
 {
     Require(CopyFileW(Long(from).c_str(), Long(to).c_str(), FALSE) != 0,
-            "copying to " + Utf8(to) + " fails with system error " + std::to_string(GetLastError()));
+            "copying to " + Utf8FromWide(to) + " fails with system error " + std::to_string(GetLastError()));
 }
 
 void MakeDirectory(const std::wstring& path)
 {
     Require(CreateDirectoryW(Long(path).c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS,
-            "making " + Utf8(path) + " fails with system error " + std::to_string(GetLastError()));
+            "making " + Utf8FromWide(path) + " fails with system error " + std::to_string(GetLastError()));
+}
+
+GPayloads Payloads(const GPlayed& played)
+{
+    GPayloads payloads;
+    for (const auto& log : played.logs)
+        for (const auto& sample : log->Samples())
+            payloads.push_back(sample.md5);
+    return payloads;
 }
 
 class GPathCases {
 public:
     GPathCases(const GModuleAccess& moduleAccess, REFCLSID filter, const std::wstring& file, const std::wstring& other)
-        : access(moduleAccess), clsid(filter), wanted(Play(file).payloads), decoyFile(other)
+        : access(moduleAccess), clsid(filter), wanted(Payloads(Play(file))), decoyFile(other)
     {
         Require(!wanted.empty(), "the file cannot be played under its own name");
-        Require(Play(other).payloads != wanted, "the decoy has the same samples as the file");
-    }
-
-    GOutcome Play(const std::wstring& path) const
-    {
-        GOutcome outcome;
-        GTestGraph graph(access, clsid);
-        const GLoadResult loaded = graph.Load(path);
-        outcome.result = loaded.result;
-        outcome.errorText = loaded.errorText;
-        if (FAILED(loaded.result))
-            return outcome;
-        graph.ConnectAll(GSinkKind::Own, GPace::Free);
-        graph.Run();
-        graph.WaitForEnd();
-        graph.Stop();
-        for (const auto& log : graph.Logs()) {
-            for (const auto& sample : log->Samples())
-                outcome.payloads.push_back(sample.md5);
-        }
-        return outcome;
+        Require(Payloads(Play(other)) != wanted, "the decoy has the same samples as the file");
     }
 
     void MustOpen(const std::wstring& path, const char* situation) const
     {
-        const GOutcome outcome = Play(path);
-        Require(SUCCEEDED(outcome.result),
-                std::string(situation) + ": " + HexResult(outcome.result) + ", \"" + outcome.errorText + "\"");
-        Require(outcome.payloads == wanted, std::string(situation) + ": another file was played");
+        const GPlayed played = Play(path);
+        Require(SUCCEEDED(played.loaded.result), std::string(situation) + ": " + ResultText(played.loaded.result) +
+                                                     ", \"" + played.loaded.errorText + "\"");
+        Require(Payloads(played) == wanted, std::string(situation) + ": another file was played");
         std::printf("%s: opens\n", situation);
     }
 
     void MustFail(const std::wstring& path, const char* situation) const
     {
-        const GOutcome outcome = Play(path);
-        Require(outcome.result == E_FAIL, std::string(situation) + ": Load says " + HexResult(outcome.result));
-        Require(!outcome.errorText.empty(), std::string(situation) + ": no reason is given");
-        std::printf("%s: refused, \"%s\"\n", situation, outcome.errorText.c_str());
+        const GPlayed played = Play(path);
+        Require(played.loaded.result == E_FAIL,
+                std::string(situation) + ": Load says " + ResultText(played.loaded.result));
+        Require(!played.loaded.errorText.empty(), std::string(situation) + ": no reason is given");
+        std::printf("%s: refused, \"%s\"\n", situation, played.loaded.errorText.c_str());
     }
 
     void MustNotMistake(const std::wstring& path, const char* situation) const
     {
-        if (SUCCEEDED(Play(path).result))
+        if (SUCCEEDED(Play(path).loaded.result))
             MustOpen(path, situation);
         else
             MustFail(path, situation);
@@ -100,6 +84,8 @@ public:
     const std::wstring& Decoy() const { return decoyFile; }
 
 private:
+    GPlayed Play(const std::wstring& path) const { return PlayWhole(access, clsid, path); }
+
     const GModuleAccess& access;
     const CLSID clsid;
     const GPayloads wanted;

@@ -94,14 +94,15 @@ void PrintTree(HKEY parent, const std::wstring& path, const std::string& shown)
         if (got != ERROR_SUCCESS && got != ERROR_MORE_DATA)
             break;
         const std::string value = got == ERROR_SUCCESS ? Hex({data.data(), bytes}) : "(long)";
-        std::printf("%s\t%s\t%lu\t%s\n", shown.c_str(), Utf8({name.data(), nameLength}).c_str(), type, value.c_str());
+        std::printf("%s\t%s\t%lu\t%s\n", shown.c_str(), Utf8FromWide({name.data(), nameLength}).c_str(), type,
+                    value.c_str());
     }
     for (DWORD i = 0;; ++i) {
         DWORD nameLength = static_cast<DWORD>(name.size());
         if (RegEnumKeyExW(opened.key, i, name.data(), &nameLength, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
             break;
         const std::wstring child(name.data(), nameLength);
-        PrintTree(opened.key, child, shown + "\\" + Utf8(child));
+        PrintTree(opened.key, child, shown + "\\" + Utf8FromWide(child));
     }
 }
 
@@ -173,8 +174,8 @@ DWORD Word(const std::vector<BYTE>& data, std::size_t position)
 // types, ...}; the platform's two-version layout writes the same words for version 1 filters.
 void CheckMapping(const GClass& expected, const GMapped& mapped)
 {
-    const std::string name = Utf8(expected.name);
-    Require(mapped.name == expected.name, name + " is called \"" + Utf8(mapped.name) + "\" by the mapper");
+    const std::string name = Utf8FromWide(expected.name);
+    Require(mapped.name == expected.name, name + " is called \"" + Utf8FromWide(mapped.name) + "\" by the mapper");
     Require(Word(mapped.data, 4) == MERIT_DO_NOT_USE, name + " has merit " + std::to_string(Word(mapped.data, 4)));
     Require(Word(mapped.data, 8) == 1, name + " has " + std::to_string(Word(mapped.data, 8)) + " pins");
     const DWORD flags = Word(mapped.data, 20);
@@ -185,17 +186,18 @@ void CheckMapping(const GClass& expected, const GMapped& mapped)
 void CheckKeys(const GClass& expected, const std::wstring& modulePath)
 {
     const std::wstring key = std::wstring(L"CLSID\\") + expected.clsid;
-    const std::string name = Utf8(expected.name);
+    const std::string name = Utf8FromWide(expected.name);
     Require(Text(key, nullptr) == expected.name, name + ": the key's default value is not the name");
     const auto server = Text(key + L"\\InprocServer32", nullptr);
     Require(server && _wcsicmp(server->c_str(), modulePath.c_str()) == 0,
-            name + ": InprocServer32 is \"" + Utf8(server.value_or(L"(absent)")) + "\", not " + Utf8(modulePath));
+            name + ": InprocServer32 is \"" + Utf8FromWide(server.value_or(L"(absent)")) + "\", not " +
+                Utf8FromWide(modulePath));
     Require(Text(key + L"\\InprocServer32", L"ThreadingModel") == L"Both", name + ": ThreadingModel is not Both");
 }
 
 void CheckCreation(const GClass& expected, bool built)
 {
-    const std::string name = Utf8(expected.name);
+    const std::string name = Utf8FromWide(expected.name);
     // Poisoned: a refusal must clear it.
     void* created = &created;
     const HRESULT result =
@@ -204,7 +206,7 @@ void CheckCreation(const GClass& expected, bool built)
         Check(result, "creating " + name);
         static_cast<IUnknown*>(created)->Release();
     } else {
-        Require(result == E_NOTIMPL && !created, name + " is not built, but creating it gives " + HexResult(result));
+        Require(result == E_NOTIMPL && !created, name + " is not built, but creating it gives " + ResultText(result));
     }
     std::printf("%s: %s\n", name.c_str(), built ? "created" : "registered, refuses to be created");
 }
@@ -216,10 +218,10 @@ int CheckInstalled(const std::wstring& modulePath, std::span<wchar_t*> built)
     for (const GClass& expected : kClasses) {
         CheckKeys(expected, modulePath);
         std::wstring clsid = expected.clsid;
-        Require(mapped.count(clsid) == 1,
-                Utf8(expected.name) + " is " + std::to_string(mapped.count(clsid)) + " times in the filter mapper");
+        Require(mapped.count(clsid) == 1, Utf8FromWide(expected.name) + " is " + std::to_string(mapped.count(clsid)) +
+                                              " times in the filter mapper");
         CheckMapping(expected, mapped.find(clsid)->second);
-        Require(offered.count(clsid) == 0, Utf8(expected.name) + " is offered to automatic graph building");
+        Require(offered.count(clsid) == 0, Utf8FromWide(expected.name) + " is offered to automatic graph building");
         const bool isBuilt =
             std::any_of(built.begin(), built.end(), [&](const wchar_t* one) { return !_wcsicmp(one, expected.clsid); });
         CheckCreation(expected, isBuilt);
@@ -233,14 +235,14 @@ int CheckRemoved()
 {
     const auto mapped = MappedFilters(MERIT_DO_NOT_USE);
     for (const GClass& expected : kClasses) {
-        const std::string name = Utf8(expected.name);
+        const std::string name = Utf8FromWide(expected.name);
         const GKey key(HKEY_CLASSES_ROOT, std::wstring(L"CLSID\\") + expected.clsid);
         Require(!key.key, name + ": its key is still there");
         Require(mapped.count(expected.clsid) == 0, name + " is still in the filter mapper");
         GComPtr<IUnknown> created;
         const HRESULT result =
             CoCreateInstance(ParseGuid(expected.clsid), nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, created.PutVoid());
-        Require(result == REGDB_E_CLASSNOTREG, name + ": creating it gives " + HexResult(result));
+        Require(result == REGDB_E_CLASSNOTREG, name + ": creating it gives " + ResultText(result));
     }
     return 0;
 }

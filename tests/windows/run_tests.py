@@ -186,8 +186,9 @@ class Context:
         return self.wine.run("graph_test.exe", access, *arguments, timeout=timeout)
 
     def snapshot(self):
+        """The registry but for the keys of Wine itself, which it writes whenever it gets round to it."""
         lines = must_succeed(self.wine.run("registration_test.exe", "snapshot"), "reading the registry").stdout
-        return lines.decode("utf-8").splitlines()
+        return [line for line in lines.decode("utf-8").splitlines() if not line.startswith("HKCU\\Software\\Wine\\")]
 
     def regsvr32(self, *options):
         must_succeed(self.wine.run_command("regsvr32", "/s", *options, r"C:\vex\VEX.ax"), " ".join(("regsvr32", *options)))

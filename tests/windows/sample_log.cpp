@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/md5.h"
 #include "windows/support.h"
 
 namespace vex::wintest {
@@ -44,7 +45,7 @@ GSampleRecord ReadSample(IMediaSample& sample)
     record.preroll = sample.IsPreroll() == S_OK;
     BYTE* bytes = nullptr;
     Check(sample.GetPointer(&bytes), "GetPointer of a sample");
-    record.md5 = Md5({bytes, static_cast<std::size_t>(record.size)});
+    record.md5 = HexText(GMd5::Of({bytes, static_cast<std::size_t>(record.size)}));
     return record;
 }
 

@@ -1,4 +1,4 @@
-// What the Windows test programs share: failing with a reason, text, digests.
+// What the Windows test programs share: failing with a reason, and the system's texts.
 #pragma once
 
 #include <span>
@@ -6,7 +6,9 @@
 #include <string>
 #include <string_view>
 
+#include "host/host_graph.h"  // ResultText, TakeText
 #include "platform/com.h"
+#include "platform/text.h"
 
 namespace vex::wintest {
 
@@ -23,17 +25,11 @@ void Check(HRESULT result, std::string_view what);
 // Throws unless `holds`.
 void Require(bool holds, std::string_view what);
 
-std::string Utf8(std::wstring_view text);
-std::string HexResult(HRESULT result);
-std::string GuidText(REFGUID guid);
 // Reads the braced text of a GUID; throws when it is none.
 GUID ParseGuid(const std::wstring& text);
 
 // Takes the calling thread's error object: its description, or an empty text.
 std::string TakeErrorText();
-
-// 32 lower-case hexadecimal digits.
-std::string Md5(std::span<const BYTE> bytes);
 
 // Runs a program's body: initialises COM, makes stdout binary, turns a failure into a line on stderr and exit status 1.
 int RunProgram(int (*body)(std::span<wchar_t*> arguments), int argc, wchar_t** argv);

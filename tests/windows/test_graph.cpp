@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 
+#include "framework/media/media_type_text.h"
 #include "windows/support.h"
 
 #include <qedit.h>
@@ -70,7 +71,7 @@ std::string PinName(IPin& pin)
     Check(pin.QueryPinInfo(&info), "QueryPinInfo");
     if (info.pFilter)
         info.pFilter->Release();
-    return Utf8(info.achName);
+    return Utf8FromWide(info.achName);
 }
 
 }  // namespace
@@ -114,7 +115,8 @@ GLoadResult GTestGraph::Load(const std::wstring& path)
         Check(file->GetCurFile(&current, nullptr), "GetCurFile");
         const std::wstring said = current ? current : L"";
         CoTaskMemFree(current);
-        Require(said == path, "GetCurFile says \"" + Utf8(said) + "\" after \"" + Utf8(path) + "\" was loaded");
+        Require(said == path,
+                "GetCurFile says \"" + Utf8FromWide(said) + "\" after \"" + Utf8FromWide(path) + "\" was loaded");
     }
     return loaded;
 }
@@ -152,8 +154,8 @@ GComPtr<IBaseFilter> GTestGraph::AddSystemFilter(REFCLSID clsid, const wchar_t* 
 {
     GComPtr<IBaseFilter> filter;
     Check(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, filter.PutVoid()),
-          "creating the system's " + Utf8(name));
-    Check(graph->AddFilter(filter.Get(), name), "adding the system's " + Utf8(name));
+          "creating the system's " + Utf8FromWide(name));
+    Check(graph->AddFilter(filter.Get(), name), "adding the system's " + Utf8FromWide(name));
     return filter;
 }
 
@@ -163,7 +165,7 @@ bool GTestGraph::ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log)
     if (const HRESULT connected = graph->ConnectDirect(&pin, OnlyPin(*grabber, PINDIR_INPUT).Get(), nullptr);
         FAILED(connected)) {
         std::fprintf(stderr, "note: the sample grabber refuses pin \"%s\" (%s)\n", log->name.c_str(),
-                     HexResult(connected).c_str());
+                     ResultText(connected).c_str());
         Check(graph->RemoveFilter(grabber.Get()), "removing the sample grabber");
         return false;
     }
@@ -191,7 +193,7 @@ void GTestGraph::WaitForState(OAFilterState wanted)
     OAFilterState state = -1;
     const HRESULT result = control->GetState(static_cast<LONG>(kPatienceMs), &state);
     Require(result == S_OK && state == wanted, "the graph is in state " + std::to_string(state) + " (" +
-                                                   HexResult(result) + "), not " + std::to_string(wanted));
+                                                   ResultText(result) + "), not " + std::to_string(wanted));
 }
 
 void GTestGraph::Run()
@@ -231,7 +233,7 @@ void GTestGraph::WaitForEnd()
         const auto status = static_cast<HRESULT>(first);
         events->FreeEventParams(code, first, second);
         Require(code != EC_ERRORABORT && code != EC_USERABORT,
-                "the graph was aborted by event " + std::to_string(code) + " with " + HexResult(status));
+                "the graph was aborted by event " + std::to_string(code) + " with " + ResultText(status));
         if (code == EC_COMPLETE)
             return;
     }
@@ -260,13 +262,6 @@ LONGLONG GTestGraph::Duration()
     return duration;
 }
 
-LONGLONG GTestGraph::Position()
-{
-    LONGLONG position = 0;
-    Check(seeking->GetCurrentPosition(&position), "GetCurrentPosition of the graph");
-    return position;
-}
-
 void GTestGraph::ClearLogs()
 {
     for (const auto& log : logs)
@@ -279,17 +274,17 @@ void GTestGraph::HoldSinksAt(std::size_t samples)
         sink->HoldAt(samples);
 }
 
-std::vector<std::shared_ptr<GPinLog>> PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path,
-                                                GSinkKind kind)
+GPlayed PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path)
 {
     GTestGraph graph(access, clsid);
     const GLoadResult loaded = graph.Load(path);
-    Check(loaded.result, "loading " + Utf8(path) + " (" + loaded.errorText + ")");
-    graph.ConnectAll(kind, GPace::Free);
+    if (FAILED(loaded.result))
+        return {loaded, {}};
+    graph.ConnectAll(GSinkKind::Own, GPace::Free);
     graph.Run();
     graph.WaitForEnd();
     graph.Stop();
-    return graph.Logs();
+    return {loaded, graph.Logs()};
 }
 
 }  // namespace vex::wintest

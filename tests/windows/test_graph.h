@@ -52,7 +52,6 @@ public:
     // Through the graph's IMediaSeeking; times in 100 ns.
     void SeekTo(LONGLONG position);
     LONGLONG Duration();
-    LONGLONG Position();
 
     const std::vector<std::shared_ptr<GPinLog>>& Logs() const { return logs; }
     void ClearLogs();
@@ -77,8 +76,13 @@ private:
     std::size_t grabbed = 0;
 };
 
-// The plain route: load, connect, run to the end, and what every pin got.
-std::vector<std::shared_ptr<GPinLog>> PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path,
-                                                GSinkKind kind);
+// What Load said, and what every pin got where it opened the file.
+struct GPlayed {
+    GLoadResult loaded;
+    std::vector<std::shared_ptr<GPinLog>> logs;
+};
+
+// The plain route: load, connect sinks of our own, run to the end.
+GPlayed PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path);
 
 }  // namespace vex::wintest
