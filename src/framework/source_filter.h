@@ -40,6 +40,7 @@ public:
     STDMETHODIMP GetProperty(LONG pin, ULONG index, BSTR* pName, BSTR* pValue, VexPropertyType* pType) override;
     STDMETHODIMP GetPinLanguage(LONG pin, BSTR* pLanguage) override;
     STDMETHODIMP GetDamage(ULONGLONG* pPlaces, ULONGLONG* pBytes, BSTR* pFirst) override;
+    STDMETHODIMP IsIndexComplete() override;
     STDMETHODIMP GetAttachmentCount(ULONG* pCount) override;
     STDMETHODIMP GetAttachment(ULONG index, BSTR* pName, BSTR* pMimeType, BSTR* pDescription,
                                ULONGLONG* pSize) override;

@@ -81,6 +81,13 @@ HRESULT CVexFilter::GetDamage(ULONGLONG* pPlaces, ULONGLONG* pBytes, BSTR* pFirs
     });
 }
 
+HRESULT CVexFilter::IsIndexComplete()
+{
+    if (!IsLoaded())
+        return VFW_E_WRONG_STATE;
+    return handler->IsIndexComplete() ? S_OK : S_FALSE;
+}
+
 HRESULT CVexFilter::GetAttachmentCount(ULONG* pCount)
 {
     if (!pCount)

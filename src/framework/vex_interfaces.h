@@ -53,6 +53,8 @@ struct IVexInspect : public IUnknown {
                                                     ULONGLONG* pSize) = 0;
     // Exactly `cb` bytes from `offset` of an attachment; E_FAIL when they are not all there.
     virtual HRESULT STDMETHODCALLTYPE ReadAttachment(ULONG index, ULONGLONG offset, BYTE* pBuffer, ULONG cb) = 0;
+    // S_FALSE while an index is still being built out of what is in the file; until then seeks may land short of the end.
+    virtual HRESULT STDMETHODCALLTYPE IsIndexComplete() = 0;
 };
 
 #pragma GCC diagnostic pop

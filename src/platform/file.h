@@ -32,7 +32,7 @@ public:
     // Current size in bytes as the system knows it now; -1 on error.
     std::int64_t Size() const;
 
-    // The operating system's number for why the last open failed, 0 when it did not.
+    // The operating system's number for why the last open, or a write after it, failed; 0 when none did.
     std::uint32_t LastError() const { return lastError; }
 
 private:

@@ -21,6 +21,11 @@ std::string NarrowPathFromWide(WStringView path);
 // Linux file names are bytes: those that are no UTF-8 become U+DC80..U+DCFF here and bytes again there.
 WString WideFromNarrowPath(std::string_view path);
 inline constexpr std::string_view kUtf8PathMark = "\xEF\xBB\xBF";
+// A path out of CommandLineArguments: UTF-8, on Linux any bytes.
+inline WString WideFromPathArgument(std::string_view path)
+{
+    return WideFromNarrowPath(std::string(kUtf8PathMark).append(path));
+}
 
 // BSTR copy of an ANSI string: an absent input gives an absent result; throws std::bad_alloc when memory is short.
 BSTR ToWide(const char* ansi);

@@ -26,6 +26,7 @@ public:
     REFERENCE_TIME Duration() const override { return duration; }
     std::span<const GStreamInfo> Streams() const override { return infos; }
     REFERENCE_TIME LongestStreamDuration() const override;
+    bool IsIndexComplete() const override { return !scanner || !scanner->IsScanning(); }
 
     GReadStatus ReadPacket(GNextPacket& next) override;
     bool ReadPayload(GPacket2& packet) override;

@@ -84,6 +84,8 @@ public:
     virtual std::span<const GStreamInfo> Streams() const = 0;
     // The longest stream as known now (an index may still grow), 100 ns.
     virtual REFERENCE_TIME LongestStreamDuration() const { return Duration(); }
+    // False while a thread of the handler still builds an index out of what is in the file: seeks land short of the end.
+    virtual bool IsIndexComplete() const { return true; }
 
     // Announces the next packet in delivery order. Must return in bounded time and never wait longer than 1 ms.
     virtual GReadStatus ReadPacket(GNextPacket& next) = 0;

@@ -130,8 +130,10 @@ std::int64_t GOsFile::WriteAt(std::int64_t position, const void* buffer, std::ui
             ::pwrite(static_cast<int>(handle), static_cast<const char*>(buffer) + done, count - done, position + done);
         if (put > 0)
             done += static_cast<std::uint32_t>(put);
-        else if (put == 0 || errno != EINTR)
+        else if (put == 0 || errno != EINTR) {
+            lastError = static_cast<std::uint32_t>(put == 0 ? ENOSPC : errno);
             return -1;
+        }
     }
     return done;
 }
@@ -147,6 +149,8 @@ std::int64_t GOsFile::Size() const
 
 std::string DescribeOsError(std::uint32_t error)
 {
+    if (error == ESPIPE)  // "Illegal seek" tells nobody what is wrong with a pipe
+        return "a pipe or a device, not a file";
     char buffer[128] = {};
     return ::strerror_r(static_cast<int>(error), buffer, sizeof(buffer));
 }

@@ -122,8 +122,11 @@ std::int64_t GOsFile::WriteAt(std::int64_t position, const void* buffer, std::ui
     while (done < count) {
         OVERLAPPED at = At(position + done);
         DWORD put = 0;
-        if (!WriteFile(AsHandle(handle), static_cast<const char*>(buffer) + done, count - done, &put, &at) || put == 0)
+        if (!WriteFile(AsHandle(handle), static_cast<const char*>(buffer) + done, count - done, &put, &at) ||
+            put == 0) {
+            lastError = GetLastError();
             return -1;
+        }
         done += put;
     }
     return done;
