@@ -1,6 +1,5 @@
 """Extracted streams, as other tools read them."""
 
-import hashlib
 import json
 import os
 import pathlib
@@ -47,8 +46,7 @@ class Extract(unittest.TestCase):
         (cls.folder / "font.ttf").write_bytes(bytes(range(256)) * 9000)
         ffmpeg("-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25:duration=3", "-f", "lavfi", "-i", "sine=duration=3",
                "-f", "lavfi", "-i", "sine=frequency=880:duration=3", "-map", "0", "-map", "1", "-map", "2", "-c:v", "libx264",
-               "-bf", "2", "-g", "25", "-c:a:0", "aac", "-c:a:1", "libvorbis", "-attach", cls.folder / "font.ttf",
-               "-metadata:s:t", "mimetype=application/x-truetype-font", cls.film)
+               "-bf", "2", "-g", "25", "-c:a:0", "aac", "-c:a:1", "libvorbis", cls.film)
         cls.outputs = cls.extracted(cls.film)
 
     @classmethod
@@ -96,11 +94,23 @@ class Extract(unittest.TestCase):
         styled = ffmpeg("-copyts", "-i", film, "-map", "0:s:1", "-c", "copy", "-f", "ass", "-")
         self.assertEqual(ffmpeg("-copyts", "-i", self.output(2, "ass", outputs), "-c", "copy", "-f", "ass", "-"), styled)
 
-    def test_attachments_come_out_byte_for_byte(self):
-        folder = self.folder / "attached"
-        run(VEX, "extract", "--attachments", self.film, "-o", folder)
-        self.assertEqual(hashlib.md5((folder / "font.ttf").read_bytes()).digest(),
-                         hashlib.md5((self.folder / "font.ttf").read_bytes()).digest())
+    def test_attachments_come_out_byte_for_byte_and_whatever_their_names_replace_nothing(self):
+        film = self.folder / "attached" / "film.mkv"
+        film.parent.mkdir()
+        font = self.folder / "font.ttf"
+        names = ["film.mkv", "../.hidden", "a.ttf", "a.ttf", "4_b.ttf", "b.ttf", "b.ttf", "x" * 300]
+        arguments = []
+        for i, name in enumerate(names):
+            arguments += ["-attach", font, f"-metadata:s:t:{i}", f"filename={name}"]
+        ffmpeg("-i", self.film, "-map", "0:0", "-c", "copy", *arguments, "-metadata:s:t", "mimetype=font/ttf", film)
+        before = film.read_bytes()
+        run(VEX, "extract", "--attachments", film, "-o", film.parent)
+        self.assertEqual(film.read_bytes(), before)
+        film.unlink()
+        written = {path.name: path.read_bytes() for path in film.parent.iterdir()}
+        self.assertEqual(set(written), {"0_film.mkv", "hidden", "a.ttf", "3_a.ttf", "4_b.ttf", "b.ttf", "6_b.ttf",
+                                        "attachment_7"})
+        self.assertEqual(set(written.values()), {font.read_bytes()})
 
 
 if __name__ == "__main__":

@@ -2,8 +2,10 @@
 
 import os
 import re
+import shlex
 import shutil
 import subprocess
+import tempfile
 import unittest
 
 VEX = os.environ["VEX_BINARY"]
@@ -23,17 +25,24 @@ def options_in_help(command):
 
 
 class Generated(unittest.TestCase):
-    def test_bash_completes_every_command_and_option(self):
+    def test_bash_completes_every_command_and_option_and_files_of_any_name(self):
         script = generated("bash")
-        subprocess.run(["bash", "-n"], input=script, text=True, check=True, timeout=60)
+
+        def offered(*words):
+            line = " ".join(map(shlex.quote, words))
+            return output("bash", "-c", f'{script}\nCOMP_WORDS=(vex {line}); COMP_CWORD={len(words)}; _vex\n'
+                          'printf "%s\\n" "${COMPREPLY[@]}"').splitlines()
+
         for command in COMMANDS:
-            ask = (f'{script}\nCOMP_WORDS=(vex {command} --); COMP_CWORD=2; _vex; printf "%s\\n" "${{COMPREPLY[@]}}"')
-            offered = set(output("bash", "-c", ask).split())
-            self.assertLessEqual(options_in_help(command), offered, command)
-        ask = f'{script}\nCOMP_WORDS=(vex p); COMP_CWORD=1; _vex; printf "%s\\n" "${{COMPREPLY[@]}}"'
-        self.assertEqual(set(output("bash", "-c", ask).split()), {"probe", "play"})
-        ask = f'{script}\nCOMP_WORDS=(vex probe --filter m); COMP_CWORD=3; _vex; printf "%s\\n" "${{COMPREPLY[@]}}"'
-        self.assertLessEqual({"mkv", "mp4", "mpeg"}, set(output("bash", "-c", ask).split()))
+            self.assertLessEqual(options_in_help(command), set(offered(command, "--")), command)
+        self.assertEqual(set(offered("p")), {"probe", "play"})
+        self.assertLessEqual({"mkv", "mp4", "mpeg"}, set(offered("probe", "--filter", "m")))
+        self.assertEqual(offered("extract", "--pin", ""), [""], "a number is nobody's to complete")
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "two words.avi")
+            open(path, "w", encoding="utf-8").close()
+            for before in ("probe", "extract -o"):
+                self.assertEqual(offered(*before.split(), folder + "/two"), [path])
 
     def test_zsh_and_fish_parse_where_the_shells_are(self):
         for kind in ("zsh", "fish"):

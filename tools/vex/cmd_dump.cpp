@@ -112,9 +112,7 @@ int RunDump(const GSettings& settings)
     PrintRecords(settings, pins);
     if (!complete)
         Report(settings, problem);
-    if (const GDamage damage = session->Damage(); damage.places > 0)
-        Complain({session->File(), "damaged: " + DamageText(damage), S_OK, {}});
-    return std::max(session->Verdict(), complete ? kSound : kDamaged);
+    return std::max(session->Verdict(session->Damage()), complete ? kSound : kDamaged);
 }
 
 }  // namespace vex

@@ -46,7 +46,8 @@ public:
     // False, with `problem` filled, when nothing could be written at all.
     bool Pins(GProblem& problem);
     bool Attachments(GProblem& problem);
-    GJson Json() const { return outputs; }
+    const GJson& Outputs() const { return outputs; }
+    const GJson& Failure() const { return failure; }  // why it ended early, or null
     int Status() const { return status; }
 
 private:
@@ -55,13 +56,15 @@ private:
     void Finish(std::size_t pin, GPinOutput& output);
     bool MakeDirectory(GProblem& problem);
     std::string PathFor(std::size_t pin, const std::string& extension) const;
+    bool IsTheInput(const std::string& path) const;
     void WriteAttachment(ULONG index, std::set<std::string>& taken);
-    void Fail(const std::string& path, const std::string& why);
+    void Add(GJson json, GOutputFile& file);
 
     const GSettings& settings;
     GSession& session;
     std::vector<std::unique_ptr<GPinOutput>> pins;  // by pin; null for one that is not extracted
     GJson outputs = GJson::array();
+    GJson failure;
     int status = kSound;
 };
 
@@ -71,13 +74,13 @@ bool GExtraction::MakeDirectory(GProblem& problem)
         problem = {"", "--output names the directory to write to", S_OK, {}};
         return false;
     }
-    std::error_code error;
-    fs::create_directories(PathOf(settings.output), error);
-    if (!fs::is_directory(PathOf(settings.output), error)) {
-        problem = {settings.output, error ? error.message() : "not a directory", S_OK, {}};
-        return false;
-    }
-    return true;
+    std::error_code made;
+    std::error_code found;
+    fs::create_directories(PathOf(settings.output), made);
+    if (fs::is_directory(PathOf(settings.output), found))
+        return true;
+    problem = {settings.output, made ? made.message() : "not a directory", S_OK, {}};
+    return false;
 }
 
 std::string GExtraction::PathFor(std::size_t pin, const std::string& extension) const
@@ -88,11 +91,16 @@ std::string GExtraction::PathFor(std::size_t pin, const std::string& extension) 
     return Utf8Of(PathOf(settings.output) / PathOf(stem + "_" + std::to_string(pin) + "." + extension));
 }
 
+bool GExtraction::IsTheInput(const std::string& path) const
+{
+    std::error_code error;
+    return !path.empty() && fs::equivalent(PathOf(path), PathOf(session.File()), error);
+}
+
 bool GExtraction::OpenOutput(GPinOutput& output, const std::string& path, GProblem& problem)
 {
     output.path = path;
-    std::error_code error;
-    if (!path.empty() && fs::equivalent(PathOf(path), PathOf(session.File()), error)) {
+    if (IsTheInput(path)) {
         problem = {path, "is the file that is read", S_OK, {}};
         return false;
     }
@@ -141,23 +149,30 @@ bool GExtraction::Pins(GProblem& problem)
             Finish(pin, *pins[pin]);
     if (!complete) {
         Complain(problem);
+        failure = ProblemJson(problem);
         status = std::max(status, kDamaged);
     }
     return true;
 }
 
-void GExtraction::Fail(const std::string& path, const std::string& why)
+// Closes `file`; what could not be written is said, and an entry of the result like the rest.
+void GExtraction::Add(GJson json, GOutputFile& file)
 {
-    Complain({path.empty() ? "standard output" : path, why, S_OK, {}});
-    status = kUnusable;
+    const bool whole = file.Close();
+    json["bytes"] = file.Written();
+    if (!whole) {
+        const std::string path = json["path"].is_null() ? "standard output" : json["path"].get<std::string>();
+        const GProblem problem{path, file.Error(), S_OK, {}};
+        Complain(problem);
+        json["error"] = ProblemJson(problem);
+        status = kUnusable;
+    }
+    outputs.push_back(std::move(json));
 }
 
 void GExtraction::Finish(std::size_t pin, GPinOutput& output)
 {
     output.framing.framer->Finish([&](std::span<const std::uint8_t> bytes) { output.file.Write(bytes); });
-    const std::uint64_t bytes = output.file.Written();
-    if (!output.file.Close())
-        Fail(output.path, output.file.Error());
     if (const std::uint64_t count = output.framing.framer->Misshapen(); count > 0) {
         Complain({session.File(),
                   "pin " + std::to_string(pin) + ": " + std::to_string(count) + " samples do not have the shape of " +
@@ -171,18 +186,18 @@ void GExtraction::Finish(std::size_t pin, GPinOutput& output)
     json["path"] = JsonText(output.path);
     json["format"] = output.framing.format;
     json["samples"] = output.samples;
-    json["bytes"] = bytes;
-    outputs.push_back(std::move(json));
+    Add(std::move(json), output.file);
 }
 
-// A name in a file is a claim: only its last part is used, and never one that leads out of the directory.
+// A name in a file is a claim: only its last part is used, and never one that leads out of the directory, hides, or is
+// too long for a file system.
 std::string SafeName(const std::string& claimed, ULONG index)
 {
+    constexpr std::size_t kLongest = 200;  // bytes
     std::string name = claimed.substr(claimed.find_last_of("/\\:") + 1);
     std::erase_if(name, [](char c) { return static_cast<unsigned char>(c) < 0x20; });
-    if (name.empty() || name == "." || name == "..")
-        name = "attachment_" + std::to_string(index);
-    return name;
+    name.erase(0, name.find_first_not_of('.'));
+    return name.empty() || name.size() > kLongest ? "attachment_" + std::to_string(index) : name;
 }
 
 void GExtraction::WriteAttachment(ULONG index, std::set<std::string>& taken)
@@ -196,12 +211,12 @@ void GExtraction::WriteAttachment(ULONG index, std::set<std::string>& taken)
     std::string name = SafeName(TakeText(nameText), index);
     const std::string mimeType = TakeText(mimeText);
     TakeText(descriptionText);
-    if (!taken.insert(name).second)
+    const auto path = [&] { return Utf8Of(PathOf(settings.output) / PathOf(name)); };
+    while (!taken.insert(name).second || IsTheInput(path()))
         name = std::to_string(index) + "_" + name;
-    const std::string path = Utf8Of(PathOf(settings.output) / PathOf(name));
+
     GOutputFile file;
-    if (!file.Open(path))
-        return Fail(path, file.Error());
+    file.Open(path());
     std::vector<BYTE> piece(static_cast<std::size_t>(std::min<ULONGLONG>(size, kAttachmentPiece)));
     for (ULONGLONG offset = 0; offset < size; offset += piece.size()) {
         const auto count = static_cast<ULONG>(std::min<ULONGLONG>(piece.size(), size - offset));
@@ -212,15 +227,11 @@ void GExtraction::WriteAttachment(ULONG index, std::set<std::string>& taken)
         }
         file.Write(std::span(piece).first(count));
     }
-    const std::uint64_t bytes = file.Written();
-    if (!file.Close())
-        Fail(path, file.Error());
     GJson json;
     json["attachment"] = index;
-    json["path"] = path;
+    json["path"] = path();
     json["format"] = mimeType;
-    json["bytes"] = bytes;
-    outputs.push_back(std::move(json));
+    Add(std::move(json), file);
 }
 
 bool GExtraction::Attachments(GProblem& problem)
@@ -238,11 +249,10 @@ bool GExtraction::Attachments(GProblem& problem)
 
 std::string OutputText(const GJson& output)
 {
-    std::string text = output["path"].is_null() ? "standard output" : output["path"].get<std::string>();
-    text += ": ";
+    std::string text = ValueText(output["path"]) + ": ";
     if (output.contains("samples"))
         text += "pin " + output["pin"].dump() + ", " + output["samples"].dump() + " samples, ";
-    return text + output["bytes"].dump() + " bytes, " + output["format"].get<std::string>() + "\n";
+    return text + output["bytes"].dump() + " bytes, " + ValueText(output["format"]) + "\n";
 }
 
 }  // namespace
@@ -256,24 +266,22 @@ int RunExtract(const GSettings& settings)
         GExtraction extraction(settings, *session);
         if (settings.attachments ? extraction.Attachments(problem) : extraction.Pins(problem)) {
             GJson json = session->Head();
-            json["outputs"] = extraction.Json();
+            json["outputs"] = extraction.Outputs();
             const GDamage damage = session->Damage();
             json["damage"] = DamageJson(damage);
-            if (damage.places > 0)
-                Complain({file, "damaged: " + DamageText(damage), S_OK, {}});
+            if (!extraction.Failure().is_null())
+                json["error"] = extraction.Failure();
             const bool payloadOnOutput = settings.pin && settings.output.empty() && !settings.attachments;
             if (settings.json)
                 PrintDocument(FileDocument(std::move(json)));
             else if (!payloadOnOutput)
                 for (const GJson& output : json["outputs"])
-                    Print(OutputText(output));
-            return std::max(extraction.Status(), session->Verdict());
+                    if (!output.contains("error"))
+                        Print(OutputText(output));
+            return std::max(extraction.Status(), session->Verdict(damage));
         }
     }
-    Complain(problem);
-    if (settings.json)
-        PrintDocument(FailureDocument(file, problem));
-    return kUnusable;
+    return Refuse(settings, problem);
 }
 
 }  // namespace vex

@@ -78,12 +78,8 @@ int RunPlay(const GSettings& settings)
 {
     GProblem problem;
     const auto session = GSession::Open(settings, settings.files.front(), problem);
-    if (!session || !session->Connect(settings, {}, problem)) {
-        Complain(problem);
-        if (settings.json)
-            PrintDocument(FailureDocument(settings.files.front(), problem));
-        return kUnusable;
-    }
+    if (!session || !session->Connect(settings, {}, problem))
+        return Refuse(settings, problem);
 
     GHostGraph& graph = session->Graph();
     const bool terminal = StandardErrorIsTerminal();
@@ -113,10 +109,8 @@ int RunPlay(const GSettings& settings)
             widest = std::max(widest, Columns(ValueText(pin["name"])));
         for (const GJson& pin : json["pins"])
             Print(PinText(pin, std::min(widest, kWidestName)));
-        if (damage.places > 0)
-            Print("damage: " + DamageText(damage) + "\n");
     }
-    return std::max(session->Verdict(), complete ? kSound : kDamaged);
+    return std::max(session->Verdict(damage), complete ? kSound : kDamaged);
 }
 
 }  // namespace vex

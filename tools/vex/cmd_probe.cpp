@@ -67,7 +67,7 @@ GJson AttachmentsJson(IVexInspect* inspect)
     return attachments;
 }
 
-GJson FileJson(GSession& session)
+GJson FileJson(GSession& session, const GDamage& damage)
 {
     GJson json = session.Head();
     json["properties"] = session.Properties(-1);
@@ -75,7 +75,7 @@ GJson FileJson(GSession& session)
     for (std::size_t pin = 0; pin < session.Graph().PinCount(); ++pin)
         json["pins"].push_back(PinJson(session, pin));
     json["attachments"] = AttachmentsJson(session.Inspect());
-    json["damage"] = DamageJson(session.Damage());
+    json["damage"] = DamageJson(damage);
     return json;
 }
 
@@ -93,7 +93,7 @@ std::string FileText(const GJson& file)
     const auto time = [](const GJson& value) {
         return value.is_null() ? "unknown" : TimeText(value.get<std::int64_t>());
     };
-    std::string text = file["file"].get<std::string>() + "\n";
+    std::string text = ValueText(file["file"]) + "\n";
     text += "  container: " + ValueText(file["container"]) + "\n";
     text += "  filter:    " + ValueText(file["filter"]) + "\n";
     text += "  duration:  " + time(file["duration"]) + "\n";
@@ -131,13 +131,11 @@ int RunProbe(const GSettings& settings)
             status = kUnusable;
             continue;
         }
-        GJson json = FileJson(*session);
+        const GDamage damage = session->Damage();
+        GJson json = FileJson(*session, damage);
         if (!settings.json)
             Print(FileText(json));
-        if (const GDamage damage = session->Damage(); damage.places > 0) {
-            Complain({file, "damaged: " + DamageText(damage), S_OK, {}});
-            status = std::max(status, kDamaged);
-        }
+        status = std::max(status, session->Verdict(damage));
         files.push_back(std::move(json));
     }
     if (settings.json)

@@ -9,7 +9,6 @@ namespace vex {
 namespace {
 
 constexpr std::uint32_t kDefaultSamples = 3;
-constexpr std::uint32_t kMostSamples = 100'000;
 
 // How long the first samples after a seek may take: a pin without any makes the filter read to the end of the file.
 constexpr std::chrono::minutes kBound{10};
@@ -142,23 +141,18 @@ std::string SeekText(const GJson& seek)
     return text;
 }
 
-int Refuse(const GSettings& settings, const GProblem& problem)
-{
-    Complain(problem);
-    if (settings.json)
-        PrintDocument(FailureDocument(settings.files.front(), problem));
-    return kUnusable;
-}
-
 }  // namespace
 
 int RunSeek(const GSettings& settings)
 {
-    const std::uint32_t perPin = std::clamp(settings.samples.value_or(kDefaultSamples), 1u, kMostSamples);
+    const std::uint32_t perPin = settings.samples.value_or(kDefaultSamples);
     GProblem problem;
     const auto session = GSession::Open(settings, settings.files.front(), problem);
     if (!session)
         return Refuse(settings, problem);
+    // The damage that opening and indexing met: how far the pins play on from each seek is not the same in every run.
+    session->WaitForIndex();
+    const GDamage damage = session->Damage();
     GHostGraph& graph = session->Graph();
     GFirstSamples first(graph, perPin);
     GSinkOptions options;
@@ -186,10 +180,10 @@ int RunSeek(const GSettings& settings)
     if (settings.json) {
         GJson json = session->Head();
         json["seeks"] = std::move(seeks);
-        json["damage"] = DamageJson(session->Damage());
+        json["damage"] = DamageJson(damage);
         PrintDocument(FileDocument(std::move(json)));
     }
-    return std::max(session->Verdict(), allSound ? kSound : kDamaged);
+    return std::max(session->Verdict(damage), allSound ? kSound : kDamaged);
 }
 
 }  // namespace vex

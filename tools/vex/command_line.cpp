@@ -14,6 +14,8 @@ namespace {
 
 constexpr char kHint[] = "'vex --help' tells how it is used.";
 
+std::string NotEmpty(const std::string& value) { return value.empty() ? "an empty text is no value" : ""; }
+
 std::string Dashed(const GOptionRow& row)
 {
     const std::string longName = std::string("--") + row.name;
@@ -28,27 +30,32 @@ void AddOption(CLI::App& command, const GOptionRow& row, GSettings& settings)
             if constexpr (std::is_same_v<Target, bool>)
                 command.add_flag(Dashed(row), settings.*member, row.help);
             else
-                command.add_option(Dashed(row), settings.*member, row.help)->type_name(row.value);
+                command.add_option(Dashed(row), settings.*member, row.help)->type_name(row.value)->check(NotEmpty);
         },
         row.target);
 }
 
+std::string Description(const GCommandRow& row)
+{
+    const std::string description = row.description;
+    return row.command == GCommand::Seek ? description + "\n\n" + kTimeHelp : description;
+}
+
 void AddCommand(CLI::App& app, const GCommandRow& row, GSettings& settings)
 {
-    CLI::App* command = app.add_subcommand(row.name, row.help);
-    const std::string description = row.description;
-    command->description(row.command == GCommand::Seek ? description + "\n\n" + kTimeHelp : description);
+    CLI::App* command = app.add_subcommand(row.name, row.help)->group("Commands");
     command->footer("Exit status: " + std::string(kExitStatus));
     command->set_version_flag("--version", std::string(kVersionText), "Print the version and exit");
     command->callback([&settings, which = row.command] { settings.command = which; });
     if (row.command == GCommand::Probe)
-        command->add_option("FILE", settings.files, "Media files")->required()->type_name("");
+        command->add_option("FILE", settings.files, "Media files")->required()->type_name("")->check(NotEmpty);
     else if (row.command != GCommand::Filters)
         command
             ->add_option_function<std::string>(
                 "FILE", [&settings](const std::string& file) { settings.files = {file}; }, "Media file")
             ->required()
-            ->type_name("");
+            ->type_name("")
+            ->check(NotEmpty);
     if (row.command == GCommand::Seek)
         command->add_option("TIME", settings.times, "Where to seek to")->required()->type_name("");
     for (const GOptionRow& option : OptionTable())
@@ -56,10 +63,24 @@ void AddCommand(CLI::App& app, const GCommandRow& row, GSettings& settings)
             AddOption(*command, option, settings);
 }
 
-bool IsCommand(const std::string& name)
+const GCommandRow* FindCommand(const std::string& name)
 {
-    const auto commands = CommandTable();
-    return std::any_of(commands.begin(), commands.end(), [&](const GCommandRow& row) { return name == row.name; });
+    for (const GCommandRow& row : CommandTable())
+        if (name == row.name)
+            return &row;
+    return nullptr;
+}
+
+// Why the arguments do not begin as they should; empty when they do.
+std::string NoCommand(const std::vector<std::string>& arguments)
+{
+    if (arguments.empty())
+        return "a COMMAND is missing";
+    const std::string& first = arguments.front();
+    if (FindCommand(first) || first == "-h" || first == "--help" || first == "--version")
+        return {};
+    return first.starts_with('-') ? "'" + first + "' stands where a COMMAND has to; options follow it"
+                                  : "there is no command '" + first + "'";
 }
 
 // Why settings that can be parsed make no sense; empty when they do.
@@ -69,6 +90,8 @@ std::string Contradiction(const GSettings& settings)
         return "--json and --csv exclude each other";
     if (settings.preroll && settings.noPreroll)
         return "--preroll and --no-preroll exclude each other";
+    if (settings.samples && (*settings.samples < 1 || *settings.samples > kMostSamples))
+        return "--samples takes 1 to " + std::to_string(kMostSamples);
     if (settings.attachments && (settings.pin || settings.raw || !settings.seek.empty()))
         return "--attachments goes with no option about pins";
     if (!settings.seek.empty() && !ParseTime(settings.seek))
@@ -89,13 +112,14 @@ GCommandLine ReadCommandLine(std::vector<std::string> arguments)
     app.footer("Exit status: " + std::string(kExitStatus) + "\n'vex COMMAND --help' tells more about a command.");
     app.require_subcommand(1);
     app.get_formatter()->column_width(32);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
 
     GSettings settings;
     for (const GCommandRow& row : CommandTable())
         AddCommand(app, row, settings);
 
-    if (!arguments.empty() && !arguments.front().starts_with('-') && !IsCommand(arguments.front())) {
-        Complain("there is no command '" + arguments.front() + "'\n" + kHint);
+    if (const std::string why = NoCommand(arguments); !why.empty()) {
+        Complain(why + "\n" + kHint);
         return {{}, kUnusable};
     }
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
@@ -104,6 +128,8 @@ GCommandLine ReadCommandLine(std::vector<std::string> arguments)
     } catch (const CLI::CallForHelp&) {
         // The help asked for is that of the innermost command named.
         const auto chosen = app.get_subcommands();
+        if (!chosen.empty())
+            chosen.front()->description(Description(*FindCommand(chosen.front()->get_name())));
         Print((chosen.empty() ? app.help() : chosen.front()->help("vex")) + "\n");
         return {{}, kSound};
     } catch (const CLI::CallForVersion& version) {

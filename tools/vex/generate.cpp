@@ -77,7 +77,7 @@ std::string Man()
 
 std::string BashOptions(GCommand command)
 {
-    std::string words = "--help --version";
+    std::string words = "-h --help --version";
     for (const GOptionRow& option : OptionTable()) {
         if (!Has(option, command))
             continue;
@@ -113,12 +113,12 @@ std::string Bash()
     text += "--help --version' -- \"$word\"))\n        return\n    fi\n    case $before in\n    " +
             BashNamesOf(GValueKind::Filter) + ") COMPREPLY=($(compgen -W '" + FilterNames(" ") +
             "' -- \"$word\")); return ;;\n    " + BashNamesOf(GValueKind::File) +
-            ") COMPREPLY=($(compgen -f -- \"$word\")); return ;;\n    " + BashNamesOf(GValueKind::Text) +
+            ") mapfile -t COMPREPLY < <(compgen -f -- \"$word\"); return ;;\n    " + BashNamesOf(GValueKind::Text) +
             ") return ;;\n    esac\n    case $word in\n    -*)\n        case $command in\n";
     for (const GCommandRow& row : CommandTable())
         text += "        " + std::string(row.name) + ") COMPREPLY=($(compgen -W '" + BashOptions(row.command) +
                 "' -- \"$word\")) ;;\n";
-    return text + "        esac ;;\n    *) COMPREPLY=($(compgen -f -- \"$word\")) ;;\n    esac\n}\n"
+    return text + "        esac ;;\n    *) mapfile -t COMPREPLY < <(compgen -f -- \"$word\") ;;\n    esac\n}\n"
                   "complete -o filenames -F _vex vex\n";
 }
 
@@ -129,8 +129,6 @@ std::string ZshAction(const GOptionRow& option)
         return "";
     case GValueKind::File:
         return std::string(":") + option.value + ":_files";
-    case GValueKind::Directory:
-        return std::string(":") + option.value + ":_files -/";
     case GValueKind::Filter:
         return std::string(":") + option.value + ":(" + FilterNames(" ") + ")";
     case GValueKind::Text:

@@ -18,7 +18,7 @@ bool GOutputFile::Open(const std::string& path)
 {
     held.reserve(kHeldBytes);
     standardOutput = path.empty();
-    if (standardOutput || file.CreateForWriting(NarrowPathFromWide(WideFromUtf8(path)).c_str()))
+    if (standardOutput || file.CreateForWriting(NarrowPathFromWide(WideFromPathArgument(path)).c_str()))
         return true;
     error = DescribeOsError(file.LastError());
     return false;
@@ -45,13 +45,12 @@ void GOutputFile::Flush()
     if (standardOutput) {
         if (std::fwrite(held.data(), 1, held.size(), stdout) != held.size())
             error = std::strerror(errno);
-    } else {
-        const std::int64_t written =
-            file.WriteAt(static_cast<std::int64_t>(position), held.data(), static_cast<std::uint32_t>(held.size()));
-        if (written != static_cast<std::int64_t>(held.size()))
-            error = "the disk does not take more";
+    } else if (file.WriteAt(static_cast<std::int64_t>(position), held.data(), static_cast<std::uint32_t>(held.size())) <
+               0) {
+        error = DescribeOsError(file.LastError());
     }
-    position += held.size();
+    if (error.empty())
+        position += held.size();
     held.clear();
 }
 

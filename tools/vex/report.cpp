@@ -8,7 +8,7 @@ namespace vex {
 
 namespace {
 
-bool writeFailed = false;
+int writeError = 0;  // errno of the first write that failed
 
 }  // namespace
 
@@ -19,7 +19,7 @@ void Complain(std::string_view message)
 
 void Complain(const GProblem& problem)
 {
-    Complain(problem.file.empty() ? problem.message : problem.file + ": " + problem.message);
+    Complain(OneLine(problem.file.empty() ? problem.message : problem.file + ": " + problem.message));
 }
 
 GJson ProblemJson(const GProblem& problem)
@@ -34,8 +34,8 @@ GJson ProblemJson(const GProblem& problem)
 
 void Print(std::string_view text)
 {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
-        writeFailed = true;
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() && writeError == 0)
+        writeError = errno;
 }
 
 void PrintDocument(const GJson& document)
@@ -45,17 +45,21 @@ void PrintDocument(const GJson& document)
 
 bool FinishOutput()
 {
-    if (std::fflush(stdout) == 0 && !writeFailed)
+    if (std::fflush(stdout) != 0 && writeError == 0)
+        writeError = errno;
+    if (writeError == 0)
         return true;
-    Complain(std::string("standard output: ") + std::strerror(errno));
+    Complain(std::string("standard output: ") + std::strerror(writeError));
     return false;
 }
 
 std::string ValueText(const GJson& value)
 {
-    if (!value.is_string())
-        return value.dump();
-    const auto& raw = value.get_ref<const std::string&>();
+    return value.is_string() ? OneLine(value.get_ref<const std::string&>()) : value.dump();
+}
+
+std::string OneLine(std::string_view raw)
+{
     const auto at = [&](std::size_t i) { return i < raw.size() ? static_cast<unsigned char>(raw[i]) : 0u; };
     std::string text;
     for (std::size_t i = 0; i < raw.size(); ++i) {

@@ -44,8 +44,9 @@ GJson FilesDocument(GJson files);
 GJson FileDocument(GJson file);  // about one
 GJson FailureDocument(const std::string& file, const GProblem& problem);
 
-// A value for people, on one line: a string with its control characters escaped (names and titles come from files, and
-// must not steer a terminal), anything else as JSON writes it.
+// A text for people with its control characters escaped: names and titles come from files, and must not steer a terminal.
+std::string OneLine(std::string_view raw);
+// The same of a JSON string; anything else as JSON writes it.
 std::string ValueText(const GJson& value);
 
 GJson JsonTime(REFERENCE_TIME time);      // null for kNoTime

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
+#include <thread>
 
 #include "platform/file.h"
 #include "platform/text.h"
@@ -14,6 +14,9 @@ namespace {
 
 // How long no pin may deliver anything before the filter is said to hang. Beyond what a slow disk or a scan takes.
 constexpr std::chrono::minutes kStall{2};
+
+// How long an index may take to be built: every byte of a file on a slow disk.
+constexpr std::chrono::minutes kIndexBound{10};
 
 // The position in "... at byte 1234": filters say it that way.
 std::optional<std::uint64_t> OffsetIn(const std::string& message)
@@ -32,7 +35,7 @@ std::optional<std::uint64_t> OffsetIn(const std::string& message)
 std::optional<std::vector<std::uint8_t>> ReadStart(const std::string& file, GProblem& problem)
 {
     GOsFile source;
-    if (!source.OpenForReading(NarrowPathFromWide(WideFromUtf8(file)).c_str())) {
+    if (!source.OpenForReading(NarrowPathFromWide(WideFromPathArgument(file)).c_str())) {
         problem.message = DescribeOsError(source.LastError());
         problem.code = HResultFromOsError(source.LastError());
         return {};
@@ -90,7 +93,7 @@ GModule ChooseModule(const GSettings& settings, GProblem& problem)
     if (settings.module.empty())
         return LinkedModule();
     std::string error;
-    GModule module = LoadModule(WideFromUtf8(settings.module), error);
+    GModule module = LoadModule(WideFromPathArgument(settings.module), error);
     if (!module.IsUsable())
         problem = {"", "the module cannot be loaded: " + error, S_OK, {}};
     return module;
@@ -118,7 +121,7 @@ std::unique_ptr<GSession> GSession::Open(const GSettings& settings, const std::s
 
 bool GSession::Load(GProblem& problem)
 {
-    const HRESULT result = graph.Load(WideFromUtf8(file));
+    const HRESULT result = graph.Load(WideFromPathArgument(file));
     if (FAILED(result)) {
         problem.message = graph.ErrorText().empty() ? "the filter cannot open it" : graph.ErrorText();
         problem.code = result;
@@ -148,6 +151,13 @@ bool GSession::SetOptions(const GSettings& settings, GProblem& problem)
     return true;
 }
 
+void GSession::WaitForIndex() const
+{
+    const auto bound = std::chrono::steady_clock::now() + kIndexBound;
+    while (inspect && inspect->IsIndexComplete() == S_FALSE && std::chrono::steady_clock::now() < bound)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
 bool GSession::Connect(const GSettings& settings, const GSinkOptions& options, GProblem& problem)
 {
     problem = {file, "", S_OK, {}};
@@ -169,6 +179,7 @@ bool GSession::Connect(const GSettings& settings, const GSinkOptions& options, G
     }
     if (settings.seek.empty())
         return true;
+    WaitForIndex();
     for (const GSeekResult& seek : graph.Seek(ParseTime(settings.seek).value_or(0))) {
         if (FAILED(seek.result)) {
             problem.message = "cannot seek to " + settings.seek + ": " + ResultText(seek.result);
@@ -251,9 +262,11 @@ GJson GSession::Head() const
     return head;
 }
 
-int GSession::Verdict()
+int GSession::Verdict(const GDamage& damage)
 {
-    int verdict = Damage().places > 0 ? kDamaged : kSound;
+    if (damage.places > 0)
+        Complain({file, "damaged: " + DamageText(damage), S_OK, {}});
+    int verdict = damage.places > 0 ? kDamaged : kSound;
     for (std::size_t pin = 0; pin < graph.PinCount(); ++pin) {
         if (!graph.Sink(pin))
             continue;
@@ -263,6 +276,14 @@ int GSession::Verdict()
         }
     }
     return verdict;
+}
+
+int Refuse(const GSettings& settings, const GProblem& problem)
+{
+    Complain(problem);
+    if (settings.json)
+        PrintDocument(FailureDocument(settings.files.front(), problem));
+    return kUnusable;
 }
 
 GJson DamageJson(const GDamage& damage)

@@ -29,6 +29,8 @@ public:
     const std::string& File() const { return file; }
     const GFilterEntry& Filter() const { return *filter; }
 
+    // Waits while the filter still builds an index: where a seek lands, and which damage is known, would depend on it.
+    void WaitForIndex() const;
     // Connects the pin of the settings, or all, and moves to the start time of the settings.
     bool Connect(const GSettings& settings, const GSinkOptions& options, GProblem& problem);
     // Runs the graph to its end. False when it failed or hung, with `problem` filled; the pins that still ended are sound.
@@ -43,8 +45,8 @@ public:
 
     // The keys that every result for a file begins with: file, container, filter, duration.
     GJson Head() const;
-    // kDamaged when there is damage or a pin broke the rules of delivery (which is complained about), else kSound.
-    int Verdict();
+    // kDamaged, after a complaint, when there is damage or a pin broke the rules of delivery, else kSound.
+    int Verdict(const GDamage& damage);
 
 private:
     GSession(GModule module, const GFilterEntry& entry, std::string path)
@@ -64,6 +66,9 @@ private:
 // The module of the settings: the one in a file, or the one that is linked in. Unusable, with `problem` filled, when the
 // file cannot be loaded.
 GModule ChooseModule(const GSettings& settings, GProblem& problem);
+
+// Says why a command that takes one file did nothing, as an error in JSON too when that was asked for. kUnusable.
+int Refuse(const GSettings& settings, const GProblem& problem);
 
 GJson DamageJson(const GDamage& damage);
 // "2 places, 120 bytes passed over; first: ..." or an empty text.

@@ -74,6 +74,4 @@ std::span<const GCommandRow> CommandTable() { return kCommands; }
 
 std::span<const GOptionRow> OptionTable() { return kOptions; }
 
-const GCommandRow& CommandRow(GCommand command) { return kCommands[static_cast<std::size_t>(command)]; }
-
 }  // namespace vex

@@ -36,7 +36,7 @@ struct GSettings {
 constexpr unsigned CommandBit(GCommand command) { return 1u << static_cast<unsigned>(command); }
 
 // What a positional argument or an option's value is, for the shells that complete it.
-enum class GValueKind : std::uint8_t { None, File, Directory, Filter, Text };
+enum class GValueKind : std::uint8_t { None, File, Filter, Text };
 
 struct GOptionRow {
     const char* letter;  // "o" for -o, or empty
@@ -58,12 +58,13 @@ struct GCommandRow {
 
 std::span<const GCommandRow> CommandTable();
 std::span<const GOptionRow> OptionTable();
-const GCommandRow& CommandRow(GCommand command);
 
 // What a TIME may look like, for help and manual.
 extern const char kTimeHelp[];
 extern const char kSummary[];     // the program in a line
 extern const char kExitStatus[];  // what the exit statuses mean
+
+inline constexpr std::uint32_t kMostSamples = 100'000;  // that --samples may ask for
 
 // Exit statuses of the program.
 inline constexpr int kSound = 0;
