@@ -23,9 +23,30 @@ SOUND = {
 }
 
 
+# What is wrong, the file it is planted in, its text, and the line that has to be named.
+FAULTS = [
+    ("an include that points up", "platform/files.h", '#pragma once\n#include "io/reader.h"\n', 2),
+    ("an include that points up", "io/cache.h", '#include "framework/media/packet.h"\n', 1),
+    ("an include that points up", "framework/media/types.h", '#include "dshow/pin.h"\n', 1),
+    ("an include that points up", "framework/queue.h", '#include "module/class_ids.h"\n', 1),
+    ("an include that points aside", "dshow/source.h", '#include "io/reader.h"\n', 1),
+    ("a format that includes another", "formats/mkv/mkv_filter.h", '#include "formats/avi/avi_handler.h"\n', 1),
+    ("a format that includes another", "formats/mkv/mkv_laces.h", '#include "formats/avi/avi_handler.h"\n', 1),
+    ("a read handler that knows pins", "formats/avi/avi_index.h", '#include "framework/filter.h"\n', 1),
+    ("a read handler that knows pins", "formats/avi/avi_index.h", '#include "dshow/pin.h"\n', 1),
+    ("a read handler that knows pins", "formats/avi/avi_index.h", '#include "formats/avi/avi_filter.h"\n', 1),
+    ("a host that reaches past the exports", "host/run.cpp", '#include "formats/avi/avi_filter.h"\n', 1),
+    ("a host that reaches past the exports", "host/run.cpp", '#include "framework/filter.h"\n', 1),
+    ("conditional compilation", "io/cache.h", "int a;\n  # ifdef _WIN32\n#endif\n", 2),
+    ("conditional compilation", "host/run.cpp", "#if 1\n#endif\n", 1),
+    ("an include not written from src", "io/cache.h", '#include "reader.h"\n', 1),
+    ("an include not written from src", "io/cache.h", '#include "../platform/types.h"\n', 1),
+    ("a folder that no layer has", "helpers/strings.h", "", 1),
+]
+
+
 class Layers(unittest.TestCase):
-    def problems(self, **extra):
-        tree = {**SOUND, **{name: text for name, text in extra.values()}}
+    def problems(self, tree):
         with tempfile.TemporaryDirectory() as top:
             for name, text in tree.items():
                 file = pathlib.Path(top, "src", name)
@@ -36,43 +57,12 @@ class Layers(unittest.TestCase):
         self.assertEqual(result.returncode, 0 if lines == ["layers: sound"] else 1, result.stderr)
         return lines
 
-    def expect(self, name, text, line):
-        found = self.problems(fault=(name, text))
-        self.assertEqual([p.split(": ")[0] for p in found], [f"src/{name}:{line}"], found)
-
-    def test_a_sound_tree_passes(self):
-        self.assertEqual(self.problems(), ["layers: sound"])
-
-    def test_an_include_that_points_up(self):
-        self.expect("platform/files.h", '#pragma once\n#include "io/reader.h"\n', 2)
-        self.expect("io/cache.h", '#include "framework/media/packet.h"\n', 1)
-        self.expect("framework/media/types.h", '#include "dshow/pin.h"\n', 1)
-        self.expect("framework/queue.h", '#include "module/class_ids.h"\n', 1)
-        self.expect("dshow/source.h", '#include "io/reader.h"\n', 1)
-
-    def test_one_format_that_includes_another(self):
-        self.expect("formats/mkv/mkv_filter.h", '#include "formats/avi/avi_handler.h"\n', 1)
-        self.expect("formats/mkv/mkv_laces.h", '#include "formats/avi/avi_handler.h"\n', 1)
-
-    def test_a_read_handler_that_knows_pins(self):
-        self.expect("formats/avi/avi_index.h", '#include "framework/filter.h"\n', 1)
-        self.expect("formats/avi/avi_index.h", '#include "dshow/pin.h"\n', 1)
-        self.expect("formats/avi/avi_index.h", '#include "formats/avi/avi_filter.h"\n', 1)
-
-    def test_a_host_that_reaches_past_the_exports(self):
-        self.expect("host/run.cpp", '#include "formats/avi/avi_filter.h"\n', 1)
-        self.expect("host/run.cpp", '#include "framework/filter.h"\n', 1)
-
-    def test_conditional_compilation_outside_the_platform(self):
-        self.expect("io/cache.h", "int a;\n  # ifdef _WIN32\n#endif\n", 2)
-        self.expect("host/run.cpp", "#if 1\n#endif\n", 1)
-
-    def test_an_include_that_is_not_written_from_src(self):
-        self.expect("io/cache.h", '#include "reader.h"\n', 1)
-        self.expect("io/cache.h", '#include "../platform/types.h"\n', 1)
-
-    def test_a_folder_that_no_layer_has(self):
-        self.expect("helpers/strings.h", "", 1)
+    def test_every_fault_is_named_with_its_line_and_nothing_else_is(self):
+        self.assertEqual(self.problems(SOUND), ["layers: sound"])
+        for what, name, text, line in FAULTS:
+            with self.subTest(what, name=name, text=text):
+                found = self.problems({**SOUND, name: text})
+                self.assertEqual([problem.split(": ")[0] for problem in found], [f"src/{name}:{line}"], found)
 
 
 if __name__ == "__main__":

@@ -83,12 +83,15 @@ Bytes Record(const std::vector<Bytes>& sequenceSets, const std::vector<Bytes>& p
     return record;
 }
 
-// Runs from an allocation of the exact size, so that a sanitizer sees any read past the end.
-bool Read(const Bytes& record, GH264Parameters& out)
+// Reads from an allocation of the exact size, so that a sanitizer sees any read past the end, over a record in use.
+GH264Parameters Parameters(const Bytes& record)
 {
     const auto exact = std::make_unique<std::uint8_t[]>(record.size());
     std::copy(record.begin(), record.end(), exact.get());
-    return ReadAvcConfiguration({exact.get(), record.size()}, out);
+    GH264Parameters out;
+    out.width = out.timeScale = 99;
+    EXPECT_EQ(ReadAvcConfiguration({exact.get(), record.size()}, out), record.size() >= 6) << record.size();
+    return out;
 }
 
 struct Timing {
@@ -124,12 +127,12 @@ Bytes FullSequenceSet(const Timing& timing)
     return Escaped(w.Done());
 }
 
+// Main profile, up to the length of the frame number.
+BitWriter MainProfile() { return BitWriter().U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0); }
+
 Bytes PlainSequenceSet(std::uint32_t columns, std::uint32_t rows)
 {
-    BitWriter w;
-    w.U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0).Ue(0).Ue(2).Ue(1).U(0, 1);
-    w.Ue(columns - 1).Ue(rows - 1).U(1, 1).U(1, 1).U(0, 1).U(0, 1);
-    return w.Done();
+    return MainProfile().Ue(0).Ue(2).Ue(1).U(0, 1).Ue(columns - 1).Ue(rows - 1).U(3, 2).U(0, 2).Done();
 }
 
 Bytes PictureSet(std::uint32_t id) { return BitWriter().U(0x68, 8).Ue(id).Ue(2).U(1, 1).U(0, 1).Ue(0).Done(); }
@@ -138,8 +141,7 @@ TEST(AvcConfiguration, EveryOptionalPartIsSteppedOverOnTheWayToTheTiming)
 {
     // Odd numbers without zero bytes, so that nothing has to be escaped.
     const Bytes set = FullSequenceSet({0x01020304, 0x55667789, true});
-    GH264Parameters p;
-    ASSERT_TRUE(Read(Record({set}, {PictureSet(7)}), p));
+    const GH264Parameters p = Parameters(Record({set}, {PictureSet(7)}));
     EXPECT_EQ(p.profile, 100);
     EXPECT_EQ(p.constraints, 0x40);
     EXPECT_EQ(p.level, 41);
@@ -171,17 +173,10 @@ TEST(AvcConfiguration, EveryOptionalPartIsSteppedOverOnTheWayToTheTiming)
 
 TEST(AvcConfiguration, EscapedBytesAreTakenOutButTheLengthsStillCountThem)
 {
-    const Timing timing{1, 50, false};
-    const Bytes set = FullSequenceSet(timing);
-    Bytes plain;
-    for (std::size_t i = 0; i < set.size(); ++i)
-        if (i < 2 || set[i] != 3 || set[i - 1] != 0 || set[i - 2] != 0)
-            plain.push_back(set[i]);
-    const std::size_t escapes = set.size() - plain.size();
+    const Bytes set = FullSequenceSet({1, 50, false});
+    const std::size_t escapes = set.size() - FullSequenceSet({0x01020304, 0x55667789, true}).size();
     ASSERT_GE(escapes, 1u) << "the case tests nothing";
-
-    GH264Parameters p;
-    ASSERT_TRUE(Read(Record({set}, {PictureSet(7)}, Bytes(escapes, 0xEE)), p));
+    const GH264Parameters p = Parameters(Record({set}, {PictureSet(7)}, Bytes(escapes, 0xEE)));
     EXPECT_EQ(p.numUnitsInTick, 1u);
     EXPECT_EQ(p.timeScale, 50u);
     EXPECT_FALSE(p.fixedFrameRate);
@@ -191,73 +186,63 @@ TEST(AvcConfiguration, EscapedBytesAreTakenOutButTheLengthsStillCountThem)
 
 TEST(AvcConfiguration, ALaterSetOverwritesWhatItCarriesAndNoMore)
 {
-    GH264Parameters p;
     const Bytes first = FullSequenceSet({0x01020304, 0x55667789, true});
-    ASSERT_TRUE(Read(Record({first, PlainSequenceSet(20, 15)}, {PictureSet(1), PictureSet(3)}), p));
+    GH264Parameters p = Parameters(Record({first, PlainSequenceSet(20, 15)}, {PictureSet(1), PictureSet(3)}));
     EXPECT_EQ(p.profile, 77);
     EXPECT_EQ(p.width, 320u);
     EXPECT_EQ(p.height, 240u);
     EXPECT_FALSE(p.hasVui);
     EXPECT_EQ(p.numUnitsInTick, 0x01020304u);
     EXPECT_EQ(p.pictureId, 3u);
-
-    ASSERT_TRUE(Read(Record({PlainSequenceSet(20, 15)}, {}), p));
-    EXPECT_EQ(p.numUnitsInTick, 0u) << "a new record starts from nothing";
+    EXPECT_EQ(Parameters(Record({PlainSequenceSet(20, 15)}, {})).timeScale, 0u) << "a new record starts from nothing";
 }
 
 TEST(AvcConfigurationDamage, EveryTruncationReadsAsZerosFollowedBySilence)
 {
-    const Bytes whole = Record({FullSequenceSet({0x01020304, 0x55667789, true})}, {PictureSet(7)});
+    Bytes record = Record({FullSequenceSet({0x01020304, 0x55667789, true})}, {PictureSet(7)});
+    const std::size_t whole = record.size();
     std::size_t withTiming = 0;
-    for (std::size_t size = 0; size < whole.size(); ++size) {
-        GH264Parameters p;
-        p.width = 99;
-        EXPECT_EQ(Read(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)), p), size >= 6) << size;
-        EXPECT_TRUE(p.timeScale == 0 || p.timeScale == 0x55667789) << size;
-        EXPECT_TRUE(p.codedWidth == 0 || p.codedWidth == 16 || p.codedWidth == 1920) << size;
-        EXPECT_TRUE(size >= 6 || p.width == 0) << size;
+    while (!record.empty()) {
+        record.pop_back();
+        const GH264Parameters p = Parameters(record);
+        EXPECT_TRUE(p.timeScale == 0 || p.timeScale == 0x55667789) << record.size();
+        EXPECT_TRUE(p.codedWidth == 0 || p.codedWidth == 16 || p.codedWidth == 1920) << record.size();
+        EXPECT_TRUE(record.size() >= 6 || p.width == 0) << record.size();
         withTiming += p.timeScale != 0;
     }
     EXPECT_GT(withTiming, 5u);
-    EXPECT_LT(withTiming, whole.size() / 2);
+    EXPECT_LT(withTiming, whole / 2);
 }
 
 TEST(AvcConfigurationDamage, CodesAndCountsWithoutEndEndWithTheRecord)
 {
-    GH264Parameters p;
-    // Zeros for ever where a code should end. Threes keep the escapes in place.
-    ASSERT_TRUE(
-        Read(Record({BitWriter().U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).U(0, 60).U(1, 1).U(~0ull, 64).Done()}, {}), p));
-    EXPECT_EQ(p.sequenceId, 0u);
-    EXPECT_EQ(p.codedWidth, 16u) << "one macroblock: a code past the end is 0";
+    // Zeros for ever where a code should end.
+    const GH264Parameters endless =
+        Parameters(Record({BitWriter().U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).U(0, 60).U(1, 1).U(~0ull, 64).Done()}, {}));
+    EXPECT_EQ(endless.sequenceId, 0u);
+    EXPECT_EQ(endless.codedWidth, 16u) << "one macroblock: a code past the end is 0";
 
     // A cycle of 4294967294 picture order offsets, then as many buffer schedules.
-    BitWriter cycle;
-    cycle.U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0).Ue(1).U(0, 1).Se(0).Se(0).Ue(0xFFFFFFFE).U(~0ull, 64);
-    ASSERT_TRUE(Read(Record({cycle.Done()}, {}), p));
-    EXPECT_EQ(p.timeScale, 0u);
-    BitWriter schedules;
-    schedules.U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0).Ue(2).Ue(1).U(0, 1).Ue(0).Ue(0).U(7, 3).U(0, 1);
+    const Bytes cycle = MainProfile().Ue(1).U(0, 1).Se(0).Se(0).Ue(0xFFFFFFFE).U(~0ull, 64).Done();
+    EXPECT_EQ(Parameters(Record({cycle}, {})).timeScale, 0u);
+    BitWriter schedules = MainProfile().Ue(2).Ue(1).U(0, 1).Ue(0).Ue(0).U(7, 3).U(0, 1);
     schedules.U(1, 1).U(0, 5).U(1, 1).Ue(0xFFFFFFFE).U(~0ull, 64);
-    ASSERT_TRUE(Read(Record({schedules.Done()}, {}), p));
-    EXPECT_FALSE(p.hasReordering);
+    EXPECT_FALSE(Parameters(Record({schedules.Done()}, {})).hasReordering);
 
     // 31 and 255 sets in a record that holds none.
-    ASSERT_TRUE(Read({1, 100, 0, 40, 0xFF, 0xFF}, p));
-    ASSERT_TRUE(Read({1, 100, 0, 40, 0xFF, 0xE0, 0xFF, 0xFF, 0xFF, 0x68}, p));
+    EXPECT_EQ(Parameters({1, 100, 0, 40, 0xFF, 0xFF}).profile, 0);
+    EXPECT_EQ(Parameters({1, 100, 0, 40, 0xFF, 0xE0, 0xFF, 0xFF, 0xFF, 0x68}).pictureId, 0u);
 }
 
 TEST(AvcConfigurationDamage, SizesBeyondAnyPictureDoNotWrap)
 {
-    GH264Parameters p;
-    ASSERT_TRUE(Read(Record({PlainSequenceSet(0x10000000, 0xFFFFFFFF)}, {}), p));
+    GH264Parameters p = Parameters(Record({PlainSequenceSet(0x10000000, 0xFFFFFFFF)}, {}));
     EXPECT_EQ(p.width, 0u);
     EXPECT_EQ(p.height, 0u);
 
-    BitWriter cropped;  // more is cut off than there is
-    cropped.U(0x67, 8).U(77, 8).U(0, 8).U(30, 8).Ue(0).Ue(0).Ue(2).Ue(1).U(0, 1).Ue(19).Ue(14).U(3, 2);
+    BitWriter cropped = MainProfile().Ue(2).Ue(1).U(0, 1).Ue(19).Ue(14).U(3, 2);  // more is cut off than there is
     cropped.U(1, 1).Ue(100).Ue(0xFFFFFFFE).Ue(0x80000000).Ue(1).U(0, 1);
-    ASSERT_TRUE(Read(Record({cropped.Done()}, {}), p));
+    p = Parameters(Record({cropped.Done()}, {}));
     EXPECT_EQ(p.codedWidth, 320u);
     EXPECT_EQ(p.cropLeft, 200u);
     EXPECT_EQ(p.width, 0u);
