@@ -142,33 +142,19 @@ TEST(AvcConfiguration, EveryOptionalPartIsSteppedOverOnTheWayToTheTiming)
     // Odd numbers without zero bytes, so that nothing has to be escaped.
     const Bytes set = FullSequenceSet({0x01020304, 0x55667789, true});
     const GH264Parameters p = Parameters(Record({set}, {PictureSet(7)}));
-    EXPECT_EQ(p.profile, 100);
-    EXPECT_EQ(p.constraints, 0x40);
-    EXPECT_EQ(p.level, 41);
-    EXPECT_EQ(p.sequenceId, 2u);
-    EXPECT_EQ(p.chromaFormat, 1u);
-    EXPECT_EQ(p.bitDepthLuma, 8u);
-    EXPECT_EQ(p.bitDepthChroma, 10u);
-    EXPECT_EQ(p.log2MaxFrameNumber, 9u);
-    EXPECT_EQ(p.pictureOrderType, 1u);
-    EXPECT_EQ(p.referenceFrames, 4u);
+    using Numbers = std::vector<std::uint32_t>;
+    EXPECT_EQ((Numbers{p.profile, p.constraints, p.level, p.sequenceId}), (Numbers{100, 0x40, 41, 2}));
+    EXPECT_EQ((Numbers{p.chromaFormat, p.bitDepthLuma, p.bitDepthChroma}), (Numbers{1, 8, 10}));
+    EXPECT_EQ((Numbers{p.log2MaxFrameNumber, p.pictureOrderType, p.referenceFrames}), (Numbers{9, 1, 4}));
     EXPECT_TRUE(p.frameNumberGaps);
     EXPECT_FALSE(p.frameMacroblocksOnly);
-    EXPECT_EQ(p.codedWidth, 1920u);
-    EXPECT_EQ(p.codedHeight, 1088u);
-    EXPECT_EQ(p.width, 1920u - 6);
-    EXPECT_EQ(p.height, 1080u);
-    EXPECT_EQ(p.aspectX, 64u);
-    EXPECT_EQ(p.aspectY, 45u);
-    EXPECT_EQ(p.numUnitsInTick, 0x01020304u);
-    EXPECT_EQ(p.timeScale, 0x55667789u);
+    EXPECT_EQ((Numbers{p.codedWidth, p.codedHeight, p.width, p.height}), (Numbers{1920, 1088, 1914, 1080}));
+    EXPECT_EQ((Numbers{p.aspectX, p.aspectY}), (Numbers{64, 45}));
+    EXPECT_EQ((Numbers{p.numUnitsInTick, p.timeScale}), (Numbers{0x01020304, 0x55667789}));
     EXPECT_TRUE(p.fixedFrameRate);
-    EXPECT_EQ(p.reorderFrames, 3u);
-    EXPECT_EQ(p.decodingBuffering, 6u);
-    EXPECT_EQ(p.pictureId, 7u);
-    EXPECT_EQ(p.pictureSequenceId, 2u);
+    EXPECT_EQ((Numbers{p.reorderFrames, p.decodingBuffering}), (Numbers{3, 6}));
+    EXPECT_EQ((Numbers{p.pictureId, p.pictureSequenceId, p.sliceGroups}), (Numbers{7, 2, 1}));
     EXPECT_TRUE(p.entropyCabac);
-    EXPECT_EQ(p.sliceGroups, 1u);
 }
 
 TEST(AvcConfiguration, EscapedBytesAreTakenOutButTheLengthsStillCountThem)

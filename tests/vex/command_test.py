@@ -102,7 +102,7 @@ class Results(Temporary):
             self.assertEqual((pin["samples"], pin["bytes"], pin["ended"]), (len(sizes), sum(sizes), True))
             self.assertEqual(pathlib.Path(output["path"]).stat().st_size, sum(sizes))
         self.assertEqual(played["damage"]["places"], 0)
-        one = subprocess.run([VEX, "extract", "--pin", "1", SAMPLE], capture_output=True, timeout=60, check=True)
+        one = subprocess.run([VEX, "extract", "--pin", "1", "-o", "-", SAMPLE], capture_output=True, timeout=60, check=True)
         self.assertEqual((one.stdout, one.stderr), (pathlib.Path(extracted["outputs"][1]["path"]).read_bytes(), b""))
 
     def test_seek_tells_what_a_player_gets_from_there_however_fast_the_pins_play_on(self):

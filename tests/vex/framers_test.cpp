@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -116,6 +117,24 @@ TEST(AdtsFramer, TheHeaderSaysProfileFrequencyChannelsAndLengthOrThereIsNone)
     const GFramed tooLong = Framed(stereo, {GBytes(8200, 1)});
     EXPECT_TRUE(tooLong.bytes.empty()) << "longer than the length field can say";
     EXPECT_EQ(tooLong.misshapen, 1u);
+}
+
+TEST(VorbisFramer, WhatIsNoAudioPacketIsLeftOutAndHeadersThatAreNotThereMeanNoFrame)
+{
+    GBytes headers(30 + 1);
+    headers[28] = 0xB8;                                       // blocks of 256 and 2048 samples
+    headers.insert(headers.end(), {0x40, 0, 0, 0, 0, 0x80});  // one mode, a long one
+    const auto type = [&](std::uint8_t setupBytes) {
+        const std::array<std::uint32_t, 6> fields{2, 44'100, 16, 30, 1, setupBytes};
+        return Type({MEDIATYPE_Audio, MEDIASUBTYPE_Vorbis2}, FORMAT_VorbisFormat2, fields, sizeof fields, headers);
+    };
+    const GFramed framed = Framed(type(6), {{0}, {1}, {}, {0, 7}});
+    EXPECT_EQ(framed.format, "ogg");
+    EXPECT_EQ(framed.misshapen, 2u);
+    EXPECT_EQ(framed.bytes, Framed(type(6), {{0}, {0, 7}}).bytes);
+    EXPECT_EQ(Framed(type(7), {}).format, "raw") << "a size beyond the block";
+    headers.back() = 0;
+    EXPECT_EQ(Framed(type(6), {}).format, "raw") << "no modes";
 }
 
 TEST(TextFramer, EntriesAreNumberedOrGetTheirTimesBackBehindTheLayer)

@@ -143,6 +143,8 @@ GCommandLine ReadCommandLine(std::vector<std::string> arguments)
         Complain(why);
         return {{}, kUnusable};
     }
+    if (settings.pin && settings.output == "-")
+        settings.output.clear();
     return {std::move(settings), kSound};
 }
 

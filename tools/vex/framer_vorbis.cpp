@@ -85,15 +85,15 @@ public:
 
     void Sample(const GSampleView& sample, const GByteSink& out) override
     {
-        // The last packet is kept back: the page it ends says that it is the last.
-        if (held)
-            ogg.Packet(*held, granule, out);
-        held.emplace(sample.data.begin(), sample.data.end());
         const unsigned block = BlockSamples(sample.data);
         if (block == 0) {
             ++misshapen;
             return;
         }
+        // The last packet is kept back: the page it ends says that it is the last.
+        if (held)
+            ogg.Packet(*held, granule, out);
+        held.emplace(sample.data.begin(), sample.data.end());
         if (previousBlock > 0)
             granule += previousBlock / 4 + block / 4;
         previousBlock = block;
