@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dshow/media_type.h"
@@ -113,40 +114,6 @@ TEST(KeyFrame, ASliceHeaderThatNeverEndsIsNotReadPastThePayload)
     EXPECT_FALSE(IsKeyFrame(Code("H264"), {payload.get(), 8}));
 }
 
-TEST(BitmapHeader, IsFoundBehindEachKindOfHeaderAndNowhereElse)
-{
-    BITMAPINFOHEADER bitmap{};
-    bitmap.biSize = 40;
-    bitmap.biWidth = 720;
-    bitmap.biCompression = Code("XVID");
-    const struct {
-        const GUID& format;
-        std::size_t offset;
-    } rows[] = {{FORMAT_VideoInfo, 48}, {FORMAT_MPEGVideo, 48}, {FORMAT_VideoInfo2, 72}, {FORMAT_MPEG2Video, 72}};
-    for (const auto& row : rows) {
-        CMediaType type(MEDIATYPE_Video, GUID_NULL);
-        std::memcpy(type.AllocFormat(row.format, row.offset + 40).data() + row.offset, &bitmap, 40);
-        BITMAPINFOHEADER found{};
-        ASSERT_TRUE(GetBitmapHeader(&type, &found));
-        EXPECT_EQ(std::memcmp(&found, &bitmap, 40), 0);
-
-        type.AllocFormat(row.format, row.offset + 39);
-        found.biWidth = 7;
-        EXPECT_FALSE(GetBitmapHeader(&type, &found));
-        EXPECT_EQ(found.biWidth, 7) << "untouched";
-    }
-    BITMAPINFOHEADER found{};
-    CMediaType audio(MEDIATYPE_Audio, GUID_NULL);
-    audio.AllocFormat(FORMAT_WaveFormatEx, 200);
-    EXPECT_FALSE(GetBitmapHeader(&audio, &found));
-    EXPECT_FALSE(GetBitmapHeader(nullptr, &found));
-    EXPECT_FALSE(GetBitmapHeader(&audio, nullptr));
-    AM_MEDIA_TYPE lying{};
-    lying.formattype = FORMAT_VideoInfo;
-    lying.cbFormat = 88;  // and no block
-    EXPECT_FALSE(GetBitmapHeader(&lying, &found));
-}
-
 BITMAPINFOHEADER Bitmap(DWORD compression, WORD depth, DWORD headerSize = 40)
 {
     BITMAPINFOHEADER header{};
@@ -156,30 +123,55 @@ BITMAPINFOHEADER Bitmap(DWORD compression, WORD depth, DWORD headerSize = 40)
     return header;
 }
 
+TEST(BitmapHeader, IsFoundBehindEachKindOfHeaderAndNowhereElse)
+{
+    const BITMAPINFOHEADER bitmap = Bitmap(Code("XVID"), 24);
+    BITMAPINFOHEADER found{};
+    CMediaType type(MEDIATYPE_Video, GUID_NULL);
+    const std::pair<const GUID&, std::size_t> offsets[] = {
+        {FORMAT_VideoInfo, 48}, {FORMAT_MPEGVideo, 48}, {FORMAT_VideoInfo2, 72}, {FORMAT_MPEG2Video, 72}};
+    for (const auto& [format, offset] : offsets) {
+        std::memcpy(type.AllocFormat(format, offset + 40).data() + offset, &bitmap, 40);
+        ASSERT_TRUE(GetBitmapHeader(&type, &found));
+        EXPECT_EQ(std::memcmp(&found, &bitmap, 40), 0);
+        found.biWidth = 7;
+        type.AllocFormat(format, offset + 39);
+        EXPECT_FALSE(GetBitmapHeader(&type, &found));
+        EXPECT_EQ(found.biWidth, 7) << "untouched";
+    }
+    EXPECT_FALSE(GetBitmapHeader(nullptr, &found));
+    EXPECT_FALSE(GetBitmapHeader(&type, nullptr));
+    type.AllocFormat(FORMAT_WaveFormatEx, 200);
+    EXPECT_FALSE(GetBitmapHeader(&type, &found));
+    AM_MEDIA_TYPE lying{};
+    lying.formattype = FORMAT_VideoInfo;
+    lying.cbFormat = 88;  // and no block
+    EXPECT_FALSE(GetBitmapHeader(&lying, &found));
+}
+
 TEST(BitmapSubtype, UncompressedPicturesGoByDepthAndMasks)
 {
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 1)), MEDIASUBTYPE_RGB1);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 4)), MEDIASUBTYPE_RGB4);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 8)), MEDIASUBTYPE_RGB8);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 16)), MEDIASUBTYPE_RGB555);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 24)), MEDIASUBTYPE_RGB24);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 32)), MEDIASUBTYPE_RGB32);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 17)), GUID_NULL);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(Code("DIV3"), 24)), SubtypeFromFourCC(Code("DIV3")));
+    const std::pair<WORD, const GUID&> depths[] = {
+        {1, MEDIASUBTYPE_RGB1},   {4, MEDIASUBTYPE_RGB4},   {8, MEDIASUBTYPE_RGB8}, {16, MEDIASUBTYPE_RGB555},
+        {24, MEDIASUBTYPE_RGB24}, {32, MEDIASUBTYPE_RGB32}, {17, GUID_NULL},
+    };
+    for (const auto& [depth, subtype] : depths)
+        EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, depth)), subtype) << depth;
 
     const Bytes masks565{0, 0xF8, 0, 0, 0xE0, 7, 0, 0, 0x1F, 0, 0, 0};
     const Bytes masks555{0, 0x7C, 0, 0, 0xE0, 3, 0, 0, 0x1F, 0, 0, 0};
-    Bytes masks888{0, 0, 0xFF, 0, 0, 0xFF, 0, 0, 0xFF, 0, 0, 0, 0, 0, 0, 0xFF};
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 16), masks565), MEDIASUBTYPE_RGB565);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 16), masks555), MEDIASUBTYPE_RGB555);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 16), masks888), GUID_NULL);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 16), std::span(masks555).first(11)), MEDIASUBTYPE_RGB565)
-        << "without masks";
+    const Bytes masks888{0, 0, 0xFF, 0, 0, 0xFF, 0, 0, 0xFF, 0, 0, 0, 0, 0, 0, 0xFF};  // and alpha
+    const auto masked = [](WORD depth, std::span<const std::uint8_t> masks, DWORD headerSize = 40) {
+        return SubtypeFromBitmap(Bitmap(BI_BITFIELDS, depth, headerSize), masks);
+    };
+    EXPECT_EQ(masked(16, masks565), MEDIASUBTYPE_RGB565);
+    EXPECT_EQ(masked(16, masks555), MEDIASUBTYPE_RGB555);
+    EXPECT_EQ(masked(16, masks888), GUID_NULL);
+    EXPECT_EQ(masked(16, std::span(masks555).first(11)), MEDIASUBTYPE_RGB565) << "without masks";
+    EXPECT_EQ(masked(32, masks888), MEDIASUBTYPE_RGB32);
+    EXPECT_EQ(masked(32, masks888, 56), MEDIASUBTYPE_ARGB32);
+    EXPECT_EQ(masked(32, std::span(masks888).first(12), 56), MEDIASUBTYPE_RGB32);
     EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_RGB, 16), masks565), MEDIASUBTYPE_RGB555) << "those are colours, not masks";
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 32), masks888), MEDIASUBTYPE_RGB32);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 32, 56), masks888), MEDIASUBTYPE_ARGB32);
-    masks888.resize(12);
-    EXPECT_EQ(SubtypeFromBitmap(Bitmap(BI_BITFIELDS, 32, 56), masks888), MEDIASUBTYPE_RGB32);
     EXPECT_EQ(SubtypeFromBitmap(Bitmap(Code("H264"), 16), masks565), SubtypeFromFourCC(Code("H264")));
 }
 

@@ -204,6 +204,7 @@ class Errors(Temporary):
                 (["probe", "--bogus", SAMPLE], "bogus"), (["seek", SAMPLE], "TIME"), (["seek", SAMPLE, "soon"], "soon"),
                 (["probe", ""], "FILE"), (["play", "--seek", "", SAMPLE], "seek"), (["seek", "-n", "0", SAMPLE, "1"], "samples"),
                 (["dump", "--json", "--csv", SAMPLE], "exclude"), (["play", SAMPLE, SAMPLE], ""),
+                (["play", "--preroll", "--no-preroll", SAMPLE], "exclude"), (["play", "-k", "--no-preroll", SAMPLE], "no effect"),
                 (["dump", "--pin", "7", SAMPLE], "no pin 7"), (["dump", "--pin", "x", SAMPLE], "pin"),
                 (["probe", "--filter", "nonsense", SAMPLE], "nonsense"), (["extract", SAMPLE], "--output"),
                 (["extract", "--pin", "0", SAMPLE, "-o", SAMPLE], "is read"), (["extract", SAMPLE, "-o", SAMPLE], "directory"),

@@ -90,6 +90,8 @@ std::string Contradiction(const GSettings& settings)
         return "--json and --csv exclude each other";
     if (settings.preroll && settings.noPreroll)
         return "--preroll and --no-preroll exclude each other";
+    if (settings.keyFrameSeek && settings.noPreroll)
+        return "--key-frame-seek has no effect with --no-preroll";
     if (settings.samples && (*settings.samples < 1 || *settings.samples > kMostSamples))
         return "--samples takes 1 to " + std::to_string(kMostSamples);
     if (settings.attachments && (settings.pin || settings.raw || !settings.seek.empty()))
