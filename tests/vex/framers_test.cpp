@@ -144,8 +144,9 @@ TEST(TextFramer, EntriesAreNumberedOrGetTheirTimesBackBehindTheLayer)
                                  "2\r\n00:00:01,000 --> 00:00:02,000\r\nTwo\nlines\r\n\r\n"));
 
     const std::string header = "[Script Info]\n[Events]\nFormat: Layer, Start, End, Style, Text\n";
-    const CMediaType type = Type({MEDIATYPE_Subtitle, MEDIASUBTYPE_ASS}, FORMAT_SubtitleInfo, GBytes(520)[0], 0,
-                                 Bytes(std::string(520, '\0') + header));
+    const std::array<char, 520> info{};  // offset, language and name, none of which matter here
+    const CMediaType type =
+        Type({MEDIATYPE_Subtitle, MEDIASUBTYPE_ASS}, FORMAT_SubtitleInfo, info, sizeof info, Bytes(header));
     const GFramed styled = Framed(type, {Bytes("0,7,Default,Hello, you"), Bytes("no commas")});
     EXPECT_EQ(styled.bytes, Bytes(header + "Dialogue: 7,0:00:00.00,0:00:01.00,Default,Hello, you\r\n"));
     EXPECT_EQ(styled.misshapen, 1u);
