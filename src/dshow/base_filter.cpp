@@ -13,6 +13,7 @@ public:
     {
         const GMutexLock held(filter.stateLock);
         ++filter.changing;
+        filter.changer = ThisThreadId();
     }
     ~GStateChange()
     {
@@ -125,9 +126,10 @@ HRESULT CBaseFilter::GetState(DWORD dwMilliSecsTimeout, FILTER_STATE* State)
 {
     if (!State)
         return E_POINTER;
-    if (OnOwnThread())
-        dwMilliSecsTimeout = 0;
+    const bool ownThread = OnOwnThread();
     GMutexLock held(stateLock);
+    if (ownThread || changer == ThisThreadId())  // a peer asks in the middle of a change
+        dwMilliSecsTimeout = 0;
     const bool forEver = dwMilliSecsTimeout == INFINITE;
     const auto deadline =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(forEver ? 0 : dwMilliSecsTimeout);

@@ -29,7 +29,8 @@ public:
     STDMETHODIMP GetClassID(CLSID* pClassID) override;
 
     // IMediaFilter. State changes are done when the call returns; GetState waits at most its time-out for a change
-    // that another thread is making (VFW_S_STATE_INTERMEDIATE), and not at all on a thread that the change waits for.
+    // that another thread is making (VFW_S_STATE_INTERMEDIATE), and not at all on a thread that the change waits for
+    // or that makes it.
     STDMETHODIMP Stop() override;
     STDMETHODIMP Pause() override;
     STDMETHODIMP Run(REFERENCE_TIME tStart) override;
@@ -75,7 +76,8 @@ private:
     GCondition stateChanged;
     WString name G_GUARDED_BY(stateLock);
     FILTER_STATE state G_GUARDED_BY(stateLock) = State_Stopped;
-    int changing G_GUARDED_BY(stateLock) = 0;  // state changes in progress, one at a time but entered again by Run
+    int changing G_GUARDED_BY(stateLock) = 0;     // state changes in progress, one at a time but entered again by Run
+    GThreadId changer G_GUARDED_BY(stateLock){};  // who makes them
     IFilterGraph* graph G_GUARDED_BY(stateLock) = nullptr;         // not owned: the graph owns the filter
     IMediaEventSink* eventSink G_GUARDED_BY(stateLock) = nullptr;  // the graph's, not owned
     GComPtr<IReferenceClock> clock G_GUARDED_BY(stateLock);
@@ -109,8 +111,8 @@ public:
     STDMETHODIMP EndFlush() override { return E_UNEXPECTED; }
     STDMETHODIMP NewSegment(REFERENCE_TIME, REFERENCE_TIME, double) override { return S_OK; }
 
-    // IQualityControl: messages are taken and not acted upon.
-    STDMETHODIMP Notify(IBaseFilter*, Quality) override { return S_OK; }
+    // IQualityControl: nothing here can be delivered sooner or later. A renderer that is told so drops by itself.
+    STDMETHODIMP Notify(IBaseFilter*, Quality) override { return E_NOTIMPL; }
     STDMETHODIMP SetSink(IQualityControl*) override { return S_OK; }
 
     // The offered types in order of preference: E_INVALIDARG below 0, VFW_S_NO_MORE_ITEMS past the last.
@@ -121,7 +123,7 @@ public:
     virtual HRESULT Active() { return S_OK; }
     virtual HRESULT Inactive() { return S_OK; }
 
-    bool IsConnected() { return static_cast<bool>(Peer()); }
+    bool IsConnected();
     GComPtr<IPin> Peer();
     const WString& Name() const { return name; }
     CBaseFilter* Filter() const { return filter; }
@@ -139,8 +141,7 @@ protected:
 private:
     HRESULT AgreeMediaType(IPin* receivePin, const AM_MEDIA_TYPE* wanted);
     HRESULT AttemptConnection(IPin* receivePin, const CMediaType& type);
-    HRESULT TryPeerTypes(IPin* receivePin, const AM_MEDIA_TYPE* wanted);
-    HRESULT TryOwnTypes(IPin* receivePin, const AM_MEDIA_TYPE* wanted);
+    HRESULT TryTypes(IPin* offering, IPin* receivePin, const AM_MEDIA_TYPE* wanted);
 
     CBaseFilter* const filter;  // owns this pin
     const WString name;

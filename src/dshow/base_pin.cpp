@@ -23,6 +23,12 @@ ULONG CBasePin::NonDelegatingAddRef() { return filter->AddRef(); }
 
 ULONG CBasePin::NonDelegatingRelease() { return filter->Release(); }
 
+bool CBasePin::IsConnected()
+{
+    const GMutexLock held(pinLock);
+    return static_cast<bool>(peer);
+}
+
 GComPtr<IPin> CBasePin::Peer()
 {
     const GMutexLock held(pinLock);
@@ -73,18 +79,29 @@ HRESULT CBasePin::AgreeMediaType(IPin* receivePin, const AM_MEDIA_TYPE* wanted)
 {
     if (wanted && wanted->majortype != GUID_NULL && wanted->formattype != GUID_NULL)
         return AttemptConnection(receivePin, CMediaType(*wanted));
-    const HRESULT own = TryOwnTypes(receivePin, wanted);
-    if (SUCCEEDED(own))
-        return own;
-    const HRESULT theirs = TryPeerTypes(receivePin, wanted);
-    return SUCCEEDED(theirs) ? theirs : own;
+    // What the peer asks for by itself, it takes best.
+    HRESULT result = VFW_E_NO_ACCEPTABLE_TYPES;
+    for (IPin* offering : {receivePin, static_cast<IPin*>(this)}) {
+        const HRESULT hr = TryTypes(offering, receivePin, wanted);
+        if (SUCCEEDED(hr))
+            return hr;
+        if (hr != VFW_E_NO_ACCEPTABLE_TYPES)
+            result = hr;
+    }
+    return result;
 }
 
-HRESULT CBasePin::TryOwnTypes(IPin* receivePin, const AM_MEDIA_TYPE* wanted)
+// The types that `offering` enumerates, in its order of preference.
+HRESULT CBasePin::TryTypes(IPin* offering, IPin* receivePin, const AM_MEDIA_TYPE* wanted)
 {
     HRESULT result = VFW_E_NO_ACCEPTABLE_TYPES;
-    CMediaType type;
-    for (int i = 0; GetMediaType(i, &type) == S_OK; ++i) {
+    GComPtr<IEnumMediaTypes> types;
+    if (FAILED(offering->EnumMediaTypes(types.Put())) || !types)
+        return result;
+    AM_MEDIA_TYPE* offered = nullptr;
+    while (types->Next(1, &offered, nullptr) == S_OK) {
+        const std::unique_ptr<AM_MEDIA_TYPE, decltype(&DeleteMediaType)> owned(offered, DeleteMediaType);
+        const CMediaType type(*offered);
         if (wanted && !type.MatchesPartial(*wanted))
             continue;
         const HRESULT hr = AttemptConnection(receivePin, type);
@@ -95,24 +112,6 @@ HRESULT CBasePin::TryOwnTypes(IPin* receivePin, const AM_MEDIA_TYPE* wanted)
             result = hr;
     }
     return result;
-}
-
-HRESULT CBasePin::TryPeerTypes(IPin* receivePin, const AM_MEDIA_TYPE* wanted)
-{
-    GComPtr<IEnumMediaTypes> types;
-    if (FAILED(receivePin->EnumMediaTypes(types.Put())) || !types)
-        return VFW_E_NO_ACCEPTABLE_TYPES;
-    AM_MEDIA_TYPE* offered = nullptr;
-    while (types->Next(1, &offered, nullptr) == S_OK) {
-        const std::unique_ptr<AM_MEDIA_TYPE, decltype(&DeleteMediaType)> owned(offered, DeleteMediaType);
-        const CMediaType type(*offered);
-        if (wanted && !type.MatchesPartial(*wanted))
-            continue;
-        const HRESULT hr = AttemptConnection(receivePin, type);
-        if (SUCCEEDED(hr))
-            return hr;
-    }
-    return VFW_E_NO_ACCEPTABLE_TYPES;
 }
 
 HRESULT CBasePin::AttemptConnection(IPin* receivePin, const CMediaType& type)

@@ -54,7 +54,7 @@ HRESULT CMediaSample::GetTime(REFERENCE_TIME* pTimeStart, REFERENCE_TIME* pTimeE
         return VFW_E_SAMPLE_TIME_NOT_SET;
     *pTimeStart = start;
     if (!stopSet) {
-        *pTimeEnd = start + 1;
+        *pTimeEnd = start < INT64_MAX ? start + 1 : start;
         return VFW_S_NO_STOP_TIME;
     }
     *pTimeEnd = stop;

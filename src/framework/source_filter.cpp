@@ -251,7 +251,8 @@ void CVexFilter::EndStreams()
     for (CVexOutputPin* pin : pins) {
         if (reader.RequestPending())
             return;
-        pin->PushEnd();
+        if (pin->IsConnected())
+            pin->PushEnd();
     }
 }
 

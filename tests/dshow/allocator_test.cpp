@@ -28,25 +28,29 @@ GComPtr<IMediaSample> Take(CMemAllocator& allocator, DWORD flags = 0)
 
 }  // namespace
 
-TEST(Allocator, HandsOutAsManyBuffersAsItHasAndTakesThemBack)
+TEST(Allocator, HandsOutAlignedBuffersBehindTheirPrefixesAndTakesThemBack)
 {
-    auto allocator = Allocator(2, 100);
+    auto allocator = Allocator(3, 100, 64, 64);
     GComPtr<IMediaSample> sample;
     EXPECT_EQ(allocator->GetBuffer(sample.Put(), nullptr, nullptr, 0), VFW_E_NOT_COMMITTED);
     ASSERT_EQ(allocator->Commit(), S_OK);
-    auto first = Take(*allocator);
-    auto second = Take(*allocator);
-    ASSERT_TRUE(first && second);
+    std::vector<GComPtr<IMediaSample>> samples;
+    std::vector<BYTE*> buffers(3);
+    for (int i = 0; i < 3; ++i) {
+        samples.push_back(Take(*allocator));
+        samples.back()->GetPointer(&buffers[static_cast<std::size_t>(i)]);
+        BYTE* const bytes = buffers[static_cast<std::size_t>(i)];
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(bytes) % 64, 0u);
+        std::memset(bytes - 64, i, 164);
+        EXPECT_EQ(samples.back()->GetSize(), 100);
+    }
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(buffers[static_cast<std::size_t>(i)][-64] == i && buffers[static_cast<std::size_t>(i)][99] == i)
+            << "the buffers overlap";
     EXPECT_EQ(allocator->GetBuffer(sample.Put(), nullptr, nullptr, CMemAllocator::kNoWait), VFW_E_TIMEOUT);
-    BYTE* a = nullptr;
-    BYTE* b = nullptr;
-    first->GetPointer(&a);
-    second->GetPointer(&b);
-    std::memset(a, 1, 100);
-    std::memset(b, 2, 100);
-    EXPECT_EQ(a[99], 1) << "the buffers overlap";
-    first.Reset();
+    samples.pop_back();
     EXPECT_TRUE(Take(*allocator, CMemAllocator::kNoWait));
+    samples.clear();
     EXPECT_EQ(allocator->Decommit(), S_OK);
 }
 
@@ -103,23 +107,6 @@ TEST(Allocator, ASampleOutlivesTheLastReferenceToItsAllocator)
     EXPECT_EQ(CUnknown::ObjectsActive(), before);
 }
 
-TEST(Allocator, BuffersAreAlignedBehindTheirPrefix)
-{
-    auto allocator = Allocator(3, 100, 64, 64);
-    ASSERT_EQ(allocator->Commit(), S_OK);
-    std::vector<GComPtr<IMediaSample>> samples;
-    for (int i = 0; i < 3; ++i) {
-        samples.push_back(Take(*allocator));
-        BYTE* bytes = nullptr;
-        samples.back()->GetPointer(&bytes);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(bytes) % 64, 0u);
-        std::memset(bytes - 64, i, 164);
-        EXPECT_EQ(samples.back()->GetSize(), 100);
-    }
-    samples.clear();
-    allocator->Decommit();
-}
-
 TEST(Allocator, RefusesAbsurdProperties)
 {
     GComPtr<CMemAllocator> allocator(new CMemAllocator);
@@ -159,6 +146,10 @@ TEST(Sample, ForgetsEverythingBetweenTwoUses)
     EXPECT_EQ(sample->SetTime(&start, nullptr), S_OK);
     EXPECT_EQ(sample->GetTime(&start, &stop), VFW_S_NO_STOP_TIME);
     EXPECT_EQ(stop, start + 1);
+    start = INT64_MAX;
+    sample->SetTime(&start, nullptr);
+    EXPECT_EQ(sample->GetTime(&start, &stop), VFW_S_NO_STOP_TIME);
+    EXPECT_EQ(stop, INT64_MAX);
     EXPECT_EQ(sample->SetMediaTime(&start, &stop), S_OK);
     EXPECT_EQ(sample->SetActualDataLength(11), VFW_E_BUFFER_OVERFLOW);
     EXPECT_EQ(sample->SetActualDataLength(-1), VFW_E_BUFFER_OVERFLOW);

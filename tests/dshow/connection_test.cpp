@@ -1,40 +1,36 @@
 // Two pins agree on a type and an allocator, or do not.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "dshow/media_sample.h"
+#include "support/limited_allocator.h"
 #include "support/scripted_filter.h"
 
 namespace vex::test {
 
 namespace {
 
-// An allocator that grants less than it is asked for.
-class CMeanAllocator final : public IMemAllocator {
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
-    ULONG STDMETHODCALLTYPE Release() override { return --references; }
-    HRESULT STDMETHODCALLTYPE SetProperties(ALLOCATOR_PROPERTIES* request, ALLOCATOR_PROPERTIES* actual) override
-    {
-        *actual = *request;
-        actual->cbBuffer = request->cbBuffer - 1;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetProperties(ALLOCATOR_PROPERTIES*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Commit() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Decommit() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE GetBuffer(IMediaSample**, REFERENCE_TIME*, REFERENCE_TIME*, DWORD) override
-    {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE ReleaseBuffer(IMediaSample*) override { return E_NOTIMPL; }
+const CMediaType kVideo = VideoStream(0).mediaTypes.front();
+const CMediaType kAudio = AudioStream(0).mediaTypes.front();
 
-    std::atomic<ULONG> references{1};
-};
+// A stream that comes as video or, if need be, as audio.
+GScript TwoTypes()
+{
+    GScript script = Movie(3, false);
+    script.streams[0].mediaTypes = {kVideo, kAudio};
+    return script;
+}
+
+GUID ConnectedMajor(IPin* pin)
+{
+    AM_MEDIA_TYPE type{};
+    EXPECT_EQ(pin->ConnectionMediaType(&type), S_OK);
+    FreeMediaType(type);
+    return type.majortype;
+}
 
 }  // namespace
 
-TEST(Connection, IsSeenFromBothEndsAndEndsOnce)
+TEST(Connection, IsSeenFromOurEndAndEndsOnce)
 {
     GRig rig(Movie(3));
     AM_MEDIA_TYPE type{};
@@ -49,12 +45,11 @@ TEST(Connection, IsSeenFromBothEndsAndEndsOnce)
     EXPECT_EQ(peer.Get(), &rig.Sink(0));
     peer.Reset();
     ASSERT_EQ(rig.Pin(0)->ConnectionMediaType(&type), S_OK);
-    EXPECT_TRUE(VideoStream(0).mediaTypes.front().Matches(type));
+    EXPECT_TRUE(kVideo.Matches(type));
     FreeMediaType(type);
     EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(1), nullptr), VFW_E_ALREADY_CONNECTED);
-    EXPECT_EQ(rig.Pin(0)->Disconnect(), S_OK);
+    rig.Disconnect(0);
     EXPECT_EQ(rig.Pin(0)->Disconnect(), S_FALSE);
-    rig.Sink(0).Disconnect();
     EXPECT_EQ(rig.Sink(0).References(), 1u) << "the pin still holds its old peer";
     EXPECT_EQ(rig.Pin(0)->ConnectedTo(nullptr), E_POINTER);
     EXPECT_EQ(rig.Pin(0)->ConnectionMediaType(nullptr), E_POINTER);
@@ -84,25 +79,26 @@ TEST(Connection, RefusesPeersThatCannotTakeSamples)
     EXPECT_EQ(rig.Pin(0)->ReceiveConnection(&rig.Sink(0), nullptr), E_UNEXPECTED) << "an output pin connects by itself";
 }
 
-TEST(Connection, AsksForTheTypesInOrderAndThenForThePeersOwn)
+TEST(Connection, TriesThePeersTypesAndThenItsOwnInOrder)
 {
-    GScript script = Movie(3, false);
-    const CMediaType first = script.streams[0].mediaTypes.front();
-    const CMediaType second = AudioStream(0).mediaTypes.front();
-    script.streams[0].mediaTypes.push_back(second);
-    GRig rig(std::move(script));
+    GRig rig(TwoTypes());
+    GRig likesAudio(Movie(1));
     std::vector<GUID> asked;
     rig.Sink(0).accepts = [&](const AM_MEDIA_TYPE& type) {
         asked.push_back(type.majortype);
         return type.majortype == MEDIATYPE_Audio;
     };
     EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), nullptr), S_OK);
-    EXPECT_EQ(asked, (std::vector<GUID>{MEDIATYPE_Video, MEDIATYPE_Audio}));
-    rig.Pin(0)->Disconnect();
-    rig.Sink(0).Disconnect();
+    EXPECT_THAT(asked, testing::ElementsAre(MEDIATYPE_Video, MEDIATYPE_Audio));
+    rig.Disconnect(0);
+
+    rig.Sink(0).likes = likesAudio.Pin(1);
+    asked.clear();
+    EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), nullptr), S_OK);
+    EXPECT_THAT(asked, testing::ElementsAre(MEDIATYPE_Audio)) << "what the peer asks for comes first";
+    rig.Disconnect(0);
 
     rig.Sink(0).accepts = [](const AM_MEDIA_TYPE&) { return false; };
-    rig.Sink(0).ownTypes = {first};
     EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), nullptr), VFW_E_NO_ACCEPTABLE_TYPES);
     GComPtr<IPin> peer;
     EXPECT_EQ(rig.Pin(0)->ConnectedTo(peer.Put()), VFW_E_NOT_CONNECTED);
@@ -111,30 +107,20 @@ TEST(Connection, AsksForTheTypesInOrderAndThenForThePeersOwn)
 
 TEST(Connection, ACompleteTypeIsTheOnlyOneAndAPartialOneChooses)
 {
-    GScript script = Movie(3, false);
-    script.streams[0].mediaTypes.push_back(AudioStream(0).mediaTypes.front());
-    GRig rig(std::move(script));
-    const CMediaType audio = AudioStream(0).mediaTypes.front();
-    CMediaType foreign = audio;
+    GRig rig(TwoTypes());
+    CMediaType foreign = kAudio;
     foreign.pbFormat[0] ^= 1;
     EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), &foreign), VFW_E_TYPE_NOT_ACCEPTED);
+    EXPECT_EQ(rig.Pin(0)->QueryAccept(&foreign), S_FALSE);
+    EXPECT_EQ(rig.Pin(0)->QueryAccept(&kAudio), S_OK);
 
-    const auto connectedMajor = [&] {
-        AM_MEDIA_TYPE type{};
-        rig.Pin(0)->ConnectionMediaType(&type);
-        FreeMediaType(type);
-        return type.majortype;
-    };
-    ASSERT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), &audio), S_OK);
-    EXPECT_EQ(connectedMajor(), MEDIATYPE_Audio);
-    rig.Pin(0)->Disconnect();
-    rig.Sink(0).Disconnect();
     CMediaType partial;
     partial.majortype = MEDIATYPE_Audio;
-    ASSERT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), &partial), S_OK);
-    EXPECT_EQ(connectedMajor(), MEDIATYPE_Audio);
-    rig.Pin(0)->Disconnect();
-    rig.Sink(0).Disconnect();
+    for (const CMediaType* wanted : {&kAudio, &std::as_const(partial)}) {
+        ASSERT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), wanted), S_OK);
+        EXPECT_EQ(ConnectedMajor(rig.Pin(0)), MEDIATYPE_Audio);
+        rig.Disconnect(0);
+    }
     partial.majortype = MEDIATYPE_Text;
     EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), &partial), VFW_E_NO_ACCEPTABLE_TYPES);
 }
@@ -142,44 +128,37 @@ TEST(Connection, ACompleteTypeIsTheOnlyOneAndAPartialOneChooses)
 TEST(Allocators, ThePeersIsTakenWithItsWishes)
 {
     GRig rig(Movie(3));
-    const GComPtr<CMemAllocator> theirs(new CMemAllocator);
-    rig.Sink(0).offered = GComPtr<IMemAllocator>(theirs.Get());
+    rig.Sink(0).offered = GComPtr<IMemAllocator>(new CMemAllocator);
     rig.Sink(0).requirements = {5, 10, 16, 8};
     BOOL saidReadOnly = TRUE;
     rig.Sink(0).onAllocator = [&](IMemAllocator*, BOOL readOnly) {
         saidReadOnly = readOnly;
         return S_OK;
     };
-    rig.Connect(0);
-    EXPECT_EQ(rig.Sink(0).Allocator().Get(), theirs.Get());
+    rig.PlayToEnd();
+    EXPECT_EQ(rig.Sink(0).Allocator().Get(), rig.Sink(0).offered.Get());
     EXPECT_EQ(saidReadOnly, FALSE) << "the peer may change samples in place";
     ALLOCATOR_PROPERTIES agreed{};
-    theirs->GetProperties(&agreed);
+    rig.Sink(0).Allocator()->GetProperties(&agreed);
     EXPECT_EQ(agreed.cBuffers, 1) << "flow control is the queue's";
     EXPECT_EQ(agreed.cbBuffer, 640 * 480);
     EXPECT_EQ(agreed.cbAlign, 16);
     EXPECT_EQ(agreed.cbPrefix, 8);
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-    rig.Sink(0).WaitForEnd();
     EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 3u);
 }
 
 TEST(Allocators, OursIsTakenWhenThePeersGrantsTooLittleOrIsNotWanted)
 {
-    CMeanAllocator mean;
-    for (const bool refused : {false, true}) {
+    for (const LONG granted : {640 * 480 - 1, 640 * 480}) {
         GRig rig(Movie(3));
-        const GComPtr<CMemAllocator> fine(new CMemAllocator);
-        rig.Sink(0).offered = GComPtr<IMemAllocator>(refused ? static_cast<IMemAllocator*>(fine.Get()) : &mean);
-        IMemAllocator* const unwanted = rig.Sink(0).offered.Get();
+        auto* const unwanted = new CLimitedAllocator(granted);
+        rig.Sink(0).offered = GComPtr<IMemAllocator>::Adopt(unwanted);
         rig.Sink(0).onAllocator = [&](IMemAllocator* asked, BOOL) { return asked == unwanted ? E_FAIL : S_OK; };
-        rig.Connect(0);
+        rig.PlayToEnd();
         EXPECT_TRUE(rig.Sink(0).Allocator());
         EXPECT_NE(rig.Sink(0).Allocator().Get(), unwanted);
-        ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-        rig.Sink(0).WaitForEnd();
+        EXPECT_EQ(unwanted->References(), 1u);
     }
-    EXPECT_EQ(mean.references, 1u);
 }
 
 TEST(Allocators, APeerThatWantsNoneIsNotConnected)
@@ -189,14 +168,13 @@ TEST(Allocators, APeerThatWantsNoneIsNotConnected)
     EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), nullptr), VFW_E_NO_ALLOCATOR);
     EXPECT_EQ(rig.Sink(0).References(), 1u) << "the failed connection has to be taken back";
     rig.Sink(0).onAllocator = {};
-    EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), nullptr), S_OK);
+    rig.Connect(0);
 }
 
 // width x height counts as it stands, without the bytes of a pixel; a negative height is a large number, and no reason for
 // a huge allocation.
 TEST(BufferSizes, FollowFormatSampleSizeAndFloor)
 {
-    GStreamInfo audio = AudioStream(0);
     GStreamInfo largeAudio = AudioStream(0);
     largeAudio.mediaTypes.front().SetSampleSize(100'000);
     GStreamInfo strangeVideo = VideoStream(0);
@@ -208,7 +186,7 @@ TEST(BufferSizes, FollowFormatSampleSizeAndFloor)
         {VideoStream(0, 640, 480), 307'200},
         {VideoStream(0, 640, 480, 1'000'000), 1'000'000},
         {VideoStream(0, 320, -240), 64 << 20},
-        {audio, 57'344},
+        {AudioStream(0), 57'344},
         {largeAudio, 100'000},
         {strangeVideo, 524'288},
     };

@@ -1,4 +1,5 @@
 // IMediaSeeking of a pin, with nothing running.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/scripted_filter.h"
@@ -32,39 +33,48 @@ protected:
 
 TEST_F(Seeking, KnowsReferenceTimeAndNothingElse)
 {
+    const GUID known = TIME_FORMAT_MEDIA_TIME;
     const GUID other = MEDIATYPE_Video;
-    GUID format = GUID_NULL;
-    EXPECT_EQ(seeking->IsFormatSupported(&TIME_FORMAT_MEDIA_TIME), S_OK);
+    EXPECT_EQ(seeking->IsFormatSupported(&known), S_OK);
     EXPECT_EQ(seeking->IsFormatSupported(&other), S_FALSE);
-    EXPECT_EQ(seeking->QueryPreferredFormat(&format), S_OK);
-    EXPECT_EQ(format, TIME_FORMAT_MEDIA_TIME);
-    format = GUID_NULL;
-    EXPECT_EQ(seeking->GetTimeFormat(&format), S_OK);
-    EXPECT_EQ(format, TIME_FORMAT_MEDIA_TIME);
-    EXPECT_EQ(seeking->IsUsingTimeFormat(&TIME_FORMAT_MEDIA_TIME), S_OK);
+    EXPECT_EQ(seeking->IsUsingTimeFormat(&known), S_OK);
     EXPECT_EQ(seeking->IsUsingTimeFormat(&other), S_FALSE);
-    EXPECT_EQ(seeking->SetTimeFormat(&TIME_FORMAT_MEDIA_TIME), S_OK);
+    EXPECT_EQ(seeking->SetTimeFormat(&known), S_OK);
     EXPECT_EQ(seeking->SetTimeFormat(&other), E_INVALIDARG);
+    GUID preferred = GUID_NULL;
+    GUID used = GUID_NULL;
+    EXPECT_EQ(seeking->QueryPreferredFormat(&preferred), S_OK);
+    EXPECT_EQ(seeking->GetTimeFormat(&used), S_OK);
+    EXPECT_TRUE(preferred == known && used == known);
 
     LONGLONG converted = 0;
-    EXPECT_EQ(seeking->ConvertTimeFormat(&converted, nullptr, 123, &TIME_FORMAT_MEDIA_TIME), S_OK);
-    EXPECT_EQ(converted, 123);
-    EXPECT_EQ(seeking->ConvertTimeFormat(&converted, &TIME_FORMAT_MEDIA_TIME, -5, nullptr), S_OK);
-    EXPECT_EQ(converted, -5);
+    for (const auto& [to, from] : {std::pair<const GUID*, const GUID*>(nullptr, &known), {&known, nullptr}}) {
+        EXPECT_EQ(seeking->ConvertTimeFormat(&converted, to, -5, from), S_OK);
+        EXPECT_EQ(converted, -5);
+    }
     EXPECT_EQ(seeking->ConvertTimeFormat(&converted, &other, 1, nullptr), E_INVALIDARG);
     EXPECT_EQ(seeking->ConvertTimeFormat(&converted, nullptr, 1, &other), E_INVALIDARG);
 }
 
 TEST_F(Seeking, SaysWhichOfTheAskedCapabilitiesItHas)
 {
-    DWORD asked = AM_SEEKING_CanSeekAbsolute | AM_SEEKING_CanGetDuration;
-    EXPECT_EQ(seeking->CheckCapabilities(&asked), S_OK);
-    asked = AM_SEEKING_CanSeekAbsolute | AM_SEEKING_CanPlayBackwards;
-    EXPECT_EQ(seeking->CheckCapabilities(&asked), S_FALSE);
-    EXPECT_EQ(asked, static_cast<DWORD>(AM_SEEKING_CanSeekAbsolute)) << "what it has of them";
-    asked = AM_SEEKING_CanGetCurrentPos;
-    EXPECT_EQ(seeking->CheckCapabilities(&asked), E_FAIL);
-    EXPECT_EQ(asked, 0u);
+    DWORD all = 0;
+    EXPECT_EQ(seeking->GetCapabilities(&all), S_OK);
+    EXPECT_EQ(all, 0x37u);
+    constexpr struct {
+        DWORD asked;
+        DWORD had;
+        HRESULT answer;
+    } kCases[] = {
+        {0x37, 0x37, S_OK},
+        {AM_SEEKING_CanSeekAbsolute | AM_SEEKING_CanPlayBackwards, AM_SEEKING_CanSeekAbsolute, S_FALSE},
+        {AM_SEEKING_CanGetCurrentPos, 0, E_FAIL},
+    };
+    for (const auto& one : kCases) {
+        DWORD asked = one.asked;
+        EXPECT_EQ(seeking->CheckCapabilities(&asked), one.answer);
+        EXPECT_EQ(asked, one.had);
+    }
 }
 
 TEST_F(Seeking, EveryNullPointerIsRefused)
@@ -121,17 +131,14 @@ TEST_F(Seeking, MovesStartAndStopByEveryKindOfFlag)
 
 TEST_F(Seeking, TellsTheWholeFileAsAvailable)
 {
-    LONGLONG earliest = 9;
-    LONGLONG latest = 9;
-    EXPECT_EQ(seeking->GetAvailable(&earliest, &latest), S_OK);
-    EXPECT_EQ(earliest, 0);
-    EXPECT_EQ(latest, kDuration);
+    LONGLONG value[5] = {9, 9, 9, 9, 9};
+    EXPECT_EQ(seeking->GetAvailable(&value[0], &value[1]), S_OK);
+    EXPECT_EQ(seeking->GetDuration(&value[2]), S_OK);
+    EXPECT_EQ(seeking->GetStopPosition(&value[3]), S_OK);
+    EXPECT_EQ(seeking->GetPreroll(&value[4]), S_OK);
+    EXPECT_THAT(value, testing::ElementsAre(0, kDuration, kDuration, kDuration, 0));
     EXPECT_EQ(seeking->GetAvailable(nullptr, nullptr), S_OK);
-    LONGLONG preroll = 9;
-    EXPECT_EQ(seeking->GetPreroll(&preroll), S_OK);
-    EXPECT_EQ(preroll, 0);
-    LONGLONG current = 0;
-    EXPECT_EQ(seeking->GetCurrentPosition(&current), E_NOTIMPL) << "as the capabilities say";
+    EXPECT_EQ(seeking->GetCurrentPosition(&value[0]), E_NOTIMPL) << "as the capabilities say";
     double rate = 0;
     EXPECT_EQ(seeking->SetRate(0.25), S_OK);
     EXPECT_EQ(seeking->GetRate(&rate), S_OK);

@@ -19,48 +19,42 @@ GComPtr<T> Create(REFCLSID clsid, REFIID iid)
     return object;
 }
 
-}  // namespace
-
-TEST(Options, Avi)
+// The two options of a new filter, which must not be mixed up, and each of them the other way round.
+template <class T, class Value>
+void CheckOptions(T& control, HRESULT (STDMETHODCALLTYPE T::*setPreroll)(Value),
+                  HRESULT (STDMETHODCALLTYPE T::*getPreroll)(Value*), bool prerollAtFirst)
 {
-    const auto control = Create<IVexAVI>(CLSID_VexAvi, IID_IVexAVI);
-    ASSERT_TRUE(control);
-    LONG value = 5;
-    EXPECT_EQ(control->GetKeyFrameSeek(&value), S_OK);
-    EXPECT_EQ(value, 0);
-    EXPECT_EQ(control->GetPrerollMark(&value), S_OK);
-    EXPECT_EQ(value, 1);
-    EXPECT_EQ(control->SetKeyFrameSeek(1), S_OK);
-    EXPECT_EQ(control->SetPrerollMark(0), S_OK);
-    EXPECT_EQ(control->GetKeyFrameSeek(&value), S_OK);
-    EXPECT_EQ(value, 1);
-    EXPECT_EQ(control->GetPrerollMark(&value), S_OK);
-    EXPECT_EQ(value, 0);
-    LONGLONG duration = 7;
-    EXPECT_EQ(control->GetDuration(&duration), S_OK);
-    EXPECT_EQ(duration, 0) << "nothing is loaded";
-    EXPECT_EQ(control->GetDuration(nullptr), E_POINTER);
-    EXPECT_EQ(control->GetKeyFrameSeek(nullptr), E_POINTER);
-    EXPECT_EQ(control->GetPrerollMark(nullptr), E_POINTER);
+    Value keyFrames = 5;
+    Value preroll = 5;
+    EXPECT_EQ(control.GetKeyFrameSeek(&keyFrames), S_OK);
+    EXPECT_EQ((control.*getPreroll)(&preroll), S_OK);
+    EXPECT_EQ(keyFrames, 0);
+    EXPECT_EQ(preroll, prerollAtFirst);
+    for (const Value wanted : {1, 0}) {
+        EXPECT_EQ(control.SetKeyFrameSeek(2 * wanted), S_OK) << "anything but zero is on";
+        EXPECT_EQ((control.*setPreroll)(1 - wanted), S_OK);
+        EXPECT_EQ(control.GetKeyFrameSeek(&keyFrames), S_OK);
+        EXPECT_EQ((control.*getPreroll)(&preroll), S_OK);
+        EXPECT_EQ(keyFrames, wanted);
+        EXPECT_EQ(preroll, 1 - wanted);
+    }
+    EXPECT_EQ(control.GetKeyFrameSeek(nullptr), E_POINTER);
+    EXPECT_EQ((control.*getPreroll)(nullptr), E_POINTER);
 }
 
-TEST(Options, Matroska)
+}  // namespace
+
+TEST(Options, OfAviAndMatroska)
 {
-    const auto control = Create<IVexMKV>(CLSID_VexMkv, IID_IVexMKV);
-    ASSERT_TRUE(control);
-    BOOL value = TRUE;
-    EXPECT_EQ(control->GetKeyFrameSeek(&value), S_OK);
-    EXPECT_EQ(value, FALSE);
-    value = TRUE;
-    EXPECT_EQ(control->GetPreroll(&value), S_OK);
-    EXPECT_EQ(value, FALSE);
-    EXPECT_EQ(control->SetKeyFrameSeek(2), S_OK);
-    EXPECT_EQ(control->SetPreroll(2), S_OK);
-    EXPECT_EQ(control->GetKeyFrameSeek(&value), S_OK);
-    EXPECT_NE(value, FALSE);
-    EXPECT_EQ(control->GetPreroll(&value), S_OK);
-    EXPECT_NE(value, FALSE);
-    EXPECT_EQ(control->GetPreroll(nullptr), E_POINTER);
+    const auto avi = Create<IVexAVI>(CLSID_VexAvi, IID_IVexAVI);
+    const auto mkv = Create<IVexMKV>(CLSID_VexMkv, IID_IVexMKV);
+    ASSERT_TRUE(avi && mkv);
+    CheckOptions(*avi, &IVexAVI::SetPrerollMark, &IVexAVI::GetPrerollMark, true);
+    CheckOptions(*mkv, &IVexMKV::SetPreroll, &IVexMKV::GetPreroll, false);
+    LONGLONG duration = 7;
+    EXPECT_EQ(avi->GetDuration(&duration), S_OK);
+    EXPECT_EQ(duration, 0) << "nothing is loaded";
+    EXPECT_EQ(avi->GetDuration(nullptr), E_POINTER);
 }
 
 }  // namespace vex::test

@@ -11,17 +11,17 @@ namespace {
 
 enum class GAction : std::uint8_t { Stop, Seek, Rate, Drop };
 
-struct GCase {
-    GSinkTrick trick;
-    const char* trickName;
-    GAction action;
-    const char* actionName;
-};
-
-constexpr struct {
+struct GNamedTrick {
     GSinkTrick trick;
     const char* name;
-} kTricks[] = {
+};
+
+struct GNamedAction {
+    GAction action;
+    const char* name;
+};
+
+constexpr GNamedTrick kTricks[] = {
     {GSinkTrick::BlockReceive, "BlocksInReceive"},
     {GSinkTrick::BlockEndOfStream, "BlocksInEndOfStream"},
     {GSinkTrick::BlockNewSegment, "BlocksInNewSegment"},
@@ -31,19 +31,8 @@ constexpr struct {
     {GSinkTrick::LetGo, "DisconnectsMidway"},
 };
 
-constexpr struct {
-    GAction action;
-    const char* name;
-} kActions[] = {{GAction::Stop, "Stop"}, {GAction::Seek, "Seek"}, {GAction::Rate, "Rate"}, {GAction::Drop, "Drop"}};
-
-std::vector<GCase> AllCases()
-{
-    std::vector<GCase> cases;
-    for (const auto& trick : kTricks)
-        for (const auto& action : kActions)
-            cases.push_back({trick.trick, trick.name, action.action, action.name});
-    return cases;
-}
+constexpr GNamedAction kActions[] = {
+    {GAction::Stop, "Stop"}, {GAction::Seek, "Seek"}, {GAction::Rate, "Rate"}, {GAction::Drop, "Drop"}};
 
 // Long enough that the end is met only by the trick that wants it.
 std::size_t FramesFor(GSinkTrick trick) { return trick == GSinkTrick::BlockEndOfStream ? 5 : 2000; }
@@ -67,20 +56,20 @@ void WaitForTrick(GRig& rig, GSinkTrick trick)
     }
 }
 
-class HostilePeer : public testing::TestWithParam<GCase> {};
+class HostilePeer : public testing::TestWithParam<std::tuple<GNamedTrick, GNamedAction>> {};
 
 }  // namespace
 
 TEST_P(HostilePeer, KeepsNothingWaiting)
 {
-    const GCase& one = GetParam();
-    const GWatchdog watchdog(std::string(one.trickName) + ", " + one.actionName);
-    GRig rig(Movie(FramesFor(one.trick)));
+    const auto& [trick, action] = GetParam();
+    const GWatchdog watchdog(std::string(trick.name) + ", " + action.name);
+    GRig rig(Movie(FramesFor(trick.trick)));
     rig.ConnectAll();
-    rig.Sink(0).Play(one.trick);
+    rig.Sink(0).Play(trick.trick);
     ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-    WaitForTrick(rig, one.trick);
-    switch (one.action) {
+    WaitForTrick(rig, trick.trick);
+    switch (action.action) {
     case GAction::Stop:
         // The filter alone, its peers still running: a graph would stop them first.
         EXPECT_EQ(rig.Filter()->Stop(), S_OK);
@@ -99,9 +88,10 @@ TEST_P(HostilePeer, KeepsNothingWaiting)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Peers, HostilePeer, testing::ValuesIn(AllCases()), [](const auto& instance) {
-    return std::string(instance.param.trickName) + instance.param.actionName;
-});
+INSTANTIATE_TEST_SUITE_P(Peers, HostilePeer, testing::Combine(testing::ValuesIn(kTricks), testing::ValuesIn(kActions)),
+                         [](const auto& instance) {
+                             return std::string(std::get<0>(instance.param).name) + std::get<1>(instance.param).name;
+                         });
 
 TEST(Peers, OnesThatRefuseEndAloneWithoutEndOfStream)
 {
@@ -112,7 +102,7 @@ TEST(Peers, OnesThatRefuseEndAloneWithoutEndOfStream)
         ASSERT_EQ(rig.Filter()->Run(0), S_OK);
         rig.Sink(1).WaitForEnd();
         EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 1000u);
-        EXPECT_EQ(rig.Sink(0).Count(GRecordedEvent::Kind::End), 0u);
+        EXPECT_EQ(rig.Sink(0).Count(GRecordedEvent::Kind::End), 0);
         EXPECT_TRUE(rig.Sink(0).Samples().empty());
         // A seek asks the peer again.
         rig.Sink(0).Play(GSinkTrick::None);
@@ -136,33 +126,38 @@ TEST(Peers, ABlockedOneHoldsBackNobodyUntilItsQueueIsFull)
 TEST(OwnThread, CallsThatWouldWaitForItAreRefused)
 {
     GRig rig(Movie(10));
-    HRESULT results[9] = {};
+    LONGLONG position = 5 * kFrame;
+    FILTER_STATE state = State_Stopped;
+    const struct {
+        const char* call;
+        std::function<HRESULT()> make;
+        HRESULT answer;
+    } kCalls[] = {
+        {"Stop", [&] { return rig.Filter()->Stop(); }, VFW_E_WRONG_STATE},
+        {"Pause", [&] { return rig.Filter()->Pause(); }, VFW_E_WRONG_STATE},
+        {"Run", [&] { return rig.Filter()->Run(0); }, VFW_E_WRONG_STATE},
+        {"a seek", [&] { return rig.Seek(0, position); }, VFW_E_WRONG_STATE},
+        {"a new stop",
+         [&] { return rig.Seeking(0)->SetPositions(nullptr, 0, &position, AM_SEEKING_AbsolutePositioning); },
+         VFW_E_WRONG_STATE},
+        {"SetRate", [&] { return rig.Seeking(1)->SetRate(2.0); }, VFW_E_WRONG_STATE},
+        {"Connect", [&] { return rig.Pin(1)->Connect(&rig.Sink(1), nullptr); }, VFW_E_NOT_STOPPED},
+        {"Disconnect", [&] { return rig.Pin(1)->Disconnect(); }, VFW_E_NOT_STOPPED},
+        {"Load", [&] { return rig.Scripted().Load(VEX_W("x"), nullptr); }, E_FAIL},
+        {"GetState", [&] { return FAILED(rig.Filter()->GetState(INFINITE, &state)) ? E_FAIL : S_OK; }, S_OK},
+    };
     std::atomic<bool> tried{false};
     rig.Sink(0).onReceive = [&](IMediaSample*) {
         if (tried.exchange(true))
             return S_OK;
-        LONGLONG position = 5 * kFrame;
-        FILTER_STATE state = State_Stopped;
-        results[0] = rig.Filter()->Stop();
-        results[1] = rig.Filter()->Pause();
-        results[2] = rig.Filter()->Run(0);
-        results[3] = rig.Seeking(0)->SetPositions(&position, AM_SEEKING_AbsolutePositioning, nullptr, 0);
-        results[4] = rig.Seeking(1)->SetRate(2.0);
-        results[5] = rig.Seeking(0)->SetPositions(nullptr, 0, &position, AM_SEEKING_AbsolutePositioning);
-        results[6] = rig.Pin(1)->Disconnect();
-        results[7] = rig.Scripted().Load(VEX_W("x"), nullptr);
-        results[8] = rig.Filter()->GetState(INFINITE, &state);
+        for (const auto& one : kCalls)
+            EXPECT_EQ(one.make(), one.answer) << one.call;
         return S_OK;
     };
     rig.ConnectAll();
     const GWatchdog watchdog("a call from a streaming thread");
     ASSERT_EQ(rig.Filter()->Run(0), S_OK);
     rig.Sink(0).WaitForEnd();
-    for (int i = 0; i < 6; ++i)
-        EXPECT_EQ(results[i], VFW_E_WRONG_STATE) << i;
-    EXPECT_EQ(results[6], VFW_E_NOT_STOPPED);
-    EXPECT_EQ(results[7], E_FAIL);
-    EXPECT_TRUE(SUCCEEDED(results[8]));
     double rate = 0;
     EXPECT_EQ(rig.Seeking(1)->GetRate(&rate), S_OK);
     EXPECT_EQ(rate, 1.0) << "a refused rate must not stay behind";
@@ -215,18 +210,14 @@ TEST(OwnThread, TheLastReleaseEndsTheFilterElsewhere)
     dropped.Wait();
 }
 
-TEST(Release, OfARunningFilterEndsItsThreads)
+TEST(Release, OfAFilterThatRunsOrOnlyPausedOrOnlyLoaded)
 {
-    GRig rig(Movie(1000));
-    rig.ConnectAll();
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-    rig.Sink(0).WaitForSamples(1);
-    const GWatchdog watchdog("dropping a running filter");
-    rig.DropFilter();
-}
-
-TEST(Release, OfAFilterThatOnlyPausedOrOnlyLoaded)
-{
+    const GWatchdog watchdog("dropping a filter as it is");
+    GRig running(Movie(1000));
+    running.ConnectAll();
+    ASSERT_EQ(running.Filter()->Run(0), S_OK);
+    running.Sink(0).WaitForSamples(1);
+    running.DropFilter();
     GRig paused(Movie(1000));
     paused.ConnectAll();
     ASSERT_EQ(paused.Filter()->Pause(), S_OK);

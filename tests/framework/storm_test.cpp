@@ -13,29 +13,20 @@ namespace {
 
 constexpr std::size_t kFrames = 500;
 
-class GRandom {
-public:
-    explicit GRandom(unsigned seed) : engine(seed) {}
-    std::uint32_t operator()() { return static_cast<std::uint32_t>(engine()); }
-
-private:
-    std::mt19937 engine;
-};
-
 // A script whose packets outgrow the buffers now and then, so that renegotiations meet seeks and stops.
 GScript Uneven(std::uint32_t biggest)
 {
     GScript script = Movie(kFrames);
-    GRandom random(7);
+    std::mt19937 random(7);
     for (GNextPacket& packet : script.packets)
-        packet.size = 1 + random() % (random() % 16 == 0 ? biggest : 2000);
+        packet.size = static_cast<std::uint32_t>(1 + random() % (random() % 16 == 0 ? biggest : 2000));
     return script;
 }
 
 void SeekAbout(GRig& rig, unsigned seed, int seeks, bool changeState)
 {
     std::optional<GWatchdog> watchdog;
-    GRandom random(seed);
+    std::mt19937 random(seed);
     for (int i = 0; i < seeks; ++i) {
         if (i % 50 == 0)
             watchdog.emplace("a storm of seeks");
@@ -51,7 +42,7 @@ void SeekAbout(GRig& rig, unsigned seed, int seeks, bool changeState)
             rig.Filter()->Run(0);
             break;
         case 3:
-            rig.Seeking(pin)->SetRate(0.5 + random() % 4);
+            rig.Seeking(pin)->SetRate(0.5 + static_cast<double>(random() % 4));
             break;
         case 4: {
             LONGLONG stop = static_cast<LONGLONG>(random() % kFrames) * kFrame;
@@ -91,30 +82,16 @@ void CheckOrder(CRecordingSink& sink)
 {
     using Kind = GRecordedEvent::Kind;
     bool flushing = false;
-    bool segment = false;
-    bool ended = false;
+    bool playing = false;  // between a segment and its end
     for (const GRecordedEvent& event : sink.Events()) {
-        switch (event.kind) {
-        case Kind::BeginFlush:
-            EXPECT_FALSE(flushing) << "a flush inside a flush";
-            flushing = true;
-            ended = false;
-            break;
-        case Kind::EndFlush:
-            EXPECT_TRUE(flushing) << "the end of no flush";
-            flushing = false;
-            break;
-        case Kind::Segment:
-            segment = true;
-            ended = false;
-            break;
-        case Kind::Sample:
-            EXPECT_TRUE(segment && !ended && !flushing);
-            break;
-        case Kind::End:
-            EXPECT_TRUE(segment && !ended && !flushing);
-            ended = true;
-            break;
+        if (event.kind == Kind::BeginFlush || event.kind == Kind::EndFlush) {
+            EXPECT_EQ(flushing, event.kind == Kind::EndFlush) << "flushes inside each other";
+            flushing = event.kind == Kind::BeginFlush;
+        } else if (event.kind == Kind::Segment) {
+            playing = true;
+        } else {
+            EXPECT_TRUE(playing && !flushing);
+            playing = event.kind == Kind::Sample;
         }
     }
 }

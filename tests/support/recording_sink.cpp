@@ -6,39 +6,7 @@ namespace vex::test {
 
 namespace {
 
-class CTypeList final : public IEnumMediaTypes {
-public:
-    explicit CTypeList(std::vector<CMediaType> listed) : types(std::move(listed)) {}
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) override
-    {
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG left = --references;
-        if (left == 0)
-            delete this;
-        return left;
-    }
-    HRESULT STDMETHODCALLTYPE Next(ULONG, AM_MEDIA_TYPE** ppMediaTypes, ULONG*) override
-    {
-        if (next >= types.size())
-            return S_FALSE;
-        *ppMediaTypes = CreateMediaType(types[next++]);
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Skip(ULONG) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Reset() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Clone(IEnumMediaTypes**) override { return E_NOTIMPL; }
-
-private:
-    ~CTypeList() = default;
-    std::atomic<ULONG> references{1};
-    const std::vector<CMediaType> types;
-    std::size_t next = 0;
-};
+using Kind = GRecordedEvent::Kind;
 
 GRecordedSample Describe(IMediaSample& sample, bool withBytes)
 {
@@ -89,31 +57,26 @@ void CRecordingSink::GiveSamplesBack()
     released.swap(kept);
 }
 
-void CRecordingSink::WaitUntil(const std::function<bool(const std::vector<GRecordedEvent>&)>& done)
+void CRecordingSink::WaitUntil(const std::function<bool()>& done)
 {
     const GWatchdog watchdog("what a sink was to be told");
     std::unique_lock held(lock);
-    changed.wait(held, [&] { return done(events); });
+    changed.wait(held, done);
 }
 
 void CRecordingSink::WaitForEnd()
 {
-    WaitUntil([](const auto& seen) {
-        return std::ranges::any_of(seen, [](const auto& event) { return event.kind == GRecordedEvent::Kind::End; });
-    });
+    WaitUntil([this] { return CountLocked(Kind::End) > 0; });
 }
 
 void CRecordingSink::WaitForSamples(std::size_t count)
 {
-    WaitUntil([count](const auto& seen) {
-        return std::ranges::count(seen, GRecordedEvent::Kind::Sample, &GRecordedEvent::kind) >=
-               static_cast<std::ptrdiff_t>(count);
-    });
+    WaitUntil([&] { return CountLocked(Kind::Sample) >= static_cast<std::ptrdiff_t>(count); });
 }
 
 void CRecordingSink::WaitUntilBlocked()
 {
-    WaitUntil([this](const auto&) { return blocked; });
+    WaitUntil([this] { return blocked; });
 }
 
 std::vector<GRecordedEvent> CRecordingSink::Events()
@@ -122,31 +85,39 @@ std::vector<GRecordedEvent> CRecordingSink::Events()
     return events;
 }
 
-std::vector<GRecordedSample> CRecordingSink::Samples()
+std::vector<GRecordedEvent> CRecordingSink::SinceFlush()
 {
-    std::vector<GRecordedSample> samples;
-    for (const GRecordedEvent& event : Events())
-        if (event.kind == GRecordedEvent::Kind::Sample)
-            samples.push_back(event.sample);
-    return samples;
+    std::vector<GRecordedEvent> since;
+    for (GRecordedEvent& event : Events()) {
+        if (event.kind == Kind::EndFlush)
+            since.clear();
+        else
+            since.push_back(std::move(event));
+    }
+    return since;
 }
 
-std::vector<GRecordedSample> CRecordingSink::SegmentSamples()
+std::vector<GRecordedSample> CRecordingSink::Samples(bool ofSegment)
 {
     std::vector<GRecordedSample> samples;
-    for (const GRecordedEvent& event : Events()) {
-        if (event.kind == GRecordedEvent::Kind::Segment)
+    for (GRecordedEvent& event : Events()) {
+        if (event.kind == Kind::Segment && ofSegment)
             samples.clear();
-        if (event.kind == GRecordedEvent::Kind::Sample)
-            samples.push_back(event.sample);
+        if (event.kind == Kind::Sample)
+            samples.push_back(std::move(event.sample));
     }
     return samples;
 }
 
-std::size_t CRecordingSink::Count(GRecordedEvent::Kind kind)
+std::ptrdiff_t CRecordingSink::CountLocked(Kind kind) const
 {
-    const auto seen = Events();
-    return static_cast<std::size_t>(std::ranges::count(seen, kind, &GRecordedEvent::kind));
+    return std::ranges::count(events, kind, &GRecordedEvent::kind);
+}
+
+std::ptrdiff_t CRecordingSink::Count(Kind kind)
+{
+    const std::lock_guard held(lock);
+    return CountLocked(kind);
 }
 
 void CRecordingSink::ForgetEvents()
@@ -167,20 +138,10 @@ HRESULT CRecordingSink::QueryInterface(REFIID riid, void** ppv)
         *ppv = static_cast<IPin*>(this);
     else if (riid == IID_IMemInputPin && takesSamples)
         *ppv = static_cast<IMemInputPin*>(this);
-    else {
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
+    else
+        return GTestObject::QueryInterface(riid, ppv);
     AddRef();
     return S_OK;
-}
-
-ULONG CRecordingSink::Release()
-{
-    const ULONG left = --references;
-    if (left == 0)
-        delete this;
-    return left;
 }
 
 HRESULT CRecordingSink::ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt)
@@ -199,26 +160,6 @@ HRESULT CRecordingSink::Disconnect()
     const std::lock_guard held(lock);
     std::swap(oldPeer, peer);
     std::swap(oldAllocator, agreed);
-    changed.notify_all();
-    return S_OK;
-}
-
-HRESULT CRecordingSink::ConnectedTo(IPin** pPin)
-{
-    const std::lock_guard held(lock);
-    *pPin = GComPtr<IPin>(peer).Detach();
-    return *pPin ? S_OK : VFW_E_NOT_CONNECTED;
-}
-
-HRESULT CRecordingSink::QueryDirection(PIN_DIRECTION* pPinDir)
-{
-    *pPinDir = direction;
-    return S_OK;
-}
-
-HRESULT CRecordingSink::EnumMediaTypes(IEnumMediaTypes** ppEnum)
-{
-    *ppEnum = new CTypeList(ownTypes);
     return S_OK;
 }
 
@@ -234,47 +175,35 @@ void CRecordingSink::BlockIf(GSinkTrick blocking, std::unique_lock<std::mutex>& 
     blocked = false;
 }
 
-void CRecordingSink::Write(GRecordedEvent event, std::unique_lock<std::mutex>&)
+void CRecordingSink::WriteLocked(GRecordedEvent event)
 {
     events.push_back(std::move(event));
     changed.notify_all();
 }
 
+HRESULT CRecordingSink::Flush(Kind kind)
+{
+    const std::lock_guard held(lock);
+    flushing = kind == Kind::BeginFlush;
+    WriteLocked({.kind = kind});
+    return S_OK;
+}
+
 HRESULT CRecordingSink::EndOfStream()
 {
-    if (onEndOfStream)
-        onEndOfStream();
     std::unique_lock held(lock);
     BlockIf(GSinkTrick::BlockEndOfStream, held);
     if (flushing || stopped)
         return S_FALSE;
-    Write({.kind = GRecordedEvent::Kind::End, .sample = {}}, held);
-    return S_OK;
-}
-
-HRESULT CRecordingSink::BeginFlush()
-{
-    std::unique_lock held(lock);
-    flushing = true;
-    Write({.kind = GRecordedEvent::Kind::BeginFlush, .sample = {}}, held);
-    return S_OK;
-}
-
-HRESULT CRecordingSink::EndFlush()
-{
-    std::unique_lock held(lock);
-    flushing = false;
-    Write({.kind = GRecordedEvent::Kind::EndFlush, .sample = {}}, held);
+    WriteLocked({.kind = Kind::End});
     return S_OK;
 }
 
 HRESULT CRecordingSink::NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate)
 {
-    if (onNewSegment)
-        onNewSegment();
     std::unique_lock held(lock);
     BlockIf(GSinkTrick::BlockNewSegment, held);
-    Write({.kind = GRecordedEvent::Kind::Segment, .sample = {}, .start = tStart, .stop = tStop, .rate = dRate}, held);
+    WriteLocked({.kind = Kind::Segment, .start = tStart, .stop = tStop, .rate = dRate});
     return S_OK;
 }
 
@@ -286,12 +215,11 @@ HRESULT CRecordingSink::GetAllocator(IMemAllocator** ppAllocator)
 
 HRESULT CRecordingSink::NotifyAllocator(IMemAllocator* pAllocator, BOOL bReadOnly)
 {
-    const HRESULT answer = onAllocator ? onAllocator(pAllocator, bReadOnly) : S_OK;
-    if (FAILED(answer))
+    if (const HRESULT answer = onAllocator ? onAllocator(pAllocator, bReadOnly) : S_OK; FAILED(answer))
         return answer;
     const std::lock_guard held(lock);
     agreed = GComPtr<IMemAllocator>(pAllocator);
-    return answer;
+    return S_OK;
 }
 
 HRESULT CRecordingSink::GetAllocatorRequirements(ALLOCATOR_PROPERTIES* pProps)
@@ -307,7 +235,7 @@ HRESULT CRecordingSink::Receive(IMediaSample* pSample)
     if (onReceive)
         if (const HRESULT answer = onReceive(pSample); answer != S_OK)
             return answer;
-    GRecordedEvent event{.kind = GRecordedEvent::Kind::Sample, .sample = Describe(*pSample, keepsBytes)};
+    GRecordedEvent event{.kind = Kind::Sample, .sample = Describe(*pSample, keepsBytes)};
     GComPtr<IPin> lost;
     std::unique_lock held(lock);
     BlockIf(GSinkTrick::BlockReceive, held);
@@ -325,7 +253,7 @@ HRESULT CRecordingSink::Receive(IMediaSample* pSample)
         return VFW_E_NOT_CONNECTED;
     if (trick == GSinkTrick::KeepSamples)
         kept.emplace_back(pSample);
-    Write(std::move(event), held);
+    WriteLocked(std::move(event));
     return S_OK;
 }
 

@@ -1,14 +1,13 @@
 // An input pin that writes down what it is told, in order, and misbehaves on request.
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <vector>
 
-#include "dshow/media_type.h"
 #include "platform/pipeline.h"
+#include "support/test_object.h"
 #include "support/watchdog.h"
 
 namespace vex::test {
@@ -27,7 +26,7 @@ struct GRecordedSample {
 struct GRecordedEvent {
     enum class Kind : std::uint8_t { Segment, Sample, End, BeginFlush, EndFlush };
     Kind kind = Kind::Sample;
-    GRecordedSample sample;    // Sample
+    GRecordedSample sample{};  // Sample
     REFERENCE_TIME start = 0;  // Segment
     REFERENCE_TIME stop = 0;
     double rate = 0;
@@ -45,22 +44,20 @@ enum class GSinkTrick : std::uint8_t {
     LetGo,        // disconnects itself in the middle
 };
 
-class CRecordingSink final : public IPin, public IMemInputPin {
+class CRecordingSink final : public GTestObject<IPin, IMemInputPin> {
 public:
-    CRecordingSink() = default;
-
     // To be set before connecting.
+    PIN_DIRECTION direction = PINDIR_INPUT;
+    bool takesSamples = true;             // answers IMemInputPin
     GComPtr<IMemAllocator> offered;       // none: GetAllocator fails
     ALLOCATOR_PROPERTIES requirements{};  // what GetAllocatorRequirements says
     std::function<HRESULT(IMemAllocator*, BOOL readOnly)> onAllocator;
     std::function<bool(const AM_MEDIA_TYPE&)> accepts;
-    std::vector<CMediaType> ownTypes;  // what EnumMediaTypes offers
+    IPin* likes = nullptr;  // whose types EnumMediaTypes offers; not owned
 
     // To be set before the source runs. Called on the streaming thread with no lock held.
     std::function<HRESULT(IMediaSample*)> onReceive;
     bool keepsBytes = true;  // of the samples it records
-    std::function<void()> onNewSegment;
-    std::function<void()> onEndOfStream;
 
     void Play(GSinkTrick wanted);
     // Like a filter that stops: every call that waits returns, samples are refused. Start undoes it.
@@ -68,37 +65,41 @@ public:
     void StartSink();
     void GiveSamplesBack();
 
-    // Waits until `done(events so far)` holds; a hang ends the program.
-    void WaitUntil(const std::function<bool(const std::vector<GRecordedEvent>&)>& done);
+    // A hang ends the program.
     void WaitForEnd();
     void WaitForSamples(std::size_t count);
     void WaitUntilBlocked();
     std::vector<GRecordedEvent> Events();
-    std::vector<GRecordedSample> Samples();         // all since the last ForgetEvents
-    std::vector<GRecordedSample> SegmentSamples();  // those after the last Segment
-    std::size_t Count(GRecordedEvent::Kind kind);
+    std::vector<GRecordedEvent> SinceFlush();                                // the events after the last flush
+    std::vector<GRecordedSample> Samples() { return Samples(false); }        // all since the last ForgetEvents
+    std::vector<GRecordedSample> SegmentSamples() { return Samples(true); }  // those after the last Segment
+    std::ptrdiff_t Count(GRecordedEvent::Kind kind);
     void ForgetEvents();
     GComPtr<IMemAllocator> Allocator();
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
-    ULONG STDMETHODCALLTYPE Release() override;
-    ULONG References() const { return references; }
 
     HRESULT STDMETHODCALLTYPE Connect(IPin*, const AM_MEDIA_TYPE*) override { return E_UNEXPECTED; }
     HRESULT STDMETHODCALLTYPE ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt) override;
     HRESULT STDMETHODCALLTYPE Disconnect() override;
-    HRESULT STDMETHODCALLTYPE ConnectedTo(IPin** pPin) override;
+    HRESULT STDMETHODCALLTYPE ConnectedTo(IPin**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE ConnectionMediaType(AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE QueryPinInfo(PIN_INFO*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE QueryDirection(PIN_DIRECTION* pPinDir) override;
+    HRESULT STDMETHODCALLTYPE QueryDirection(PIN_DIRECTION* pPinDir) override
+    {
+        *pPinDir = direction;
+        return S_OK;
+    }
     HRESULT STDMETHODCALLTYPE QueryId(LPWSTR*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE QueryAccept(const AM_MEDIA_TYPE*) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE EnumMediaTypes(IEnumMediaTypes** ppEnum) override;
+    HRESULT STDMETHODCALLTYPE EnumMediaTypes(IEnumMediaTypes** ppEnum) override
+    {
+        return likes ? likes->EnumMediaTypes(ppEnum) : E_NOTIMPL;
+    }
     HRESULT STDMETHODCALLTYPE QueryInternalConnections(IPin**, ULONG*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE EndOfStream() override;
-    HRESULT STDMETHODCALLTYPE BeginFlush() override;
-    HRESULT STDMETHODCALLTYPE EndFlush() override;
+    HRESULT STDMETHODCALLTYPE BeginFlush() override { return Flush(GRecordedEvent::Kind::BeginFlush); }
+    HRESULT STDMETHODCALLTYPE EndFlush() override { return Flush(GRecordedEvent::Kind::EndFlush); }
     HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate) override;
 
     HRESULT STDMETHODCALLTYPE GetAllocator(IMemAllocator** ppAllocator) override;
@@ -108,16 +109,14 @@ public:
     HRESULT STDMETHODCALLTYPE ReceiveMultiple(IMediaSample**, LONG, LONG*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE ReceiveCanBlock() override { return S_OK; }
 
-    PIN_DIRECTION direction = PINDIR_INPUT;
-    bool takesSamples = true;  // answers IMemInputPin
-
 private:
-    ~CRecordingSink() = default;
-
+    void WaitUntil(const std::function<bool()>& done);
+    std::vector<GRecordedSample> Samples(bool ofSegment);
+    std::ptrdiff_t CountLocked(GRecordedEvent::Kind kind) const;
     void BlockIf(GSinkTrick blocking, std::unique_lock<std::mutex>& held);
-    void Write(GRecordedEvent event, std::unique_lock<std::mutex>& held);
+    HRESULT Flush(GRecordedEvent::Kind kind);
+    void WriteLocked(GRecordedEvent event);
 
-    std::atomic<ULONG> references{1};
     std::mutex lock;  // guards all below
     std::condition_variable changed;
     std::vector<GRecordedEvent> events;

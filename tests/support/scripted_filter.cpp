@@ -76,17 +76,31 @@ private:
     std::size_t announced = 0;
 };
 
+template <class Header>
+GStreamInfo StreamOf(std::uint32_t number, REFGUID major, REFGUID format, const Header& header, ULONG sampleSize)
+{
+    GStreamInfo stream;
+    stream.number = number;
+    CMediaType& type = stream.mediaTypes.emplace_back(major, GUID_NULL);
+    type.SetFormat(format, {reinterpret_cast<const BYTE*>(&header), sizeof header});
+    type.SetSampleSize(sampleSize);
+    return stream;
+}
+
 }  // namespace
-
-void GScriptLog::SetAvailable(std::size_t count) { available = count; }
-
-void GScriptLog::Announced() { ++announced; }
 
 void GScriptLog::PayloadRead()
 {
     const std::lock_guard held(lock);
     ++payloads;
     changed.notify_all();
+}
+
+void GScriptLog::WaitForPayloads(std::size_t count)
+{
+    const GWatchdog watchdog("reading ahead");
+    std::unique_lock held(lock);
+    changed.wait(held, [&] { return payloads >= count; });
 }
 
 void GScriptLog::Sought(GSeek seek)
@@ -101,15 +115,8 @@ std::vector<GScriptLog::GSeek> GScriptLog::Seeks()
     return seeks;
 }
 
-void GScriptLog::WaitForPayloads(std::size_t count)
-{
-    const GWatchdog watchdog("reading ahead");
-    std::unique_lock held(lock);
-    changed.wait(held, [&] { return payloads >= count; });
-}
-
-CScriptedFilter::CScriptedFilter(GScript script, const GFilterRules& filterRules, std::shared_ptr<GScriptLog> log,
-                                 IUnknown* outer)
+CScriptedFilter::CScriptedFilter(GScript script, const GFilterRules& filterRules, IUnknown* outer,
+                                 std::shared_ptr<GScriptLog> log)
     : CVexFilter(VEX_W("Scripted"), outer, kScriptedClsid, filterRules,
                  std::make_unique<GScriptedHandler>(std::move(script), std::move(log)))
 {
@@ -121,24 +128,19 @@ void CScriptedFilter::SetOptions(bool keyFrames, bool preroll)
     prerollMark = preroll;
 }
 
-std::optional<WString> CScriptedFilter::NamePin(const GStreamInfo&, std::size_t) { return WString(VEX_W("Same name")); }
-
 std::unique_ptr<CVexOutputPin> CScriptedFilter::MakePin(WString pinName, const GStreamInfo& stream)
 {
     return makePin ? makePin(this, std::move(pinName), stream) : CVexFilter::MakePin(std::move(pinName), stream);
 }
 
 GRig::GRig(GScript script, const GFilterRules& filterRules, CScriptedFilter::GMakePin makePin)
-    : scripted(new CScriptedFilter(std::move(script), filterRules, log)), filter(scripted)
+    : scripted(new CScriptedFilter(std::move(script), filterRules, nullptr, log)), filter(scripted)
 {
     ++liveRigs;
     scripted->makePin = std::move(makePin);
     EXPECT_EQ(scripted->Load(VEX_W("script"), nullptr), S_OK);
-    GComPtr<IEnumPins> list;
-    filter->EnumPins(list.Put());
-    GComPtr<IPin> pin;
-    while (list->Next(1, pin.Put(), nullptr) == S_OK) {
-        pins.push_back(std::move(pin));
+    for (int pin = 0; pin < scripted->GetPinCount(); ++pin) {
+        pins.emplace_back(scripted->GetPin(pin));
         sinks.push_back(GComPtr<CRecordingSink>::Adopt(new CRecordingSink));
     }
 }
@@ -150,16 +152,16 @@ GRig::~GRig()
         for (auto& pin : pins)
             pin->Disconnect();
     }
-    for (auto& sink : sinks)
-        sink->Disconnect();
-    pins.clear();
-    filter.Reset();
+    DropFilter();
     for (auto& sink : sinks) {
         sink->GiveSamplesBack();
         sink->offered.Reset();
     }
-    if (--liveRigs == 0)
-        WaitForObjects(objectsBefore);
+    if (--liveRigs > 0)
+        return;
+    const GWatchdog watchdog("the end of the last object");
+    while (CUnknown::ObjectsActive() != objectsBefore)
+        std::this_thread::yield();
 }
 
 void GRig::Connect(std::size_t pin) { ASSERT_EQ(pins[pin]->Connect(sinks[pin].Get(), nullptr), S_OK); }
@@ -168,6 +170,43 @@ void GRig::ConnectAll()
 {
     for (std::size_t pin = 0; pin < pins.size(); ++pin)
         Connect(pin);
+}
+
+void GRig::Disconnect(std::size_t pin)
+{
+    EXPECT_EQ(pins[pin]->Disconnect(), S_OK);
+    sinks[pin]->Disconnect();
+}
+
+void GRig::RunUntilBlocked()
+{
+    for (auto& sink : sinks)
+        sink->Play(GSinkTrick::BlockReceive);
+    ConnectAll();
+    ASSERT_EQ(filter->Run(0), S_OK);
+    for (auto& sink : sinks)
+        sink->WaitUntilBlocked();
+}
+
+void GRig::PlayToEnd()
+{
+    ConnectAll();
+    ASSERT_EQ(filter->Run(0), S_OK);
+    LetGoAndWaitForEnds();
+}
+
+void GRig::LetGoAndWaitForEnds()
+{
+    for (auto& sink : sinks)
+        sink->Play(GSinkTrick::None);
+    for (auto& sink : sinks)
+        sink->WaitForEnd();
+}
+
+void GRig::ForgetEvents()
+{
+    for (auto& sink : sinks)
+        sink->ForgetEvents();
 }
 
 HRESULT GRig::Seek(std::size_t pin, REFERENCE_TIME position)
@@ -194,67 +233,36 @@ void GRig::DropFilter()
     filter.Reset();
 }
 
-void WaitForObjects(LONG count)
-{
-    const GWatchdog watchdog("the end of the last object");
-    while (CUnknown::ObjectsActive() != count)
-        std::this_thread::yield();
-}
-
 GStreamInfo VideoStream(std::uint32_t number, LONG width, LONG height, ULONG sampleSize)
 {
-    GStreamInfo stream;
-    stream.number = number;
-    CMediaType type(MEDIATYPE_Video, GUID_NULL);
     VIDEOINFOHEADER header{};
     header.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
     header.bmiHeader.biWidth = width;
     header.bmiHeader.biHeight = height;
-    type.SetFormat(FORMAT_VideoInfo, {reinterpret_cast<const BYTE*>(&header), sizeof header});
-    type.SetSampleSize(sampleSize);
-    stream.mediaTypes.push_back(std::move(type));
-    return stream;
+    return StreamOf(number, MEDIATYPE_Video, FORMAT_VideoInfo, header, sampleSize);
 }
 
 GStreamInfo AudioStream(std::uint32_t number)
 {
-    GStreamInfo stream;
-    stream.number = number;
-    CMediaType type(MEDIATYPE_Audio, GUID_NULL);
-    const WAVEFORMATEX format{};
-    type.SetFormat(FORMAT_WaveFormatEx, {reinterpret_cast<const BYTE*>(&format), sizeof format});
-    type.SetSampleSize(0);
-    stream.mediaTypes.push_back(std::move(type));
-    return stream;
-}
-
-std::vector<GNextPacket> Frames(std::span<const std::uint32_t> streams, std::size_t count, std::uint32_t size)
-{
-    std::vector<GNextPacket> packets;
-    for (std::size_t i = 0; i < count; ++i) {
-        for (const std::uint32_t stream : streams) {
-            GNextPacket packet;
-            packet.stream = stream;
-            packet.size = size;
-            packet.keyFrame = i % 10 == 0;
-            packet.start = static_cast<REFERENCE_TIME>(i) * kFrame;
-            packet.stop = packet.start + kFrame;
-            packets.push_back(packet);
-        }
-    }
-    return packets;
+    return StreamOf(number, MEDIATYPE_Audio, FORMAT_WaveFormatEx, WAVEFORMATEX{}, 0);
 }
 
 GScript Movie(std::size_t frames, bool audio, std::uint32_t size)
 {
     GScript script;
-    std::vector<std::uint32_t> numbers{0};
     script.streams.push_back(VideoStream(0));
-    if (audio) {
+    if (audio)
         script.streams.push_back(AudioStream(1));
-        numbers.push_back(1);
+    for (std::size_t i = 0; i < frames; ++i) {
+        for (const GStreamInfo& stream : script.streams) {
+            GNextPacket& packet = script.packets.emplace_back();
+            packet.stream = stream.number;
+            packet.size = size;
+            packet.keyFrame = i % 10 == 0;
+            packet.start = static_cast<REFERENCE_TIME>(i) * kFrame;
+            packet.stop = packet.start + kFrame;
+        }
     }
-    script.packets = Frames(numbers, frames, size);
     script.duration = static_cast<REFERENCE_TIME>(frames) * kFrame;
     return script;
 }

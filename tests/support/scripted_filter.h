@@ -36,17 +36,15 @@ public:
     };
 
     // Packets from this one on are "not yet" there. All are, at first.
-    void SetAvailable(std::size_t count);
+    void SetAvailable(std::size_t count) { available = count; }
     std::size_t Available() const { return available; }
-    void Announced();
-    void PayloadRead();
-    void Sought(GSeek seek);
-
+    void Announced() { ++announced; }
     std::size_t Announcements() const { return announced; }
+    void PayloadRead();
     std::size_t Payloads() const { return payloads; }
+    void WaitForPayloads(std::size_t count);  // a hang ends the program
+    void Sought(GSeek seek);
     std::vector<GSeek> Seeks();
-    // A hang ends the program.
-    void WaitForPayloads(std::size_t count);
 
 private:
     std::atomic<std::size_t> available{SIZE_MAX};
@@ -62,17 +60,26 @@ public:
     using GMakePin =
         std::function<std::unique_ptr<CVexOutputPin>(CVexFilter*, WString pinName, const GStreamInfo& stream)>;
 
-    CScriptedFilter(GScript script, const GFilterRules& filterRules, std::shared_ptr<GScriptLog> log,
-                    IUnknown* outer = nullptr);
+    explicit CScriptedFilter(GScript script, const GFilterRules& filterRules = kAviRules, IUnknown* outer = nullptr,
+                             std::shared_ptr<GScriptLog> log = std::make_shared<GScriptLog>());
 
     void SetOptions(bool keyFrames, bool preroll);
     // Instead of the frame's own pin.
     GMakePin makePin;
 
 protected:
-    std::optional<WString> NamePin(const GStreamInfo& stream, std::size_t index) override;
+    std::optional<WString> NamePin(const GStreamInfo&, std::size_t) override { return WString(VEX_W("Same name")); }
     std::unique_ptr<CVexOutputPin> MakePin(WString pinName, const GStreamInfo& stream) override;
 };
+
+// Makes pins of a class derived from CVexOutputPin, whose constructor gets `arguments` besides.
+template <class Pin, class... Arguments>
+CScriptedFilter::GMakePin PinsOf(Arguments... arguments)
+{
+    return [=](CVexFilter* owner, WString name, const GStreamInfo& stream) {
+        return std::make_unique<Pin>(owner, std::move(name), stream, arguments...);
+    };
+}
 
 // One filter that plays `script`, loaded, with a sink for every pin. When the last rig ends, no object may be left.
 class GRig {
@@ -84,6 +91,14 @@ public:
 
     void ConnectAll();
     void Connect(std::size_t pin);
+    // Takes a connection apart at both ends.
+    void Disconnect(std::size_t pin);
+    // Connects every pin and runs: as far as the first sample of each, which stays inside its sink, or to the end.
+    void RunUntilBlocked();
+    void PlayToEnd();
+    // Every sink plays fair from now on; each pin comes to its end.
+    void LetGoAndWaitForEnds();
+    void ForgetEvents();
     HRESULT Seek(std::size_t pin, REFERENCE_TIME position);
     // Ends the graph as a host does: sinks first.
     void StopGraph();
@@ -98,7 +113,6 @@ public:
     {
         return QueryFor<IMediaSeeking>(Pin(pin), IID_IMediaSeeking);
     }
-    std::size_t PinCount() const { return pins.size(); }
     GScriptLog& Log() const { return *log; }
 
 private:
@@ -110,17 +124,13 @@ private:
     std::vector<GComPtr<CRecordingSink>> sinks;
 };
 
-// Waits until as many objects are alive as `count`; a hang ends the program.
-void WaitForObjects(LONG count);
-
-// 40 ms, as long as each packet of Frames.
+// 40 ms, as long as each packet of a Movie.
 inline constexpr REFERENCE_TIME kFrame = 400'000;
 
 GStreamInfo VideoStream(std::uint32_t number, LONG width = 640, LONG height = 480, ULONG sampleSize = 0);
 GStreamInfo AudioStream(std::uint32_t number);
-// `count` packets a stream, interleaved by time; every tenth is a key frame.
-std::vector<GNextPacket> Frames(std::span<const std::uint32_t> streams, std::size_t count, std::uint32_t size = 100);
-// A video of so many frames, and with `audio` an audio stream beside it: streams 0 and 1.
+// A video of so many frames, and with `audio` an audio stream beside it: streams 0 and 1, interleaved by time. Every
+// tenth packet is a key frame.
 GScript Movie(std::size_t frames, bool audio = true, std::uint32_t size = 100);
 
 }  // namespace vex::test
