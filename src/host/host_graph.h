@@ -83,7 +83,8 @@ public:
     {
         return progress->Until(std::chrono::steady_clock::now() + bound, std::forward<Predicate>(done));
     }
-    // The code of the first EC_ERRORABORT, or S_OK. Any thread.
+    // The code of the first EC_ERRORABORT, or S_OK. Final once stopped: a filter may end a stream first and then say that
+    // it was given up. Any thread.
     HRESULT ErrorCode() const { return site->FirstError(); }
     std::vector<GGraphEvent> Events() const { return site->Events(); }
 

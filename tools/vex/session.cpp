@@ -198,7 +198,10 @@ bool GSession::Play(GProblem& problem, const std::function<void()>& tick)
         problem.code = result;
         return false;
     }
-    const GEnd end = graph.WaitForEnd(kStall, tick);
+    GEnd end = graph.WaitForEnd(kStall, tick);
+    graph.Stop();  // ends the streaming threads: an abort may be told behind the end of its stream
+    if (FAILED(graph.ErrorCode()))
+        end = GEnd::Failed;
     if (end == GEnd::Failed) {
         problem.code = graph.ErrorCode();
         problem.message = "playing was aborted: " + ResultText(problem.code);
@@ -206,7 +209,6 @@ bool GSession::Play(GProblem& problem, const std::function<void()>& tick)
         problem.code = VFW_E_TIMEOUT;
         problem.message = "the filter stopped delivering before the end";
     }
-    graph.Stop();
     return end == GEnd::Complete;
 }
 
