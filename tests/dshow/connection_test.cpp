@@ -67,16 +67,22 @@ TEST(Connection, StaysAsItIsWhileTheFilterRuns)
     EXPECT_EQ(rig.Pin(0)->Disconnect(), S_OK);
 }
 
-TEST(Connection, RefusesPeersThatCannotTakeSamples)
+TEST(Connection, RefusesPeersThatCannotTakeSamplesAndTakesItAllBack)
 {
     GRig rig(Movie(3));
-    rig.Sink(0).direction = PINDIR_OUTPUT;
-    EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), nullptr), VFW_E_INVALID_DIRECTION);
-    rig.Sink(0).direction = PINDIR_INPUT;
-    rig.Sink(0).takesSamples = false;
-    EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), nullptr), VFW_E_NO_TRANSPORT);
-    EXPECT_EQ(rig.Sink(0).References(), 1u);
-    EXPECT_EQ(rig.Pin(0)->ReceiveConnection(&rig.Sink(0), nullptr), E_UNEXPECTED) << "an output pin connects by itself";
+    CRecordingSink& sink = rig.Sink(0);
+    sink.direction = PINDIR_OUTPUT;
+    EXPECT_EQ(rig.Pin(0)->Connect(&sink, nullptr), VFW_E_INVALID_DIRECTION);
+    sink.direction = PINDIR_INPUT;
+    sink.takesSamples = false;
+    EXPECT_EQ(rig.Pin(0)->Connect(&sink, nullptr), VFW_E_NO_TRANSPORT);
+    sink.takesSamples = true;
+    sink.onAllocator = [](IMemAllocator*, BOOL) { return VFW_E_NO_ALLOCATOR; };
+    EXPECT_EQ(rig.Pin(0)->Connect(&sink, nullptr), VFW_E_NO_ALLOCATOR);
+    EXPECT_EQ(sink.References(), 1u);
+    EXPECT_EQ(rig.Pin(0)->ReceiveConnection(&sink, nullptr), E_UNEXPECTED) << "an output pin connects by itself";
+    sink.onAllocator = {};
+    rig.Connect(0);
 }
 
 TEST(Connection, TriesThePeersTypesAndThenItsOwnInOrder)
@@ -159,16 +165,6 @@ TEST(Allocators, OursIsTakenWhenThePeersGrantsTooLittleOrIsNotWanted)
         EXPECT_NE(rig.Sink(0).Allocator().Get(), unwanted);
         EXPECT_EQ(unwanted->References(), 1u);
     }
-}
-
-TEST(Allocators, APeerThatWantsNoneIsNotConnected)
-{
-    GRig rig(Movie(3));
-    rig.Sink(0).onAllocator = [](IMemAllocator*, BOOL) { return VFW_E_NO_ALLOCATOR; };
-    EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(0), nullptr), VFW_E_NO_ALLOCATOR);
-    EXPECT_EQ(rig.Sink(0).References(), 1u) << "the failed connection has to be taken back";
-    rig.Sink(0).onAllocator = {};
-    rig.Connect(0);
 }
 
 // width x height counts as it stands, without the bytes of a pixel; a negative height is a large number, and no reason for

@@ -14,19 +14,6 @@ class Seeking : public testing::Test {
 protected:
     GRig rig{Movie(100)};
     GComPtr<IMediaSeeking> seeking = rig.Seeking(0);
-
-    REFERENCE_TIME Current()
-    {
-        LONGLONG current = -1;
-        EXPECT_EQ(seeking->GetPositions(&current, nullptr), S_OK);
-        return current;
-    }
-    REFERENCE_TIME Stop()
-    {
-        LONGLONG stop = -1;
-        EXPECT_EQ(seeking->GetPositions(nullptr, &stop), S_OK);
-        return stop;
-    }
 };
 
 }  // namespace
@@ -100,33 +87,41 @@ TEST_F(Seeking, EveryNullPointerIsRefused)
 
 TEST_F(Seeking, MovesStartAndStopByEveryKindOfFlag)
 {
-    LONGLONG start = 10 * kFrame;
-    LONGLONG stop = 90 * kFrame;
-    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_AbsolutePositioning, &stop, AM_SEEKING_AbsolutePositioning),
-              S_OK);
-    EXPECT_EQ(Current(), 10 * kFrame);
-    EXPECT_EQ(Stop(), 90 * kFrame);
-    start = 5 * kFrame;
-    stop = -10 * kFrame;
-    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_RelativePositioning | AM_SEEKING_ReturnTime, &stop,
-                                    AM_SEEKING_RelativePositioning | AM_SEEKING_ReturnTime),
-              S_OK);
-    EXPECT_EQ(start, 15 * kFrame) << "handed back as absolute times";
-    EXPECT_EQ(stop, 80 * kFrame);
-    start = 20 * kFrame;
-    stop = 5 * kFrame;
-    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_AbsolutePositioning, &stop, AM_SEEKING_IncrementalPositioning),
-              S_OK);
-    EXPECT_EQ(Stop(), 25 * kFrame) << "from the new start";
-    start = stop = 1;
-    ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_NoPositioning | AM_SEEKING_ReturnTime, &stop,
-                                    AM_SEEKING_NoPositioning | AM_SEEKING_ReturnTime),
-              S_OK);
-    EXPECT_EQ(start, 20 * kFrame);
-    EXPECT_EQ(stop, 25 * kFrame);
+    constexpr DWORD kStay = AM_SEEKING_NoPositioning;
+    constexpr DWORD kAbsolute = AM_SEEKING_AbsolutePositioning;
+    constexpr DWORD kRelative = AM_SEEKING_RelativePositioning;
+    constexpr DWORD kIncremental = AM_SEEKING_IncrementalPositioning;
+    // One after the other; times in frames.
+    constexpr struct {
+        LONGLONG start;
+        DWORD startFlags;
+        LONGLONG stop;
+        DWORD stopFlags;
+        LONGLONG newStart;
+        LONGLONG newStop;
+    } kCases[] = {
+        {10, kAbsolute, 90, kAbsolute, 10, 90},   {5, kRelative, -10, kRelative, 15, 80},
+        {20, kAbsolute, 5, kIncremental, 20, 25}, {1, kStay, 7, kIncremental, 20, 27},
+        {30, kAbsolute, 1, kStay, 30, 27},        {1, kStay, 1, kStay, 30, 27},
+    };
+    LONGLONG start = 0;
+    LONGLONG stop = 0;
+    for (const auto& one : kCases) {
+        start = one.start * kFrame;
+        stop = one.stop * kFrame;
+        ASSERT_EQ(seeking->SetPositions(&start, one.startFlags | AM_SEEKING_ReturnTime, &stop,
+                                        one.stopFlags | AM_SEEKING_ReturnTime),
+                  S_OK);
+        EXPECT_EQ(start, one.newStart * kFrame) << "handed back as absolute times";
+        EXPECT_EQ(stop, one.newStop * kFrame);
+        EXPECT_EQ(seeking->GetPositions(&start, &stop), S_OK);
+        EXPECT_EQ(start, one.newStart * kFrame);
+        EXPECT_EQ(stop, one.newStop * kFrame);
+    }
     stop = INT64_MAX;
-    ASSERT_EQ(seeking->SetPositions(nullptr, 0, &stop, AM_SEEKING_RelativePositioning), S_OK);
-    EXPECT_EQ(Stop(), INT64_MAX) << "a sum beyond 64 bits is held";
+    ASSERT_EQ(seeking->SetPositions(nullptr, 0, &stop, kRelative), S_OK);
+    EXPECT_EQ(seeking->GetStopPosition(&stop), S_OK);
+    EXPECT_EQ(stop, INT64_MAX) << "a sum beyond 64 bits is held";
 }
 
 TEST_F(Seeking, TellsTheWholeFileAsAvailable)

@@ -130,7 +130,9 @@ TEST(Inspect, RefusesWhatIsNotThere)
     ULONGLONG number = 0;
     EXPECT_EQ(filter->GetPropertyCount(-1, &count), VFW_E_WRONG_STATE);
     EXPECT_EQ(filter->GetDamage(&number, &number, &text), VFW_E_WRONG_STATE);
+    EXPECT_EQ(filter->IsIndexComplete(), VFW_E_WRONG_STATE);
     ASSERT_EQ(filter->Load(VEX_W("x"), nullptr), S_OK);
+    EXPECT_EQ(filter->IsIndexComplete(), S_OK);
     EXPECT_EQ(filter->GetPropertyCount(-1, &count), S_OK);
     EXPECT_EQ(filter->GetPropertyCount(2, &count), E_INVALIDARG);
     EXPECT_EQ(filter->GetPropertyCount(-2, &count), E_INVALIDARG);

@@ -12,22 +12,17 @@ namespace {
 
 constexpr GQueueLimits kLimits{300, 1000, 2000};  // packets, bytes
 
-GPacketPtr Packet(std::size_t bytes, REFERENCE_TIME start = 0)
+GPacketPtr Packet(std::size_t bytes, REFERENCE_TIME start = 0, bool continuation = false)
 {
     auto packet = std::make_unique<GPacket2>();
     packet->data.Resize(bytes);
     packet->start = start;
+    packet->continuation = continuation;
     return packet;
 }
 
-GPacketPtr Continuation(std::size_t bytes)
-{
-    GPacketPtr packet = Packet(bytes, kNoTime);
-    packet->continuation = true;
-    return packet;
-}
+GPacketPtr Continuation(std::size_t bytes) { return Packet(bytes, kNoTime, true); }
 
-const std::function<bool()> kNever = [] { return false; };
 const std::function<bool()> kAtOnce = [] { return true; };
 constexpr auto kDone = GPacketQueue::PushResult::Done;
 constexpr auto kRefused = GPacketQueue::PushResult::Refused;
@@ -39,7 +34,7 @@ TEST(PacketQueue, TheLastPacketIsHeldBackUntilSomethingFollows)
 {
     GPacketQueue queue(kLimits, 0);
     EXPECT_EQ(queue.WaitReady(true), Ready::No);
-    ASSERT_EQ(queue.Push(Packet(10), kNever), kDone);
+    ASSERT_EQ(queue.Push(Packet(10), kAtOnce), kDone);
     EXPECT_EQ(queue.WaitReady(true), Ready::No);
     EXPECT_EQ(queue.WaitReady(false), Ready::Packet);
     queue.PushEnd();
@@ -52,19 +47,17 @@ TEST(PacketQueue, TheLastPacketIsHeldBackUntilSomethingFollows)
 TEST(PacketQueue, AContinuationGrowsTheLastPacketOnlyWhenItMay)
 {
     GPacketQueue queue(kLimits, 0);
-    ASSERT_EQ(queue.Push(Packet(10), kNever), kDone);
-    ASSERT_EQ(queue.Push(Continuation(5), kNever), kDone);
-    ASSERT_EQ(queue.Push(Continuation(7), kNever), kDone);
+    ASSERT_EQ(queue.Push(Packet(10), kAtOnce), kDone);
+    ASSERT_EQ(queue.Push(Continuation(5), kAtOnce), kDone);
+    ASSERT_EQ(queue.Push(Continuation(7), kAtOnce), kDone);
 
-    GPacketPtr timed = Continuation(3);
-    timed->start = 400;
-    ASSERT_EQ(queue.Push(std::move(timed), kNever), kDone);
+    ASSERT_EQ(queue.Push(Packet(3, 400, true), kAtOnce), kDone);
     GPacketPtr broken = Continuation(4);
     broken->discontinuity = true;
-    ASSERT_EQ(queue.Push(std::move(broken), kNever), kDone);
-    ASSERT_EQ(queue.Push(Continuation(2), kNever), kDone);  // the packet before it has no time either
+    ASSERT_EQ(queue.Push(std::move(broken), kAtOnce), kDone);
+    ASSERT_EQ(queue.Push(Continuation(2), kAtOnce), kDone);  // the packet before it has no time either
     queue.PushEnd();
-    ASSERT_EQ(queue.Push(Continuation(1), kNever), kDone);  // never into the marker
+    ASSERT_EQ(queue.Push(Continuation(1), kAtOnce), kDone);  // never into the marker
 
     std::vector<std::size_t> sizes;
     while (queue.WaitReady(false) == Ready::Packet)
@@ -83,34 +76,25 @@ TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
 
     GPacketQueue heavy(kLimits, 0);
     EXPECT_EQ(heavy.Push(Packet(500), kAtOnce), kDone);
-    EXPECT_EQ(heavy.Push(Packet(499), kAtOnce), kDone);
+    EXPECT_EQ(heavy.Push(Packet(400), kAtOnce), kDone);
+    EXPECT_EQ(heavy.Push(Continuation(99), kAtOnce), kDone);
     EXPECT_EQ(heavy.Push(Packet(700), kAtOnce), kDone) << "still below the limit when it came";
+    EXPECT_EQ(heavy.Push(Packet(1), kAtOnce), kRefused);
+    for (int i = 0; i < 3; ++i)
+        heavy.Pop();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(heavy.Push(Packet(333), kAtOnce), kDone) << "the bytes of what was taken still count";
+    EXPECT_EQ(heavy.Push(Packet(1), kAtOnce), kDone);
     EXPECT_EQ(heavy.Push(Packet(1), kAtOnce), kRefused);
     heavy.Clear();
     EXPECT_EQ(heavy.Push(Packet(1), kAtOnce), kDone) << "the bytes of what was dropped still count";
-}
 
-TEST(PacketQueue, BytesGrownByContinuationsCountAndAreGivenBack)
-{
-    GPacketQueue queue(kLimits, 0);
-    ASSERT_EQ(queue.Push(Packet(1), kAtOnce), kDone);
-    ASSERT_EQ(queue.Push(Packet(500), kAtOnce), kDone);
-    ASSERT_EQ(queue.Push(Continuation(499), kAtOnce), kDone);
-    EXPECT_EQ(queue.Push(Packet(1), kAtOnce), kRefused);
-    queue.Pop();
-    queue.Pop();
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(queue.Push(Packet(333), kAtOnce), kDone) << i;
-}
-
-// The one packet is held back until another follows: were it to fill the queue alone, neither side could move.
-TEST(PacketQueue, OnePacketBeyondTheByteLimitDoesNotLockTheQueue)
-{
-    GPacketQueue queue(kLimits, 0);
-    ASSERT_EQ(queue.Push(Packet(5000), kAtOnce), kDone);
-    EXPECT_EQ(queue.Push(Packet(5000), kAtOnce), kDone);
-    EXPECT_EQ(queue.WaitReady(true), Ready::Packet);
-    EXPECT_EQ(queue.Push(Packet(1), kAtOnce), kRefused);
+    // The one packet is held back until another follows: were it to fill the queue alone, neither side could move.
+    GPacketQueue huge(kLimits, 0);
+    ASSERT_EQ(huge.Push(Packet(5000), kAtOnce), kDone);
+    EXPECT_EQ(huge.Push(Packet(5000), kAtOnce), kDone);
+    EXPECT_EQ(huge.WaitReady(true), Ready::Packet);
+    EXPECT_EQ(huge.Push(Packet(1), kAtOnce), kRefused);
 }
 
 TEST(PacketQueue, TheByteLimitFollowsTheSampleSizeBetweenItsBounds)

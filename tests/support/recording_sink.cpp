@@ -37,17 +37,11 @@ void CRecordingSink::Play(GSinkTrick wanted)
     changed.notify_all();
 }
 
-void CRecordingSink::StopSink()
+void CRecordingSink::SetStopped(bool stop)
 {
     const std::lock_guard held(lock);
-    stopped = true;
+    stopped = stop;
     changed.notify_all();
-}
-
-void CRecordingSink::StartSink()
-{
-    const std::lock_guard held(lock);
-    stopped = false;
 }
 
 void CRecordingSink::GiveSamplesBack()

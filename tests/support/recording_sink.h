@@ -60,9 +60,8 @@ public:
     bool keepsBytes = true;  // of the samples it records
 
     void Play(GSinkTrick wanted);
-    // Like a filter that stops: every call that waits returns, samples are refused. Start undoes it.
-    void StopSink();
-    void StartSink();
+    // Like a filter that stops: every call that waits returns, samples are refused.
+    void SetStopped(bool stop);
     void GiveSamplesBack();
 
     // A hang ends the program.

@@ -218,10 +218,10 @@ void GRig::StopGraph()
 {
     const GWatchdog watchdog("stopping a graph");
     for (auto& sink : sinks)
-        sink->StopSink();
+        sink->SetStopped(true);
     EXPECT_EQ(filter->Stop(), S_OK);
     for (auto& sink : sinks)
-        sink->StartSink();
+        sink->SetStopped(false);
 }
 
 void GRig::DropFilter()
