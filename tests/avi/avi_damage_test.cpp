@@ -122,6 +122,15 @@ TEST(AviNesting, ListsThatOutgrowTheirParentsAreNotReadOverAndOver)
     Survive(riff.Bytes());
 }
 
+TEST(AviNesting, ContinuationsOfUnknownSizeDoNotNestOnTheStack)
+{
+    auto bytes = NumberedVideo(2, GAviTestIndex::None).Build();
+    const std::string unfilled("RIFF\0\0\0\0AVIX", 12);
+    for (int i = 0; i < 300'000; ++i)
+        bytes.insert(bytes.end(), unfilled.begin(), unfilled.end());
+    EXPECT_EQ(Marks(ReadFile(bytes)), Numbers(2));
+}
+
 TEST(AviOpen, WhatIsNoAviFileIsRefused)
 {
     const auto good = NumberedVideo(1, GAviTestIndex::Idx1Relative).Build();

@@ -35,7 +35,7 @@ struct GAviTestChunk {
 };
 // A payload of `size` bytes that all are `fill`.
 GAviTestChunk Chunk(const std::string& code, std::size_t size, std::uint8_t fill = 0xAA, bool keyFrame = true);
-// An MPEG-4 part 2 picture: a VOP of coding type I or P.
+// An MPEG-4 Visual picture (ISO/IEC 14496-2): a VOP of coding type I or P.
 GAviTestChunk Mpeg4Chunk(const std::string& code, std::size_t size, bool keyFrame);
 
 enum class GAviTestIndex : std::uint8_t {

@@ -204,25 +204,40 @@ bool GAviIndexScanner::IsKeyFrameChunk(const GAvi2ReadStream& stream, const GRif
     return IsKeyFrame(stream.Format().Compression(), std::span(bytes).first(count));
 }
 
+// Damage comes in runs: what the last search read serves the next one as well.
+std::span<const std::uint8_t> GAviIndexScanner::SearchBlockAt(std::int64_t from)
+{
+    const std::int64_t inside = from - searchStart;
+    if (inside >= 0 && inside + kCodeSize <= static_cast<std::int64_t>(searchBlock.size()))
+        return std::span(searchBlock).subspan(static_cast<std::size_t>(inside));
+    searchBlock.clear();
+    if (source->Seek(from) != from)
+        return {};
+    searchBlock.resize(kSearchBlock);
+    searchBlock.resize(source->ReadBulk(searchBlock.data(), kSearchBlock));
+    searchStart = from;
+    return searchBlock;
+}
+
 std::int64_t GAviIndexScanner::FindFrame(std::int64_t from)
 {
-    std::vector<std::uint8_t> block(kSearchBlock);
-    while (!RequestPending() && source->Seek(from) == from) {
-        const std::uint32_t count = source->ReadBulk(block.data(), kSearchBlock);
-        if (count < kCodeSize)
+    while (!RequestPending()) {
+        const std::span<const std::uint8_t> block = SearchBlockAt(from);
+        if (block.size() < kCodeSize)
             break;
-        for (std::uint32_t i = 0; i + kCodeSize <= count; ++i) {
+        for (std::size_t i = 0; i + kCodeSize <= block.size(); ++i) {
             if (block[i] < '0' || block[i] > ':')
                 continue;
-            const std::uint32_t code = GByteReader(std::span(block).subspan(i, kCodeSize)).FourCC();
+            const std::uint32_t code = GByteReader(block.subspan(i, kCodeSize)).FourCC();
             const GAvi2ReadStream* const stream = layout.FindStream(code);
             if (stream && stream->ChunkId() == code) {
-                Trace("GAviReadHandler::FindFrame() : %lld\n", static_cast<long long>(from + i));
-                return from + i;
+                const std::int64_t found = from + static_cast<std::int64_t>(i);
+                Trace("GAviReadHandler::FindFrame() : %lld\n", static_cast<long long>(found));
+                return found;
             }
         }
         Trace("GAviReadHandler::FindFrame() : %d\n", -1);
-        from += count - (kCodeSize - 1);  // a code may lie across two blocks
+        from += static_cast<std::int64_t>(block.size() - (kCodeSize - 1));  // a code may lie across two blocks
     }
     return -1;
 }
@@ -269,9 +284,15 @@ GAviIndexScanner::GSearch GAviIndexScanner::FindMovi(std::int64_t from, std::int
             phase = 0;
             return GSearch::Found;
         }
-        const bool mayContinue = where == GWhere::BetweenRiffs || until == kRiffEndUnknown;
+        const bool mayContinue = until == kRiffEndUnknown;
         if (chunk.code == kRiffCode && type == FourCC("AVIX") && mayContinue && chunk.position > range.start) {
             const std::int64_t end = RiffEnd(chunk.position, chunk.size);
+            if (end == kRiffEndUnknown) {
+                // Not by recursion: such a part has all later ones in it, and there may be a million.
+                walker.Enter(chunk);
+                where = GWhere::InsideRiff;
+                continue;
+            }
             const GSearch inside = FindMovi(chunk.Body() + kCodeSize, end, GWhere::InsideRiff);
             if (inside != GSearch::NotFound)
                 return inside;
@@ -283,6 +304,7 @@ GAviIndexScanner::GSearch GAviIndexScanner::FindMovi(std::int64_t from, std::int
 
 GAviIndexScanner::GStep GAviIndexScanner::WaitForGrowth(std::chrono::milliseconds pause)
 {
+    searchBlock.clear();  // what is there now may be filled in meanwhile
     for (;;) {
         // Compared with the size before the attempt that failed, so that growth since then is not waited for.
         const std::int64_t size = source->GetSize();

@@ -6,7 +6,9 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "formats/avi/avi_layout.h"
 #include "framework/media/damage_log.h"
@@ -63,6 +65,7 @@ private:
     GVerdict JudgePayload(const GRiffChunk& chunk);
     // The position of the first chunk code of any stream at or behind `from`, at any alignment; -1 when there is none.
     std::int64_t FindFrame(std::int64_t from);
+    std::span<const std::uint8_t> SearchBlockAt(std::int64_t from);
     bool IsKeyFrameChunk(const GAvi2ReadStream& stream, const GRiffChunk& chunk);
     GStep WaitForGrowth(std::chrono::milliseconds pause);
     void SetState(GState next) G_EXCLUDES(lock);
@@ -80,7 +83,9 @@ private:
     std::int64_t position = 0;  // where the last chunk ended
     std::int64_t phase = 0;     // 0, or 1 while chunks are found at odd positions
     GAviMoviRange range;
-    std::int64_t riffEnd = 0;  // of the RIFF that `range` lies in
+    std::int64_t riffEnd = 0;               // of the RIFF that `range` lies in
+    std::vector<std::uint8_t> searchBlock;  // what FindFrame read last
+    std::int64_t searchStart = 0;           // and where
 
     std::atomic<GState> state{GState::Finished};
     mutable GMutex lock;

@@ -44,6 +44,8 @@ public:
 
     // False at the end of the range or of the file. Wherever the source was left meanwhile does not matter.
     bool Next(GRiffChunk& chunk);
+    // Goes on with the chunks in `list`, and with what follows it as if that were in it too.
+    void Enter(const GRiffChunk& list) { position = list.Body() + 4; }
     // Where the next chunk would begin; may lie past the end of the file.
     std::int64_t Position() const { return position; }
 
