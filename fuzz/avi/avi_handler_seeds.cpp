@@ -13,16 +13,6 @@ namespace {
 
 using namespace vex::test;
 
-// As the target takes it: the file and one byte of control.
-bool WriteSeed(const std::string& folder, const std::string& name, std::vector<std::uint8_t> bytes,
-               std::uint8_t control)
-{
-    bytes.push_back(control);
-    std::ofstream out(folder + "/" + name, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return static_cast<bool>(out.flush());
-}
-
 GAviTestFile SmallFile(GAviTestIndex index, std::size_t parts)
 {
     GAviTestStream mp3{.type = "auds", .rate = 16'000, .format = WaveFormat(0x55, 2, 44'100, 16'000, 1152)};
@@ -42,22 +32,26 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
         return 2;
     }
-    const std::string folder = argv[1];
     GAviTestFile lists = SmallFile(GAviTestIndex::None, 3);
     lists.recLists = true;
     lists.junkBeforeData = 10;
     std::vector<std::uint8_t> unfilled = SmallFile(GAviTestIndex::None, 1).Build();
-    for (const std::size_t size : {std::size_t{4}, PositionOf(unfilled, "movi") - 4}) {
-        for (std::size_t i = 0; i < 4; ++i)
-            unfilled[size + i] = 0;
-    }
-    const bool written =
-        WriteSeed(folder, "idx1-relative", SmallFile(GAviTestIndex::Idx1Relative, 1).Build(), 0x40) &&
-        WriteSeed(folder, "idx1-absolute", SmallFile(GAviTestIndex::Idx1Absolute, 1).Build(), 0x20) &&
-        WriteSeed(folder, "opendml", SmallFile(GAviTestIndex::OpenDml, 2).Build(), 0x60) &&
-        WriteSeed(folder, "opendml-fields", SmallFile(GAviTestIndex::OpenDmlFields, 2).Build(), 0x60) &&
-        WriteSeed(folder, "opendml-growing", SmallFile(GAviTestIndex::OpenDml, 3).Build(), 0x81) &&
-        WriteSeed(folder, "scan-lists", lists.Build(), 0x80) &&
-        WriteSeed(folder, "scan-growing", lists.Build(), 0xA1) && WriteSeed(folder, "unfilled-sizes", unfilled, 0xC1);
+    Put(unfilled, 4, 0);
+    Put(unfilled, PositionOf(unfilled, "movi") - 4, 0);
+
+    // As the target takes it: the file and one byte of control.
+    const auto write = [&](const char* name, std::vector<std::uint8_t> bytes, std::uint8_t control) {
+        bytes.push_back(control);
+        std::ofstream out(std::string(argv[1]) + "/" + name, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        return static_cast<bool>(out.flush());
+    };
+    const bool written = write("idx1-relative", SmallFile(GAviTestIndex::Idx1Relative, 1).Build(), 0x40) &&
+                         write("idx1-absolute", SmallFile(GAviTestIndex::Idx1Absolute, 1).Build(), 0x20) &&
+                         write("opendml", SmallFile(GAviTestIndex::OpenDml, 2).Build(), 0x60) &&
+                         write("opendml-fields", SmallFile(GAviTestIndex::OpenDmlFields, 2).Build(), 0x60) &&
+                         write("opendml-growing", SmallFile(GAviTestIndex::OpenDml, 3).Build(), 0x81) &&
+                         write("scan-lists", lists.Build(), 0x80) && write("scan-growing", lists.Build(), 0xA1) &&
+                         write("unfilled-sizes", unfilled, 0xC1);
     return written ? 0 : 1;
 }

@@ -9,6 +9,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
+// Three pictures, the first of which is a key frame, and three chunks of sound in every part, marked from 1 on in turn.
 GAviTestFile TwoStreams(GAviTestIndex index, std::size_t parts)
 {
     GAviTestFile file{.streams = {VideoStream(), PcmStream()}, .parts = {}, .index = index};
@@ -23,240 +24,161 @@ GAviTestFile TwoStreams(GAviTestIndex index, std::size_t parts)
     return file;
 }
 
-TEST(AviIdx1, OffsetsFromTheMoviCodeAndFromTheFileGiveTheSamePackets)
+void ExpectTwoStreams(const GAviTestFile& file, const std::string& index)
 {
-    for (const std::size_t junk : {std::size_t{0}, std::size_t{30}}) {  // JUNK that the index leaves out
-        GAviTestFile file = TwoStreams(GAviTestIndex::Idx1Relative, 1);
-        file.junkBeforeData = junk;
-        GAviReading relative(file.Build());
-        file.index = GAviTestIndex::Idx1Absolute;
-        GAviReading absolute(file.Build());
-        ASSERT_TRUE(relative.Open() && absolute.Open());
-        EXPECT_EQ(relative.Index(), "idx1");
-        const auto packets = relative.ReadAll();
-        EXPECT_THAT(Marks(OfStream(packets, kStream00)), ElementsAre(1, 3, 5));
-        EXPECT_THAT(Marks(OfStream(packets, kStream01)), ElementsAre(2, 4, 6));
-        EXPECT_THAT(KeyFlags(OfStream(packets, kStream00)), ElementsAre(true, false, false));
-        EXPECT_EQ(Marks(packets), Marks(absolute.ReadAll()));
+    GAviReading reading(file.Build());
+    EXPECT_EQ(reading.Index(), index);
+    ASSERT_EQ(reading.Handler().Streams().size(), 2u);
+    EXPECT_EQ(reading.Handler().Streams()[1].number, kStream01);
+    const auto packets = reading.ReadAll();
+    std::vector<int> video;
+    std::vector<int> audio;
+    std::vector<bool> keys;
+    for (int i = 0; i < 3 * static_cast<int>(file.parts.size()); ++i) {
+        video.push_back(2 * i + 1);
+        audio.push_back(2 * i + 2);
+        keys.push_back(i % 3 == 0);
+    }
+    EXPECT_EQ(Marks(OfStream(packets, kStream00)), video);
+    EXPECT_EQ(Marks(OfStream(packets, kStream01)), audio);
+    EXPECT_EQ(KeyFlags(OfStream(packets, kStream00)), keys);
+    EXPECT_EQ(reading.Damage().count, 0u);
+}
+
+TEST(AviIndex, OffsetsFromTheMoviCodeAndFromTheFileGiveTheSamePackets)
+{
+    for (const auto index : {GAviTestIndex::Idx1Relative, GAviTestIndex::Idx1Absolute}) {
+        GAviTestFile file = TwoStreams(index, 1);
+        ExpectTwoStreams(file, "idx1");
+        file.junkBeforeData = 30;  // which the index leaves out
+        ExpectTwoStreams(file, "idx1");
+        file.recLists = true;
+        ExpectTwoStreams(file, "idx1");
     }
 }
 
-TEST(AviIdx1, AnIndexInRecListsFindsTheChunksInThem)
+TEST(AviIndex, TheTwoLevelIndexCoversAllRiffsAndWinsOverIdx1ButNotInAFileOfOneRiff)
 {
-    GAviTestFile file = TwoStreams(GAviTestIndex::Idx1Relative, 1);
-    file.recLists = true;
-    const auto packets = ReadFile(file.Build());
-    EXPECT_THAT(Marks(OfStream(packets, kStream00)), ElementsAre(1, 3, 5));
+    for (const auto index : {GAviTestIndex::OpenDml, GAviTestIndex::OpenDmlFields}) {  // with an idx1 of the first RIFF
+        ExpectTwoStreams(TwoStreams(index, 3), "OpenDML");
+        ExpectTwoStreams(TwoStreams(index, 1), "idx1");
+    }
 }
 
 TEST(AviIdx1, AnEntryThatGoesBackwardsIsDroppedAndOneThatRepeatsShowsTheChunkAgain)
 {
     auto bytes = NumberedVideo(4, GAviTestIndex::Idx1Relative).Build();
     const std::size_t entries = PositionOf(bytes, "idx1") + 8;
-    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(entries) + 16, 16,
-                bytes.begin() + static_cast<std::ptrdiff_t>(entries) + 32);  // entry 2 repeats entry 1
-    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(entries), 16,
-                bytes.begin() + static_cast<std::ptrdiff_t>(entries) + 48);  // entry 3 goes back to entry 0
+    const auto entry = bytes.begin() + static_cast<std::ptrdiff_t>(entries);
+    std::copy_n(entry + 16, 16, entry + 32);  // entry 2 repeats entry 1
+    std::copy_n(entry, 16, entry + 48);       // entry 3 goes back to entry 0
     GAviReading reading(bytes);
-    ASSERT_TRUE(reading.Open());
     EXPECT_THAT(Marks(reading.ReadAll()), ElementsAre(1, 2, 2));
-    EXPECT_EQ(reading.Handler().Damage().count, 1u);
-    EXPECT_EQ(reading.Handler().Damage().first, "idx1 entry goes backwards at byte " + std::to_string(entries + 48));
+    EXPECT_EQ(reading.Damage().count, 1u);
+    EXPECT_EQ(reading.Damage().first, "idx1 entry goes backwards at byte " + std::to_string(entries + 48));
 }
 
 TEST(AviIdx1, AnIndexOfNoUseLeavesTheChunksToTheScan)
 {
     const auto good = NumberedVideo(4, GAviTestIndex::Idx1Relative).Build();
     const std::size_t idx1 = PositionOf(good, "idx1");
-    const auto cut = [&](std::size_t size) {
-        return std::vector(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size));
-    };
-
     auto foreign = good;  // its entries name streams that do not exist
     for (std::size_t entry = idx1 + 8; entry < foreign.size(); entry += 16)
         foreign[entry] = '7';
     auto oversize = good;
-    for (const std::size_t byte : {idx1 + 4, idx1 + 5, idx1 + 6})
-        oversize[byte] = 0xFF;
+    Put(oversize, idx1 + 4, 600'001 * 16);
+    oversize.resize(idx1 + 8 + 600'001 * 16);
 
-    for (const auto& bytes : {cut(idx1 + 8), cut(good.size() - 1), foreign, oversize}) {
+    for (const auto& bytes : {Prefix(good, idx1 + 8), Prefix(good, good.size() - 1), foreign, oversize}) {
         GAviReading reading(bytes);
-        ASSERT_TRUE(reading.Open());
         EXPECT_EQ(reading.Index(), "none");
         EXPECT_EQ(Marks(reading.ReadAll()), Numbers(4));
-        EXPECT_GE(reading.Handler().Damage().count, 1u);
+        EXPECT_GE(reading.Damage().count, 1u);
     }
 }
 
 TEST(AviIdx1, HundredsOfThousandsOfEntriesForAHundredStreamsAreReadInOnePass)
 {
     constexpr std::uint32_t kEntries = 600'000;
-    GAviTestFile file{.streams = std::vector(100, VideoStream()), .parts = {{Chunk("00dc", 8, 7)}}};
-    auto bytes = file.Build();
+    auto bytes = GAviTestFile{.streams = std::vector(100, VideoStream()), .parts = {{Chunk("00dc", 8, 7)}}}.Build();
     const std::size_t idx1 = PositionOf(bytes, "idx1");
+    Put(bytes, idx1 + 4, kEntries * 16);
     GRiffBuilder index;
-    for (std::uint32_t i = 0; i < kEntries; ++i) {
-        index.Text(i % 2 != 0 ? "99dc" : "00dc");
-        index.U32LE(0x10);
-        index.U32LE(4);
-        index.U32LE(0);
-    }
+    for (std::uint32_t i = 0; i < kEntries; ++i)
+        index.U32LE(i % 2 != 0 ? FourCC("99dc") : FourCC("00dc"), 0x10, 4, 0);
     bytes.resize(idx1 + 8);
     bytes.insert(bytes.end(), index.Bytes().begin(), index.Bytes().end());
-    for (int i = 0; i < 4; ++i)
-        bytes[idx1 + 4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(kEntries * 16 >> 8 * i);
-    GAviReading reading(bytes);
-    ASSERT_TRUE(reading.Open());
-    EXPECT_EQ(reading.Handler().LongestStreamDuration(), kEntries / 2 / 25 * kSecond);
+    EXPECT_EQ(GAviReading(bytes).Handler().LongestStreamDuration(), kEntries / 2 / 25 * kSecond);
 }
 
-class AviOpenDml : public testing::TestWithParam<GAviTestIndex> {};
-INSTANTIATE_TEST_SUITE_P(Kinds, AviOpenDml, testing::Values(GAviTestIndex::OpenDml, GAviTestIndex::OpenDmlFields));
-
-TEST_P(AviOpenDml, ChunksOfAllRiffsAreReadThroughTheTwoLevelIndexWhichWinsOverIdx1)
-{
-    GAviReading reading(TwoStreams(GetParam(), 3).Build());  // has an idx1 of the first RIFF as well
-    ASSERT_TRUE(reading.Open());
-    EXPECT_EQ(reading.Index(), "OpenDML");
-    const auto packets = reading.ReadAll();
-    EXPECT_THAT(Marks(OfStream(packets, kStream00)), ElementsAre(1, 3, 5, 7, 9, 11, 13, 15, 17));
-    EXPECT_THAT(Marks(OfStream(packets, kStream01)), ElementsAre(2, 4, 6, 8, 10, 12, 14, 16, 18));
-    EXPECT_THAT(KeyFlags(OfStream(packets, kStream00)),
-                ElementsAre(true, false, false, true, false, false, true, false, false));
-    EXPECT_EQ(reading.Handler().Damage().count, 0u);
-}
-
-TEST(AviOpenDml, IsIgnoredInAFileOfOneRiff)
-{
-    auto bytes = TwoStreams(GAviTestIndex::OpenDml, 1).Build();
-    GAviReading reading(bytes);
-    ASSERT_TRUE(reading.Open());
-    EXPECT_EQ(reading.Index(), "idx1");
-    EXPECT_EQ(reading.ReadAll().size(), 6u);
-}
-
-// Two RIFFs with a super index for one stream. The index of the first part is at Index(0).
+// Two RIFFs with a super index for one stream; the first one's index of chunks stands at `standard`.
 class AviLyingOpenDml : public testing::Test {
 protected:
     AviLyingOpenDml()
     {
-        file = NumberedVideo(3, GAviTestIndex::OpenDml);
+        GAviTestFile file = NumberedVideo(3, GAviTestIndex::OpenDml);
         file.parts.push_back({Chunk("00dc", 20, 4), Chunk("00dc", 20, 5)});
         bytes = file.Build();
         super = PositionOf(bytes, "indx") + 8;
         standard = PositionOf(bytes, "ix00");
     }
-    void Put(std::size_t position, std::uint64_t value, int count)
-    {
-        for (int i = 0; i < count; ++i)
-            bytes[position + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> 8 * i);
-    }
 
-    GAviTestFile file;
     std::vector<std::uint8_t> bytes;
     std::size_t super = 0;
     std::size_t standard = 0;
 };
 
-TEST_F(AviLyingOpenDml, EntriesThatRepeatOrGoBackwardsAreDropped)
+TEST_F(AviLyingOpenDml, NothingIsMadeUpFromEntriesThatRepeatOrGoBackFromACountTooLargeOrAnIndexThatPointsAtItself)
 {
-    Put(standard + 32 + 16, 0, 4);  // the third chunk moves to the front
-    GAviReading reading(bytes);
-    ASSERT_TRUE(reading.Open());
-    EXPECT_THAT(Marks(reading.ReadAll()), ElementsAre(1, 2, 4, 5));
-    EXPECT_EQ(reading.Handler().Damage().count, 1u);
-}
-
-TEST_F(AviLyingOpenDml, ACountBeyondTheIndexIsCutToWhatItHolds)
-{
-    Put(standard + 12, 0xFFFFFFFF, 4);
-    Put(super + 4, 0x10000000, 4);
-    GAviReading reading(bytes);
-    ASSERT_TRUE(reading.Open());
-    EXPECT_EQ(Marks(reading.ReadAll()), Numbers(5));
-    EXPECT_EQ(reading.Handler().Damage().count, 2u);
-}
-
-TEST_F(AviLyingOpenDml, AnIndexThatPointsAtItselfGivesNothingAndTheRestPlays)
-{
-    Put(super + 24, super - 8, 8);
-    EXPECT_THAT(Marks(ReadFile(bytes)), ElementsAre(4, 5));
-}
-
-TEST_F(AviLyingOpenDml, ThousandsOfEntriesForOneIndexChunkCostNoMoreThanTheFile)
-{
-    GRiffBuilder riff;
-    {
-        const auto first = riff.Riff("AVI ");
-        {
-            const auto hdrl = riff.List("hdrl");
-            const auto strl = riff.List("strl");
-            {
-                const auto strf = riff.Chunk("strf");
-                riff.Append(BitmapFormat("XVID", 16, 16));
-            }
-            const auto indx = riff.Chunk("indx");
-            riff.U32LE(0);
-            riff.U32LE(50'000);
-            riff.Zeros(16);
-            for (int i = 0; i < 50'000; ++i) {
-                riff.U64LE(1'000'000);
-                riff.U32LE(400'000);
-                riff.U32LE(1);
-            }
-        }
+    struct GLie {
+        std::vector<std::pair<std::size_t, std::uint32_t>> fields;
+        std::vector<int> marks;
+        std::uint64_t damage;
+    };
+    const std::size_t thirdEntry = standard + 32 + 16;
+    for (const GLie& lie : {GLie{{{thirdEntry, 0}}, {1, 2, 4, 5}, 1},        // in front of the first chunk
+                            GLie{{{thirdEntry, 12 + 24}}, {1, 2, 4, 5}, 1},  // on the second one
+                            GLie{{{standard + 12, ~0u}, {super + 4, 0x10000000}}, Numbers(5), 2},
+                            GLie{{{super + 24, static_cast<std::uint32_t>(super - 8)}}, {4, 5}, 0}}) {
+        auto lying = bytes;
+        for (const auto& [position, value] : lie.fields)
+            Put(lying, position, value);
+        GAviReading reading(lying);
+        EXPECT_EQ(Marks(reading.ReadAll()), lie.marks);
+        EXPECT_EQ(reading.Damage().count, lie.damage);
     }
-    riff.Zeros(1'000'000 - riff.Position());
-    {
-        const auto ix = riff.Chunk("ix00");
-        riff.U32LE(0x01000002);
-        riff.U32LE(50'000);
-        riff.Zeros(16);
-        for (std::uint32_t i = 0; i < 50'000; ++i)
-            riff.U64LE(i * 8);
-    }
-    GAviReading reading(riff.Bytes());
-    ASSERT_TRUE(reading.Open());
-    EXPECT_EQ(reading.Handler().LongestStreamDuration(), 50'000 * kSecond);  // each entry once
-    EXPECT_LT(reading.Handler().Damage().count, 300'000u);
 }
 
 TEST_F(AviLyingOpenDml, AStandardIndexInTheHeaderIsReadAndTheScanAddsTheRest)
 {
     // The super index becomes an index of chunks with one entry, for the first chunk.
-    const std::size_t chunk = PositionOf(bytes, "00dc", PositionOf(bytes, "movi"));
-    Put(super + 3, 1, 1);
-    Put(super + 4, 1, 4);
-    Put(super + 12, chunk, 8);
-    Put(super + 20, 0, 4);
-    Put(super + 24, 8, 4);
-    Put(super + 28, 16 | 0x80000000u, 4);
+    Put(bytes, super + 3, 1, 1);
+    Put(bytes, super + 4, 1);
+    Put(bytes, super + 12, PositionOf(bytes, "00dc", PositionOf(bytes, "movi")), 8);
+    Put(bytes, super + 20, 0);
+    Put(bytes, super + 24, 8);
+    Put(bytes, super + 28, 16 | 0x80000000u);
     // Without it the idx1 would be read: there is none.
-    Put(PositionOf(bytes, "idx1"), 'x', 1);
+    Put(bytes, PositionOf(bytes, "idx1"), FourCC("xdx1"));
     GAviReading reading(bytes);
-    ASSERT_TRUE(reading.Open());
     EXPECT_EQ(reading.Index(), "none");
     const auto packets = reading.ReadAll();
     EXPECT_EQ(Marks(packets), Numbers(5));
     EXPECT_FALSE(packets.at(0).next.keyFrame) << "the flag is that of the index";
 }
 
-TEST_F(AviLyingOpenDml, AnIndexBeyondTheEndIsRefusedAndTheScanFollowsTheFileToItsEnd)
+TEST(AviOpenDml, ThousandsOfEntriesForOneIndexChunkCostNoMoreThanTheFile)
 {
-    const std::size_t half = PositionOf(bytes, "00dc", PositionOf(bytes, "AVIX")) + 8 + 20;
-    const std::vector<std::uint8_t> begun(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(half));
-    const std::vector<std::uint8_t> rest(bytes.begin() + static_cast<std::ptrdiff_t>(half), bytes.end());
-    GAviReading reading(begun);
-    ASSERT_TRUE(reading.Open());
-    EXPECT_EQ(reading.Index(), "none");
-    EXPECT_EQ(reading.Handler().Duration(), 5 * kSecond / 25) << "the super index has announced it";
-    std::vector<GReadPacket> packets;
-    reading.ReadUntil(packets, 4);
-    reading.Disk().Append(rest);
-    reading.ReadUntil(packets, 5);
-    EXPECT_EQ(Marks(packets), Numbers(5));
-    EXPECT_EQ(reading.ReadAll().size(), 0u);
-    EXPECT_EQ(reading.Handler().LongestStreamDuration(), 5 * kSecond / 25);
+    const std::vector chunk{Chunk("00dc", 1)};
+    GAviTestFile file{.streams = {VideoStream()}, .parts = std::vector(3000, chunk), .index = GAviTestIndex::OpenDml};
+    file.parts[0].resize(20'000, chunk[0]);
+    auto bytes = file.Build();
+    const auto entries = bytes.begin() + static_cast<std::ptrdiff_t>(PositionOf(bytes, "indx") + 32);
+    for (int i = 1; i < 3000; ++i)
+        std::copy_n(entries, 16, entries + 16 * i);
+    GAviReading reading(bytes);
+    EXPECT_EQ(reading.Handler().LongestStreamDuration(), 20'000 / 25 * kSecond);  // each chunk once
+    EXPECT_LT(reading.Damage().count, 300'000u);
 }
 
 }  // namespace

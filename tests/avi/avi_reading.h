@@ -1,8 +1,10 @@
 // Opens AVI bytes with the handler and reads packets the way the frame does.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,13 +30,22 @@ struct GReadPacket {
 
 class GAviReading {
 public:
-    explicit GAviReading(std::vector<std::uint8_t> bytes)
+    // The scan pauses for `pause` before it looks whether the file has grown.
+    explicit GAviReading(std::vector<std::uint8_t> bytes,
+                         std::chrono::milliseconds pause = std::chrono::milliseconds(1))
         : disk(std::make_shared<GMemoryDisk>(std::move(bytes))),
-          handler(std::make_unique<GMemoryFile>(disk), {std::chrono::milliseconds(1), std::chrono::milliseconds(1)})
+          handler(std::make_unique<GMemoryFile>(disk), {pause, pause}),
+          opened(handler.Open("memory").Ok())
+    {
+    }
+    explicit GAviReading(const char* path)
+        : handler(std::make_unique<GCacheFile>(), {std::chrono::milliseconds(1), std::chrono::milliseconds(1)}),
+          opened(handler.Open(path).Ok())
     {
     }
 
-    bool Open() { return handler.Open("memory").Ok(); }
+    // There are no packets otherwise.
+    bool IsOpen() const { return opened; }
 
     // The next packet; false at the end of what there is for now.
     bool Read(GReadPacket& packet)
@@ -56,29 +67,26 @@ public:
             packets.push_back(packet);
         return packets;
     }
-    // Reads on until there are `count` packets, however often the file has to grow for them.
-    void ReadUntil(std::vector<GReadPacket>& packets, std::size_t count)
+    std::vector<GReadPacket> ReadFrom(REFERENCE_TIME time, GSeekMode mode = GSeekMode::Independent)
     {
-        while (packets.size() < count) {
-            for (const GReadPacket& packet : ReadAll())
-                packets.push_back(packet);
-            std::this_thread::yield();
-        }
+        handler.Seek(time, mode);
+        return ReadAll();
     }
 
     GAvi2ReadHandler& Handler() { return handler; }
     GMemoryDisk& Disk() { return *disk; }
     std::string Index() const { return handler.Properties().at(0).value; }
+    GDamageReport Damage() const { return handler.Damage(); }
 
 private:
     std::shared_ptr<GMemoryDisk> disk;
     GAvi2ReadHandler handler;
+    bool opened;
 };
 
 inline std::vector<GReadPacket> ReadFile(const std::vector<std::uint8_t>& bytes)
 {
-    GAviReading reading(bytes);
-    return reading.Open() ? reading.ReadAll() : std::vector<GReadPacket>{};
+    return GAviReading(bytes).ReadAll();
 }
 
 inline std::vector<GReadPacket> OfStream(const std::vector<GReadPacket>& packets, std::uint32_t stream)
@@ -120,9 +128,8 @@ inline GAviTestFile NumberedVideo(int count, GAviTestIndex index)
 // The marks of NumberedVideo(count).
 inline std::vector<int> Numbers(int count)
 {
-    std::vector<int> numbers;
-    for (int i = 1; i <= count; ++i)
-        numbers.push_back(i);
+    std::vector<int> numbers(static_cast<std::size_t>(count));
+    std::iota(numbers.begin(), numbers.end(), 1);
     return numbers;
 }
 

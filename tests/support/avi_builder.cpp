@@ -6,16 +6,6 @@
 namespace vex::test {
 namespace {
 
-struct GPlacedChunk {
-    const GAviTestChunk* chunk;
-    std::size_t position;  // of the header
-};
-
-struct GPart {
-    std::size_t moviCode = 0;  // position of "movi"
-    std::vector<GPlacedChunk> chunks;
-};
-
 std::string StreamPrefix(std::size_t stream)
 {
     return {static_cast<char>('0' + stream / 10), static_cast<char>('0' + stream % 10)};
@@ -23,149 +13,130 @@ std::string StreamPrefix(std::size_t stream)
 
 class GAviWriter {
 public:
-    explicit GAviWriter(const GAviTestFile& description) : file(description) {}
+    explicit GAviWriter(const GAviTestFile& description)
+        : file(description),
+          fields(file.index == GAviTestIndex::OpenDmlFields),
+          openDml(fields || file.index == GAviTestIndex::OpenDml)
+    {
+    }
 
     std::vector<std::uint8_t> Write()
     {
-        for (std::size_t part = 0; part < file.parts.size(); ++part) {
-            const auto scope = riff.Riff(part == 0 ? "AVI " : "AVIX");
-            if (part == 0)
-                WriteHeaders();
-            const GPart placed = WriteData(part);
-            if (part == 0)
-                WriteIdx1(placed);
-        }
+        riff.List(
+            "AVI ", [&] { WriteFirstPart(); }, "RIFF");
+        for (std::size_t part = 1; part < file.parts.size(); ++part)
+            riff.List(
+                "AVIX", [&] { WriteData(part); }, "RIFF");
         return riff.Bytes();
     }
 
 private:
-    bool HasOpenDml() const
-    {
-        return file.index == GAviTestIndex::OpenDml || file.index == GAviTestIndex::OpenDmlFields;
-    }
+    struct GPlacedChunk {
+        const GAviTestChunk* chunk;
+        std::size_t position;  // of the header
+    };
 
-    void WriteHeaders()
+    void WriteFirstPart()
     {
-        const auto hdrl = riff.List("hdrl");
-        {
-            const auto avih = riff.Chunk("avih");
-            riff.U32LE(file.microSecPerFrame);
-            riff.Zeros(12);
-            riff.U32LE(file.totalFrames);
-            riff.Zeros(36);
-        }
-        for (std::size_t i = 0; i < file.streams.size(); ++i)
-            WriteStream(i);
+        riff.List("hdrl", [&] {
+            riff.Chunk("avih", [&] {
+                riff.U32LE(file.microSecPerFrame, 0, 0, 0, file.totalFrames);
+                riff.Zeros(36);
+            });
+            for (std::size_t i = 0; i < file.streams.size(); ++i)
+                riff.List("strl", [&] { WriteStream(i); });
+        });
+        WriteData(0);
+        if (file.index != GAviTestIndex::None)
+            riff.Chunk("idx1", [&] { WriteIdx1(); });
     }
 
     void WriteStream(std::size_t number)
     {
         const GAviTestStream& stream = file.streams[number];
-        const auto strl = riff.List("strl");
-        {
-            const auto strh = riff.Chunk("strh");
+        riff.Chunk("strh", [&] {
             riff.Text(stream.type);
             riff.Zeros(16);
-            riff.U32LE(stream.scale);
-            riff.U32LE(stream.rate);
-            riff.Zeros(8);
-            riff.U32LE(stream.suggestedBufferSize);
-            riff.U32LE(0);
-            riff.U32LE(stream.sampleSize);
-            riff.Zeros(8);
-        }
-        {
-            const auto strf = riff.Chunk("strf");
-            riff.Append(stream.format);
-        }
-        if (!HasOpenDml())
+            riff.U32LE(stream.scale, stream.rate, 0, 0, stream.suggestedBufferSize, 0, stream.sampleSize, 0, 0);
+        });
+        riff.Chunk("strf", [&] { riff.Append(stream.format); });
+        if (!openDml)
             return;
-        const auto indx = riff.Chunk("indx");
-        riff.U16LE(4);
-        riff.U16LE(0);  // an index of indexes
-        riff.U32LE(static_cast<std::uint32_t>(file.parts.size()));
-        riff.Text(StreamPrefix(number) + "dc");
-        riff.Zeros(12);
-        superEntries.push_back(riff.Position());
-        riff.Zeros(16 * file.parts.size());
+        riff.Chunk("indx", [&] {
+            riff.U32LE(4, file.parts.size());  // 4: an index of indexes
+            riff.Text(StreamPrefix(number) + "dc");
+            riff.Zeros(12);
+            superEntries.push_back(riff.Position());
+            riff.Zeros(16 * file.parts.size());
+        });
     }
 
-    GPart WriteData(std::size_t part)
+    void WriteData(std::size_t part)
     {
-        GPart placed;
-        const auto movi = riff.List("movi");
-        placed.moviCode = movi.Position() + 8;
-        if (file.junkBeforeData > 0) {
-            const auto junk = riff.Chunk("JUNK");
-            riff.Zeros(file.junkBeforeData);
-        }
-        for (const GAviTestChunk& chunk : file.parts[part]) {
-            if (file.recLists) {
-                const auto rec = riff.List("rec ");
-                WriteChunk(chunk, placed);
-            } else {
-                WriteChunk(chunk, placed);
-            }
-        }
-        for (std::size_t i = 0; HasOpenDml() && i < file.streams.size(); ++i)
-            WriteStandardIndex(part, i, placed);
-        return placed;
+        placed.clear();
+        moviCode = riff.Position() + 8;
+        riff.List("movi", [&] {
+            if (file.junkBeforeData > 0)
+                riff.Chunk("JUNK", [&] { riff.Zeros(file.junkBeforeData); });
+            for (const GAviTestChunk& chunk : file.parts[part])
+                WriteChunk(chunk);
+            for (std::size_t i = 0; openDml && i < file.streams.size(); ++i)
+                WriteStandardIndex(part, i);
+        });
     }
 
-    void WriteChunk(const GAviTestChunk& chunk, GPart& placed)
+    void WriteChunk(const GAviTestChunk& chunk)
     {
-        const auto scope = riff.Chunk(chunk.code);
-        riff.Append(chunk.payload);
-        placed.chunks.push_back({&chunk, scope.Position()});
+        const auto write = [&] {
+            placed.push_back({&chunk, riff.Chunk(chunk.code, [&] { riff.Append(chunk.payload); })});
+        };
+        if (file.recLists)
+            riff.List("rec ", write);
+        else
+            write();
     }
 
-    void WriteStandardIndex(std::size_t part, std::size_t stream, const GPart& placed)
+    void WriteStandardIndex(std::size_t part, std::size_t stream)
     {
         const std::string prefix = StreamPrefix(stream);
-        const bool fields = file.index == GAviTestIndex::OpenDmlFields;
-        std::vector<GPlacedChunk> own;
-        std::ranges::copy_if(placed.chunks, std::back_inserter(own),
-                             [&](const GPlacedChunk& c) { return c.chunk->code.starts_with(prefix); });
-        const std::size_t start = riff.Position();
-        {
-            const auto ix = riff.Chunk("ix" + prefix);
-            riff.U16LE(fields ? 3 : 2);
-            riff.U8(fields ? 1 : 0);
-            riff.U8(1);  // an index of chunks
-            riff.U32LE(static_cast<std::uint32_t>(own.size()));
+        std::uint32_t count = 0;
+        const std::size_t start = riff.Chunk("ix" + prefix, [&] {
+            riff.U32LE(fields ? 0x01010003 : 0x01000002, 0);  // an index of chunks; their number
             riff.Text(prefix + "dc");
-            riff.U64LE(placed.moviCode);
+            riff.U64LE(moviCode);
             riff.U32LE(0);
-            for (const GPlacedChunk& c : own) {
-                riff.U32LE(static_cast<std::uint32_t>(c.position + 8 - placed.moviCode));
-                riff.U32LE(static_cast<std::uint32_t>(c.chunk->payload.size()) | (c.chunk->keyFrame ? 0 : 0x80000000u));
-                if (fields)
-                    riff.U32LE(0);
+            for (const auto& [chunk, position] : placed) {
+                if (!chunk->code.starts_with(prefix))
+                    continue;
+                riff.U32LE(position + 8 - moviCode, chunk->payload.size() | (chunk->keyFrame ? 0 : 1u << 31));
+                riff.Zeros(fields ? 4 : 0);
+                ++count;
             }
-        }
+        });
+        Put(riff.Bytes(), start + 12, count);
         const std::size_t entry = superEntries[stream] + 16 * part;
-        riff.PatchU64LE(entry, start);
-        riff.PatchU32LE(entry + 8, static_cast<std::uint32_t>(riff.Position() - start));
-        riff.PatchU32LE(entry + 12, static_cast<std::uint32_t>(own.size()));
+        Put(riff.Bytes(), entry, start, 8);
+        Put(riff.Bytes(), entry + 8, riff.Position() - start);
+        Put(riff.Bytes(), entry + 12, count);
     }
 
-    void WriteIdx1(const GPart& placed)
+    void WriteIdx1()
     {
-        if (file.index == GAviTestIndex::None)
-            return;
-        const std::size_t base = file.index == GAviTestIndex::Idx1Absolute ? 0 : placed.moviCode;
-        const auto idx1 = riff.Chunk("idx1");
-        for (const GPlacedChunk& c : placed.chunks) {
-            riff.Text(c.chunk->code);
-            riff.U32LE(c.chunk->keyFrame ? 0x10 : 0);
-            riff.U32LE(static_cast<std::uint32_t>(c.position - base));
-            riff.U32LE(static_cast<std::uint32_t>(c.chunk->payload.size()));
+        const std::size_t base = file.index == GAviTestIndex::Idx1Absolute ? 0 : moviCode;
+        for (const auto& [chunk, position] : placed) {
+            riff.Text(chunk->code);
+            riff.U32LE(chunk->keyFrame ? 0x10 : 0, position - base, chunk->payload.size());
         }
     }
 
     const GAviTestFile& file;
+    const bool fields;
+    const bool openDml;
     GRiffBuilder riff;
     std::vector<std::size_t> superEntries;  // per stream, where its super index has its entries
+    // Of the part that was written last.
+    std::size_t moviCode = 0;  // position of "movi"
+    std::vector<GPlacedChunk> placed;
 };
 
 }  // namespace
@@ -173,11 +144,7 @@ private:
 std::vector<std::uint8_t> BitmapFormat(const std::string& fourCC, std::int32_t width, std::int32_t height)
 {
     GRiffBuilder format;
-    format.U32LE(40);
-    format.U32LE(static_cast<std::uint32_t>(width));
-    format.U32LE(static_cast<std::uint32_t>(height));
-    format.U16LE(1);
-    format.U16LE(24);
+    format.U32LE(40, width, height, 24 << 16 | 1);
     format.Text(fourCC);
     format.Zeros(20);
     return format.Bytes();
@@ -187,13 +154,9 @@ std::vector<std::uint8_t> WaveFormat(std::uint16_t tag, std::uint16_t channels, 
                                      std::uint32_t bytesPerSecond, std::uint16_t blockAlign)
 {
     GRiffBuilder format;
-    format.U16LE(tag);
-    format.U16LE(channels);
-    format.U32LE(samplesPerSecond);
-    format.U32LE(bytesPerSecond);
-    format.U16LE(blockAlign);
-    format.U16LE(16);
-    format.U16LE(0);
+    format.U16LE(tag, channels);
+    format.U32LE(samplesPerSecond, bytesPerSecond);
+    format.U16LE(blockAlign, 16, 0);
     return format.Bytes();
 }
 
@@ -218,8 +181,8 @@ GAviTestChunk Chunk(const std::string& code, std::size_t size, std::uint8_t fill
 GAviTestChunk Mpeg4Chunk(const std::string& code, std::size_t size, bool keyFrame)
 {
     GAviTestChunk chunk = Chunk(code, std::max<std::size_t>(size, 5), 0x11, keyFrame);
-    const std::uint8_t vop[] = {0x00, 0x00, 0x01, 0xB6, static_cast<std::uint8_t>(keyFrame ? 0x10 : 0x50)};
-    std::ranges::copy(vop, chunk.payload.begin());
+    Put(chunk.payload, 0, 0xB6010000);
+    Put(chunk.payload, 4, keyFrame ? 0x10 : 0x50, 1);
     return chunk;
 }
 
@@ -232,6 +195,11 @@ std::size_t PositionOf(const std::vector<std::uint8_t>& file, const std::string&
     if (found == file.end())
         throw std::runtime_error("no " + code + " in the file");
     return static_cast<std::size_t>(found - file.begin());
+}
+
+std::vector<std::uint8_t> Prefix(const std::vector<std::uint8_t>& file, std::size_t size)
+{
+    return {file.begin(), file.begin() + static_cast<std::ptrdiff_t>(size)};
 }
 
 }  // namespace vex::test
