@@ -67,7 +67,7 @@ TEST_P(AviBroken, EveryByteAndEverySizeFieldMayLie)
         Survive(broken);
     };
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        for (const std::uint32_t value : {0x00, 0x01, 0x7F, 0xFF})
+        for (const std::uint32_t value : {0x00u, 0x01u, 0x7Fu, 0xFFu})
             surviveLie(i, value, 1);
     }
     for (std::size_t i = 4; i + 4 <= bytes.size(); i += 2) {

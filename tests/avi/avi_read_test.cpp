@@ -78,7 +78,7 @@ TEST(AviMediaType, SizesThatNoPacketCanHaveDoNotBecomeBuffers)
     video.suggestedBufferSize = 0xFFFFFFFF;
     EXPECT_EQ(TypeOf(video).lSampleSize, kLargest);
     GAviTestStream audio = PcmStream();
-    audio.format = WaveFormat(1, 0xFFFF, 0xFFFFFFFF, 1, 1);
+    audio.format = WaveFormat(1, 0x8000, 0x20000, 1, 1);  // 2^34, which is 0 in 32 bits
     EXPECT_EQ(TypeOf(audio).lSampleSize, kLargest);
 }
 

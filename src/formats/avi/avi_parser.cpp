@@ -1,7 +1,6 @@
 #include "formats/avi/avi_parser.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "formats/avi/idx1_index.h"
@@ -17,23 +16,6 @@ constexpr std::uint32_t kMaxExtendedHeaderSize = 248;  // bytes of "dmlh"
 // Bytes of "indx": a super index of this size covers a terabyte.
 constexpr std::uint32_t kMaxIndexSize = 16u << 20;
 
-// Of "RIFF", size, type.
-struct GRiffHeader {
-    std::uint32_t code = 0;
-    std::uint32_t size = 0;
-    std::uint32_t type = 0;
-};
-
-bool ReadRiffListHeader(GFileBase& source, std::int64_t position, GRiffHeader& header)
-{
-    std::array<std::uint8_t, kRiffListHeaderSize> bytes{};
-    if (!ReadExactly(source, position, bytes.data(), kRiffListHeaderSize))
-        return false;
-    GByteReader reader(bytes);
-    header = {.code = reader.FourCC(), .size = reader.U32LE(), .type = reader.FourCC()};
-    return true;
-}
-
 }  // namespace
 
 GAviParser::GAviParser(GFileBase& file, GDamageLog& damageLog)
@@ -48,13 +30,14 @@ GAviParser::GAviParser(GFileBase& file, GDamageLog& damageLog)
 
 GResult<GAviLayout> GAviParser::Parse()
 {
-    GRiffHeader header;
-    if (!ReadRiffListHeader(source, 0, header))
+    GRiffChunk first;
+    std::uint32_t type = 0;
+    if (!ReadRiffHeader(source, 0, first) || !ReadListType(source, first, type))
         return GError{GErrorKind::NeedMoreData, "the file is too short for a RIFF header", 0};
-    if (header.code != kRiffCode || header.type != FourCC("AVI "))
+    if (first.code != kRiffCode || type != FourCC("AVI "))
         return GError{GErrorKind::Malformed, "not an AVI file", 0};
 
-    layout.firstRiffEnd = RiffEnd(0, header.size);
+    layout.firstRiffEnd = RiffEnd(0, first.size);
     layout.singleRiff = fileSize <= layout.firstRiffEnd;
     G_TRY_STATUS(WalkRiff({kRiffListHeaderSize, layout.firstRiffEnd}));
     if (!layout.singleRiff)
@@ -67,10 +50,12 @@ GResult<GAviLayout> GAviParser::Parse()
 void GAviParser::WalkContinuations(std::int64_t position)
 {
     while (position < source.GetSize()) {
-        GRiffHeader header;
-        if (!ReadRiffListHeader(source, position, header) || header.code != kRiffCode || header.type != FourCC("AVIX"))
+        GRiffChunk next;
+        std::uint32_t type = 0;
+        if (!ReadRiffHeader(source, position, next) || next.code != kRiffCode || !ReadListType(source, next, type) ||
+            type != FourCC("AVIX"))
             return;
-        const std::int64_t end = RiffEnd(position, header.size);
+        const std::int64_t end = RiffEnd(position, next.size);
         if (const GStatus walked = WalkRiff({position + kRiffListHeaderSize, end}); !walked.Ok()) {
             damage.Add(walked.Error().what, static_cast<std::int64_t>(walked.Error().filePos));
             return;
@@ -101,15 +86,15 @@ GStatus GAviParser::WalkRiff(const GRiff& riff)
 
 GStatus GAviParser::ReadList(const GRiff& riff, const GRiffChunk& list, int depth)
 {
-    std::array<std::uint8_t, 4> bytes{};
-    if (!ReadExactly(source, list.Body(), bytes.data(), 4))
+    std::uint32_t type = 0;
+    if (!ReadListType(source, list, type))
         return GError{GErrorKind::NeedMoreData, "a list ends before its type",
                       static_cast<std::uint64_t>(list.position)};
     if (depth > kMaxNestingDepth) {
         damage.Add("lists are nested too deep", list.position, list.size);
         return {};
     }
-    switch (GByteReader(bytes).FourCC()) {
+    switch (type) {
     case FourCC("hdrl"):
         Trace("[hdrl]\n");
         return WalkHeader(riff, list, depth);

@@ -24,15 +24,6 @@ constexpr std::uint32_t kCodeSize = 4;
 // Chunks in the data that carry none and may be of any size.
 bool IsFiller(std::uint32_t code) { return code == kJunkCode || (code & 0xFFFF) == ('i' | 'x' << 8); }
 
-bool ReadListType(GFileBase& source, const GRiffChunk& list, std::uint32_t& type)
-{
-    std::array<std::uint8_t, 4> bytes{};
-    if (!ReadExactly(source, list.Body(), bytes.data(), 4))
-        return false;
-    type = GByteReader(bytes).FourCC();
-    return true;
-}
-
 DWORD Milliseconds(std::chrono::milliseconds pause) { return static_cast<DWORD>(pause.count()); }
 
 }  // namespace

@@ -23,6 +23,15 @@ bool ReadRiffHeader(GFileBase& source, std::int64_t position, GRiffChunk& chunk)
     return true;
 }
 
+bool ReadListType(GFileBase& source, const GRiffChunk& list, std::uint32_t& type)
+{
+    std::array<std::uint8_t, 4> bytes{};
+    if (!ReadExactly(source, list.Body(), bytes.data(), 4))
+        return false;
+    type = GByteReader(bytes).FourCC();
+    return true;
+}
+
 bool GRiffWalker::Next(GRiffChunk& chunk)
 {
     if (position >= end || !ReadRiffHeader(source, position, chunk))

@@ -33,6 +33,8 @@ struct GRiffChunk {
 
 // Reads the header at `position`; false when the source holds no eight bytes there.
 bool ReadRiffHeader(GFileBase& source, std::int64_t position, GRiffChunk& chunk);
+// Reads the type that the body of a list begins with; false when it is not there.
+bool ReadListType(GFileBase& source, const GRiffChunk& list, std::uint32_t& type);
 
 // Steps over the chunks in [start, end). The last one may run past the end: what its declared size covers is its own.
 class GRiffWalker {
