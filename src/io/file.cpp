@@ -4,6 +4,35 @@
 #include <cstring>
 
 namespace vex {
+namespace {
+
+static_assert(GFile::kMaxPathLength == 259, "said in the errors");
+
+std::size_t Utf16Units(std::string_view utf8)
+{
+    std::size_t units = 0;
+    for (const char character : utf8) {
+        const auto byte = static_cast<unsigned char>(character);
+        units += (byte & 0xC0) != 0x80 ? 1 : 0;
+        units += byte >= 0xF0 ? 1 : 0;
+    }
+    return units;
+}
+
+std::optional<GError> WhyRefused(std::string_view path)
+{
+    if (path.empty())
+        return GError{GErrorKind::Io, "no path was given"};
+    const bool marked = path.starts_with(kUtf8PathMark);
+    if (!marked && path.size() > GFile::kMaxPathLength)
+        return GError{GErrorKind::Limit, "the path is longer than 259 bytes"};
+    // The bytes as well: of a text that is no UTF-8 any number may be part of one unit. The mark is one more.
+    if (marked && (path.size() > GFile::kMaxPathBytes || Utf16Units(path) - 1 > GFile::kMaxPathLength))
+        return GError{GErrorKind::Limit, "the path is longer than 259 characters"};
+    return std::nullopt;
+}
+
+}  // namespace
 
 std::unique_ptr<GFileBase> GFile::NewInstance() const { return std::make_unique<GFile>(); }
 
@@ -15,16 +44,11 @@ int GFile::OpenWith(GOpener opener, const char* newPath)
 {
     // Copied before the old file is closed: the caller may be passing Path() back to open the same file again.
     GPath copy{};
-    refusal = GRefusal::None;
-    if (newPath == nullptr || *newPath == 0) {
-        refusal = GRefusal::NoPath;
-    } else if (const std::size_t length = std::strlen(newPath); length > kMaxPathLength) {
-        refusal = GRefusal::PathTooLong;
-    } else {
-        std::copy_n(newPath, length, copy.begin());
-    }
+    refused = WhyRefused(newPath ? newPath : "");
+    if (!refused)
+        std::copy_n(newPath, std::strlen(newPath), copy.begin());
     CloseFile();
-    if (refusal != GRefusal::None || !(file.*opener)(copy.data()))
+    if (refused || !(file.*opener)(copy.data()))
         return 0;
     path = copy;
     return 1;
@@ -52,16 +76,7 @@ int GFile::Close()
 
 GError GFile::OpenError() const
 {
-    static_assert(kMaxPathLength == 259);
-    switch (refusal) {
-    case GRefusal::NoPath:
-        return {GErrorKind::Io, "no path was given"};
-    case GRefusal::PathTooLong:
-        return {GErrorKind::Limit, "the path is longer than 259 bytes"};
-    case GRefusal::None:
-        break;
-    }
-    return {GErrorKind::Io, "the file cannot be opened", 0, file.LastError()};
+    return refused ? *refused : GError{GErrorKind::Io, "the file cannot be opened", 0, file.LastError()};
 }
 
 std::int64_t GFile::OsSeek(std::int64_t position)

@@ -5,17 +5,21 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "io/file_base.h"
 #include "platform/file.h"
+#include "platform/text.h"
 
 namespace vex {
 
 // Opened so that others may go on writing, renaming and deleting the file.
 class GFile : public GFileBase {
 public:
-    // Bytes, without the terminating zero.
+    // Bytes, without the terminating zero; UTF-16 units of a path behind kUtf8PathMark, which is how Windows counts.
     static constexpr std::size_t kMaxPathLength = 259;
+    // With the mark; a unit takes at most three bytes of UTF-8.
+    static constexpr std::size_t kMaxPathBytes = kUtf8PathMark.size() + 3 * kMaxPathLength;
 
     std::unique_ptr<GFileBase> NewInstance() const override;
     int Open(const char* newPath) override;
@@ -42,9 +46,7 @@ protected:
     virtual std::int64_t OsSize();                                   // bytes, or -1
 
 private:
-    enum class GRefusal : std::uint8_t { None, NoPath, PathTooLong };
-
-    using GPath = std::array<char, kMaxPathLength + 1>;
+    using GPath = std::array<char, kMaxPathBytes + 1>;
     using GOpener = bool (GOsFile::*)(const char*);
 
     int OpenWith(GOpener opener, const char* newPath);
@@ -53,7 +55,7 @@ private:
     GOsFile file;
     std::int64_t filePointer = 0;  // GOsFile has none of its own
     GPath path{};
-    GRefusal refusal = GRefusal::None;
+    std::optional<GError> refused;  // why the last path was not passed to the system
 };
 
 }  // namespace vex

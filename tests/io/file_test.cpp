@@ -35,18 +35,22 @@ TEST(File, TheFilePointerFollowsReadsAndSeeks)
 
 TEST(File, EveryOperationOnAClosedSourceIsHarmless)
 {
-    const std::unique_ptr<GFileBase> sources[] = {std::make_unique<GFile>(), std::make_unique<GCacheFile>(),
-                                                  GFile().NewInstance(), std::make_unique<GCacheFile>(0)};
+    const std::unique_ptr<GFileBase> sources[] = {std::make_unique<GFile>(), std::make_unique<GCacheFile>(0),
+                                                  GFile().NewInstance(), GCacheFile(0).NewInstance()};
+    EXPECT_NE(dynamic_cast<GCacheFile*>(sources[3].get()), nullptr);
     for (const auto& source : sources) {
         std::uint8_t byte = 0x55;
         EXPECT_EQ(source->Read(&byte, 1), 0u);
+        EXPECT_EQ(source->ReadBulk(&byte, 1), 0u);
         EXPECT_EQ(byte, 0x55);
         EXPECT_EQ(source->GetSize(), 0);
         EXPECT_EQ(source->Tell(), 0);
         EXPECT_LE(source->Seek(10), 0);
-        EXPECT_EQ(source->Close(), 1);
+        EXPECT_EQ(source->IsSeekable(), 1);
+        EXPECT_EQ(source->IsPending(10), 0);
         EXPECT_EQ(source->Open(nullptr), 0);
         EXPECT_EQ(source->Open(""), 0);
+        EXPECT_STREQ(source->OpenError().what, "no path was given");
         EXPECT_EQ(source->Close(), 1);
     }
 }
@@ -63,39 +67,49 @@ TEST(File, CreateEmptiesWhatIsThereAndOpenReadsIt)
     EXPECT_STREQ(file.Path(), "");
     EXPECT_EQ(file.Create((std::string(disk.Path()) + "/below-a-file").c_str()), 0);
     EXPECT_FALSE(file.IsOpen());
-}
-
-TEST(FilePath, TwoHundredAndFiftyNineBytesOpenAndOneMoreDoesNot)
-{
-    const GTempDirectory directory;
-    std::string path = directory.Path().string();
-    while (path.size() < 240)
-        std::filesystem::create_directory(path += "/deeper");
-    path += '/';
-    ASSERT_LT(path.size(), 259u);
-    path.resize(259, 'x');
-    for (const std::string& name : {path, path + "x"}) {
-        std::ofstream out(name, std::ios::binary);
-        out << "there";
-        ASSERT_TRUE(out.good());
-    }
-
-    GCacheFile file;
-    EXPECT_EQ(file.Open(path.c_str()), 1);
-    EXPECT_EQ(file.Path(), path);
-    EXPECT_EQ(file.Open((path + "x").c_str()), 0);
-    EXPECT_FALSE(file.IsOpen());
-    EXPECT_EQ(file.OpenError().osError, 0u) << "the system was not asked";
-    EXPECT_EQ(Describe(file.OpenError()), "the path is longer than 259 bytes");
-    EXPECT_EQ(file.Open(std::string(100'000, 'x').c_str()), 0);
-}
-
-TEST(FilePath, ADirectoryIsNotASource)
-{
-    const GTempDirectory directory;
-    GFile file;
-    EXPECT_EQ(file.Open(directory.Path().string().c_str()), 0);
     EXPECT_NE(Describe(file.OpenError()), file.OpenError().what) << "without the system's reason";
+}
+
+// `length` characters, all of `fill` beyond the directories, to a file that is there.
+std::string LongPath(const GTempDirectory& directory, std::size_t length, const std::string& fill)
+{
+    std::string path = directory.Path().string();
+    std::size_t characters = path.size();
+    while (characters < length) {
+        path += '/';
+        const std::size_t part = std::min<std::size_t>(length - ++characters, 60);
+        for (std::size_t i = 0; i < part; ++i)
+            path += fill;
+        characters += part;
+        if (characters < length)
+            std::filesystem::create_directory(path);
+    }
+    std::ofstream(path) << "there";
+    return path;
+}
+
+TEST(FilePath, TwoHundredAndFiftyNineCharactersOpenAndOneMoreDoesNot)
+{
+    const std::string mark(kUtf8PathMark);
+    const std::string han = "\xE6\x97\xA5";
+    const struct {
+        std::string before;
+        std::string fill;
+        const char* error;
+    } cases[] = {{"", "x", "the path is longer than 259 bytes"}, {mark, han, "the path is longer than 259 characters"}};
+    for (const auto& c : cases) {
+        const GTempDirectory directory;
+        const std::string longest = c.before + LongPath(directory, 259, c.fill);
+        GCacheFile file;
+        EXPECT_EQ(file.Open(longest.c_str()), 1);
+        EXPECT_EQ(file.Path(), longest);
+        EXPECT_EQ(file.Open((c.before + LongPath(directory, 260, c.fill)).c_str()), 0);
+        EXPECT_FALSE(file.IsOpen());
+        EXPECT_EQ(file.OpenError().osError, 0u) << "the system was not asked";
+        EXPECT_EQ(Describe(file.OpenError()), c.error);
+        // Bytes that are no UTF-8 are no characters, and still have to go somewhere.
+        EXPECT_EQ(file.Open((c.before + std::string(100'000, '\x80')).c_str()), 0);
+    }
 }
 
 }  // namespace
