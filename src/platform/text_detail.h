@@ -17,4 +17,10 @@ GUtf8Character DecodeUtf8(std::string_view text);
 // Utf8FromWide; `replaced` says whether a surrogate without its partner was met.
 std::string Utf8FromWideNoting(WStringView text, bool& replaced);
 
+// A narrow path behind its mark, if it has one: on Linux the name by which the system knows the file.
+inline const char* WithoutMark(const char* path)
+{
+    return std::string_view(path).starts_with(kUtf8PathMark) ? path + kUtf8PathMark.size() : path;
+}
+
 }  // namespace vex::detail

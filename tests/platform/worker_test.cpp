@@ -110,45 +110,23 @@ TEST(WorkerRequests, ARequestStaysVisibleUntilItsReplyAndAStrayReplyAnswersNothi
     EXPECT_FALSE(worker.RequestPending());
 }
 
-TEST(WorkerRequests, AWaitWithATimeOutHearsEveryRequest)
+TEST(WorkerDeath, AllCallersOfAWorkerThatReturnsOrThrowsWithoutAReplyAreReleased)
 {
-    GWorker worker([](GWorker& self) {
-        for (DWORD request = 0; request != kStop;) {
-            if (!self.WaitRequest(1))
-                continue;
-            EXPECT_TRUE(self.CheckRequest(&request));
-            self.Reply(request + 1);
-        }
-    });
-    ASSERT_TRUE(worker.Create());
-    for (DWORD i = 0; i < 500; ++i)
-        EXPECT_EQ(worker.CallWorker(i), i + 1);
-    worker.CallWorker(kStop);
-}
-
-TEST(WorkerDeath, AllCallersOfAWorkerThatReturnsWithoutAReplyAreReleased)
-{
-    GWorker worker([](GWorker& self) { self.GetRequest(); });
-    ASSERT_TRUE(worker.Create());
-    std::vector<std::thread> callers;
-    for (DWORD i = 0; i < 4; ++i)
-        callers.emplace_back([&worker, i] { EXPECT_EQ(worker.CallWorker(i), CAMThread::kNoWorker); });
-    for (std::thread& caller : callers)
-        caller.join();
-    EXPECT_TRUE(worker.ThreadExists()) << "until somebody closes it";
-    EXPECT_FALSE(worker.RequestPending());
-}
-
-TEST(WorkerDeath, AnExceptionEndsTheWorkerAndNotTheProcess)
-{
-    GWorker worker([](GWorker& self) {
-        self.GetRequest();
-        throw std::runtime_error("out of something");
-    });
-    ASSERT_TRUE(worker.Create());
-    EXPECT_EQ(worker.CallWorker(1), CAMThread::kNoWorker);
-    worker.Close();
-    EXPECT_FALSE(worker.ThreadExists());
+    for (const bool throws : {false, true}) {
+        GWorker worker([throws](GWorker& self) {
+            self.GetRequest();
+            if (throws)
+                throw std::runtime_error("out of something");
+        });
+        ASSERT_TRUE(worker.Create());
+        std::vector<std::thread> callers;
+        for (DWORD i = 0; i < 4; ++i)
+            callers.emplace_back([&worker, i] { EXPECT_EQ(worker.CallWorker(i), CAMThread::kNoWorker); });
+        for (std::thread& caller : callers)
+            caller.join();
+        EXPECT_TRUE(worker.ThreadExists()) << "until somebody closes it";
+        EXPECT_FALSE(worker.RequestPending());
+    }
 }
 
 TEST(WorkerDeath, ANewWorkerDoesNotSeeTheRequestItsPredecessorLeftUnanswered)
@@ -170,33 +148,25 @@ TEST(WorkerDeath, ANewWorkerDoesNotSeeTheRequestItsPredecessorLeftUnanswered)
     EXPECT_EQ(worker.CallWorker(kStop), 0u);
 }
 
-TEST(WorkerCallOrder, WithoutAWorkerNothingWaits)
-{
-    GWorker worker(Echo);
-    EXPECT_EQ(worker.CallWorker(1), CAMThread::kNoWorker);
-    worker.Close();
-    EXPECT_FALSE(worker.ThreadExists());
-    ASSERT_TRUE(worker.Create());
-    EXPECT_FALSE(worker.Create()) << "a second thread would share the first one's requests";
-    worker.CallWorker(kStop);
-    worker.Close();
-    worker.Close();
-    EXPECT_EQ(worker.CallWorker(1), CAMThread::kNoWorker);
-    ASSERT_TRUE(worker.Create());
-    EXPECT_EQ(worker.CallWorker(kStop), kStop + 1);
-}
-
-TEST(WorkerCallOrder, AWorkerThatCallsItselfIsToldSoInsteadOfWaitingForItself)
+TEST(WorkerCallOrder, WithoutAWorkerNothingWaitsNorDoesAWorkerForItself)
 {
     GWorker worker([](GWorker& self) {
         EXPECT_TRUE(self.IsWorker());
         EXPECT_EQ(self.CallWorker(1), CAMThread::kNoWorker);
         Echo(self);
     });
-    EXPECT_FALSE(worker.IsWorker());
+    EXPECT_EQ(worker.CallWorker(1), CAMThread::kNoWorker);
+    worker.Close();
+    EXPECT_FALSE(worker.ThreadExists());
     ASSERT_TRUE(worker.Create());
+    EXPECT_FALSE(worker.Create()) << "a second thread would share the first one's requests";
     EXPECT_FALSE(worker.IsWorker());
     worker.CallWorker(kStop);
+    worker.Close();
+    worker.Close();
+    EXPECT_EQ(worker.CallWorker(1), CAMThread::kNoWorker);
+    ASSERT_TRUE(worker.Create());
+    EXPECT_EQ(worker.CallWorker(kStop), kStop + 1);
 }
 
 TEST(WorkerClose, SeveralClosersAllReturnOnlyWhenTheThreadIsGone)
@@ -227,14 +197,6 @@ TEST(WorkerClose, ACallAndACloseAtTheSameTimeBothReturn)
         worker.Close();
         caller.join();
     }
-}
-
-TEST(ThreadName, ALongNameIsCutAndNotRefused)
-{
-    std::thread([] {
-        SetCurrentThreadName("a name of far more than fifteen characters");
-        SetCurrentThreadName("");
-    }).join();
 }
 
 }  // namespace

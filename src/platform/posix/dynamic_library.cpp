@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "platform/text.h"
+#include "platform/text_detail.h"
 
 namespace vex {
 
@@ -24,7 +24,7 @@ bool GDynamicLibrary::Open(WStringView path)
 {
     Close();
     lastError.clear();
-    handle = dlopen(Utf8FromWide(path).c_str(), RTLD_NOW | RTLD_LOCAL);
+    handle = dlopen(detail::WithoutMark(NarrowPathFromWide(path).c_str()), RTLD_NOW | RTLD_LOCAL);
     if (handle)
         return true;
     const char* reason = dlerror();

@@ -7,10 +7,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
-#include "platform/text.h"
+#include "platform/text_detail.h"
 
 namespace vex {
 
@@ -18,16 +17,11 @@ static_assert(sizeof(off_t) == 8, "build with _FILE_OFFSET_BITS=64");
 
 namespace {
 
-const char* WithoutMark(const char* path)
-{
-    return std::string_view(path).starts_with(kUtf8PathMark) ? path + kUtf8PathMark.size() : path;
-}
-
 int OpenRetrying(const char* path, int flags)
 {
     int descriptor = -1;
     do {
-        descriptor = ::open(WithoutMark(path), flags | O_CLOEXEC, 0666);
+        descriptor = ::open(detail::WithoutMark(path), flags | O_CLOEXEC, 0666);
     } while (descriptor < 0 && errno == EINTR);
     return descriptor;
 }

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include <fstream>
+#include <thread>
 
 #include "platform/file.h"
 #include "platform/text.h"
+#include "platform/threads.h"
 #include "support/temp_file.h"
 
 namespace vex::test {
@@ -30,9 +33,20 @@ TEST(TextPaths, ANameThatIsNoUtf8SurvivesItsWayThroughWideText)
         std::ofstream(path) << "x";
         const std::string back = NarrowPathFromWide(WideFromNarrowPath(path));
         EXPECT_EQ(back, path);
+        EXPECT_EQ(WideFromPathArgument(path), WideFromNarrowPath(path));
         GOsFile file;
         EXPECT_TRUE(file.OpenForReading(back.c_str())) << name;
     }
+}
+
+TEST(ThreadName, ALongNameIsCutAndNotRefused)
+{
+    std::thread([] {
+        SetCurrentThreadName("a name of far more than fifteen characters");
+        char name[16] = {};
+        EXPECT_EQ(::pthread_getname_np(::pthread_self(), name, sizeof(name)), 0);
+        EXPECT_STREQ(name, "a name of far m");
+    }).join();
 }
 
 }  // namespace
