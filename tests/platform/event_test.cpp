@@ -9,27 +9,9 @@
 namespace vex::test {
 namespace {
 
-TEST(EventLostWakeUps, TwoThreadsThatWakeEachOtherByTurnsNeverStall)
-{
-    constexpr int kRounds = 20'000;
-    CAMEvent ping;
-    CAMEvent pong;
-    std::thread other([&] {
-        for (int i = 0; i < kRounds; ++i) {
-            ping.Wait();
-            pong.Set();
-        }
-    });
-    for (int i = 0; i < kRounds; ++i) {
-        ping.Set();
-        EXPECT_TRUE(pong.Wait());
-    }
-    other.join();
-}
-
 TEST(EventLostWakeUps, ASetThatMeetsATimeOutIsNotSwallowed)
 {
-    constexpr int kSets = 300;
+    constexpr int kSets = 5'000;
     CAMEvent event;
     CAMEvent taken;
     std::thread setter([&] {
@@ -49,7 +31,7 @@ TEST(EventLostWakeUps, ASetThatMeetsATimeOutIsNotSwallowed)
     EXPECT_FALSE(event.Check());
 }
 
-TEST(EventReset, AnAutoResetEventPassesOneWaiterPerSet)
+TEST(EventReset, AnAutoResetEventPassesOneWaiterPerSetHoweverOftenItIsSet)
 {
     CAMEvent event;
     CAMEvent passed;
@@ -66,15 +48,11 @@ TEST(EventReset, AnAutoResetEventPassesOneWaiterPerSet)
     for (std::thread& waiter : waiters)
         waiter.join();
     EXPECT_FALSE(event.Check()) << "a Set that passed two waiters leaves a later one unused";
-}
 
-TEST(EventReset, SetsWithoutAWaiterDoNotAddUp)
-{
-    CAMEvent event;
     event.Set();
     event.Set();
     EXPECT_TRUE(event.Wait(0));
-    EXPECT_FALSE(event.Wait(0));
+    EXPECT_FALSE(event.Wait(0)) << "sets without a waiter do not add up";
     event.Set();
     event.Reset();
     EXPECT_FALSE(event.Check());
@@ -90,7 +68,6 @@ TEST(EventReset, AManualResetEventPassesEverybodyUntilReset)
     for (std::thread& waiter : waiters)
         waiter.join();
     EXPECT_TRUE(event.Check());
-    EXPECT_TRUE(event.Check());
     event.Reset();
     EXPECT_FALSE(event.Wait(1));
 }
@@ -101,9 +78,8 @@ TEST(EventLifetime, TheWaiterMayDestroyTheEventAtOnce)
         auto event = std::make_unique<CAMEvent>();
         std::thread setter([raw = event.get()] { raw->Set(); });
         event->Wait();
-        // Only join may follow the Set: under a sanitizer a late touch of the event shows here.
+        event.reset();  // under a sanitizer a late touch by Set shows
         setter.join();
-        event.reset();
     }
 }
 
@@ -120,10 +96,9 @@ TEST(CriticalSection, TheOwnerEntersAgainAndOthersStayOutUntilTheLastLeave)
             counter = seen + 1;
         }
     };
-    std::thread first(add);
-    std::thread second(add);
-    first.join();
-    second.join();
+    std::thread other(add);
+    add();
+    other.join();
     EXPECT_EQ(counter, 10'000);
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <thread>
 #include <vector>
@@ -22,7 +21,7 @@ std::vector<std::uint8_t> Counting(std::size_t count)
     return bytes;
 }
 
-TEST(FileChanges, AGrowingFileIsReadToItsNewEndWithoutReopening)
+TEST(FileChanges, AFileThatGrowsOrShrinksIsReadToItsNewEndWithoutReopening)
 {
     const auto bytes = Counting(5'000);
     const GTempFile temp(std::span<const std::uint8_t>(bytes).first(1'000));
@@ -36,19 +35,10 @@ TEST(FileChanges, AGrowingFileIsReadToItsNewEndWithoutReopening)
     EXPECT_EQ(file.Size(), 5'000);
     EXPECT_EQ(file.ReadAt(0, got.data(), 5'000), 5'000);
     EXPECT_EQ(got, bytes);
-}
-
-TEST(FileChanges, AFileThatShrinksGivesFewerBytesAndNoError)
-{
-    const auto bytes = Counting(3'000);
-    const GTempFile temp(bytes);
-    GOsFile file;
-    ASSERT_TRUE(file.OpenForReading(temp.Path()));
     temp.Resize(100);
-    std::vector<std::uint8_t> got(3'000);
     EXPECT_EQ(file.Size(), 100);
     EXPECT_EQ(file.ReadAt(0, got.data(), 3'000), 100);
-    EXPECT_EQ(file.ReadAt(2'000, got.data(), 100), 0);
+    EXPECT_EQ(file.ReadAt(2'000, got.data(), 100), 0) << "no error";
 }
 
 TEST(FileChanges, ItMayBeRenamedAndDeletedWhileItIsRead)
@@ -107,52 +97,36 @@ TEST(FileOffsets, WritingGoesToItsPositionAndTruncatesWhatWasThere)
 
 TEST(FileErrors, WhatCannotBeOpenedLeavesItClosedWithTheReason)
 {
+    const GTempFile temp(Counting(10));
     const GTempDirectory directory;
+    const std::string missing = (directory.Path() / "missing").string();
     GOsFile file;
-    EXPECT_FALSE(file.OpenForReading(directory.Path().string().c_str())) << "a directory";
-    EXPECT_FALSE(file.IsOpen());
-    EXPECT_NE(file.LastError(), 0u);
-    EXPECT_FALSE(file.OpenForReading((directory.Path() / "missing").string().c_str()));
+    ASSERT_TRUE(file.OpenForReading(temp.Path()));
+    EXPECT_FALSE(file.OpenForReading(missing.c_str()));
     EXPECT_EQ(file.LastError(), 2u) << "the number for a missing file is the same everywhere";
     EXPECT_FALSE(DescribeOsError(file.LastError()).empty());
-    EXPECT_FALSE(file.OpenForReading(""));
+    for (const std::string& path : {directory.Path().string(), std::string(), std::string(kUtf8PathMark),
+                                    std::string(5'000, 'x'), missing + "/file"}) {
+        EXPECT_FALSE(file.OpenForReading(path.c_str())) << path;
+        EXPECT_NE(file.LastError(), 0u) << path;
+    }
     EXPECT_FALSE(file.OpenForReading(nullptr));
-    EXPECT_FALSE(file.OpenForReading(std::string(kUtf8PathMark).c_str()));
-    EXPECT_FALSE(file.OpenForReading(std::string(5'000, 'x').c_str()));
-    EXPECT_FALSE(file.CreateForWriting((directory.Path() / "missing" / "file").string().c_str()));
+    EXPECT_FALSE(file.CreateForWriting((missing + "/file").c_str()));
     EXPECT_FALSE(file.CreateForWriting(nullptr));
+    EXPECT_FALSE(file.IsOpen());
     char byte = 0;
     EXPECT_EQ(file.ReadAt(0, &byte, 1), -1);
     EXPECT_EQ(file.WriteAt(0, &byte, 1), -1);
     EXPECT_EQ(file.Size(), -1);
-}
-
-TEST(FileErrors, AFailedOpenClosesTheFileBeforeAndASuccessClearsTheReason)
-{
-    const GTempFile temp(Counting(10));
-    GOsFile file;
-    ASSERT_TRUE(file.OpenForReading(temp.Path()));
-    EXPECT_FALSE(file.OpenForReading((std::string(temp.Path()) + ".missing").c_str()));
-    EXPECT_FALSE(file.IsOpen());
     ASSERT_TRUE(file.OpenForReading(temp.Path()));
     EXPECT_EQ(file.LastError(), 0u);
-    char byte = 0;
     EXPECT_EQ(file.ReadAt(-1, &byte, 1), -1);
     EXPECT_EQ(file.ReadAt(0, nullptr, 0), 0);
-}
 
-TEST(FileOwnership, AMovedFileIsOpenInOnePlace)
-{
-    const GTempFile first(Counting(10));
-    const GTempFile second(Counting(20));
-    GOsFile a;
-    GOsFile b;
-    ASSERT_TRUE(a.OpenForReading(first.Path()));
-    ASSERT_TRUE(b.OpenForReading(second.Path()));
-    GOsFile c(std::move(a));
-    EXPECT_EQ(c.Size(), 10);
-    c = std::move(b);
-    EXPECT_EQ(c.Size(), 20);
+    GOsFile moved(std::move(file));
+    EXPECT_EQ(moved.Size(), 10);
+    moved = GOsFile();
+    EXPECT_FALSE(moved.IsOpen());
 }
 
 TEST(FileThreads, ReadersAtDifferentPositionsDoNotMoveEachOther)
@@ -161,21 +135,16 @@ TEST(FileThreads, ReadersAtDifferentPositionsDoNotMoveEachOther)
     const GTempFile temp(bytes);
     GOsFile file;
     ASSERT_TRUE(file.OpenForReading(temp.Path()));
-    std::vector<std::thread> readers;
-    std::atomic<int> wrong{0};
-    for (std::size_t reader = 0; reader < 4; ++reader)
-        readers.emplace_back([&, reader] {
-            std::vector<std::uint8_t> got(1'000);
-            for (std::size_t i = 0; i < 200; ++i) {
-                const std::size_t position = (reader * 16'000 + i * 61) % 64'000;
-                if (file.ReadAt(static_cast<std::int64_t>(position), got.data(), 1'000) != 1'000 ||
-                    !std::equal(got.begin(), got.end(), bytes.begin() + static_cast<std::ptrdiff_t>(position)))
-                    ++wrong;
-            }
-        });
-    for (std::thread& reader : readers)
-        reader.join();
-    EXPECT_EQ(wrong, 0);
+    const auto read = [&](std::size_t first) {
+        std::vector<std::uint8_t> got(1'000);
+        for (std::size_t position = first; position < first + 12'000; position += 61) {
+            ASSERT_EQ(file.ReadAt(static_cast<std::int64_t>(position), got.data(), 1'000), 1'000);
+            ASSERT_TRUE(std::equal(got.begin(), got.end(), &bytes[position]));
+        }
+    };
+    std::thread other(read, 40'000);
+    read(0);
+    other.join();
 }
 
 TEST(FileTemporary, TheTemporaryDirectoryTakesAFile)

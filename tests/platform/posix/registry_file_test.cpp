@@ -8,7 +8,6 @@
 #include <iterator>
 #include <thread>
 
-#include "platform/com.h"
 #include "platform/private_registry.h"
 #include "platform/registry.h"
 #include "support/temp_file.h"
@@ -18,11 +17,7 @@ namespace {
 
 constexpr std::uint32_t kErrorBadDb = 1009;
 
-WString Numbered(const char16_t* prefix, int number)
-{
-    const std::string digits = std::to_string(number);
-    return WString(prefix) + WString(digits.begin(), digits.end());
-}
+WString NumberedKey(int number) { return u"CLSID\\p" + WString(1, static_cast<WCHAR>(0x4E00 + number)); }
 
 std::string FileText()
 {
@@ -48,7 +43,7 @@ TEST_F(RegistryFile, ProcessesThatWriteAtTheSameTimeLoseNothing)
         }
         bool good = true;
         for (int i = 0; i < kKeys; ++i)
-            good = good && GClassesRoot::SetString(Numbered(u"CLSID\\p", process * kKeys + i), {}, u"x") == S_OK;
+            good = good && GClassesRoot::SetString(NumberedKey(process * kKeys + i), {}, u"x") == S_OK;
         ::_exit(good ? 0 : 1);
     }
     for (const pid_t child : children) {
@@ -117,25 +112,6 @@ TEST(RegistryDirectory, OneThatIsMissingIsMadeWithItsParents)
         ::setenv("XDG_DATA_HOME", before.c_str(), 1);
     else
         ::unsetenv("XDG_DATA_HOME");
-}
-
-TEST_F(RegistryFile, TheMapperKeepsOneEntryPerFilter)
-{
-    const CLSID clsid{0xABCDEF01, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
-    const WString key = u"FilterMapper\\{ABCDEF01-0002-0003-0405-060708090A0B}";
-    const GPinRegistration two[] = {{u"Input", true, false, false, true}, {u"Output", false, true, true, false}};
-    GFilterMapper mapper;
-    EXPECT_EQ(mapper.Status(), S_OK);
-    EXPECT_EQ(mapper.Unregister(clsid), S_OK) << "never registered";
-    EXPECT_EQ(mapper.Register({clsid, u"first", 0x800000, two}), S_OK);
-    EXPECT_EQ(GClassesRoot::GetString(key, u"pins"), u"Input\trendered many\nOutput\toutput zero");
-    EXPECT_EQ(mapper.Register({clsid, u"second", 0x200000, std::span(two).last(1)}), S_OK);
-    EXPECT_EQ(GClassesRoot::SubKeys(u"FilterMapper").size(), 1u);
-    EXPECT_EQ(GClassesRoot::GetString(key, u"name"), u"second");
-    EXPECT_EQ(GClassesRoot::GetString(key, u"merit"), u"00200000");
-    EXPECT_EQ(GClassesRoot::GetString(key, u"pins"), u"Output\toutput zero");
-    EXPECT_EQ(mapper.Unregister(clsid), S_OK);
-    EXPECT_TRUE(GClassesRoot::SubKeys(u"FilterMapper").empty());
 }
 
 }  // namespace
