@@ -144,6 +144,11 @@ void TryWideNames(const GPathCases& cases, const std::wstring& directory, const 
     Copy(file, directory + L"\\\u0416\u03a9\\plain.avi");
     cases.MustOpen(directory + L"\\\u0416\u03a9\\plain.avi", "a directory that the code page lacks");
     cases.MustFail(directory + L"\\\u0102.avi", "a wide name that is not there, beside its best fit");
+    // Far below the system's 260 characters, and beyond as many bytes in UTF-8.
+    const std::wstring many = directory + L"\\" + std::wstring(60, L'\u65e5');
+    MakeDirectory(many);
+    Copy(file, many + L"\\" + std::wstring(60, L'\u672c'));
+    cases.MustOpen(many + L"\\" + std::wstring(60, L'\u672c'), "a path of many letters that the code page lacks");
 }
 
 // A path beyond 260 characters, beside files at the places where a buffer of that size would cut it.
