@@ -1,7 +1,5 @@
 // Writes one small file of every kind for the Matroska fuzz target into the folder named as the argument.
 
-#include <zlib.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -23,25 +21,6 @@ bool WriteSeed(const std::string& folder, const std::string& name, GEbmlBytes by
     return static_cast<bool>(out.flush());
 }
 
-GEbmlBytes Compressed(const GEbmlBytes& plain)
-{
-    uLongf size = compressBound(static_cast<uLong>(plain.size()));
-    GEbmlBytes out(size);
-    compress(out.data(), &size, plain.data(), static_cast<uLong>(plain.size()));
-    out.resize(size);
-    return out;
-}
-
-GEbmlBytes Encoding(std::uint64_t algorithm, const GEbmlBytes& settings)
-{
-    return Element(
-        kContentEncodings,
-        {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0), UIntElement(kContentEncodingScope, 1),
-                                    UIntElement(kContentEncodingType, 0),
-                                    Element(kContentCompression, {UIntElement(kContentCompAlgo, algorithm),
-                                                                  Element(kContentCompSettings, settings)})})});
-}
-
 GEbmlBytes Video()
 {
     return Element(kVideo,
@@ -56,23 +35,13 @@ GEbmlBytes Audio()
 
 GEbmlBytes Private(const GEbmlBytes& data) { return Element(kCodecPrivate, data); }
 
-GEbmlBytes Group(std::uint64_t track, int timecode, std::uint8_t flags, const GEbmlBytes& data,
-                 const GEbmlBytes& others)
-{
-    return Element(kBlockGroup, {Element(kBlock, BlockData(track, timecode, flags, data)), others});
-}
-
-constexpr std::uint8_t kXiph = 0x02;
-constexpr std::uint8_t kFixed = 0x04;
-constexpr std::uint8_t kEbmlLacing = 0x06;
-
 GEbmlBytes LacedCluster(std::uint64_t time)
 {
-    return Cluster(time,
-                   {SimpleBlock(1, 0, kKeyFlag, {1, 2, 3}), SimpleBlock(2, 0, kXiph, {2, 1, 2, 1, 2, 2, 3, 3}),
-                    SimpleBlock(2, 30, kFixed, {1, 1, 2}), SimpleBlock(2, 60, kEbmlLacing, {2, 0x81, 0xC0, 1, 2, 2, 3}),
-                    Group(3, 10, 0, {'h', 'i'}, UIntElement(kBlockDuration, 900)),
-                    Group(1, 40, 0, {4, 5}, UIntElement(kReferenceBlock, 0xD8))});
+    return Cluster(
+        time, {SimpleBlock(1, 0, kKeyFlag, {1, 2, 3}), SimpleBlock(2, 0, kXiphLace, {2, 1, 2, 1, 2, 2, 3, 3}),
+               SimpleBlock(2, 30, kFixedLace, {1, 1, 2}), SimpleBlock(2, 60, kEbmlLace, {2, 0x81, 0xC0, 1, 2, 2, 3}),
+               BlockGroup(3, 10, {'h', 'i'}, UIntElement(kBlockDuration, 900)),
+               BlockGroup(1, 40, {4, 5}, UIntElement(kReferenceBlock, 0xD8))});
 }
 
 GMkvBuilder Usual()
@@ -117,10 +86,10 @@ GEbmlBytes Encoded()
 {
     return GMkvBuilder()
         .AddInfo()
-        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Video(), Encoding(0, {})})),
-                    TrackEntry(2, 2, "A_AC3", Join({Audio(), Encoding(3, {0x0B, 0x77})}))})
-        .Add(Cluster(0, {SimpleBlock(1, 0, kKeyFlag, Compressed(GEbmlBytes(500, 1))),
-                         SimpleBlock(2, 0, kFixed, {1, 1, 2}), SimpleBlock(1, 40, 0, Compressed({1, 2, 3}))}))
+        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Video(), ContentEncodings(0)})),
+                    TrackEntry(2, 2, "A_AC3", Join({Audio(), ContentEncodings(3, {0x0B, 0x77})}))})
+        .Add(Cluster(0, {SimpleBlock(1, 0, kKeyFlag, ZlibCompressed(GEbmlBytes(500, 1))),
+                         SimpleBlock(2, 0, kFixedLace, {1, 1, 2}), SimpleBlock(1, 40, 0, ZlibCompressed({1, 2, 3}))}))
         .Build();
 }
 

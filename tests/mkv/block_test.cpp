@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "formats/mkv/mkv_block.h"
-#include "io/limits.h"
 #include "mkv/mkv_reading.h"
 
 namespace vex::test {
@@ -37,17 +36,14 @@ TEST(MkvLace, EachSchemeSplitsTheFramesAsItsSizesSay)
     EXPECT_THAT(Split(kFixedLace, {3}, 400).sizes, ElementsAre(100, 100, 100, 100));
     EXPECT_THAT(Split(kFixedLace, {255}, 512).sizes, testing::AllOf(testing::SizeIs(256), testing::Each(2)));
     EXPECT_THAT(Split(kFixedLace, {2}, 11).sizes, ElementsAre(3, 3, 3)) << "what does not divide is left over";
+    EXPECT_THAT(Split(kFixedLace, {9}, 3).sizes, testing::Each(0));
     EXPECT_THAT(Split(kEbmlLace, {2, 0x81, 0xC0}, 10).sizes, ElementsAre(1, 2, 7));
     EXPECT_THAT(Split(kEbmlLace, {3, 0x41, 0x2C, 0x5F, 0x37, 0x80}, 500).sizes, ElementsAre(300, 100, 37, 63));
     EXPECT_EQ(Split(kEbmlLace, {2, 0x81, 0xC0}, 10).before, 3u);
     EXPECT_THAT(Split(kEbmlLace, {1, 0xFF}, 130).sizes, ElementsAre(127, 3)) << "no size is unknown here";
-}
-
-TEST(MkvLace, ACountOfNoneIsOneFrameWithoutASize)
-{
     for (const std::uint8_t scheme : {kXiphLace, kFixedLace, kEbmlLace}) {
-        EXPECT_THAT(Split(scheme, {0}, 9).sizes, ElementsAre(9)) << int{scheme};
-        EXPECT_THAT(Split(scheme, {0}, 0).sizes, ElementsAre(0)) << int{scheme};
+        EXPECT_THAT(Split(scheme, {0}, 9).sizes, ElementsAre(9)) << "a count of none is one frame without a size";
+        EXPECT_THAT(Split(scheme, {0}, 0).sizes, ElementsAre(0));
     }
 }
 
@@ -58,12 +54,13 @@ TEST(MkvLace, TheLastFrameMayBeEmptyButNeverLess)
     EXPECT_FALSE(Split(kXiphLace, {1, 10}, 9).before);
     EXPECT_FALSE(Split(kEbmlLace, {2, 0x85, 0xC0}, 10).before);
     EXPECT_FALSE(Split(kEbmlLace, {2, 0x85, 0x80}, 500).before) << "a size of 5 - 63";
-    EXPECT_THAT(Split(kFixedLace, {9}, 3).sizes, testing::Each(0));
 }
 
 TEST(MkvLace, ALaceThatEndsBeforeItsSizesOrClaimsMoreThanThereCanBeIsRefused)
 {
-    const std::uint8_t ones = 0xFF;
+    const GEbmlBytes ones(7, 0xFF);
+    const GEbmlBytes largest = Join({{0x01}, ones});
+    const GEbmlBytes smallest = Join({{0x01}, GEbmlBytes(7)});
     const std::vector<std::pair<std::uint8_t, GEbmlBytes>> laces = {
         {kXiphLace, {}},
         {kFixedLace, {}},
@@ -74,10 +71,10 @@ TEST(MkvLace, ALaceThatEndsBeforeItsSizesOrClaimsMoreThanThereCanBeIsRefused)
         {kEbmlLace, {1}},
         {kEbmlLace, {1, 0x00}},
         {kEbmlLace, {1, 0x40}},
-        {kEbmlLace, {1, 0x01, ones, ones, ones, ones, ones, ones, 0xFE}},
-        {kEbmlLace, {2, 0x81, 0x01, ones, ones, ones, ones, ones, ones, ones}},
-        {kEbmlLace, {2, 0x81, 0x01, 0, 0, 0, 0, 0, 0, 0}},
-        {kEbmlLace, {3, 0x81, 0x01, ones, ones, ones, ones, ones, ones, ones, 0x01, 0, 0, 0, 0, 0, 0, 0}},
+        {kEbmlLace, Join({{1}, largest})},
+        {kEbmlLace, Join({{2, 0x81}, largest})},
+        {kEbmlLace, Join({{2, 0x81}, smallest})},
+        {kEbmlLace, Join({{3, 0x81}, largest, smallest})},
     };
     for (const auto& [flags, lace] : laces) {
         const GSplit split = Split(flags, lace, 0);
@@ -93,17 +90,14 @@ TEST(MkvLace, OfACutLaceTheWholeFramesRemain)
     EXPECT_THAT(Split(kFixedLace, {3}, 400, 201).sizes, ElementsAre(100));
     EXPECT_THAT(Split(kEbmlLace, {2, 0x8A, 0xBF}, 100, 95).sizes, IsEmpty());
     EXPECT_FALSE(Split(kXiphLace, {2, 10, 10}, 0, 1).before) << "the lace itself is cut";
-}
 
-TEST(MkvLace, AHugeClaimOnACutBlockMakesNoWholeFrame)
-{
+    // A huge claim makes no whole frame: 2^32 + 2 would be 2 in 32 bits.
+    const GEbmlBytes ebmlLace = {1, 0x01, 0, 0, 1, 0, 0, 0, 2, 7, 7, 7};
     std::vector<std::uint32_t> sizes;
-    const GEbmlBytes fixedLace = {1, 7, 7, 7};
-    EXPECT_TRUE(SplitMkvLace(fixedLace, std::uint64_t{1} << 55, kFixedLace, sizes));
-    EXPECT_THAT(sizes, IsEmpty());
-    const GEbmlBytes ebmlLace = {1, 0x01, 0, 0, 1, 0, 0, 0, 2, 7, 7, 7};  // 2^32 + 2 would be 2 in 32 bits
-    EXPECT_TRUE(SplitMkvLace(ebmlLace, std::uint64_t{1} << 55, kEbmlLace, sizes));
-    EXPECT_THAT(sizes, IsEmpty());
+    for (const auto& [flags, lace] : {std::pair(kFixedLace, GEbmlBytes{1, 7, 7, 7}), std::pair(kEbmlLace, ebmlLace)}) {
+        EXPECT_TRUE(SplitMkvLace(lace, std::uint64_t{1} << 55, flags, sizes));
+        EXPECT_THAT(sizes, IsEmpty());
+    }
 }
 
 // One element in a Cluster, read as a Block.
@@ -111,10 +105,9 @@ class MkvBlock : public testing::Test {
 protected:
     GMkvBlockRead Read(const GEbmlBytes& element, const GEbmlBytes& behind = {})
     {
-        bytes = Element(kCluster, {element, behind});
-        return ReadBytes();
+        return ReadFirst(Element(kCluster, {element, behind}));
     }
-    GMkvBlockRead ReadBytes()
+    GMkvBlockRead ReadFirst(const GEbmlBytes& bytes)
     {
         reader.emplace(OpenInMemory(bytes));
         root.emplace(*reader);
@@ -122,12 +115,13 @@ protected:
         child = cluster->FirstChild();
         return child ? ReadMkvBlock(*child, block, payload) : GMkvBlockRead::NoBlock;
     }
+    bool ReadFrames() { return ReadMkvFrames(*reader, payload, block, data); }
 
-    GEbmlBytes bytes;
     std::optional<GMkvReader> reader;
     std::optional<GMkvElement> root, cluster, child;
     GMkvBlock block;
     GMkvPayload payload;
+    GBuffer data;
 };
 
 TEST_F(MkvBlock, TheHeaderIsReadAndTheKeyFlagOfASimpleBlockStandsForItsReference)
@@ -139,7 +133,7 @@ TEST_F(MkvBlock, TheHeaderIsReadAndTheKeyFlagOfASimpleBlockStandsForItsReference
     EXPECT_FALSE(block.reference.valid);
     EXPECT_EQ(payload.available, 3u);
     EXPECT_EQ(payload.claimed, 3u);
-    EXPECT_EQ(payload.position, static_cast<std::int64_t>(bytes.size()) - 3);
+    EXPECT_EQ(payload.position, reader->FileSize() - 3);
     ASSERT_EQ(Read(SimpleBlock(1, 0x7FFF, 0, {})), GMkvBlockRead::Done);
     EXPECT_EQ(block.timecode, 0x7FFF);
     EXPECT_TRUE(block.reference.valid);
@@ -161,11 +155,11 @@ TEST_F(MkvBlock, AGroupIsReadWholeWhateverItsOrder)
         EXPECT_EQ(block.reference.value, -2);
         EXPECT_EQ(payload.available, 1u);
     }
-    ASSERT_EQ(Read(Element(kBlockGroup, inner)), GMkvBlockRead::Done);
+    const GEbmlBytes second = Element(kBlock, BlockData(8, 6, 0, {1, 2}));
+    ASSERT_EQ(Read(Element(kBlockGroup, {inner, second})), GMkvBlockRead::Done);
+    EXPECT_EQ(block.track, 7u) << "the first Block of a group is the one";
     EXPECT_FALSE(block.reference.valid) << "nothing is left from the Block before";
     EXPECT_FALSE(block.duration.valid);
-    ASSERT_EQ(Read(Element(kBlockGroup, {inner, Element(kBlock, BlockData(8, 6, 0, {1, 2}))})), GMkvBlockRead::Done);
-    EXPECT_EQ(block.track, 7u) << "the first Block of a group is the one";
     EXPECT_EQ(Read(Element(kBlockGroup, facts)), GMkvBlockRead::NoBlock);
     EXPECT_EQ(Read(Element(kBlockGroup, GEbmlBytes{})), GMkvBlockRead::NoBlock);
 }
@@ -177,36 +171,35 @@ TEST_F(MkvBlock, ABlockThatDoesNotFitWhereItStandsIsLostAlone)
     EXPECT_EQ(Read(Element(kSimpleBlock, GEbmlBytes{}), VoidElement(50)), GMkvBlockRead::NoBlock);
     EXPECT_EQ(Read(Element(kSimpleBlock, GEbmlBytes(20)), VoidElement(50)), GMkvBlockRead::Unreadable)
         << "a track number of no length";
-    bytes = Join({Element(kCluster, LyingElement(kSimpleBlock, 500, {0x81, 0, 0, 0, 1})), VoidElement(600)});
-    EXPECT_EQ(ReadBytes(), GMkvBlockRead::NoBlock) << "it would take what follows its Cluster";
+    const GEbmlBytes taking = LyingElement(kSimpleBlock, 500, {0x81, 0, 0, 0, 1});
+    EXPECT_EQ(ReadFirst(Join({Element(kCluster, taking), VoidElement(600)})), GMkvBlockRead::NoBlock)
+        << "it would take what follows its Cluster";
     EXPECT_EQ(reader->Damage().Report().count, 1u);
 }
 
 TEST_F(MkvBlock, ABlockCutByTheEndOfTheFileKeepsWhatIsThere)
 {
-    bytes =
-        LyingElement(kCluster, 1000, LyingElement(kSimpleBlock, (std::uint64_t{1} << 56) - 2, {0x81, 0, 0, 0, 1, 2}));
-    ASSERT_EQ(ReadBytes(), GMkvBlockRead::Done);
+    constexpr std::uint64_t kClaimed = (std::uint64_t{1} << 56) - 2;
+    const GEbmlBytes cut = LyingElement(kSimpleBlock, kClaimed, {0x81, 0, 0, 0, 1, 2});
+    ASSERT_EQ(ReadFirst(LyingElement(kCluster, 1000, cut)), GMkvBlockRead::Done);
     EXPECT_EQ(payload.available, 2u);
-    EXPECT_EQ(payload.claimed, (std::uint64_t{1} << 56) - 6);
+    EXPECT_EQ(payload.claimed, kClaimed - 4);
     EXPECT_EQ(reader->Damage().Report().count, 1u);
-    GBuffer data;
-    ASSERT_TRUE(ReadMkvFrames(*reader, payload, block, data));
+    ASSERT_TRUE(ReadFrames());
     EXPECT_THAT(data.Span(), ElementsAre(1, 2));
 }
 
 TEST_F(MkvBlock, FramesEndUpOneBehindTheOther)
 {
-    GBuffer data;
     ASSERT_EQ(Read(SimpleBlock(1, 0, kXiphLace, {2, 1, 2, 10, 20, 21, 30, 31, 32})), GMkvBlockRead::Done);
-    ASSERT_TRUE(ReadMkvFrames(*reader, payload, block, data));
+    ASSERT_TRUE(ReadFrames());
     EXPECT_THAT(block.frameSizes, ElementsAre(1, 2, 3));
     EXPECT_THAT(data.Span(), ElementsAre(10, 20, 21, 30, 31, 32));
     ASSERT_EQ(Read(SimpleBlock(1, 0, kFixedLace, {1, 10, 20, 99})), GMkvBlockRead::Done);
-    ASSERT_TRUE(ReadMkvFrames(*reader, payload, block, data));
+    ASSERT_TRUE(ReadFrames());
     EXPECT_THAT(data.Span(), ElementsAre(10, 20)) << "what does not divide belongs to no frame";
     ASSERT_EQ(Read(SimpleBlock(1, 0, kXiphLace, {1, 200, 10})), GMkvBlockRead::Done);
-    EXPECT_FALSE(ReadMkvFrames(*reader, payload, block, data));
+    EXPECT_FALSE(ReadFrames());
     EXPECT_TRUE(data.Empty());
 }
 

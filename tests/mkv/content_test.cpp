@@ -1,25 +1,14 @@
 // Undoing what was put on a track's data.
+#include "formats/mkv/mkv_content.h"
+
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <iterator>
-#include <stdexcept>
-#include <string_view>
 
-#include "formats/mkv/mkv_content.h"
+#include "support/ebml_builder.h"
 
 namespace vex::test {
 namespace {
-
-GMkvBytes Compressed(const GMkvBytes& plain, int level = 9)
-{
-    uLongf size = compressBound(static_cast<uLong>(plain.size()));
-    GMkvBytes out(size);
-    if (compress2(out.data(), &size, plain.data(), static_cast<uLong>(plain.size()), level) != Z_OK)
-        throw std::runtime_error("zlib refused to compress");
-    out.resize(size);
-    return out;
-}
 
 GMkvBytes Pattern(std::size_t size)
 {
@@ -32,105 +21,90 @@ GMkvBytes Pattern(std::size_t size)
     return bytes;
 }
 
-GMkvContentEncoding Zlib(std::uint64_t scope = GMkvContentEncoding::kFrames)
+GMkvContentEncoding Encoding(std::uint64_t type, std::uint64_t algorithm, const GMkvBytes& settings = {})
 {
     GMkvContentEncoding encoding;
-    encoding.contentEncodingScope.value = scope;
+    encoding.contentEncodingType.value = type;
+    encoding.contentCompAlgo.value = algorithm;
+    encoding.contentCompSettings = settings;
     return encoding;
 }
 
-GMkvContentEncoding Stripped(const GMkvBytes& header)
-{
-    GMkvContentEncoding encoding;
-    encoding.contentCompAlgo.value = GMkvContentEncoding::kHeaderStripping;
-    encoding.contentCompSettings = header;
-    return encoding;
-}
+const GMkvContentEncoding kZlib = Encoding(0, GMkvContentEncoding::kZlib);
+const GMkvContentEncoding kStripped = Encoding(0, GMkvContentEncoding::kHeaderStripping, {1, 2, 3});
 
 class MkvContent : public testing::Test {
 protected:
-    bool Decode(const GMkvBytes& stored, std::uint64_t scope = GMkvContentEncoding::kFrames)
+    // The bytes afterwards; `done` says whether all went well.
+    GMkvBytes Decoded(const GMkvBytes& stored, std::uint64_t scope = GMkvContentEncoding::kFrames)
     {
         data.Assign(stored);
-        const bool done = decoder.Decode(track, scope, data);
-        result.assign(data.Span().begin(), data.Span().end());
-        return done;
+        done = decoder.Decode(track, scope, data);
+        return {data.Span().begin(), data.Span().end()};
     }
 
     GMkvTrack track;  // its encodings stand in the order they are taken off
     GMkvContentDecoder decoder;
     GBuffer data;
-    GMkvBytes result;
+    bool done = false;
 };
 
 TEST_F(MkvContent, FramesOfAnySizeInflateOneAfterTheOther)
 {
-    track.contentEncodings = {Zlib()};
+    track.contentEncodings = {kZlib};
     for (const std::size_t size : {1u, 999u, 1000u, 1001u, 300'000u, 0u, 17u}) {
         const GMkvBytes plain = Pattern(size);
-        EXPECT_TRUE(Decode(Compressed(plain)));
-        EXPECT_EQ(result, plain) << size;
+        EXPECT_EQ(Decoded(ZlibCompressed(plain)), plain) << size;
+        EXPECT_TRUE(done);
     }
     const GMkvBytes flat(5'000'000, 0x55);
-    EXPECT_TRUE(Decode(Compressed(flat)));
-    EXPECT_EQ(result, flat);
+    EXPECT_EQ(Decoded(ZlibCompressed(flat)), flat);
     EXPECT_LT(data.Capacity(), 3 * flat.size());
 }
 
 TEST_F(MkvContent, DamagedOrEndlessDataStayAsTheyAre)
 {
-    track.contentEncodings = {Zlib()};
-    const GMkvBytes good = Compressed(Pattern(5000));
+    track.contentEncodings = {kZlib};
+    const GMkvBytes good = ZlibCompressed(Pattern(5000));
     const GMkvBytes cut(good.begin(), std::prev(good.end()));
     GMkvBytes wrong = good;
     wrong[wrong.size() / 2] ^= 0xFF;
-    const GMkvBytes bomb = Compressed(GMkvBytes(kMaxInflatedSize + 1));
+    const GMkvBytes bomb = ZlibCompressed(GMkvBytes(kMaxInflatedSize + 1));
     for (const GMkvBytes& bad : {cut, wrong, bomb, GMkvBytes{}, GMkvBytes{0}}) {
-        EXPECT_FALSE(Decode(bad));
-        EXPECT_EQ(result, bad);
+        EXPECT_EQ(Decoded(bad), bad);
+        EXPECT_FALSE(done);
     }
     EXPECT_LE(data.Capacity(), kMaxInflatedSize);
-    EXPECT_TRUE(Decode(good)) << "one bad frame does not spoil the next";
-    EXPECT_TRUE(Decode(Compressed(GMkvBytes(kMaxInflatedSize)))) << "the limit itself is allowed";
+    EXPECT_EQ(Decoded(good), Pattern(5000)) << "one bad frame does not spoil the next";
+    EXPECT_EQ(Decoded(ZlibCompressed(GMkvBytes(kMaxInflatedSize))).size(), kMaxInflatedSize) << "the limit is allowed";
+    EXPECT_TRUE(done);
 }
 
 TEST_F(MkvContent, AStrippedHeaderComesBackAndEndsTheChain)
 {
-    track.contentEncodings = {Stripped({1, 2, 3}), Zlib()};
-    EXPECT_TRUE(Decode({4, 5}));
-    EXPECT_EQ(result, (GMkvBytes{1, 2, 3, 4, 5}));
-    EXPECT_TRUE(Decode({}));
-    EXPECT_EQ(result, (GMkvBytes{1, 2, 3}));
-    track.contentEncodings = {Zlib(), Stripped({1, 2, 3})};
-    EXPECT_TRUE(Decode(Compressed({9, 9})));
-    EXPECT_EQ(result, (GMkvBytes{1, 2, 3, 9, 9}));
+    track.contentEncodings = {kStripped, kZlib};
+    EXPECT_EQ(Decoded({4, 5}), (GMkvBytes{1, 2, 3, 4, 5}));
+    EXPECT_EQ(Decoded({}), (GMkvBytes{1, 2, 3}));
+    track.contentEncodings = {kZlib, kStripped};
+    EXPECT_EQ(Decoded(ZlibCompressed({9, 9})), (GMkvBytes{1, 2, 3, 9, 9}));
+    EXPECT_TRUE(done);
 }
 
-TEST_F(MkvContent, OnlyTheEncodingsOfTheAskedScopeApply)
+TEST_F(MkvContent, WhatCannotBeUndoneFailsAndWhatDoesNotApplyIsPassedOver)
 {
-    track.contentEncodings = {Zlib(GMkvContentEncoding::kPrivate)};
-    EXPECT_TRUE(Decode({7, 7}));
-    EXPECT_EQ(result, (GMkvBytes{7, 7}));
-    EXPECT_TRUE(Decode(Compressed({8}), GMkvContentEncoding::kPrivate));
-    EXPECT_EQ(result, (GMkvBytes{8}));
-}
-
-TEST_F(MkvContent, WhatCannotBeUndoneFailsAndWhatIsUnknownIsPassedOver)
-{
-    GMkvContentEncoding encrypted;
-    encrypted.contentEncodingType.value = GMkvContentEncoding::kEncryption;
-    GMkvContentEncoding bzip;
-    bzip.contentCompAlgo.value = 1;
-    for (const GMkvContentEncoding& encoding : {encrypted, bzip}) {
+    constexpr std::uint64_t kBzip = 1;
+    for (const GMkvContentEncoding& encoding : {Encoding(GMkvContentEncoding::kEncryption, 0), Encoding(0, kBzip)}) {
         track.contentEncodings = {encoding};
-        EXPECT_FALSE(Decode({1, 2}));
-        EXPECT_EQ(result, (GMkvBytes{1, 2}));
+        EXPECT_EQ(Decoded({1, 2}), (GMkvBytes{1, 2}));
+        EXPECT_FALSE(done);
     }
-    GMkvContentEncoding future;
-    future.contentEncodingType.value = 2;
-    track.contentEncodings = {future, Stripped({1})};
-    EXPECT_TRUE(Decode({2}));
-    EXPECT_EQ(result, (GMkvBytes{1, 2}));
+    constexpr std::uint64_t kUnknownType = 2;
+    GMkvContentEncoding ofPrivateData = kZlib;
+    ofPrivateData.contentEncodingScope.value = GMkvContentEncoding::kPrivate;
+    track.contentEncodings = {Encoding(kUnknownType, 0), ofPrivateData, kStripped};
+    EXPECT_EQ(Decoded({2}), (GMkvBytes{1, 2, 3, 2}));
+    EXPECT_TRUE(done);
+    EXPECT_EQ(Decoded(ZlibCompressed({8}), GMkvContentEncoding::kPrivate), (GMkvBytes{8}));
 }
 
 }  // namespace

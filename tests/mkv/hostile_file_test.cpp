@@ -1,10 +1,8 @@
 // Files that are damaged or built to hurt: every walk ends, memory follows the data.
 #include <gtest/gtest.h>
 
-#include "formats/mkv/mkv_file.h"
 #include "io/limits.h"
-#include "support/ebml_builder.h"
-#include "support/watched_source.h"
+#include "mkv/mkv_reading.h"
 
 namespace vex::test {
 namespace {
@@ -14,90 +12,73 @@ using namespace mkv_id;
 // One of everything that is read, in a file short enough to damage every byte of.
 GEbmlBytes SmallFile()
 {
-    const GEbmlBytes encodings =
-        Element(kContentEncodings, {Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0)})});
     const GEbmlBytes atom = Element(
         kChapterAtom, {UIntElement(kChapterTimeStart, 1), Element(kChapterDisplay, {TextElement(kChapString, "a")})});
-    return GMkvBuilder()
+    const GEbmlBytes attached =
+        Element(kAttachedFile, {TextElement(kFileName, "f"), Element(kFileData, GEbmlBytes(4))});
+    const GEbmlBytes info = Join({FloatElement(kDuration, 100), Element(kDateUtc, BigEndian(9, 8))});
+    const GEbmlBytes video =
+        Join({Element(kVideo, {UIntElement(kPixelWidth, 16)}), ContentEncodings(GMkvContentEncoding::kZlib)});
+    const GEbmlBytes audio = Join({Element(kAudio, {FloatElement(kSamplingFrequency, 48'000)}),
+                                   ContentEncodings(GMkvContentEncoding::kHeaderStripping, {7})});
+    return ThreeTracks(info, video, audio)
         .AddSeekHead({kTracks, kCues, kChapters})
-        .AddInfo(Join(
-            {FloatElement(kDuration, 100), UIntElement(kTimecodeScale, 1'000'000), Element(kDateUtc, BigEndian(9, 8))}))
-        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Element(kVideo, {UIntElement(kPixelWidth, 16)}), encodings})),
-                    TrackEntry(2, 2, "A_AC3", Element(kAudio, {FloatElement(kSamplingFrequency, 48'000)}))})
-        .Add(Cluster(0, {SimpleBlock(1, 0, kKeyFlag, {1}), BlockGroup(2, 3, {2, 3})}))
-        .Add(UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, 9), SimpleBlock(1, 0, 0, {4})})))
-        .AddCues({{0, 1, 0}, {9, 1, 1}})
+        .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, ZlibCompressed({1, 2, 3})),
+                         SimpleBlock(kAudioTrack, 0, kXiphLace, {2, 1, 2, 1, 2, 2, 3, 3}),
+                         BlockGroup(kTextTrack, 1, {'h', 'i'}, UIntElement(kBlockDuration, 9))}))
+        .Add(UnknownSizeElement(kCluster,
+                                Join({UIntElement(kTimecode, 40), DependentGroup(kVideoTrack, 0, ZlibCompressed({4})),
+                                      SimpleBlock(kAudioTrack, 1, kEbmlLace, {2, 0x81, 0xC0, 1, 2, 2, 3})})))
+        .Add(Cluster(80, {SimpleBlock(kAudioTrack, 1, kFixedLace, {1, 1, 2}),
+                          FlaggedGroup(kVideoTrack, 0, ZlibCompressed({5}), kKeyFlag)}))
+        .AddCues({{0, kVideoTrack, 0}, {80, kVideoTrack, 2}})
         .Add(Element(kChapters, {Element(kEditionEntry, {atom})}))
-        .Add(Element(kAttachments,
-                     {Element(kAttachedFile, {TextElement(kFileName, "f"), Element(kFileData, GEbmlBytes(4))})}))
+        .Add(Element(kAttachments, {attached}))
         .Build();
 }
+constexpr std::size_t kPacketsOfSmallFile = 7;
 
-struct GWalk {
-    std::size_t clusters = 0;
-    std::size_t blocks = 0;
+struct GUse {
+    bool opened = false;
+    std::size_t packets = 0;
+    std::uint64_t damage = 0;
 };
 
-// All that a reader of the file would touch. Counts are held against the file, so a walk that turns back shows.
-GWalk WalkWhole(GMkvFile& file)
+// Reads and seeks as a host would; what comes out must be held by the file.
+GUse UseWhole(GEbmlBytes bytes)
 {
-    GWalk walk;
-    const auto size = static_cast<std::size_t>(file.reader->FileSize());
-    auto cluster = file.FirstCluster();
-    while (cluster && walk.clusters <= size) {
-        ++walk.clusters;
-        GMkvFile::ClusterTicks(*cluster);
-        auto block = GMkvElement::FirstBlock(*cluster);
-        while (block && walk.blocks <= size) {
-            ++walk.blocks;
-            if (!block->NextBlock())
-                block.reset();
+    const std::size_t size = bytes.size();
+    GMkvReading reading(std::move(bytes));
+    GUse use{.opened = reading.Opened()};
+    if (!use.opened)
+        return use;
+    use.packets = reading.ReadAll().size();
+    use.damage = reading.Handler().Damage().count;
+    EXPECT_LE(use.packets, size);
+    for (const GAttachmentInfo& attachment : reading.Handler().Attachments())
+        EXPECT_LE(attachment.size, size);
+    for (const GSeekMode mode : {GSeekMode::Independent, GSeekMode::KeyFrame}) {
+        for (const REFERENCE_TIME time : {REFERENCE_TIME{0}, 50 * kMillisecond, REFERENCE_TIME{1} << 62}) {
+            reading.Handler().Seek(time, mode);
+            EXPECT_LE(reading.ReadAll().size(), size);
         }
-        if (!cluster->NextCluster())
-            cluster.reset();
     }
-    for (const GMkvAttachment& attachment : file.attachments)
-        EXPECT_LE(attachment.dataSize, size);
-    for (const GMkvCues& cues : file.cues)
-        for (const GMkvCuePoint& point : cues.points)
-            for (const GMkvCueTrackPositions& at : point.positions)
-                if (auto cued = file.ClusterAt(at.cueClusterPosition))
-                    GMkvElement::FirstBlock(*cued);
-    EXPECT_LE(walk.clusters, size);
-    EXPECT_LE(walk.blocks, size);
-    return walk;
+    EXPECT_LE(reading.Calls(), 8 * size + 64);
+    return use;
 }
 
-TEST(MkvHostile, TheSmallFileIsSound)
-{
-    GMkvFile file;
-    ASSERT_TRUE(file.Open(OpenInMemory(SmallFile())).Ok());
-    EXPECT_EQ(file.tracks.size(), 2u);
-    EXPECT_EQ(file.cues.at(0).points.size(), 2u);
-    EXPECT_EQ(file.chapters.size(), 1u);
-    const GWalk walk = WalkWhole(file);
-    EXPECT_EQ(walk.clusters, 2u);
-    EXPECT_EQ(walk.blocks, 3u);
-    EXPECT_EQ(file.reader->Damage().Report().count, 0u);
-}
-
-TEST(MkvHostile, EveryPrefixOpensOrIsRefused)
+TEST(MkvHostile, EveryPrefixGivesWhatIsWhole)
 {
     const GEbmlBytes whole = SmallFile();
-    std::size_t mostBlocks = 0;
-    for (std::size_t size = 0; size < whole.size(); ++size) {
-        GMkvFile file;
-        const bool opened =
-            file.Open(OpenInMemory({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)})).Ok();
-        EXPECT_EQ(opened, size >= SegmentDataPos()) << size;
-        if (!opened)
-            continue;
-        const std::size_t blocks = WalkWhole(file).blocks;
-        EXPECT_GE(blocks, mostBlocks) << "more of the file, fewer blocks at " << size;
-        mostBlocks = blocks;
-        EXPECT_GT(file.reader->Damage().Report().count, 0u) << size;
+    std::size_t most = 0;
+    for (std::size_t size = 0; size <= whole.size(); ++size) {
+        const GUse use = UseWhole({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)});
+        EXPECT_EQ(use.opened, size >= SegmentDataPos()) << size;
+        EXPECT_EQ(use.damage != 0, use.opened && size < whole.size()) << size;
+        EXPECT_GE(use.packets, most) << "more of the file, fewer packets at " << size;
+        most = use.packets;
     }
-    EXPECT_EQ(mostBlocks, 3u);
+    EXPECT_EQ(most, kPacketsOfSmallFile);
 }
 
 TEST(MkvHostile, EverySingleByteOfDamageIsSurvived)
@@ -107,25 +88,25 @@ TEST(MkvHostile, EverySingleByteOfDamageIsSurvived)
         for (const std::uint8_t value : GEbmlBytes{0x00, 0x01, 0x0F, 0x10, 0x1F, 0x40, 0x7F, 0x80, 0x81, 0xFE, 0xFF}) {
             GEbmlBytes bytes = whole;
             bytes[at] = value;
-            GMkvFile file;
-            if (file.Open(OpenInMemory(std::move(bytes))).Ok())
-                WalkWhole(file);
+            UseWhole(std::move(bytes));
         }
     }
 }
 
-TEST(MkvHostile, ASourceThatFailsAnywhereIsSurvived)
+TEST(MkvHostile, ASourceThatFailsAnywhereEndsTheStream)
 {
     const GEbmlBytes whole = Join({SmallFile(), GEbmlBytes(5000)});
-    for (std::int64_t from = 0; from < static_cast<std::int64_t>(whole.size()); from += 97) {
-        GSourceWatch watch;
-        GMkvFile file;
-        const bool opened = file.Open(std::make_unique<GWatchedSource>(OpenInMemory(whole), watch)).Ok();
-        watch.failFrom = from;
-        if (opened)
-            WalkWhole(file);
+    for (std::int64_t from = 0; from < static_cast<std::int64_t>(whole.size()); from += 23) {
+        GMkvReading reading(whole);
+        ASSERT_TRUE(reading.Opened());
+        reading.Watch().failFrom = from;
+        EXPECT_LE(reading.ReadAll().size(), kPacketsOfSmallFile);
+        reading.Handler().Seek(50 * kMillisecond, GSeekMode::Independent);
+        EXPECT_LE(reading.ReadAll().size(), kPacketsOfSmallFile);
     }
 }
+
+void OpenBuilt(GMkvFile& file, GMkvBuilder& builder) { ASSERT_TRUE(file.Open(OpenInMemory(builder.Build())).Ok()); }
 
 TEST(MkvHostile, SizesThatLieNearTheTopOfTheirRangeAreHeldAgainstTheFile)
 {
@@ -135,32 +116,27 @@ TEST(MkvHostile, SizesThatLieNearTheTopOfTheirRangeAreHeldAgainstTheFile)
             Element(kTrackEntry, {UIntElement(kTrackNumber, 1), LyingElement(kCodecPrivate, claimed, {1, 2, 3})});
         const GEbmlBytes attached = Element(kAttachedFile, {LyingElement(kFileData, claimed, {1, 2})});
         GMkvFile file;
-        ASSERT_TRUE(file.Open(OpenInMemory(GMkvBuilder()
-                                               .AddInfo(LyingElement(kTitle, claimed, {'t'}))
-                                               .AddTracks({entry, TrackEntry(2, 2, "A_AC3")})
-                                               .Add(Element(kAttachments, attached))
-                                               .Add(Cluster(1, {LyingElement(kSimpleBlock, claimed, {0x81, 0, 0, 0})}))
-                                               .Add(LyingElement(kCluster, claimed, UIntElement(kTimecode, 4)))
-                                               .Build()))
-                        .Ok());
+        OpenBuilt(file, GMkvBuilder()
+                            .AddInfo(LyingElement(kTitle, claimed, {'t'}))
+                            .AddTracks({entry, TrackEntry(2, 2, "A_AC3")})
+                            .Add(Element(kAttachments, attached))
+                            .Add(Cluster(1, {LyingElement(kSimpleBlock, claimed, {0x81, 0, 0, 0})}))
+                            .Add(LyingElement(kCluster, claimed, UIntElement(kTimecode, 4))));
         EXPECT_EQ(file.info.title, VEX_W("t"));
         ASSERT_EQ(file.tracks.size(), 2u) << "the next track is where the first one's own size says";
         EXPECT_EQ(file.tracks[0].codecPrivate, (GMkvBytes{1, 2, 3}));
         ASSERT_EQ(file.attachments.size(), 1u);
         EXPECT_EQ(file.attachments[0].dataSize, 2u);
-        EXPECT_EQ(WalkWhole(file).clusters, 2u);
-        EXPECT_GE(file.reader->Damage().Report().count, 4u);
+        EXPECT_TRUE(file.cluster->NextCluster());
+        EXPECT_GE(file.reader->Damage().Report().count, 3u);
     }
 }
 
 TEST(MkvHostile, ManyTracksThatAllClaimTheRestOfTheFileCostNoMoreThanTheFile)
 {
-    GEbmlBytes entries;
-    for (int i = 0; i < 500; ++i)
-        entries = Join({entries, Element(kTrackEntry, LyingElement(kCodecPrivate, 1 << 20, {}))});
+    const GEbmlBytes entry = Element(kTrackEntry, LyingElement(kCodecPrivate, 1 << 20, {}));
     GMkvFile file;
-    ASSERT_TRUE(
-        file.Open(OpenInMemory(GMkvBuilder().Add(Element(kTracks, entries)).Add(VoidElement(1 << 20)).Build())).Ok());
+    OpenBuilt(file, GMkvBuilder().Add(Element(kTracks, Repeat(entry, 500))).Add(VoidElement(1 << 20)));
     EXPECT_EQ(file.tracks.size(), 500u);
     for (const GMkvTrack& track : file.tracks)
         EXPECT_TRUE(track.codecPrivate.empty());
@@ -172,8 +148,7 @@ TEST(MkvHostile, ChaptersNestOnlySoDeep)
     for (int i = 0; i < 10'000; ++i)
         atom = Join({EbmlId(kChapterAtom), EbmlSize(atom.size(), 4), atom});
     GMkvFile file;
-    ASSERT_TRUE(
-        file.Open(OpenInMemory(GMkvBuilder().Add(Element(kChapters, {Element(kEditionEntry, atom)})).Build())).Ok());
+    OpenBuilt(file, GMkvBuilder().Add(Element(kChapters, {Element(kEditionEntry, atom)})));
     ASSERT_EQ(file.chapters.size(), 1u);
     int depth = 0;
     for (const auto* atoms = &file.chapters[0].atoms; !atoms->empty(); atoms = &atoms->at(0).atoms)
@@ -181,69 +156,53 @@ TEST(MkvHostile, ChaptersNestOnlySoDeep)
     EXPECT_EQ(depth, kMaxNestingDepth);
 }
 
-GEbmlBytes Repeat(const GEbmlBytes& element, std::size_t count)
-{
-    GEbmlBytes all;
-    all.reserve(element.size() * count);
-    for (std::size_t i = 0; i < count; ++i)
-        all.insert(all.end(), element.begin(), element.end());
-    return all;
-}
-
 // Each list full of the smallest entries there are, one million of them. What is quadratic does not come back.
 TEST(MkvHostile, AMillionTinyElementsOfAnyKindAreWalkedOnceAndKeptUpToALimit)
 {
     constexpr std::size_t kMany = 1'000'000;
-    const auto open = [](GMkvFile& file, const GEbmlBytes& child) {
-        ASSERT_TRUE(
-            file.Open(OpenInMemory(GMkvBuilder().Add(child).Add(Cluster(0, {SimpleBlock(1, 0, 0, {1})})).Build()))
-                .Ok());
+    GMkvFile file;
+    const auto open = [&](const GEbmlBytes& child) {
+        OpenBuilt(file, GMkvBuilder().Add(child).Add(Cluster(0, {SimpleBlock(1, 0, 0, {1})})));
         EXPECT_TRUE(file.cluster);
     };
-    GMkvFile file;
-    open(file, Element(kTracks, Repeat(Element(kTrackEntry, GEbmlBytes{}), kMany)));
+    const auto openList = [&](std::uint32_t listId, std::uint32_t entryId) {
+        open(Element(listId, Repeat(Element(entryId, GEbmlBytes{}), kMany)));
+    };
+    openList(kTracks, kTrackEntry);
     EXPECT_EQ(file.tracks.size(), kMaxMkvTracks);
-    open(file, Element(kCues, Repeat(Element(kCuePoint, {Element(kCueTrackPositions, GEbmlBytes{})}), kMany)));
-    EXPECT_EQ(file.cues.at(0).points.size(), kMany);
-    open(file, Repeat(Element(kCues, {Element(kCuePoint, GEbmlBytes{})}), kMany / 10));
-    EXPECT_EQ(file.cues.size(), kMaxMkvCuesElements);
-    open(file, Element(kCues, {Element(kCuePoint, Repeat(Element(kCueTrackPositions, GEbmlBytes{}), 3 * kMany))}));
-    EXPECT_EQ(file.cues.at(0).entries, kMaxMkvCueEntries);
-    open(file, Element(kChapters, {Element(kEditionEntry, Repeat(Element(kChapterAtom, GEbmlBytes{}), kMany))}));
-    EXPECT_LT(file.chapters.at(0).atoms.size(), kMaxMkvChapters);
-    open(file, Element(kAttachments, Repeat(Element(kAttachedFile, GEbmlBytes{}), kMany)));
+    openList(kAttachments, kAttachedFile);
     EXPECT_EQ(file.attachments.size(), kMaxMkvAttachments);
-    open(file, Element(kSeekHead, Repeat(GMkvBuilder::SeekEntry(kVoid, 0), kMany / 10)));
+    open(Element(kCues, Repeat(Element(kCuePoint, {Element(kCueTrackPositions, GEbmlBytes{})}), kMany)));
+    EXPECT_EQ(file.cues.at(0).points.size(), kMany);
+    open(Repeat(Element(kCues, {Element(kCuePoint, GEbmlBytes{})}), kMany / 10));
+    EXPECT_EQ(file.cues.size(), kMaxMkvCuesElements);
+    open(Element(kCues, {Element(kCuePoint, Repeat(Element(kCueTrackPositions, GEbmlBytes{}), 3 * kMany))}));
+    EXPECT_EQ(file.cues.at(0).entries, kMaxMkvCueEntries);
+    open(Element(kChapters, {Element(kEditionEntry, Repeat(Element(kChapterAtom, GEbmlBytes{}), kMany))}));
+    EXPECT_LT(file.chapters.at(0).atoms.size(), kMaxMkvChapters);
+    open(Element(kSeekHead, Repeat(GMkvBuilder::SeekEntry(kVoid, 0), kMany / 10)));
     EXPECT_EQ(file.seekHeads.at(0).entries.size(), kMaxMkvSeekEntries);
-    open(file, Repeat(VoidElement(0), kMany));
-    open(file,
-         Element(kTracks, {Element(kTrackEntry, {Element(kContentEncodings,
-                                                         Repeat(Element(kContentEncoding, GEbmlBytes{}), kMany))})}));
+    open(Repeat(VoidElement(0), kMany));
+    const GEbmlBytes encodings = Element(kContentEncodings, Repeat(Element(kContentEncoding, GEbmlBytes{}), kMany));
+    open(Element(kTracks, {Element(kTrackEntry, encodings)}));
     EXPECT_EQ(file.tracks.at(0).contentEncodings.size(), kMaxMkvEncodings);
-
-    GSourceWatch watch;
-    const GEbmlBytes blocks = Repeat(SimpleBlock(1, 0, 0, {}), kMany);
-    ASSERT_TRUE(file.Open(std::make_unique<GWatchedSource>(
-                              OpenInMemory(GMkvBuilder().Add(UnknownSizeElement(kCluster, blocks)).Build()), watch))
-                    .Ok());
-    EXPECT_EQ(WalkWhole(file).blocks, kMany);
-    EXPECT_LT(watch.bytes, 6 * blocks.size()) << "each pass over the Cluster reads it once";
 }
 
-// Every four bytes look like a Cluster whose header cannot be read.
-TEST(MkvHostile, ASearchThroughFalseMatchesStaysLinear)
+// In a Cluster without a size a million Blocks, and a search through bytes that look like a Cluster every five bytes.
+TEST(MkvHostile, WalksAndSearchesStayLinear)
 {
-    GEbmlBytes matches = {0x00};
-    for (int i = 0; i < 200'000; ++i)
-        matches.insert(matches.end(), {0x1F, 0x43, 0xB6, 0x75, 0x00});
-    GSourceWatch watch;
-    GMkvFile file;
-    ASSERT_TRUE(file.Open(std::make_unique<GWatchedSource>(
-                              OpenInMemory(GMkvBuilder().AddInfo().Add(matches).Add(Cluster(7, {})).Build()), watch))
-                    .Ok());
-    ASSERT_TRUE(file.cluster);
-    EXPECT_EQ(GMkvFile::ClusterTicks(*file.cluster), 7);
-    EXPECT_LT(watch.bytes, 6 * matches.size());
+    const GEbmlBytes blocks = Repeat(SimpleBlock(kVideoTrack, 0, 0, {}), 1'000'000);
+    GMkvReading walk(ThreeTracks().Add(UnknownSizeElement(kCluster, blocks)).Build());
+    EXPECT_FALSE(walk.Announced());
+    EXPECT_LT(walk.Watch().bytes, 6 * blocks.size()) << "each pass over the Cluster reads it once";
+
+    const GEbmlBytes matches = Repeat({0x1F, 0x43, 0xB6, 0x75, 0x00}, 200'000);
+    GMkvReading search(
+        ThreeTracks().Add({0x00}).Add(matches).Add(Cluster(7, {SimpleBlock(kVideoTrack, 3, 0, {9})})).Build());
+    const auto next = search.Announced();
+    ASSERT_TRUE(next);
+    EXPECT_EQ(next->start, 3 * kMillisecond);
+    EXPECT_LT(search.Watch().bytes, 6 * matches.size());
 }
 
 }  // namespace

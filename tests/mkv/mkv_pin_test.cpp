@@ -95,90 +95,79 @@ public:
     }
 };
 
+using GTimes = std::pair<REFERENCE_TIME, REFERENCE_TIME>;  // start and stop, ms
+
+std::vector<GTimes> Times(const std::vector<GRecordedSample>& samples)
+{
+    std::vector<GTimes> times;
+    for (const GRecordedSample& sample : samples)
+        times.emplace_back(sample.start / kMs, sample.stop / kMs);
+    return times;
+}
+
 std::vector<REFERENCE_TIME> Starts(const std::vector<GRecordedSample>& samples)
 {
-    std::vector<REFERENCE_TIME> times;
-    for (const GRecordedSample& sample : samples)
-        times.push_back(sample.start / kMs);
-    return times;
+    std::vector<REFERENCE_TIME> starts;
+    for (const GTimes& times : Times(samples))
+        starts.push_back(times.first);
+    return starts;
 }
 
-std::vector<REFERENCE_TIME> Stops(const std::vector<GRecordedSample>& samples)
+TEST(MkvPin, ABlockWithoutADurationLastsUntilALaterOneStarts)
 {
-    std::vector<REFERENCE_TIME> times;
-    for (const GRecordedSample& sample : samples)
-        times.push_back(sample.stop / kMs);
-    return times;
-}
-
-}  // namespace
-
-TEST(MkvPin, ABlockWithoutADurationLastsUntilTheNextOne)
-{
-    GMkvRig rig(Blocks({Open(0), Open(40 * kMs), Open(80 * kMs), Lasting(120 * kMs, 125 * kMs), Open(160 * kMs)}));
+    GMkvRig rig(Blocks(
+        {Open(40 * kMs), Open(40 * kMs), Open(0), Open(80 * kMs), Lasting(120 * kMs, 125 * kMs), Open(160 * kMs)}));
     const auto samples = rig.Play();
-    EXPECT_THAT(Starts(samples), ElementsAre(0, 40, 80, 120, 160));
-    EXPECT_THAT(Stops(samples), ElementsAre(40, 80, 120, 125, 160)) << "the last keeps the end it came with";
-    EXPECT_EQ(samples.back().stop, 160 * kMs + 1);
-}
-
-TEST(MkvPin, ANextBlockThatDoesNotStartLaterEndsNothing)
-{
-    GMkvRig rig(Blocks({Open(40 * kMs), Open(40 * kMs), Open(0), Open(80 * kMs)}));
-    const auto samples = rig.Play();
-    ASSERT_EQ(samples.size(), 4u);
-    EXPECT_EQ(samples[0].stop, 40 * kMs + 1);
-    EXPECT_EQ(samples[1].stop, 40 * kMs + 1);
-    EXPECT_EQ(samples[2].stop, 80 * kMs);
-}
-
-TEST(MkvPin, EqualPrioritiesKeepTheirOrderWhateverTheirTimes)
-{
-    GMkvRig rig(Blocks({Lasting(0, 1), Lasting(120 * kMs, 1), Lasting(40 * kMs, 1), Lasting(80 * kMs, 1)}), 8);
-    EXPECT_THAT(Starts(rig.Play()), ElementsAre(0, 120, 40, 80));
+    EXPECT_THAT(Times(samples), ElementsAre(GTimes(40, 40), GTimes(40, 40), GTimes(0, 80), GTimes(80, 120),
+                                            GTimes(120, 125), GTimes(160, 160)));
+    EXPECT_EQ(samples[1].stop, 40 * kMs + 1) << "the next one starts earlier";
+    EXPECT_EQ(samples[5].stop, 160 * kMs + 1) << "the last keeps the end it came with";
 }
 
 // It goes behind the last Block whose priority is not above its own, past no more than depth - 1 of them.
-TEST(MkvPin, ALowerPriorityOvertakesWithinTheWindow)
+TEST(MkvPin, ALowerPriorityOvertakesWithinTheWindowAndEqualOnesKeepTheirOrder)
 {
-    GMkvRig shallow(
-        Blocks({Urgent(0, 5), Urgent(1 * kMs, 5), Urgent(2 * kMs, 0), Urgent(3 * kMs, 5), Urgent(4 * kMs, 5)}), 2);
-    EXPECT_THAT(Starts(shallow.Play()), ElementsAre(0, 2, 1, 3, 4));
-    GMkvRig deep(Blocks({Urgent(0, 5), Urgent(1 * kMs, 5), Urgent(2 * kMs, 0), Urgent(3 * kMs, 5), Urgent(4 * kMs, 5)}),
-                 4);
-    EXPECT_THAT(Starts(deep.Play()), ElementsAre(2, 0, 1, 3, 4));
+    const std::vector<GBlockLine> lines = {Urgent(0, 5), Urgent(1 * kMs, 5), Urgent(2 * kMs, 0), Urgent(3 * kMs, 5),
+                                           Urgent(4 * kMs, 5)};
+    EXPECT_THAT(Starts(GMkvRig(Blocks(lines), 2).Play()), ElementsAre(0, 2, 1, 3, 4));
+    EXPECT_THAT(Starts(GMkvRig(Blocks(lines), 4).Play()), ElementsAre(2, 0, 1, 3, 4));
+    GMkvRig equal(Blocks({Lasting(0, 1), Lasting(120 * kMs, 1), Lasting(40 * kMs, 1), Lasting(80 * kMs, 1)}), 8);
+    EXPECT_THAT(Starts(equal.Play()), ElementsAre(0, 120, 40, 80));
+}
+
+// How many samples come of `lines` while only the first `available` are there; all must come in the end.
+std::size_t SamplesOf(std::vector<GBlockLine> lines, std::uint64_t minCache, std::size_t available,
+                      std::size_t expected)
+{
+    const std::size_t all = lines.size();
+    GMkvRig rig(Blocks(std::move(lines)), minCache);
+    rig.Log().SetAvailable(available);
+    EXPECT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(0).WaitForSamples(expected);
+    const std::size_t early = rig.Sink(0).Samples().size();
+    rig.Log().SetAvailable(SIZE_MAX);
+    rig.Sink(0).WaitForEnd();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), all);
+    return early;
+}
+
+std::vector<GBlockLine> OpenLines(int count)
+{
+    std::vector<GBlockLine> lines;
+    for (int i = 0; i < count; ++i)
+        lines.push_back(Open(i * 40 * kMs));
+    return lines;
 }
 
 TEST(MkvPin, TheWindowHoldsBackAsManyBlocksAsItIsDeepAndNoneThatHaveTheirDuration)
 {
-    GScript script = Blocks({Open(0), Open(40 * kMs), Open(80 * kMs), Open(120 * kMs), Open(160 * kMs)});
-    GMkvRig rig(script, 3);
-    rig.Log().SetAvailable(4);
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-    rig.Sink(0).WaitForSamples(1);
-    EXPECT_EQ(rig.Sink(0).Samples().size(), 1u) << "three stay in the window";
-    rig.Log().SetAvailable(5);
-    rig.Sink(0).WaitForEnd();
-    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 5u);
-
-    GMkvRig complete(Blocks({Lasting(0, 1 * kMs), Lasting(40 * kMs, 41 * kMs)}), 3);
-    complete.Log().SetAvailable(1);
-    ASSERT_EQ(complete.Filter()->Run(0), S_OK);
-    complete.Sink(0).WaitForSamples(1);
-    complete.Log().SetAvailable(SIZE_MAX);
-    complete.Sink(0).WaitForEnd();
-}
-
-// The Block that was waited for lets those behind it go that are complete: they do not wait for another one.
-TEST(MkvPin, CompletingOneReleasesThoseThatWaitedBehindIt)
-{
-    GMkvRig rig(Blocks({Open(0), Lasting(40 * kMs, 80 * kMs), Lasting(80 * kMs, 120 * kMs), Open(120 * kMs)}));
-    rig.Log().SetAvailable(3);
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-    rig.Sink(0).WaitForSamples(3);
-    rig.Log().SetAvailable(SIZE_MAX);
-    rig.Sink(0).WaitForEnd();
-    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 4u);
+    EXPECT_EQ(SamplesOf(OpenLines(5), 3, 4, 1), 1u) << "three stay in the window";
+    EXPECT_EQ(SamplesOf({Lasting(0, 1 * kMs), Lasting(40 * kMs, 41 * kMs)}, 3, 1, 1), 1u);
+    // The Block that was waited for lets those behind it go that are complete: they do not wait for another one.
+    EXPECT_EQ(SamplesOf({Open(0), Lasting(40 * kMs, 80 * kMs), Lasting(80 * kMs, 120 * kMs), Open(120 * kMs)}, 0, 3, 3),
+              3u);
+    // A declared depth of 2^40 Blocks must not hold the whole file in memory.
+    EXPECT_GE(SamplesOf(OpenLines(200), std::uint64_t{1} << 40, 100, 20), 20u);
 }
 
 TEST(MkvPin, LacedFramesShareTheTimeAndTheFirstCarriesTheFlags)
@@ -188,18 +177,13 @@ TEST(MkvPin, LacedFramesShareTheTimeAndTheFirstCarriesTheFlags)
     laced.keyFrame = true;
     GMkvRig rig(Blocks({laced, Lasting(30 * kMs, 60 * kMs)}));
     const auto samples = rig.Play();
-    ASSERT_EQ(samples.size(), 4u);
-    EXPECT_THAT(Starts(samples), ElementsAre(0, 10, 20, 30));
-    EXPECT_THAT(Stops(samples), ElementsAre(10, 20, 30, 60));
+    ASSERT_THAT(Times(samples), ElementsAre(GTimes(0, 10), GTimes(10, 20), GTimes(20, 30), GTimes(30, 60)));
     EXPECT_EQ(samples[0].bytes.size(), 5u);
     EXPECT_THAT(samples[1].bytes, IsEmpty());
     EXPECT_EQ(samples[2].bytes.size(), 7u);
     EXPECT_EQ(samples[2].bytes[0], 1) << "the bytes of the right frame";
-    EXPECT_TRUE(samples[0].sync);
-    EXPECT_FALSE(samples[1].sync);
-    EXPECT_FALSE(samples[2].sync);
-    EXPECT_TRUE(samples[0].discontinuity);
-    EXPECT_FALSE(samples[1].discontinuity);
+    EXPECT_TRUE(samples[0].sync && samples[0].discontinuity);
+    EXPECT_FALSE(samples[1].sync || samples[1].discontinuity || samples[2].sync);
     EXPECT_EQ(samples[0].mediaStart, kNoTime);
 }
 
@@ -256,10 +240,7 @@ TEST(MkvPin, HeadersGoOutAtOnceAndFirst)
 
 TEST(MkvPin, TheEndFlushesWhatIsPendingAndASeekForgetsIt)
 {
-    std::vector<GBlockLine> lines;
-    for (int i = 0; i < 40; ++i)
-        lines.push_back(Open(i * 40 * kMs));
-    GMkvRig rig(Blocks(std::move(lines)), 16);
+    GMkvRig rig(Blocks(OpenLines(40)), 16);
     EXPECT_EQ(rig.Play().size(), 40u);
     for (int round = 0; round < 3; ++round) {
         rig.Sink(0).ForgetEvents();
@@ -289,8 +270,7 @@ TEST(MkvPin, ARestartInTheMiddleOfALaceLosesNothingButWhatThePeerHad)
 
 TEST(MkvPin, PrerollReachesUpToTheTargetWhenTheOptionIsOn)
 {
-    GScript script = Blocks({Lasting(0, 40 * kMs), Lasting(40 * kMs, 80 * kMs), Lasting(80 * kMs, 120 * kMs)});
-    GMkvRig rig(std::move(script));
+    GMkvRig rig(Blocks({Lasting(0, 40 * kMs), Lasting(40 * kMs, 80 * kMs), Lasting(80 * kMs, 120 * kMs)}));
     rig.Scripted().SetOptions(false, true);
     const auto samples = rig.Play();
     ASSERT_EQ(samples.size(), 3u);
@@ -298,19 +278,6 @@ TEST(MkvPin, PrerollReachesUpToTheTargetWhenTheOptionIsOn)
     EXPECT_FALSE(samples[1].preroll);
 }
 
-// A declared depth of 2^40 Blocks must not hold the whole file in memory.
-TEST(MkvPin, AnAbsurdWindowStillDelivers)
-{
-    std::vector<GBlockLine> lines;
-    for (int i = 0; i < 200; ++i)
-        lines.push_back(Open(i * kMs));
-    GMkvRig rig(Blocks(std::move(lines)), std::uint64_t{1} << 40);
-    rig.Log().SetAvailable(100);
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-    rig.Sink(0).WaitForSamples(20);
-    rig.Log().SetAvailable(SIZE_MAX);
-    rig.Sink(0).WaitForEnd();
-    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 200u);
-}
+}  // namespace
 
 }  // namespace vex::test

@@ -110,20 +110,14 @@ inline GMkvBuilder ThreeTracks(const GEbmlBytes& infoElements = {}, const GEbmlB
                     TrackEntry(kUnknownTrack, GMkvTrack::kVideo, "V_NOBODY/KNOWS")});
 }
 
-inline constexpr std::uint8_t kXiphLace = 0x02;
-inline constexpr std::uint8_t kFixedLace = 0x04;
-inline constexpr std::uint8_t kEbmlLace = 0x06;
-
-// A BlockGroup of a picture that refers to an earlier one.
+// A BlockGroup of a picture that refers to an earlier one, and one without a reference, whatever its flags say.
 inline GEbmlBytes DependentGroup(std::uint64_t track, int timecode, const GEbmlBytes& data, std::uint8_t flags = 0)
 {
-    return Element(mkv_id::kBlockGroup, {Element(mkv_id::kBlock, BlockData(track, timecode, flags, data)),
-                                         UIntElement(mkv_id::kReferenceBlock, 0xFF)});
+    return BlockGroup(track, timecode, data, UIntElement(mkv_id::kReferenceBlock, 0xFF), flags);
 }
-// One without a reference, whatever its flags say.
 inline GEbmlBytes FlaggedGroup(std::uint64_t track, int timecode, const GEbmlBytes& data, std::uint8_t flags)
 {
-    return Element(mkv_id::kBlockGroup, Element(mkv_id::kBlock, BlockData(track, timecode, flags, data)));
+    return BlockGroup(track, timecode, data, {}, flags);
 }
 
 }  // namespace vex::test

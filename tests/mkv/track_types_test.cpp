@@ -57,6 +57,20 @@ std::uint64_t At(const CMediaType& type, std::size_t offset, std::size_t bytes =
     return value;
 }
 
+struct GField {
+    std::size_t offset;
+    std::uint64_t value;
+    std::size_t bytes = 4;
+};
+
+void ExpectFields(const CMediaType& type, std::initializer_list<GField> fields)
+{
+    for (const GField& field : fields)
+        EXPECT_EQ(At(type, field.offset, field.bytes), field.value) << "at " << field.offset;
+}
+
+GUID FourCC(const char (&code)[5]) { return SubtypeFromFourCC(MAKEFOURCC(code[0], code[1], code[2], code[3])); }
+
 GEbmlBytes Bytes(const CMediaType& type, std::size_t from)
 {
     const auto format = type.Format().subspan(from);
@@ -78,29 +92,20 @@ constexpr std::size_t kBitmapBytes = 40;
 // In WAVEFORMATEX.
 constexpr std::size_t kWaveBytes = 18;
 
-GEbmlBytes Avc(const GEbmlBytes& sps = {0x67, 77, 64}, const GEbmlBytes& pps = {0x68, 1})
-{
-    const auto length = [](const GEbmlBytes& set) { return BigEndian(set.size(), 2); };
-    return Join({{1, 77, 64, 31, 0xFD, 0xE2}, length(sps), sps, length(sps), sps, {1}, length(pps), pps});
-}
+GEbmlBytes Avc() { return {1, 77, 64, 31, 0xFD, 0xE2, 0, 3, 0x67, 77, 64, 0, 3, 0x67, 77, 64, 1, 0, 2, 0x68, 1}; }
 
 TEST(MkvVideoTypes, AvcKeepsTheParameterSetsBehindTheirLengths)
 {
     const auto types = MkvVideoTypes(VideoTrack("V_MPEG4/ISO/AVC"), Avc());
     ASSERT_THAT(types, SizeIs(1));
-    EXPECT_EQ(types[0].subtype, SubtypeFromFourCC(0x31435641));  // AVC1
+    EXPECT_EQ(types[0].subtype, FourCC("AVC1"));
     EXPECT_EQ(types[0].formattype, FORMAT_MPEG2Video);
-    EXPECT_EQ(At(types[0], kProfile), 77u);
-    EXPECT_EQ(At(types[0], kLevel), 31u);
-    EXPECT_EQ(At(types[0], kFlags), 2u) << "bytes of a length";
-    EXPECT_EQ(At(types[0], kBitmap2), kBitmapBytes);
-    EXPECT_EQ(At(types[0], kBitmap2 + 4), 320u);
-    EXPECT_EQ(At(types[0], kBitmap2 + 8), 240u);
-    EXPECT_EQ(At(types[0], kBitmap2 + 12), 24u << 16 | 1u) << "planes and depth";
-    EXPECT_EQ(At(types[0], kSequenceSize), 14u);
+    constexpr std::uint64_t kLengthBytes = 2;
+    ExpectFields(types[0], {{kProfile, 77}, {kLevel, 31}, {kFlags, kLengthBytes}, {kSequenceSize, 14}});
+    ExpectFields(types[0],
+                 {{kBitmap2, kBitmapBytes}, {kBitmap2 + 4, 320}, {kBitmap2 + 8, 240}, {kBitmap2 + 12, 24u << 16 | 1u}});
     EXPECT_EQ(Bytes(types[0], kSequence), (GEbmlBytes{0, 3, 0x67, 77, 64, 0, 3, 0x67, 77, 64, 0, 2, 0x68, 1}));
-    GEbmlBytes cut = Avc();
-    while (!cut.empty()) {
+    for (GEbmlBytes cut = Avc(); !cut.empty();) {
         cut.pop_back();
         EXPECT_THAT(MkvVideoTypes(VideoTrack("V_MPEG4/ISO/AVC"), cut), IsEmpty()) << cut.size();
     }
@@ -108,42 +113,40 @@ TEST(MkvVideoTypes, AvcKeepsTheParameterSetsBehindTheirLengths)
 
 TEST(MkvVideoTypes, Mpeg2TakesProfileAndLevelFromTheSequenceExtension)
 {
-    using GProfileAndLevel = std::pair<std::uint64_t, std::uint64_t>;
-    const auto levels = [](const GEbmlBytes& codecPrivate) {
-        const auto types = MkvVideoTypes(VideoTrack("V_MPEG2"), codecPrivate);
-        EXPECT_EQ(types.at(0).subtype, MEDIASUBTYPE_MPEG2_VIDEO);
-        EXPECT_EQ(At(types[0], kSequenceSize), codecPrivate.size());
-        return GProfileAndLevel(At(types[0], kProfile), At(types[0], kLevel));
+    const struct {
+        GEbmlBytes codecPrivate;
+        std::uint64_t profile, level;
+    } rows[] = {
+        {{0, 0, 1, 0xB3, 9, 0, 0, 1, 0xB5, 0x14, 0x80}, 2, 2},
+        {{0, 0, 1, 0xB5, 0x25, 0x40, 0, 0, 1, 0xB5, 0x11, 0x4F}, 5, 4},  // behind an extension of another kind
+        {{0, 0, 1, 0xB5, 0x14}, 0, 0},                                   // ends within it
+        {{}, 0, 0},
     };
-    EXPECT_EQ(levels({0, 0, 1, 0xB3, 9, 0, 0, 1, 0xB5, 0x14, 0x80}), GProfileAndLevel(2, 2));
-    EXPECT_EQ(levels({0, 0, 1, 0xB5, 0x25, 0x40, 0, 0, 1, 0xB5, 0x11, 0x4F}), GProfileAndLevel(5, 4))
-        << "an extension of another kind comes first";
-    EXPECT_EQ(levels({0, 0, 1, 0xB5, 0x14}), GProfileAndLevel(0, 0)) << "ends within it";
-    EXPECT_EQ(levels({}), GProfileAndLevel(0, 0));
+    for (const auto& row : rows) {
+        const auto types = MkvVideoTypes(VideoTrack("V_MPEG2"), row.codecPrivate);
+        EXPECT_EQ(types.at(0).subtype, MEDIASUBTYPE_MPEG2_VIDEO);
+        ExpectFields(types[0],
+                     {{kSequenceSize, row.codecPrivate.size()}, {kProfile, row.profile}, {kLevel, row.level}});
+    }
 }
 
-GEbmlBytes TheoraPrivate()
+GEbmlBytes TheoraPrivate(std::uint8_t rate = 25)
 {
-    GEbmlBytes bytes(3 + 42);
-    const GEbmlBytes fields = {0x20, 0x01, 0x30, 0x02, 0, 1, 10, 0, 0, 200, 5, 6, 0, 0, 0, 25, 0, 0, 0, 1};
-    std::copy(fields.begin(), fields.end(), bytes.begin() + 13);
-    return bytes;
+    return Join({GEbmlBytes(13),
+                 {0x20, 0x01, 0x30, 0x02, 0, 1, 10, 0, 0, 200, 5, 6, 0, 0, 0, rate, 0, 0, 0, 1},
+                 GEbmlBytes(12)});
 }
 
 TEST(MkvVideoTypes, TheoraReadsItsIdentificationHeader)
 {
-    auto types = MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate());
+    const auto types = MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate());
     ASSERT_THAT(types, SizeIs(1));
-    EXPECT_EQ(At(types[0], kBitmap2 + 4), 0x12u);
-    EXPECT_EQ(At(types[0], kBitmap2 + 8), 0x23u);
-    EXPECT_EQ(At(types[0], kFrameTime, 8), 400'000u);
-    EXPECT_EQ(At(types[0], kAspectX), 266u);
-    EXPECT_EQ(At(types[0], kAspectY), 200u);
+    EXPECT_EQ(types[0].subtype, FourCC("THEO"));
+    ExpectFields(
+        types[0],
+        {{kBitmap2 + 4, 0x12}, {kBitmap2 + 8, 0x23}, {kFrameTime, 400'000, 8}, {kAspectX, 266}, {kAspectY, 200}});
     EXPECT_EQ(Bytes(types[0], kSequence), TheoraPrivate());
-    GEbmlBytes noRate = TheoraPrivate();
-    noRate[28] = 0;
-    types = MkvVideoTypes(VideoTrack("V_THEORA"), noRate);
-    EXPECT_EQ(At(types.at(0), kFrameTime, 8), 0u) << "no division by a rate of 0";
+    ExpectFields(MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate(0)).at(0), {{kFrameTime, 0, 8}});
 }
 
 GEbmlBytes Bitmap(std::uint16_t depth, std::uint32_t compression, const GEbmlBytes& behind = {})
@@ -159,17 +162,26 @@ GEbmlBytes Bitmap(std::uint16_t depth, std::uint32_t compression, const GEbmlByt
 
 TEST(MkvVideoTypes, VfwTracksCarryTheirBitmapHeaderAndWhatFollowsIt)
 {
-    const auto subtype = [](std::uint16_t depth, std::uint32_t compression) {
-        return MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), Bitmap(depth, compression)).at(0).subtype;
-    };
-    EXPECT_EQ(subtype(24, 0x44495658), SubtypeFromFourCC(0x44495658));
-    EXPECT_EQ(subtype(16, BI_RGB), MEDIASUBTYPE_RGB565);
-    EXPECT_EQ(subtype(32, BI_BITFIELDS), MEDIASUBTYPE_ARGB32);
-    EXPECT_EQ(subtype(12, BI_RGB), GUID_NULL);
-    const GEbmlBytes codecPrivate = Bitmap(24, 0x44495658, {1, 2, 3});
-    const auto types = MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), codecPrivate);
-    EXPECT_EQ(types.at(0).formattype, FORMAT_VideoInfo);
-    EXPECT_EQ(Bytes(types[0], kBitmap1), codecPrivate);
+    constexpr DWORD kXvid = MAKEFOURCC('X', 'V', 'I', 'D');
+    const struct {
+        std::uint16_t depth;
+        DWORD compression;
+        GUID subtype;
+    } rows[] = {{24, kXvid, FourCC("XVID")},
+                {1, BI_RGB, MEDIASUBTYPE_RGB1},
+                {4, BI_RGB, MEDIASUBTYPE_RGB4},
+                {8, BI_RGB, MEDIASUBTYPE_RGB8},
+                {16, BI_RGB, MEDIASUBTYPE_RGB565},
+                {24, BI_RGB, MEDIASUBTYPE_RGB24},
+                {32, BI_BITFIELDS, MEDIASUBTYPE_ARGB32},
+                {12, BI_RGB, GUID_NULL}};
+    for (const auto& row : rows) {
+        const GEbmlBytes codecPrivate = Bitmap(row.depth, row.compression, {1, 2, 3});
+        const auto types = MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), codecPrivate);
+        EXPECT_EQ(types.at(0).subtype, row.subtype) << row.depth;
+        EXPECT_EQ(types[0].formattype, FORMAT_VideoInfo);
+        EXPECT_EQ(Bytes(types[0], kBitmap1), codecPrivate);
+    }
     EXPECT_THAT(MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), GEbmlBytes(39)), IsEmpty());
 }
 
@@ -187,19 +199,15 @@ TEST(MkvVideoTypes, ADisplaySizeGivesVideoInfoATwinInFrontAndMpeg2ItsAspect)
     EXPECT_EQ(types[1].formattype, FORMAT_VideoInfo);
     EXPECT_EQ(types[0].cbFormat, kBitmap2 + codecPrivate.size());
     EXPECT_EQ(0, std::memcmp(types[0].pbFormat, types[1].pbFormat, kBitmap1));
-    EXPECT_EQ(At(types[0], kFrameTime, 8), 400'000u);
-    EXPECT_EQ(At(types[0], kBitmap1, 8), 0u);
-    EXPECT_EQ(At(types[0], kAspectX), 16u);
-    EXPECT_EQ(At(types[0], kAspectY), 9u);
-    EXPECT_EQ(At(types[0], kAspectY + 4, 8), 0u);
+    ExpectFields(types[0],
+                 {{kFrameTime, 400'000, 8}, {kBitmap1, 0, 8}, {kAspectX, 16}, {kAspectY, 9}, {kAspectY + 4, 0, 8}});
     EXPECT_EQ(Bytes(types[0], kBitmap2), codecPrivate);
 
     GMkvTrack mpeg2 = VideoTrack("V_MPEG2");
     mpeg2.video = track.video;
     const auto single = MkvVideoTypes(mpeg2, {});
     ASSERT_THAT(single, SizeIs(1));
-    EXPECT_EQ(At(single[0], kAspectX), 16u);
-    EXPECT_EQ(At(single[0], kAspectY), 9u);
+    ExpectFields(single[0], {{kAspectX, 16}, {kAspectY, 9}});
 }
 
 TEST(MkvVideoTypes, TheFrameTimeComesFromTheRateThenTheDurationThenTheStream)
@@ -221,28 +229,36 @@ TEST(MkvVideoTypes, TheFrameTimeComesFromTheRateThenTheDurationThenTheStream)
     const GEbmlBytes sps = {0x67, 0x42, 0xC0, 0x0A, 0xD9, 0x04, 0x7B, 0x01, 0x10, 0x00, 0x00, 0x03,
                             0x00, 0x10, 0x00, 0x00, 0x03, 0x03, 0x28, 0xF1, 0x22, 0x64, 0x80};
     const GEbmlBytes timed = Join({{1, 66, 0xC0, 10, 0xFF, 0xE1, 0, 23}, sps, {0}});
-    EXPECT_EQ(time(VideoTrack("V_MPEG4/ISO/AVC"), timed), 400'000u);
-    EXPECT_EQ(time(VideoTrack("V_MPEG4/ISO/AVC"), Avc()), 10'000'000u)
-        << "a stream without timing counts as one a second";
     GMkvTrack avc = VideoTrack("V_MPEG4/ISO/AVC");
+    EXPECT_EQ(time(avc, timed), 400'000u);
+    EXPECT_EQ(time(avc, Avc()), 10'000'000u) << "a stream without timing counts as one a second";
     avc.defaultDuration = CUInt(20'000'000);
     EXPECT_EQ(time(avc, timed), 200'000u);
 }
 
 TEST(MkvVideoTypes, CodecIdsAreComparedToTheByteAndTheirPrefixesInOrder)
 {
-    const auto subtype = [](std::string_view id) {
-        const auto types = MkvVideoTypes(VideoTrack(id), {});
-        return types.empty() ? MEDIASUBTYPE_UTF8 : types[0].subtype;
+    const GUID none = MEDIASUBTYPE_UTF8;
+    const std::pair<std::string_view, GUID> rows[] = {
+        {"V_MPEG4/ISO/ASP", FourCC("MP4V")},
+        {"V_MPEG4/", FourCC("MP4V")},
+        {"V_VP8", FourCC("VP80")},
+        {{"V_VP8\0\0", 7}, FourCC("VP80")},
+        {"V_UNCOMPRESSED", GUID_NULL},
+        {"V_REAL/RV40", FourCC("RV40")},
+        {"", none},
+        {"V_", none},
+        {"v_vp8", none},
+        {"V_VP8 ", none},
+        {"V_VP80", none},
+        {"V_REAL/RV", none},
+        {"V_MPEG4", none},
+        {"V_MPEG1", none},
     };
-    EXPECT_EQ(subtype("V_MPEG4/ISO/ASP"), SubtypeFromFourCC(MAKEFOURCC('M', 'P', '4', 'V')));
-    EXPECT_EQ(subtype("V_MPEG4/"), SubtypeFromFourCC(MAKEFOURCC('M', 'P', '4', 'V')));
-    EXPECT_EQ(subtype("V_VP8"), SubtypeFromFourCC(MAKEFOURCC('V', 'P', '8', '0')));
-    EXPECT_EQ(subtype("V_REAL/RV40"), SubtypeFromFourCC(MAKEFOURCC('R', 'V', '4', '0')));
-    EXPECT_EQ(subtype("V_UNCOMPRESSED"), GUID_NULL);
-    for (const std::string_view none : {"", "V_", "v_vp8", "V_VP8 ", "V_VP80", "V_REAL/RV", "V_MPEG4", "V_MPEG1"})
-        EXPECT_EQ(subtype(none), MEDIASUBTYPE_UTF8) << none;
-    EXPECT_EQ(subtype(std::string_view("V_VP8\0\0", 7)), SubtypeFromFourCC(MAKEFOURCC('V', 'P', '8', '0'))) << "padded";
+    for (const auto& [id, subtype] : rows) {
+        const auto types = MkvVideoTypes(VideoTrack(id), {});
+        EXPECT_EQ(types.empty() ? none : types[0].subtype, subtype) << id;
+    }
 }
 
 TEST(MkvAudioTypes, TheWaveFormatIsThatOfTheTrack)
@@ -251,30 +267,23 @@ TEST(MkvAudioTypes, TheWaveFormatIsThatOfTheTrack)
     ASSERT_THAT(types, SizeIs(1));
     EXPECT_EQ(types[0].lSampleSize, 256'000u);
     EXPECT_EQ(types[0].cbFormat, kWaveBytes) << "no private data here";
-    EXPECT_EQ(At(types[0], 0, 2), 1u);
-    EXPECT_EQ(At(types[0], 2, 2), 2u);
-    EXPECT_EQ(At(types[0], 4), 22'050u);
-    EXPECT_EQ(At(types[0], 8), 88'200u);
-    EXPECT_EQ(At(types[0], 12, 2), 4u);
-    EXPECT_EQ(At(types[0], 14, 2), 16u);
-    EXPECT_EQ(At(types[0], 16, 2), 0u);
+    ExpectFields(types[0], {{0, 1, 2}, {2, 2, 2}, {4, 22'050}, {8, 88'200}, {12, 4, 2}, {14, 16, 2}, {16, 0, 2}});
 
-    const auto bare = MkvAudioTypes(Track(GMkvTrack::kAudio, "A_EAC3"), {});
-    EXPECT_EQ(bare.at(0).subtype, SubtypeFromWaveTag(0x2000)) << "the same as AC-3";
-    EXPECT_EQ(At(bare[0], 2, 2), 1u);
-    EXPECT_EQ(At(bare[0], 4), 8'000u);
-    EXPECT_EQ(At(bare[0], 8), 0u);
-    EXPECT_EQ(At(bare[0], 12, 4), 0u);
-}
+    const std::pair<const char*, std::uint16_t> tags[] = {
+        {"A_MPEG/L3", std::uint16_t{0x55}}, {"A_MPEG/L2", std::uint16_t{0x50}}, {"A_AC3", std::uint16_t{0x2000}},
+        {"A_EAC3", std::uint16_t{0x2000}},  {"A_DTS", std::uint16_t{0x2001}},   {"A_PCM/FLOAT/IEEE", std::uint16_t{3}},
+        {"A_TTA1", std::uint16_t{0x77A1}}};
+    for (const auto& [id, tag] : tags) {
+        const auto bare = MkvAudioTypes(Track(GMkvTrack::kAudio, id), {});
+        EXPECT_EQ(bare.at(0).subtype, SubtypeFromWaveTag(tag)) << id;
+        ExpectFields(bare[0], {{0, tag, 2}, {2, 1, 2}, {4, 8'000}, {8, 0}, {12, 0}});
+    }
 
-TEST(MkvAudioTypes, AbsurdParametersStayNumbers)
-{
-    GMkvTrack track = AudioTrack("A_AC3");
-    track.audio.channels = CUInt(~std::uint64_t{0});
-    track.audio.bitDepth = CUInt(~std::uint64_t{0});
+    GMkvTrack absurd = AudioTrack("A_AC3");
+    absurd.audio.channels = absurd.audio.bitDepth = CUInt(~std::uint64_t{0});
     for (const double rate : {-1.0, 1e300, std::nan(""), std::numeric_limits<double>::infinity()}) {
-        track.audio.samplingFrequency = CFloat(rate);
-        EXPECT_THAT(MkvAudioTypes(track, {}), SizeIs(1));
+        absurd.audio.samplingFrequency = CFloat(rate);
+        EXPECT_THAT(MkvAudioTypes(absurd, {}), SizeIs(1));
     }
 }
 
@@ -283,23 +292,17 @@ TEST(MkvAudioTypes, AacIsDescribedByItsPrivateDataOrByItsName)
     const auto own = MkvAudioTypes(AudioTrack("A_AAC"), GEbmlBytes{0x13, 0x90});
     ASSERT_THAT(own, SizeIs(1));
     EXPECT_EQ(own[0].subtype, SubtypeFromWaveTag(0xFF));
-    EXPECT_EQ(At(own[0], 16, 2), 2u);
-    EXPECT_EQ(Bytes(own[0], kWaveBytes), (GEbmlBytes{0x13, 0x90}));
+    EXPECT_EQ(Bytes(own[0], 16), (GEbmlBytes{2, 0, 0x13, 0x90}));
 
-    const auto profile = [](std::string_view id) {
-        return MkvAudioTypes(AudioTrack(id), GEbmlBytes{9, 9, 9}).at(0).Format()[kWaveBytes] >> 3;
-    };
-    EXPECT_EQ(profile("A_AAC/MPEG2/MAIN"), 1);
-    EXPECT_EQ(profile("A_AAC/MPEG4/LC"), 2);
-    EXPECT_EQ(profile("A_AAC/MPEG4/SSR"), 3);
-    EXPECT_EQ(profile("A_AAC/MPEG4/LTP"), 4);
-    EXPECT_EQ(profile("A_AAC/"), 2);
+    const std::pair<const char*, int> objectTypes[] = {
+        {"A_AAC/MPEG2/MAIN", 1}, {"A_AAC/MPEG4/LC", 2}, {"A_AAC/MPEG4/SSR", 3}, {"A_AAC/MPEG4/LTP", 4}, {"A_AAC/", 2}};
+    for (const auto& [id, objectType] : objectTypes)
+        EXPECT_EQ(MkvAudioTypes(AudioTrack(id), GEbmlBytes{9, 9, 9}).at(0).Format()[kWaveBytes] >> 3, objectType);
 
     const auto sbr = MkvAudioTypes(AudioTrack("A_AAC/MPEG4/LC/SBR"), {});
     ASSERT_THAT(sbr, SizeIs(2)) << "SBR comes before LC";
-    EXPECT_EQ(At(sbr[0], 4), 44'100u) << "the doubled rate first";
-    EXPECT_EQ(At(sbr[0], 8), 176'400u);
-    EXPECT_EQ(At(sbr[1], 4), 22'050u);
+    ExpectFields(sbr[0], {{4, 44'100}, {8, 176'400}});
+    ExpectFields(sbr[1], {{4, 22'050}, {8, 88'200}});
     EXPECT_EQ(Bytes(sbr[0], 16), Bytes(sbr[1], 16));
 }
 
@@ -317,17 +320,11 @@ TEST(MkvAudioTypes, TwinsComeInTheirOrder)
     ASSERT_THAT(vorbis, SizeIs(2));
     EXPECT_EQ(vorbis[0].subtype, MEDIASUBTYPE_Vorbis2);
     EXPECT_EQ(vorbis[0].formattype, FORMAT_VorbisFormat2);
-    std::vector<std::uint64_t> fields;
-    for (std::size_t i = 0; i < 24; i += 4)
-        fields.push_back(At(vorbis[0], i));
-    EXPECT_THAT(fields, ElementsAre(2, 22'050, 16, 1, 2, 3));
+    ExpectFields(vorbis[0], {{0, 2}, {4, 22'050}, {8, 16}, {12, 1}, {16, 2}, {20, 3}});
     EXPECT_EQ(Bytes(vorbis[0], 24), (GEbmlBytes{0x01, 0x03, 0x33, 0x05, 0x55, 0x56}));
     EXPECT_EQ(vorbis[1].subtype, MEDIASUBTYPE_Vorbis);
     EXPECT_EQ(vorbis[1].cbFormat, 24u);
-    EXPECT_EQ(At(vorbis[1], 0, 2), 2u);
-    EXPECT_EQ(At(vorbis[1], 4), 22'050u);
-    EXPECT_EQ(At(vorbis[1], 8, 8), 0xFFFFFFFF'FFFFFFFFu);
-    EXPECT_EQ(At(vorbis[1], 16, 8), 0xFFFFFFFFu);
+    ExpectFields(vorbis[1], {{0, 2, 2}, {4, 22'050}, {8, 0xFFFFFFFF'FFFFFFFF, 8}, {16, 0xFFFFFFFF}});
     for (const GEbmlBytes& other : {GEbmlBytes{}, GEbmlBytes{1, 1, 2, 3}, GEbmlBytes{2, 9, 9, 1}, GEbmlBytes{2, 255}})
         EXPECT_THAT(MkvAudioTypes(AudioTrack("A_VORBIS"), other), SizeIs(1)) << other.size();
 }
@@ -351,18 +348,24 @@ TEST(MkvAudioTypes, FormatsThatTheFileBringsAreTakenAsTheyAre)
 
 TEST(MkvSubtitleTypes, TheBlockHoldsLanguageNameAndPrivateData)
 {
-    GMkvTrack track = Track(GMkvTrack::kSubtitle, "S_TEXT/ASS");
-    track.language = "ger-AT";
-    track.name = WString(300, WCHAR{'n'});
-    const auto types = MkvSubtitleTypes(track, GEbmlBytes{'[', ']'});
-    ASSERT_THAT(types, SizeIs(1));
-    EXPECT_EQ(types[0].majortype, MEDIATYPE_Subtitle);
-    EXPECT_EQ(types[0].subtype, MEDIASUBTYPE_ASS);
-    EXPECT_EQ(types[0].formattype, FORMAT_SubtitleInfo);
-    EXPECT_EQ(At(types[0], 0), 520u);
-    EXPECT_EQ(At(types[0], 4), 'g' | 'e' << 8 | 'r' << 16);
-    EXPECT_EQ(At(types[0], 8 + 254 * 2), std::uint64_t{'n'}) << "255 characters and the end";
-    EXPECT_EQ(Bytes(types[0], 520), (GEbmlBytes{'[', ']'}));
+    const std::pair<const char*, GUID> subtypes[] = {
+        {"S_TEXT/UTF8", MEDIASUBTYPE_UTF8}, {"S_TEXT/SSA", MEDIASUBTYPE_SSA}, {"S_SSA", MEDIASUBTYPE_SSA},
+        {"S_TEXT/ASS", MEDIASUBTYPE_ASS},   {"S_ASS", MEDIASUBTYPE_ASS},      {"S_TEXT/SSF", MEDIASUBTYPE_SSF},
+        {"S_SSF", MEDIASUBTYPE_SSF},        {"S_TEXT/USF", MEDIASUBTYPE_USF}, {"S_USF", MEDIASUBTYPE_USF},
+        {"S_VOBSUB", MEDIASUBTYPE_VOBSUB}};
+    for (const auto& [id, subtype] : subtypes) {
+        GMkvTrack track = Track(GMkvTrack::kSubtitle, id);
+        track.language = "ger-AT";
+        track.name = WString(300, WCHAR{'n'});
+        const auto types = MkvSubtitleTypes(track, GEbmlBytes{'[', ']'});
+        ASSERT_THAT(types, SizeIs(1)) << id;
+        EXPECT_EQ(types[0].majortype, MEDIATYPE_Subtitle);
+        EXPECT_EQ(types[0].subtype, subtype) << id;
+        EXPECT_EQ(types[0].formattype, FORMAT_SubtitleInfo);
+        constexpr std::size_t kLastOf255 = 8 + 254 * 2;
+        ExpectFields(types[0], {{0, 520}, {4, 'g' | 'e' << 8 | 'r' << 16}, {kLastOf255, 'n'}});
+        EXPECT_EQ(Bytes(types[0], 520), (GEbmlBytes{'[', ']'}));
+    }
     const auto plain = MkvSubtitleTypes(Track(GMkvTrack::kSubtitle, "S_TEXT/ASCII"), {});
     EXPECT_EQ(plain.at(0).majortype, MEDIATYPE_Text);
     EXPECT_EQ(plain[0].subtype, GUID_NULL);

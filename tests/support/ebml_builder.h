@@ -1,10 +1,13 @@
 // Writes EBML elements and small Matroska files in a few readable lines.
 #pragma once
 
+#include <zlib.h>
+
 #include <bit>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -20,6 +23,15 @@ inline GEbmlBytes Join(std::initializer_list<GEbmlBytes> parts)
     GEbmlBytes all;
     for (const GEbmlBytes& part : parts)
         all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+inline GEbmlBytes Repeat(const GEbmlBytes& element, std::size_t count)
+{
+    GEbmlBytes all;
+    all.reserve(element.size() * count);
+    for (std::size_t i = 0; i < count; ++i)
+        all.insert(all.end(), element.begin(), element.end());
     return all;
 }
 
@@ -84,7 +96,11 @@ inline GEbmlBytes TextElement(std::uint32_t id, std::string_view text)
 }
 inline GEbmlBytes VoidElement(std::size_t dataSize) { return Element(mkv_id::kVoid, GEbmlBytes(dataSize)); }
 
+// Bits of a Block's flags.
 inline constexpr std::uint8_t kKeyFlag = 0x80;
+inline constexpr std::uint8_t kXiphLace = 0x02;
+inline constexpr std::uint8_t kFixedLace = 0x04;
+inline constexpr std::uint8_t kEbmlLace = 0x06;
 
 // The inside of a Block: track, timecode relative to the Cluster, flags, then the frame or the lace.
 inline GEbmlBytes BlockData(std::uint64_t track, int timecode, std::uint8_t flags, const GEbmlBytes& data)
@@ -95,9 +111,10 @@ inline GEbmlBytes SimpleBlock(std::uint64_t track, int timecode, std::uint8_t fl
 {
     return Element(mkv_id::kSimpleBlock, BlockData(track, timecode, flags, data));
 }
-inline GEbmlBytes BlockGroup(std::uint64_t track, int timecode, const GEbmlBytes& data, const GEbmlBytes& others = {})
+inline GEbmlBytes BlockGroup(std::uint64_t track, int timecode, const GEbmlBytes& data, const GEbmlBytes& others = {},
+                             std::uint8_t flags = 0)
 {
-    return Element(mkv_id::kBlockGroup, {Element(mkv_id::kBlock, BlockData(track, timecode, 0, data)), others});
+    return Element(mkv_id::kBlockGroup, {Element(mkv_id::kBlock, BlockData(track, timecode, flags, data)), others});
 }
 inline GEbmlBytes Cluster(std::uint64_t timecode, std::initializer_list<GEbmlBytes> blocks)
 {
@@ -118,6 +135,26 @@ inline GEbmlBytes TrackEntry(std::uint64_t number, std::uint64_t type, std::stri
                     TextElement(mkv_id::kCodecId, codec), others});
 }
 
+// One content encoding of a track, and data as the zlib one stores them.
+inline GEbmlBytes ContentEncodings(std::uint64_t algorithm, const GEbmlBytes& settings = {}, std::uint64_t scope = 1)
+{
+    using namespace mkv_id;
+    return Element(
+        kContentEncodings,
+        {Element(kContentEncoding, {UIntElement(kContentEncodingScope, scope),
+                                    Element(kContentCompression, {UIntElement(kContentCompAlgo, algorithm),
+                                                                  Element(kContentCompSettings, settings)})})});
+}
+inline GEbmlBytes ZlibCompressed(const GEbmlBytes& plain)
+{
+    uLongf size = compressBound(static_cast<uLong>(plain.size()));
+    GEbmlBytes out(size);
+    if (compress(out.data(), &size, plain.data(), static_cast<uLong>(plain.size())) != Z_OK)
+        throw std::runtime_error("zlib refused to compress");
+    out.resize(size);
+    return out;
+}
+
 // A whole file. The children of the Segment stand in the order they are added in; a SeekHead and Cues may name elements
 // that come later.
 class GMkvBuilder {
@@ -126,6 +163,12 @@ public:
         std::uint64_t time;  // ticks
         std::uint64_t track;
         std::size_t cluster;  // 0: the first Cluster
+    };
+    // The n-th element of an ID, from 0 on.
+    struct GListed {
+        GListed(std::uint32_t listedId, std::size_t place = 0) : id(listedId), n(place) {}
+        std::uint32_t id;
+        std::size_t n;
     };
     enum class GSegmentSize { Known, Unknown };
 
@@ -139,13 +182,13 @@ public:
         return Add(Element(mkv_id::kInfo, {TextElement(mkv_id::kMuxingApp, "builder"), others}));
     }
     GMkvBuilder& AddTracks(std::initializer_list<GEbmlBytes> entries) { return Add(Element(mkv_id::kTracks, entries)); }
-    // Names the first element of each ID, which must be in the file.
-    GMkvBuilder& AddSeekHead(std::vector<std::uint32_t> ids)
+    // They must be in the file.
+    GMkvBuilder& AddSeekHead(std::vector<GListed> listed)
     {
-        children.push_back([ids = std::move(ids)](const GMkvBuilder& builder) {
+        children.push_back([listed = std::move(listed)](const GMkvBuilder& builder) {
             GEbmlBytes entries;
-            for (const std::uint32_t id : ids)
-                entries = Join({entries, SeekEntry(id, builder.PositionOf(id, 0))});
+            for (const GListed& at : listed)
+                entries = Join({entries, SeekEntry(at.id, builder.PositionOf(at.id, at.n))});
             return Element(mkv_id::kSeekHead, entries);
         });
         return *this;
