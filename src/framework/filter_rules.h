@@ -46,6 +46,11 @@ enum class GSeekRelay : std::uint8_t {
     OncePerTarget,  // the same target from another pin is the same seek relayed
 };
 
+enum class GSegmentEnd : std::uint8_t {
+    Stop,      // a segment ends at the stop position
+    Duration,  // at the end of the file, whatever the stop position
+};
+
 enum class GResizeRule : std::uint8_t {
     FlushPeerOrAbort,  // the peer is flushed first; a failure ends the stream with EC_ERRORABORT
     DropOnFailure,     // no flush; a failure costs the packet only
@@ -57,6 +62,7 @@ struct GFilterRules {
     GPrerollRule preroll = GPrerollRule::UpToZero;
     GSyncRule sync = GSyncRule::FirstOrKeyFrame;
     GSeekRelay seekRelay = GSeekRelay::EveryPin;
+    GSegmentEnd segmentEnd = GSegmentEnd::Stop;
     GResizeRule resize = GResizeRule::FlushPeerOrAbort;
     bool firstVideoOnly = false;  // later video streams get no pin
     bool prerollAtFirst = true;   // the preroll option of a new filter
@@ -72,6 +78,7 @@ inline constexpr GFilterRules kMkvRules{
     .mediaTimes = GMediaTimeRule::None,
     .sync = GSyncRule::KeyFrame,
     .seekRelay = GSeekRelay::OncePerTarget,
+    .segmentEnd = GSegmentEnd::Duration,
     .resize = GResizeRule::DropOnFailure,
     .prerollAtFirst = false,
 };

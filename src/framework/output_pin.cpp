@@ -309,8 +309,11 @@ HRESULT CVexOutputPin::OnThreadStartPlay()
     discontinuityPending = true;
     SetStart(owner->SegmentStart());
     const GSegment segment = Segment();
+    const bool toTheEnd = owner->Rules().segmentEnd == GSegmentEnd::Duration;
     const GDelivery inside(*this);
-    return inside.Allowed() ? DeliverNewSegment(segment.start, segment.stop, segment.rate) : S_FALSE;
+    if (!inside.Allowed())
+        return S_FALSE;
+    return DeliverNewSegment(segment.start, toTheEnd ? owner->Duration() : segment.stop, segment.rate);
 }
 
 HRESULT CVexOutputPin::DoBufferProcessingLoop()

@@ -279,24 +279,6 @@ TEST(MkvElement, SameKindStopsAtAnotherLevelOneElement)
     EXPECT_FALSE(block.NextSibling(GMkvKind::Same));
 }
 
-TEST(MkvElement, AnIndexEntryIsBelievedOnlyWhereItsIdStands)
-{
-    GWalk walk(Element(kSegment, {VoidElement(2), Cluster(0, {}), Element(kCues, GEbmlBytes{})}));
-    GMkvElement& segment = walk.top;
-    GMkvSeekIndex index;
-    segment.seekIndex = &index;
-    const std::int64_t cuesPos = walk.reader.FileSize() - 5;
-    index.Add(kCues, cuesPos);
-    index.Add(kCues, 0);
-    index.Add(kTags, cuesPos);
-    const auto cues = segment.FirstChild(kCues);
-    ASSERT_TRUE(cues);
-    EXPECT_EQ(cues->headerPos, cuesPos) << "the first entry counts";
-    EXPECT_FALSE(segment.FirstChild(kTags, GMkvScan::Yes));
-    EXPECT_FALSE(segment.FirstChild(kCluster)) << "neither listed nor walked to";
-    EXPECT_TRUE(segment.FirstChild(kCluster, GMkvScan::Yes));
-}
-
 // ---- unknown sizes
 
 int CountBlocks(GMkvElement& cluster)
@@ -309,21 +291,6 @@ int CountBlocks(GMkvElement& cluster)
             child.reset();
     }
     return blocks;
-}
-
-TEST(MkvElement, AClusterOfUnknownSizeReachesToTheEndOfTheFile)
-{
-    for (const unsigned width : {1u, 8u}) {
-        GWalk walk(UnknownSizeElement(
-            kSegment,
-            UnknownSizeElement(kCluster, Join({SimpleBlock(1, 0, 0, {1}), SimpleBlock(1, 1, 0, {2})}), width)));
-        GMkvElement cluster = walk.First();
-        EXPECT_EQ(cluster.size.value,
-                  static_cast<std::uint64_t>(walk.reader.FileSize() - cluster.headerPos - 4 - width));
-        EXPECT_EQ(CountBlocks(cluster), 2);
-        EXPECT_FALSE(cluster.NextCluster());
-        EXPECT_EQ(walk.reader.Damage().Report().count, 0u);
-    }
 }
 
 // A live recording: Clusters without sizes, one after the other. In the variants the walk over the blocks comes first, is

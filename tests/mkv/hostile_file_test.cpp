@@ -24,13 +24,11 @@ GEbmlBytes SmallFile()
     return ThreeTracks(info, video, audio)
         .AddSeekHead({kTracks, kCues, kChapters})
         .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, ZlibCompressed({1, 2, 3})),
-                         SimpleBlock(kAudioTrack, 0, kXiphLace, {2, 1, 2, 1, 2, 2, 3, 3}),
+                         Sound(0, {2, 1, 2, 1, 2, 2, 3, 3}, kXiphLace),
                          BlockGroup(kTextTrack, 1, {'h', 'i'}, UIntElement(kBlockDuration, 9))}))
-        .Add(UnknownSizeElement(kCluster,
-                                Join({UIntElement(kTimecode, 40), DependentGroup(kVideoTrack, 0, ZlibCompressed({4})),
-                                      SimpleBlock(kAudioTrack, 1, kEbmlLace, {2, 0x81, 0xC0, 1, 2, 2, 3})})))
-        .Add(Cluster(80, {SimpleBlock(kAudioTrack, 1, kFixedLace, {1, 1, 2}),
-                          FlaggedGroup(kVideoTrack, 0, ZlibCompressed({5}), kKeyFlag)}))
+        .Add(UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, 40), DependentGroup(0, ZlibCompressed({4})),
+                                                Sound(1, {2, 0x81, 0xC0, 1, 2, 2, 3}, kEbmlLace)})))
+        .Add(Cluster(80, {Sound(1, {1, 1, 2}, kFixedLace), FlaggedGroup(0, ZlibCompressed({5}), kKeyFlag)}))
         .AddCues({{0, kVideoTrack, 0}, {80, kVideoTrack, 2}})
         .Add(Element(kChapters, {Element(kEditionEntry, {atom})}))
         .Add(Element(kAttachments, {attached}))
@@ -132,16 +130,6 @@ TEST(MkvHostile, SizesThatLieNearTheTopOfTheirRangeAreHeldAgainstTheFile)
     }
 }
 
-TEST(MkvHostile, ManyTracksThatAllClaimTheRestOfTheFileCostNoMoreThanTheFile)
-{
-    const GEbmlBytes entry = Element(kTrackEntry, LyingElement(kCodecPrivate, 1 << 20, {}));
-    GMkvFile file;
-    OpenBuilt(file, GMkvBuilder().Add(Element(kTracks, Repeat(entry, 500))).Add(VoidElement(1 << 20)));
-    EXPECT_EQ(file.tracks.size(), 500u);
-    for (const GMkvTrack& track : file.tracks)
-        EXPECT_TRUE(track.codecPrivate.empty());
-}
-
 TEST(MkvHostile, ChaptersNestOnlySoDeep)
 {
     GEbmlBytes atom;
@@ -192,13 +180,12 @@ TEST(MkvHostile, AMillionTinyElementsOfAnyKindAreWalkedOnceAndKeptUpToALimit)
 TEST(MkvHostile, WalksAndSearchesStayLinear)
 {
     const GEbmlBytes blocks = Repeat(SimpleBlock(kVideoTrack, 0, 0, {}), 1'000'000);
-    GMkvReading walk(ThreeTracks().Add(UnknownSizeElement(kCluster, blocks)).Build());
+    GMkvReading walk(ThreeTracks().Add(UnknownSizeElement(kCluster, blocks)));
     EXPECT_FALSE(walk.Announced());
     EXPECT_LT(walk.Watch().bytes, 6 * blocks.size()) << "each pass over the Cluster reads it once";
 
     const GEbmlBytes matches = Repeat({0x1F, 0x43, 0xB6, 0x75, 0x00}, 200'000);
-    GMkvReading search(
-        ThreeTracks().Add({0x00}).Add(matches).Add(Cluster(7, {SimpleBlock(kVideoTrack, 3, 0, {9})})).Build());
+    GMkvReading search(ThreeTracks().Add({0x00}).Add(matches).Add(Cluster(7, {Picture(3, 9)})));
     const auto next = search.Announced();
     ASSERT_TRUE(next);
     EXPECT_EQ(next->start, 3 * kMillisecond);

@@ -254,6 +254,21 @@ TEST(MkvPin, TheEndFlushesWhatIsPendingAndASeekForgetsIt)
     }
 }
 
+TEST(MkvPin, ASegmentReachesToTheEndOfTheFileWhateverTheStopPosition)
+{
+    GMkvRig rig(Blocks({Lasting(0, 40 * kMs), Lasting(40 * kMs, 80 * kMs)}));
+    LONGLONG start = 0;
+    LONGLONG stop = 40 * kMs;
+    ASSERT_EQ(rig.Seeking(0)->SetPositions(&start, AM_SEEKING_NoPositioning, &stop, AM_SEEKING_AbsolutePositioning),
+              S_OK);
+    rig.Play();
+    const auto events = rig.Sink(0).Events();
+    const auto segment = std::ranges::find(events, GRecordedEvent::Kind::Segment, &GRecordedEvent::kind);
+    ASSERT_NE(segment, events.end());
+    EXPECT_EQ(segment->start, 0);
+    EXPECT_EQ(segment->stop, 80 * kMs);
+}
+
 TEST(MkvPin, ARestartInTheMiddleOfALaceLosesNothingButWhatThePeerHad)
 {
     GBlockLine laced = Lasting(0, 50 * kMs);

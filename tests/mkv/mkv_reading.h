@@ -23,6 +23,7 @@ struct GReadBlock {
 
 class GMkvReading {
 public:
+    explicit GMkvReading(GMkvBuilder file) : GMkvReading(file.Build()) {}
     explicit GMkvReading(GEbmlBytes bytes) : opened(handler.Open(Watched(std::move(bytes))).Ok()) {}
 
     bool Opened() const { return opened; }
@@ -81,7 +82,7 @@ private:
     std::size_t calls = 0;
 };
 
-inline std::vector<GReadBlock> ReadFile(const GEbmlBytes& bytes) { return GMkvReading(bytes).ReadAll(); }
+inline std::vector<GReadBlock> ReadFile(const GMkvBuilder& file) { return GMkvReading(file).ReadAll(); }
 
 // The first byte of every frame in order: who came when.
 inline std::vector<int> Marks(const std::vector<GReadBlock>& blocks)
@@ -98,6 +99,16 @@ inline constexpr std::uint64_t kAudioTrack = 2;
 inline constexpr std::uint64_t kTextTrack = 3;
 inline constexpr std::uint64_t kUnknownTrack = 4;  // described by nobody
 
+// Blocks with a mark by which they are known again.
+inline GEbmlBytes Picture(int timecode, std::uint8_t mark, std::uint8_t flags = 0)
+{
+    return SimpleBlock(kVideoTrack, timecode, flags, {mark});
+}
+inline GEbmlBytes Sound(int timecode, const GEbmlBytes& data, std::uint8_t flags = kKeyFlag)
+{
+    return SimpleBlock(kAudioTrack, timecode, flags, data);
+}
+
 // A file's head with one track of each kind.
 inline GMkvBuilder ThreeTracks(const GEbmlBytes& infoElements = {}, const GEbmlBytes& videoElements = {},
                                const GEbmlBytes& audioElements = {})
@@ -111,13 +122,13 @@ inline GMkvBuilder ThreeTracks(const GEbmlBytes& infoElements = {}, const GEbmlB
 }
 
 // A BlockGroup of a picture that refers to an earlier one, and one without a reference, whatever its flags say.
-inline GEbmlBytes DependentGroup(std::uint64_t track, int timecode, const GEbmlBytes& data, std::uint8_t flags = 0)
+inline GEbmlBytes DependentGroup(int timecode, const GEbmlBytes& data, std::uint8_t flags = 0)
 {
-    return BlockGroup(track, timecode, data, UIntElement(mkv_id::kReferenceBlock, 0xFF), flags);
+    return BlockGroup(kVideoTrack, timecode, data, UIntElement(mkv_id::kReferenceBlock, 0xFF), flags);
 }
-inline GEbmlBytes FlaggedGroup(std::uint64_t track, int timecode, const GEbmlBytes& data, std::uint8_t flags)
+inline GEbmlBytes FlaggedGroup(int timecode, const GEbmlBytes& data, std::uint8_t flags)
 {
-    return BlockGroup(track, timecode, data, {}, flags);
+    return BlockGroup(kVideoTrack, timecode, data, {}, flags);
 }
 
 }  // namespace vex::test

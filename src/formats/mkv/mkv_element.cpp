@@ -116,27 +116,6 @@ bool GMkvElement::NextSibling(GMkvKind kind)
     }
 }
 
-bool GMkvElement::NextBlock()
-{
-    for (;;) {
-        const GStep step = StepOver();
-        if (step == GStep::Damaged)
-            ReportUnreadable();
-        if (step != GStep::Moved)
-            return false;
-        if (mkv_id::IsBlock(id.value))
-            return true;
-    }
-}
-
-std::optional<GMkvElement> GMkvElement::FirstBlock(GMkvElement& cluster)
-{
-    std::optional<GMkvElement> block = cluster.FirstChild();
-    if (block && !mkv_id::IsBlock(block->id.value) && !block->NextBlock())
-        return std::nullopt;
-    return block;
-}
-
 bool GMkvElement::NextCluster() { return StepToCluster(kNoBudget) == GMkvStep::Moved; }
 
 GMkvStep GMkvElement::StepToCluster(std::uint64_t budget)

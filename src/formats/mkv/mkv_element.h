@@ -59,10 +59,6 @@ public:
     // element of another ID. In a Segment an unreadable header is searched past, to the next level-1 ID.
     bool NextSibling(GMkvKind kind = GMkvKind::Any);
 
-    // In a Cluster: to the next BlockGroup or SimpleBlock; false at the end of the Cluster or at damage.
-    bool NextBlock();
-    // In a Cluster: the first BlockGroup or SimpleBlock of the given Cluster.
-    static std::optional<GMkvElement> FirstBlock(GMkvElement& cluster);
     // In a Segment: to the next Cluster, past whatever cannot be read.
     bool NextCluster();
     // The same in pieces: gives up for now after about `budget` bytes, so that a thread can be stopped in a ruined file.

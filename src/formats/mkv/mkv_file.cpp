@@ -274,11 +274,4 @@ std::int64_t GMkvFile::ClusterTicks(GMkvElement& clusterElement)
     return MkvTicks(timecode.value);
 }
 
-const GMkvTrack* GMkvFile::FindTrack(std::uint64_t number) const
-{
-    const auto found =
-        std::ranges::find_if(tracks, [&](const GMkvTrack& track) { return track.trackNumber.value == number; });
-    return found == tracks.end() ? nullptr : &*found;
-}
-
 }  // namespace vex

@@ -54,9 +54,6 @@ public:
     // A fresh cursor on the Cluster at a CueClusterPosition; nothing when no Cluster can be read there.
     std::optional<GMkvElement> ClusterAt(std::uint64_t cueClusterPosition);
 
-    // The first track of that number, or null. Owned by the file.
-    const GMkvTrack* FindTrack(std::uint64_t number) const;
-
     std::unique_ptr<GMkvReader> reader;  // null when closed
     GMkvHeader header;
     GMkvInfo info;

@@ -19,18 +19,16 @@ constexpr int kMaxSkipped = 64;
 
 constexpr std::size_t kVorbisHeaders = 3;
 
-bool HasEncodedFrames(const GMkvTrack& track)
+bool IsOfFrames(const GMkvContentEncoding& encoding)
 {
-    return std::ranges::any_of(track.contentEncodings, [](const GMkvContentEncoding& encoding) {
-        return (encoding.contentEncodingScope.value & GMkvContentEncoding::kFrames) != 0;
-    });
+    return (encoding.contentEncodingScope.value & GMkvContentEncoding::kFrames) != 0;
 }
 
 std::uint32_t StrippedBytes(const GMkvTrack& track)
 {
     std::size_t bytes = 0;
     for (const GMkvContentEncoding& encoding : track.contentEncodings)
-        if (encoding.contentCompAlgo.value == GMkvContentEncoding::kHeaderStripping)
+        if (IsOfFrames(encoding) && encoding.contentCompAlgo.value == GMkvContentEncoding::kHeaderStripping)
             bytes = std::max(bytes, encoding.contentCompSettings.size());
     return static_cast<std::uint32_t>(std::min<std::size_t>(bytes, kMaxCodecDataSize));
 }
@@ -89,7 +87,7 @@ GStatus GMkvReadHandler::Opened(GStatus status)
         entries.push_back({.number = track.track->trackNumber.value,
                            .described = &track,
                            .strippedBytes = StrippedBytes(*track.track),
-                           .encoded = HasEncodedFrames(*track.track),
+                           .encoded = std::ranges::any_of(track.track->contentEncodings, IsOfFrames),
                            .subtitle = track.track->trackType.value == GMkvTrack::kSubtitle});
     }
     std::ranges::stable_sort(entries, {}, &GTrackEntry::number);

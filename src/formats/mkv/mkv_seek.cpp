@@ -163,9 +163,9 @@ std::optional<GStartPoint> GMkvSeeker::ScanCluster(GMkvElement& cluster, GWanted
             if (blockTime > time)
                 break;
             if (IsKeyFrame(block))
-                start = GStartPoint{walk.Block(), blockTime};
+                start = GStartPoint{GMkvElement::CopyOf(walk.Block()), blockTime};
         } else if (blockTime > time && IsKeyFrame(block)) {
-            return GStartPoint{walk.Block(), blockTime};
+            return GStartPoint{GMkvElement::CopyOf(walk.Block()), blockTime};
         }
     }
     return start;
