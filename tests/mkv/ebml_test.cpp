@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "formats/mkv/mkv_element.h"
+#include "formats/mkv/mkv_file.h"
 #include "support/ebml_builder.h"
 #include "support/watched_source.h"
 
@@ -243,24 +243,14 @@ TEST(MkvElement, ClustersAreSearchedForByTheirIdAlone)
     const GEbmlBytes unreadable = Join({{0x00}, tracks, EbmlId(kCluster), {0x00}, GEbmlBytes(6000)});
     GWalk walk(Element(kSegment, {Cluster(1, {}), VoidElement(4), unreadable, Cluster(2, {}), tracks, Cluster(3, {})}));
     GMkvElement cluster = walk.First();
-    GMkvElement inPieces = cluster;
-    ASSERT_TRUE(cluster.NextCluster()) << "past the Tracks and the Cluster whose size cannot be read";
-    const std::int64_t second = cluster.headerPos;
-    ASSERT_TRUE(cluster.NextCluster());
+    int steps = 1;
+    for (; cluster.StepToCluster(1) == GMkvStep::Searching; ++steps)
+        walk.reader.Seek(7);  // others use the reader in between
+    EXPECT_GE(steps, 3) << "past the Tracks and the Cluster whose size cannot be read";
+    EXPECT_EQ(GMkvFile::ClusterTicks(cluster), 2);
+    EXPECT_TRUE(cluster.NextCluster());
     EXPECT_FALSE(cluster.NextCluster());
     EXPECT_EQ(walk.reader.Damage().Report().count, 1u);
-
-    int steps = 1;
-    GMkvStep step = inPieces.StepToCluster(1);
-    for (; step == GMkvStep::Searching; ++steps) {
-        walk.reader.Seek(7);  // others use the reader in between
-        step = inPieces.StepToCluster(1);
-    }
-    EXPECT_EQ(step, GMkvStep::Moved);
-    EXPECT_EQ(inPieces.headerPos, second);
-    EXPECT_GE(steps, 3);
-    EXPECT_EQ(inPieces.StepToCluster(1 << 20), GMkvStep::Moved);
-    EXPECT_EQ(inPieces.StepToCluster(1 << 20), GMkvStep::End);
 }
 
 TEST(MkvElement, SameKindStopsAtAnotherLevelOneElement)

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "support/scripted_filter.h"
 
 namespace vex::test {
@@ -25,18 +27,13 @@ struct GBlockLine {
     bool keyFrame = false;
 };
 
+GBlockLine Open(REFERENCE_TIME start, std::uint64_t priority = 0)
+{
+    return {.start = start, .stop = start + 1, .priority = priority};
+}
 GBlockLine Lasting(REFERENCE_TIME start, REFERENCE_TIME stop)
 {
     return {.start = start, .stop = stop, .hasDuration = true};
-}
-
-GBlockLine Open(REFERENCE_TIME start) { return {.start = start, .stop = start + 1}; }
-
-GBlockLine Urgent(REFERENCE_TIME start, std::uint64_t priority)
-{
-    GBlockLine line = Open(start);
-    line.priority = priority;
-    return line;
 }
 
 GScript Blocks(std::vector<GBlockLine> lines)
@@ -127,8 +124,8 @@ TEST(MkvPin, ABlockWithoutADurationLastsUntilALaterOneStarts)
 // It goes behind the last Block whose priority is not above its own, past no more than depth - 1 of them.
 TEST(MkvPin, ALowerPriorityOvertakesWithinTheWindowAndEqualOnesKeepTheirOrder)
 {
-    const std::vector<GBlockLine> lines = {Urgent(0, 5), Urgent(1 * kMs, 5), Urgent(2 * kMs, 0), Urgent(3 * kMs, 5),
-                                           Urgent(4 * kMs, 5)};
+    const std::vector<GBlockLine> lines = {Open(0, 5), Open(1 * kMs, 5), Open(2 * kMs, 0), Open(3 * kMs, 5),
+                                           Open(4 * kMs, 5)};
     EXPECT_THAT(Starts(GMkvRig(Blocks(lines), 2).Play()), ElementsAre(0, 2, 1, 3, 4));
     EXPECT_THAT(Starts(GMkvRig(Blocks(lines), 4).Play()), ElementsAre(2, 0, 1, 3, 4));
     GMkvRig equal(Blocks({Lasting(0, 1), Lasting(120 * kMs, 1), Lasting(40 * kMs, 1), Lasting(80 * kMs, 1)}), 8);
@@ -213,13 +210,11 @@ TEST(MkvPin, HeadersGoOutAtOnceAndFirst)
     script.headers = [](std::uint32_t) {
         std::vector<GPacketPtr> packets;
         for (std::uint8_t i = 0; i < 3; ++i) {
-            auto packet = std::make_unique<GMkvBlockPacket>();
+            GPacketPtr& packet = packets.emplace_back(std::make_unique<GMkvBlockPacket>());
             packet->header = true;
             packet->start = 0;
             packet->stop = 1;
-            packet->data.Resize(3);
-            std::ranges::fill(packet->data.Span(), static_cast<std::uint8_t>(0xA0 + i));
-            packets.push_back(std::move(packet));
+            packet->data.Assign(std::array<std::uint8_t, 2>{0xA0, i});
         }
         return packets;
     };
@@ -232,7 +227,7 @@ TEST(MkvPin, HeadersGoOutAtOnceAndFirst)
     const auto samples = rig.Sink(0).SegmentSamples();
     ASSERT_EQ(samples.size(), 5u);
     for (std::uint8_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(samples[i].bytes, std::vector<std::uint8_t>(3, static_cast<std::uint8_t>(0xA0 + i)));
+        EXPECT_THAT(samples[i].bytes, ElementsAre(0xA0, i));
         EXPECT_FALSE(samples[i].sync);
         EXPECT_EQ(samples[i].stop, 1);
     }

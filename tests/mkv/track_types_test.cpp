@@ -71,6 +71,13 @@ void ExpectFields(const CMediaType& type, std::initializer_list<GField> fields)
 
 GUID FourCC(const char (&code)[5]) { return SubtypeFromFourCC(MAKEFOURCC(code[0], code[1], code[2], code[3])); }
 
+// The one type of a track that has no other.
+CMediaType Only(const std::vector<CMediaType>& types)
+{
+    EXPECT_THAT(types, SizeIs(1));
+    return types.at(0);
+}
+
 GEbmlBytes Bytes(const CMediaType& type, std::size_t from)
 {
     const auto format = type.Format().subspan(from);
@@ -96,15 +103,14 @@ GEbmlBytes Avc() { return {1, 77, 64, 31, 0xFD, 0xE2, 0, 3, 0x67, 77, 64, 0, 3, 
 
 TEST(MkvVideoTypes, AvcKeepsTheParameterSetsBehindTheirLengths)
 {
-    const auto types = MkvVideoTypes(VideoTrack("V_MPEG4/ISO/AVC"), Avc());
-    ASSERT_THAT(types, SizeIs(1));
-    EXPECT_EQ(types[0].subtype, FourCC("AVC1"));
-    EXPECT_EQ(types[0].formattype, FORMAT_MPEG2Video);
+    const CMediaType type = Only(MkvVideoTypes(VideoTrack("V_MPEG4/ISO/AVC"), Avc()));
+    EXPECT_EQ(type.subtype, FourCC("AVC1"));
+    EXPECT_EQ(type.formattype, FORMAT_MPEG2Video);
     constexpr std::uint64_t kLengthBytes = 2;
-    ExpectFields(types[0], {{kProfile, 77}, {kLevel, 31}, {kFlags, kLengthBytes}, {kSequenceSize, 14}});
-    ExpectFields(types[0],
+    ExpectFields(type, {{kProfile, 77}, {kLevel, 31}, {kFlags, kLengthBytes}, {kSequenceSize, 14}});
+    ExpectFields(type,
                  {{kBitmap2, kBitmapBytes}, {kBitmap2 + 4, 320}, {kBitmap2 + 8, 240}, {kBitmap2 + 12, 24u << 16 | 1u}});
-    EXPECT_EQ(Bytes(types[0], kSequence), (GEbmlBytes{0, 3, 0x67, 77, 64, 0, 3, 0x67, 77, 64, 0, 2, 0x68, 1}));
+    EXPECT_EQ(Bytes(type, kSequence), (GEbmlBytes{0, 3, 0x67, 77, 64, 0, 3, 0x67, 77, 64, 0, 2, 0x68, 1}));
     for (GEbmlBytes cut = Avc(); !cut.empty();) {
         cut.pop_back();
         EXPECT_THAT(MkvVideoTypes(VideoTrack("V_MPEG4/ISO/AVC"), cut), IsEmpty()) << cut.size();
@@ -139,13 +145,11 @@ GEbmlBytes TheoraPrivate(std::uint8_t rate = 25)
 
 TEST(MkvVideoTypes, TheoraReadsItsIdentificationHeader)
 {
-    const auto types = MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate());
-    ASSERT_THAT(types, SizeIs(1));
-    EXPECT_EQ(types[0].subtype, FourCC("THEO"));
+    const CMediaType type = Only(MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate()));
+    EXPECT_EQ(type.subtype, FourCC("THEO"));
     ExpectFields(
-        types[0],
-        {{kBitmap2 + 4, 0x12}, {kBitmap2 + 8, 0x23}, {kFrameTime, 400'000, 8}, {kAspectX, 266}, {kAspectY, 200}});
-    EXPECT_EQ(Bytes(types[0], kSequence), TheoraPrivate());
+        type, {{kBitmap2 + 4, 0x12}, {kBitmap2 + 8, 0x23}, {kFrameTime, 400'000, 8}, {kAspectX, 266}, {kAspectY, 200}});
+    EXPECT_EQ(Bytes(type, kSequence), TheoraPrivate());
     ExpectFields(MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate(0)).at(0), {{kFrameTime, 0, 8}});
 }
 
@@ -205,9 +209,8 @@ TEST(MkvVideoTypes, ADisplaySizeGivesVideoInfoATwinInFrontAndMpeg2ItsAspect)
 
     GMkvTrack mpeg2 = VideoTrack("V_MPEG2");
     mpeg2.video = track.video;
-    const auto single = MkvVideoTypes(mpeg2, {});
-    ASSERT_THAT(single, SizeIs(1));
-    ExpectFields(single[0], {{kAspectX, 16}, {kAspectY, 9}});
+    const CMediaType single = Only(MkvVideoTypes(mpeg2, {}));
+    ExpectFields(single, {{kAspectX, 16}, {kAspectY, 9}});
 }
 
 TEST(MkvVideoTypes, TheFrameTimeComesFromTheRateThenTheDurationThenTheStream)
@@ -249,11 +252,10 @@ TEST(MkvVideoTypes, CodecIdsAreComparedToTheByteAndTheirPrefixesInOrder)
 
 TEST(MkvAudioTypes, TheWaveFormatIsThatOfTheTrack)
 {
-    const auto types = MkvAudioTypes(AudioTrack("A_PCM/INT/LIT"), GEbmlBytes(5));
-    ASSERT_THAT(types, SizeIs(1));
-    EXPECT_EQ(types[0].lSampleSize, 256'000u);
-    EXPECT_EQ(types[0].cbFormat, kWaveBytes) << "no private data here";
-    ExpectFields(types[0], {{0, 1, 2}, {2, 2, 2}, {4, 22'050}, {8, 88'200}, {12, 4, 2}, {14, 16, 2}, {16, 0, 2}});
+    const CMediaType type = Only(MkvAudioTypes(AudioTrack("A_PCM/INT/LIT"), GEbmlBytes(5)));
+    EXPECT_EQ(type.lSampleSize, 256'000u);
+    EXPECT_EQ(type.cbFormat, kWaveBytes) << "no private data here";
+    ExpectFields(type, {{0, 1, 2}, {2, 2, 2}, {4, 22'050}, {8, 88'200}, {12, 4, 2}, {14, 16, 2}, {16, 0, 2}});
 
     const std::pair<const char*, WORD> tags[] = {
         {"A_MPEG/L3", WORD{0x55}}, {"A_MPEG/L2", WORD{0x50}},     {"A_AC3", WORD{0x2000}}, {"A_EAC3", WORD{0x2000}},
@@ -274,10 +276,9 @@ TEST(MkvAudioTypes, TheWaveFormatIsThatOfTheTrack)
 
 TEST(MkvAudioTypes, AacIsDescribedByItsPrivateDataOrByItsName)
 {
-    const auto own = MkvAudioTypes(AudioTrack("A_AAC"), GEbmlBytes{0x13, 0x90});
-    ASSERT_THAT(own, SizeIs(1));
-    EXPECT_EQ(own[0].subtype, SubtypeFromWaveTag(0xFF));
-    EXPECT_EQ(Bytes(own[0], 16), (GEbmlBytes{2, 0, 0x13, 0x90}));
+    const CMediaType own = Only(MkvAudioTypes(AudioTrack("A_AAC"), GEbmlBytes{0x13, 0x90}));
+    EXPECT_EQ(own.subtype, SubtypeFromWaveTag(0xFF));
+    EXPECT_EQ(Bytes(own, 16), (GEbmlBytes{2, 0, 0x13, 0x90}));
 
     const std::pair<const char*, int> objectTypes[] = {
         {"A_AAC/MPEG2/MAIN", 1}, {"A_AAC/MPEG4/LC", 2}, {"A_AAC/MPEG4/SSR", 3}, {"A_AAC/MPEG4/LTP", 4}, {"A_AAC/", 2}};
@@ -317,16 +318,14 @@ TEST(MkvAudioTypes, TwinsComeInTheirOrder)
 TEST(MkvAudioTypes, FormatsThatTheFileBringsAreTakenAsTheyAre)
 {
     const GEbmlBytes wave = {0x55, 0, 2, 0, 0x44, 0xAC, 0, 0, 1, 2, 3, 4, 1, 0, 0, 0, 2, 0, 7, 8};
-    const auto acm = MkvAudioTypes(AudioTrack("A_MS/ACM"), wave);
-    ASSERT_THAT(acm, SizeIs(1));
-    EXPECT_EQ(acm[0].subtype, SubtypeFromWaveTag(0x55));
-    EXPECT_EQ(Bytes(acm[0], 0), wave);
+    const CMediaType acm = Only(MkvAudioTypes(AudioTrack("A_MS/ACM"), wave));
+    EXPECT_EQ(acm.subtype, SubtypeFromWaveTag(0x55));
+    EXPECT_EQ(Bytes(acm, 0), wave);
     EXPECT_THAT(MkvAudioTypes(AudioTrack("A_MS/ACM"), GEbmlBytes(wave.begin(), wave.begin() + 15)), IsEmpty());
 
-    const auto real = MkvAudioTypes(AudioTrack("A_REAL/COOK"), GEbmlBytes{1, 2, 3});
-    ASSERT_THAT(real, SizeIs(1));
-    EXPECT_EQ(real[0].subtype, SubtypeFromFourCC(MAKEFOURCC('C', 'O', 'O', 'K')));
-    EXPECT_EQ(Bytes(real[0], 16), (GEbmlBytes{0, 0, 1, 2, 3}));
+    const CMediaType real = Only(MkvAudioTypes(AudioTrack("A_REAL/COOK"), GEbmlBytes{1, 2, 3}));
+    EXPECT_EQ(real.subtype, SubtypeFromFourCC(MAKEFOURCC('C', 'O', 'O', 'K')));
+    EXPECT_EQ(Bytes(real, 16), (GEbmlBytes{0, 0, 1, 2, 3}));
     EXPECT_THAT(MkvAudioTypes(AudioTrack("A_REAL/COO"), {}), IsEmpty());
     EXPECT_THAT(MkvAudioTypes(AudioTrack("A_OPUS"), {}), IsEmpty());
 }

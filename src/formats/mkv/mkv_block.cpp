@@ -1,7 +1,6 @@
 #include "formats/mkv/mkv_block.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <utility>
 
@@ -20,24 +19,13 @@ constexpr unsigned kFixedLace = 2;
 // Children looked at in one BlockGroup; honest ones have a handful.
 constexpr int kMaxGroupChildren = 1024;
 
-// A coded number as in an element's size field, but with every pattern a plain number; nothing at the end of the bytes.
-struct GCodedNumber {
-    std::uint64_t value;
-    unsigned length;  // bytes, 1 to 8
-};
-
-std::optional<GCodedNumber> ReadCodedNumber(GByteReader& reader)
+// As in an element's size field, but with every pattern a plain number; nothing at the end of the bytes.
+std::optional<GMkvCodedNumber> ReadLaceNumber(GByteReader& reader)
 {
-    const std::uint8_t first = reader.U8();
-    if (!reader.Ok() || first == 0)
-        return std::nullopt;
-    const auto length = static_cast<unsigned>(std::countl_zero(first)) + 1;
-    std::uint64_t value = first & (0xFFu >> length);
-    for (unsigned i = 1; i < length; ++i)
-        value = value << 8 | reader.U8();
-    if (!reader.Ok())
-        return std::nullopt;
-    return GCodedNumber{value, length};
+    return ReadMkvCodedNumber([&](std::uint8_t& byte) {
+        byte = reader.U8();
+        return reader.Ok();
+    });
 }
 
 // The sizes of a lace as they are read; Add refuses what its payload cannot hold.
@@ -84,7 +72,7 @@ bool ReadEbmlSizes(GByteReader& reader, unsigned count, GLaceSizes& sizes)
 {
     std::uint64_t size = 0;
     for (unsigned i = 0; i < count; ++i) {
-        const auto coded = ReadCodedNumber(reader);
+        const auto coded = ReadLaceNumber(reader);
         if (!coded)
             return false;
         if (i == 0) {

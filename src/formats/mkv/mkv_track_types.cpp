@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "formats/mkv/mkv_block.h"
 #include "framework/media/language.h"
 #include "platform/fonts.h"
 #include "platform/trace.h"
@@ -103,28 +104,12 @@ std::string_view MkvCodecId(const GMkvTrack& track)
 
 std::vector<std::span<const std::uint8_t>> SplitXiphPackets(std::span<const std::uint8_t> laced)
 {
-    std::vector<std::size_t> sizes;
-    std::size_t pos = 1;
-    if (laced.empty())
-        return {};
-    std::size_t sum = 0;
-    for (int i = 0; i < laced[0]; ++i) {
-        std::size_t size = 0;
-        std::uint8_t piece = 255;
-        while (piece == 255) {
-            if (pos >= laced.size())
-                return {};
-            piece = laced[pos++];
-            size += piece;  // at most 255 for each byte there is
-        }
-        sizes.push_back(size);
-        sum += size;
-    }
-    if (sum > laced.size() - pos)
-        return {};
-    sizes.push_back(laced.size() - pos - sum);
+    constexpr std::uint8_t kXiphLacing = 0x02;  // as the flags of a Block say it
+    std::vector<std::uint32_t> sizes;
+    const auto before = SplitMkvLace(laced, laced.size(), kXiphLacing, sizes);
     std::vector<std::span<const std::uint8_t>> packets;
-    for (const std::size_t size : sizes) {
+    std::size_t pos = before.value_or(0);
+    for (const std::uint32_t size : sizes) {
         packets.push_back(laced.subspan(pos, size));
         pos += size;
     }

@@ -15,26 +15,9 @@ namespace {
 // Where bytes are missing a value has not been read, whatever the reason.
 HRESULT Complete(HRESULT result) { return result == S_OK ? S_OK : E_FAIL; }
 
-struct GCoded {
-    std::uint64_t value;
-    unsigned length;  // bytes, 1 to 8
-};
-
-HRESULT ReadCoded(GMkvReader& reader, GCoded& coded)
+std::optional<GMkvCodedNumber> ReadCoded(GMkvReader& reader)
 {
-    std::uint8_t first = 0;
-    if (reader.ReadByte(first) != S_OK || first == 0)
-        return E_FAIL;
-    const auto length = static_cast<unsigned>(std::countl_zero(first)) + 1;
-    std::uint64_t value = first & (0xFFu >> length);
-    for (unsigned i = 1; i < length; ++i) {
-        std::uint8_t byte = 0;
-        if (reader.ReadByte(byte) != S_OK)
-            return E_FAIL;
-        value = value << 8 | byte;
-    }
-    coded = {value, length};
-    return S_OK;
+    return ReadMkvCodedNumber([&](std::uint8_t& byte) { return reader.ReadByte(byte) == S_OK; });
 }
 
 constexpr std::uint64_t AllOnes(unsigned codedLength) { return (std::uint64_t{1} << 7 * codedLength) - 1; }
@@ -117,11 +100,11 @@ HRESULT CID::Read(const GMkvElement& element)
 
 HRESULT CLength::Read(const GMkvElement& element)
 {
-    GCoded coded{};
-    if (ReadCoded(*element.reader, coded) != S_OK)
+    const auto coded = ReadCoded(*element.reader);
+    if (!coded)
         return E_FAIL;
-    value = coded.value;
-    unknown = coded.value == AllOnes(coded.length);
+    value = coded->value;
+    unknown = coded->value == AllOnes(coded->length);
     if (unknown) {
         value = element.reader->Left();
         Trace("CLength: Unspecified chunk size at %lld (corrected to %lld)\n",
@@ -133,10 +116,10 @@ HRESULT CLength::Read(const GMkvElement& element)
 
 HRESULT CSignedLength::Read(const GMkvElement& element)
 {
-    GCoded coded{};
-    if (ReadCoded(*element.reader, coded) != S_OK)
+    const auto coded = ReadCoded(*element.reader);
+    if (!coded)
         return E_FAIL;
-    value = static_cast<std::int64_t>(coded.value) - static_cast<std::int64_t>(AllOnes(coded.length) / 2);
+    value = static_cast<std::int64_t>(coded->value) - static_cast<std::int64_t>(AllOnes(coded->length) / 2);
     valid = 1;
     return S_OK;
 }

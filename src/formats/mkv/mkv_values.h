@@ -1,7 +1,9 @@
 // Typed values: each class reads one kind of EBML value (RFC 8794 clauses 4, 5 and 7).
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,28 @@ namespace vex {
 class GMkvElement;
 
 using GMkvBytes = std::vector<std::uint8_t>;
+
+struct GMkvCodedNumber {
+    std::uint64_t value;
+    unsigned length;  // bytes, 1 to 8
+};
+
+// `next` gives one byte after the other, and false at their end. Nothing then, nor behind a first byte of 0.
+template <class Next>
+std::optional<GMkvCodedNumber> ReadMkvCodedNumber(Next&& next)
+{
+    std::uint8_t byte = 0;
+    if (!next(byte) || byte == 0)
+        return std::nullopt;
+    const auto length = static_cast<unsigned>(std::countl_zero(byte)) + 1;
+    std::uint64_t value = byte & (0xFFu >> length);
+    for (unsigned i = 1; i < length; ++i) {
+        if (!next(byte))
+            return std::nullopt;
+        value = value << 8 | byte;
+    }
+    return GMkvCodedNumber{value, length};
+}
 
 // A value and whether it was read. Read gives 0, or a failure that leaves both as they were; it reads at the current
 // position of the element's reader.
