@@ -282,8 +282,10 @@ TEST(MkvFile, OpeningABigFileReadsKilobytes)
     EXPECT_LT(watch.bytes, 12'000u);
     EXPECT_LT(watch.reads, 8u);
     watch = {};
-    while (file.cluster->NextCluster()) {}
-    EXPECT_EQ(GMkvFile::ClusterTicks(*file.cluster), static_cast<std::int64_t>(kClusters - 1) * 1000);
+    std::size_t clusters = 1;
+    while (file.cluster->NextCluster())
+        ++clusters;
+    EXPECT_EQ(clusters, kClusters);
     EXPECT_LE(watch.reads, kClusters + 2);
 }
 
