@@ -84,6 +84,7 @@ TEST_F(MkvContent, AStrippedHeaderComesBackAndEndsTheChain)
 {
     track.contentEncodings = {kStripped, kZlib};
     EXPECT_EQ(Decoded({4, 5}), (GMkvBytes{1, 2, 3, 4, 5}));
+    EXPECT_TRUE(done) << "what it stood in front of is not inflated";
     EXPECT_EQ(Decoded({}), (GMkvBytes{1, 2, 3}));
     track.contentEncodings = {kZlib, kStripped};
     EXPECT_EQ(Decoded(ZlibCompressed({9, 9})), (GMkvBytes{1, 2, 3, 9, 9}));

@@ -1,6 +1,8 @@
 // Opens Matroska bytes with the handler and reads packets the way the frame does.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -55,6 +57,7 @@ public:
             read.frames.emplace_back(frame.begin(), frame.end());
             offset += size;
         }
+        EXPECT_EQ(offset, packet.data.Size()) << "the frames are all there is";
         return read;
     }
     std::vector<GReadBlock> ReadAll()
