@@ -25,7 +25,8 @@ inline constexpr REFERENCE_TIME kSecond = 10'000'000;  // 100 ns
 struct GReadPacket {
     GNextPacket next;
     std::vector<std::uint8_t> payload;
-    bool delivered = false;  // ReadPayload said so
+    std::size_t capacity = 0;  // bytes of the buffer that it was read into
+    bool delivered = false;    // ReadPayload said so
 };
 
 class GAviReading {
@@ -57,6 +58,7 @@ public:
             return false;
         GPacket2 buffer;
         packet.delivered = handler.ReadPayload(buffer);
+        packet.capacity = buffer.data.Capacity();
         packet.payload.assign(buffer.data.Span().begin(), buffer.data.Span().end());
         return true;
     }
