@@ -217,25 +217,25 @@ HRESULT CVexOutputPin::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LO
         if (FAILED(hr))
             return hr;
         const GSegment before = Segment();
-        // The stop first: the segment that a seek starts ends there already.
-        if (request.moveStop)
-            SetStop(request.stop);
-        REFERENCE_TIME stopInForce = before.stop;
+        bool sought = false;
         if (request.moveStart) {
-            hr = owner->SeekTo(this, request.start, request.start != before.start);
-            if (FAILED(hr))
-                return hr;
-            if (hr == S_OK)
-                stopInForce = request.stop;
-            // The seek may have moved the start, and with it a stop that counts from there.
-            const LONGLONG reached = request.start;
-            if ((dwStopFlags & AM_SEEKING_PositioningBitsMask) == AM_SEEKING_IncrementalPositioning)
-                ReadRequest(&reached, AM_SEEKING_AbsolutePositioning, pStop, dwStopFlags, request);
+            // The seek may move the start, and with it a stop that counts from there. The segment that it starts ends at
+            // the new stop already.
+            const auto placeStop = [&] {
+                const LONGLONG reached = request.start;
+                if ((dwStopFlags & AM_SEEKING_PositioningBitsMask) == AM_SEEKING_IncrementalPositioning)
+                    ReadRequest(&reached, AM_SEEKING_AbsolutePositioning, pStop, dwStopFlags, request);
+                if (request.moveStop)
+                    SetStop(request.stop);
+            };
+            sought = owner->SeekTo(this, request.start, request.start != before.start, placeStop) == S_OK;
+            if (!sought)
+                placeStop();
         }
-        // From here on all is absolute. A restart costs the samples that the peer has, so it is left out where the stop
-        // is in force already.
+        // From here on all is absolute. A restart costs the samples that the peer has, so it is left out where the pin
+        // has just been restarted or the stop stays where it was.
         LONGLONG stop = request.stop;
-        const bool moveStop = request.moveStop && stop != stopInForce;
+        const bool moveStop = request.moveStop && !sought && request.stop != before.stop;
         const DWORD startFlags = request.moveStart ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning;
         const DWORD stopFlags = moveStop ? AM_SEEKING_AbsolutePositioning : AM_SEEKING_NoPositioning;
         hr = CSourceSeeking::SetPositions(&request.start, startFlags, &stop, stopFlags);

@@ -338,7 +338,8 @@ bool CVexFilter::IsRelayed(CVexOutputPin* caller, REFERENCE_TIME position)
     return false;
 }
 
-HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved)
+HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved,
+                           const std::function<void()>& onReached)
 {
     const CAutoLock change(&changeLock);
     // Once stopped after a read, the handler stands where reading ended and not at the position: a graph that asks for
@@ -355,6 +356,7 @@ HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool
     }
     if (!reader.ThreadExists()) {
         Reposition(position, moved);
+        onReached();
         readSinceSeek = false;
         return S_OK;
     }
@@ -362,6 +364,7 @@ HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool
     HaltPins();
     reader.CallWorker(kPark);
     Reposition(position, moved);
+    onReached();
     RestartPins();
     resumeEvent.Set();
     return S_OK;

@@ -59,8 +59,9 @@ public:
     CCritSec* SeekingLock() { return &seekingLock; }
     GPacketPool& Pool() { return pool; }
     // Seeks the whole filter to `position` (100 ns), which becomes the position reached; S_FALSE when there was nothing
-    // to do. `moved`: the caller asked for another position than the pin had.
-    HRESULT SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved);
+    // to do. `moved`: the caller asked for another position than the pin had. `onReached` is called between the two: the
+    // position is reached, no pin has started its segment there.
+    HRESULT SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved, const std::function<void()>& onReached);
 
 protected:
     // The pin's name, or none for a stream that gets no pin; `index` is the stream's 0-based place in the file.
