@@ -13,13 +13,13 @@ GComPtr<CScriptedFilter> Filter(GScript script, const GFilterRules& rules = kAvi
     return GComPtr<CScriptedFilter>(new CScriptedFilter(std::move(script), rules));
 }
 
-std::u16string ErrorText()
+WString ErrorText()
 {
     GComPtr<IErrorInfo> info;
     BSTR text = nullptr;
     if (GetErrorInfo(0, info.Put()) != S_OK || FAILED(info->GetDescription(&text)))
         return {};
-    std::u16string copy(text, SysStringLen(text));
+    WString copy(text, SysStringLen(text));
     SysFreeString(text);
     return copy;
 }
@@ -56,10 +56,10 @@ TEST(Load, AFailureLeavesNothingAndSaysWhere)
     mute.streams = {WithoutPin(0), GStreamInfo{}};
     const struct {
         GScript script;
-        const char16_t* error;
+        const WCHAR* error;
     } kCases[] = {
-        {broken, u"the script does not open (at byte 42)"},
-        {mute, u"no stream of the file can be played"},
+        {broken, VEX_W("the script does not open (at byte 42)")},
+        {mute, VEX_W("no stream of the file can be played")},
     };
     for (const auto& one : kCases) {
         const auto filter = Filter(one.script);

@@ -25,6 +25,7 @@ EXPORTS = {"DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer", "DllUnre
 # What every Windows since 7 brings along and the module may lean on.
 SYSTEM_LIBRARIES = {"advapi32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "quartz.dll",
                     "shell32.dll", "user32.dll", "wininet.dll", "version.dll", "shlwapi.dll"}
+SUITES = ("platform_test.exe", "framework_test.exe")
 MAPPER_INSTANCES = r"CLSID\{083863F1-70DE-11D0-BD40-00A0C911CE86}\Instance" "\\"
 
 
@@ -250,6 +251,13 @@ def keys(snapshot):
     return {line for line in snapshot if "\t" not in line}
 
 
+def test_suite(context, program):
+    """The native suite of a layer that the Windows build implements itself, or whose threads run on that layer."""
+    said = must_succeed(context.wine.run(program), program).stdout.decode("utf-8", "replace").splitlines()
+    require(said and "PASSED" in said[-1], f"{program} ends with {said[-1:]}")
+    return said[-1].strip()
+
+
 def test_samples(context, file, clsid):
     expected = sample_lines(native_dump(context, context.wine.drive / file), "the native dump")
     notes = []
@@ -323,6 +331,8 @@ def test_command(context, name, *arguments):
 
 def all_tests(context):
     yield "registration", lambda: test_registration(context)
+    for program in SUITES:
+        yield program, lambda: test_suite(context, program)
     for file, clsid in context.inputs:
         yield f"samples {file}", lambda: test_samples(context, file, clsid)
     for file, clsid in context.inputs:
@@ -395,7 +405,7 @@ def main():
     wine = None
     try:
         wine = Wine(arguments.wine, directory, arguments.timeout)
-        for name in ("VEX.ax", "vex.exe", "graph_test.exe", "registration_test.exe"):
+        for name in ("VEX.ax", "vex.exe", "graph_test.exe", "registration_test.exe", *SUITES):
             shutil.copy(binaries / name, wine.drive)
         context = Context(arguments, wine, make_inputs(wine.drive, arguments.formats))
         for name, test in all_tests(context):
