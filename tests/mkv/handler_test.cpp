@@ -109,7 +109,7 @@ TEST(MkvHandler, ALiveRecordingPlaysToItsEndWhereverItWasCut)
 {
     for (const std::size_t missing : {0u, 30u}) {
         GEbmlBytes bytes = LiveFile();
-        bytes.erase(bytes.end() - missing, bytes.end());
+        bytes.erase(bytes.end() - static_cast<std::ptrdiff_t>(missing), bytes.end());
         GMkvReading reading(bytes);
         const auto blocks = reading.ReadAll();
         EXPECT_THAT(Marks(blocks), ElementsAre(1, 2, 3, 4, 5, 6));
