@@ -26,13 +26,13 @@ endfunction()
 # being told its name.
 function(vex_format target)
     vex_library(${target} ${ARGN})
-    set_property(GLOBAL APPEND PROPERTY VEX_FORMATS ${target})
+    set_property(GLOBAL APPEND PROPERTY VEX_FORMAT_TARGETS ${target})
 endfunction()
 
 # vex_formats(<variable>): the targets of all containers in this tree, for the library that holds the factory table.
 function(vex_formats variable)
-    get_property(formats GLOBAL PROPERTY VEX_FORMATS)
-    set(${variable} ${formats} PARENT_SCOPE)
+    get_property(targets GLOBAL PROPERTY VEX_FORMAT_TARGETS)
+    set(${variable} ${targets} PARENT_SCOPE)
 endfunction()
 
 # vex_version_resource(<target> <file name> <VFT_DLL|VFT_APP> <description>): what Windows shows of a binary's version.
@@ -134,8 +134,8 @@ function(vex_python_test name)
 endfunction()
 
 # vex_fuzzer(<name> SOURCES <file>... [DEPS <target>...] [SEEDS <file>...]): a libFuzzer target, from a source that has
-# LLVMFuzzerTestOneInput. SEEDS make a program <name>_seeds that writes its files into the folder named as its argument.
-# Without VEX_FUZZ the same source becomes a test that replays fuzz/regressions/<name>/*.
+# LLVMFuzzerTestOneInput. SEEDS define fuzz::WriteSeeds for a program <name>_seeds that writes files into the folder named
+# as its argument. Without VEX_FUZZ the same source becomes a test that replays fuzz/regressions/<name>/*.
 function(vex_fuzzer name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPS;SEEDS")
     if(VEX_FUZZ)
@@ -143,18 +143,18 @@ function(vex_fuzzer name)
             add_custom_target(fuzzers)
         endif()
         add_dependencies(fuzzers ${name})
-        vex_executable(${name} SOURCES ${arg_SOURCES} DEPS ${arg_DEPS})
+        vex_executable(${name} SOURCES ${arg_SOURCES} DEPS ${arg_DEPS} vex_test_files)
         target_link_options(${name} PRIVATE -fsanitize=fuzzer)
         set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzzers)
         if(arg_SEEDS)
-            vex_executable(${name}_seeds SOURCES ${arg_SEEDS} DEPS ${arg_DEPS})
+            vex_executable(${name}_seeds SOURCES ${arg_SEEDS} ${PROJECT_SOURCE_DIR}/fuzz/seeds_main.cpp
+                DEPS ${arg_DEPS} vex_test_files)
             set_target_properties(${name}_seeds PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/seeds)
             add_dependencies(fuzzers ${name}_seeds)
-            target_include_directories(${name}_seeds PRIVATE ${PROJECT_SOURCE_DIR}/tests)
         endif()
     else()
-        vex_executable(${name}_replay SOURCES ${arg_SOURCES} ${PROJECT_SOURCE_DIR}/fuzz/replay_main.cpp DEPS ${arg_DEPS})
-        target_include_directories(${name}_replay PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+        vex_executable(${name}_replay SOURCES ${arg_SOURCES} ${PROJECT_SOURCE_DIR}/fuzz/replay_main.cpp
+            DEPS ${arg_DEPS} vex_test_files)
         add_test(NAME ${name}_replay COMMAND ${name}_replay ${PROJECT_SOURCE_DIR}/fuzz/regressions/${name})
         set_tests_properties(${name}_replay PROPERTIES TIMEOUT ${VEX_TEST_TIMEOUT})
     endif()
@@ -163,7 +163,6 @@ endfunction()
 # vex_bench(<name> SOURCES <file>... [DEPS <target>...]): a benchmark program, never a test.
 function(vex_bench name)
     vex_executable(${name} ${ARGN})
-    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-    target_link_libraries(${name} PRIVATE benchmark::benchmark)
+    target_link_libraries(${name} PRIVATE vex_test_files benchmark::benchmark)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
 endfunction()

@@ -30,7 +30,7 @@ std::unique_ptr<GHostGraph> Opened()
     file.OpenForReading(File().c_str());
     start.resize(static_cast<std::size_t>(std::max<std::int64_t>(file.ReadAt(0, start.data(), kContentProbeBytes), 0)));
     auto graph = std::make_unique<GHostGraph>(LinkedModule());
-    const GFilterEntry* entry = FindByContent(start);
+    const GFilterInfo* entry = FindByContent(start);
     if (!entry || FAILED(graph->Create(entry->clsid)) || FAILED(graph->Load(WideFromUtf8(File()))) ||
         FAILED(graph->ConnectAll()))
         return nullptr;

@@ -1,8 +1,8 @@
 # What the toolchains for both word sizes share. VEX_MINGW_TARGET is the name of the cross compilers' target.
 set(CMAKE_SYSTEM_NAME Windows)
 
-set(CMAKE_C_COMPILER ${VEX_MINGW_TARGET}-gcc-posix)
-set(CMAKE_CXX_COMPILER ${VEX_MINGW_TARGET}-g++-posix)
+set(CMAKE_C_COMPILER ${VEX_MINGW_TARGET}-gcc-win32)
+set(CMAKE_CXX_COMPILER ${VEX_MINGW_TARGET}-g++-win32)
 set(CMAKE_RC_COMPILER ${VEX_MINGW_TARGET}-windres)
 
 set(CMAKE_FIND_ROOT_PATH /usr/${VEX_MINGW_TARGET})

@@ -1,17 +1,17 @@
-// Writes one small file of every kind for the AVI fuzz target into the folder named as the argument.
+// The first inputs of the AVI fuzz target.
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <fstream>
-#include <string>
 #include <vector>
 
+#include "fuzz/fuzz_seeds.h"
 #include "support/avi_builder.h"
+
+namespace vex {
 
 namespace {
 
-using namespace vex::test;
+using namespace test;
 
 GAviTestFile SmallFile(GAviTestIndex index, std::size_t parts)
 {
@@ -26,12 +26,8 @@ GAviTestFile SmallFile(GAviTestIndex index, std::size_t parts)
 
 }  // namespace
 
-int main(int argc, char** argv)
+void fuzz::WriteSeeds(GSeedFolder& seeds)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
-        return 2;
-    }
     GAviTestFile lists = SmallFile(GAviTestIndex::None, 3);
     lists.recLists = true;
     lists.junkBeforeData = 10;
@@ -39,19 +35,14 @@ int main(int argc, char** argv)
     Put(unfilled, 4, 0);
     Put(unfilled, PositionOf(unfilled, "movi") - 4, 0);
 
-    // As the target takes it: the file and one byte of control.
-    const auto write = [&](const char* name, std::vector<std::uint8_t> bytes, std::uint8_t control) {
-        bytes.push_back(control);
-        std::ofstream out(std::string(argv[1]) + "/" + name, std::ios::binary);
-        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        return static_cast<bool>(out.flush());
-    };
-    const bool written = write("idx1-relative", SmallFile(GAviTestIndex::Idx1Relative, 1).Build(), 0x40) &&
-                         write("idx1-absolute", SmallFile(GAviTestIndex::Idx1Absolute, 1).Build(), 0x20) &&
-                         write("opendml", SmallFile(GAviTestIndex::OpenDml, 2).Build(), 0x60) &&
-                         write("opendml-fields", SmallFile(GAviTestIndex::OpenDmlFields, 2).Build(), 0x60) &&
-                         write("opendml-growing", SmallFile(GAviTestIndex::OpenDml, 3).Build(), 0x81) &&
-                         write("scan-lists", lists.Build(), 0x80) && write("scan-growing", lists.Build(), 0xA1) &&
-                         write("unfilled-sizes", unfilled, 0xC1);
-    return written ? 0 : 1;
+    seeds.Write("idx1-relative", SmallFile(GAviTestIndex::Idx1Relative, 1).Build(), 0x40);
+    seeds.Write("idx1-absolute", SmallFile(GAviTestIndex::Idx1Absolute, 1).Build(), 0x20);
+    seeds.Write("opendml", SmallFile(GAviTestIndex::OpenDml, 2).Build(), 0x60);
+    seeds.Write("opendml-fields", SmallFile(GAviTestIndex::OpenDmlFields, 2).Build(), 0x60);
+    seeds.Write("opendml-growing", SmallFile(GAviTestIndex::OpenDml, 3).Build(), 0x81);
+    seeds.Write("scan-lists", lists.Build(), 0x80);
+    seeds.Write("scan-growing", lists.Build(), 0xA1);
+    seeds.Write("unfilled-sizes", unfilled, 0xC1);
 }
+
+}  // namespace vex

@@ -105,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     const std::uint8_t control = data[--size];
     const std::span<const std::uint8_t> bytes(data, size);
-    const GFilterEntry* entry = FindByContent(bytes);
+    const GFilterInfo* entry = FindByContent(bytes);
     static const GScratchFile scratch;
     {
         GHostGraph graph(LinkedModule());

@@ -1,25 +1,16 @@
-// Writes one small file of every kind for the Matroska fuzz target into the folder named as the argument.
+// The first inputs of the Matroska fuzz target.
 
 #include <cstdint>
-#include <cstdio>
-#include <fstream>
-#include <string>
 
+#include "fuzz/fuzz_seeds.h"
 #include "support/ebml_builder.h"
+
+namespace vex {
 
 namespace {
 
-using namespace vex::test;
-using namespace vex::mkv_id;
-
-// As the target takes it: the file and one byte of control.
-bool WriteSeed(const std::string& folder, const std::string& name, GEbmlBytes bytes, std::uint8_t control)
-{
-    bytes.push_back(control);
-    std::ofstream out(folder + "/" + name, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return static_cast<bool>(out.flush());
-}
+using namespace test;
+using namespace mkv_id;
 
 GEbmlBytes Video()
 {
@@ -118,19 +109,15 @@ GEbmlBytes Codecs()
 
 }  // namespace
 
-int main(int argc, char** argv)
+void fuzz::WriteSeeds(GSeedFolder& seeds)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
-        return 2;
-    }
-    const std::string folder = argv[1];
-    const bool written =
-        WriteSeed(folder, "cued", Cued(), 0xA1) && WriteSeed(folder, "live", Live(), 0x50) &&
-        WriteSeed(folder, "no-cues",
-                  Usual().Add(LacedCluster(0)).Add(LacedCluster(1000)).Add(LacedCluster(2000)).Build(), 0x81) &&
-        WriteSeed(folder, "encoded", Encoded(), 0x20) && WriteSeed(folder, "codecs", Codecs(), 0x01) &&
-        WriteSeed(folder, "damaged",
-                  Usual().Add(LacedCluster(0)).Add({0, 1, 2, 0x1F, 0x43}).Add(LacedCluster(9)).Build(), 0x58);
-    return written ? 0 : 1;
+    const GEbmlBytes cluster = LacedCluster(0);
+    seeds.Write("cued", Cued(), 0xA0);
+    seeds.Write("live", Live(), 0x52);
+    seeds.Write("no-cues", Usual().Add(cluster).Add(LacedCluster(1000)).Add(LacedCluster(2000)).Build(), 0x80);
+    seeds.Write("encoded", Encoded(), 0x22);
+    seeds.Write("codecs", Codecs(), 0x00);
+    seeds.Write("damaged", Usual().Add(cluster).Add({0, 1, 2, 0x1F, 0x43}).Add(LacedCluster(9)).Build(), 0x5A);
 }
+
+}  // namespace vex

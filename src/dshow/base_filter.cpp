@@ -3,36 +3,29 @@
 #include <algorithm>
 
 #include "dshow/enumerators.h"
+#include "platform/on_exit.h"
 
 namespace vex {
 
-// Marks a state change as in progress for GetState, and the new state when it is done.
-class CBaseFilter::GStateChange {
-public:
-    explicit GStateChange(CBaseFilter& changingFilter) : filter(changingFilter)
-    {
-        const GMutexLock held(filter.stateLock);
-        ++filter.changing;
-        filter.changer = ThisThreadId();
-    }
-    ~GStateChange()
-    {
-        const GMutexLock held(filter.stateLock);
-        --filter.changing;
-        filter.stateChanged.notify_all();
-    }
-    GStateChange(const GStateChange&) = delete;
-    GStateChange& operator=(const GStateChange&) = delete;
+CBaseFilter::GStateChange::GStateChange(CBaseFilter& changingFilter) : filter(changingFilter)
+{
+    const GMutexLock held(filter.stateLock);
+    ++filter.changing;
+    filter.changer = ThisThreadId();
+}
 
-    void Reached(FILTER_STATE newState)
-    {
-        const GMutexLock held(filter.stateLock);
-        filter.state = newState;
-    }
+CBaseFilter::GStateChange::~GStateChange()
+{
+    const GMutexLock held(filter.stateLock);
+    --filter.changing;
+    filter.stateChanged.notify_all();
+}
 
-private:
-    CBaseFilter& filter;
-};
+void CBaseFilter::GStateChange::Reached(FILTER_STATE newState)
+{
+    const GMutexLock held(filter.stateLock);
+    filter.state = newState;
+}
 
 CBaseFilter::CBaseFilter(WString filterName, IUnknown* outer, REFCLSID clsid)
     : CUnknown(outer), classId(clsid), name(std::move(filterName))
@@ -90,20 +83,31 @@ HRESULT CBaseFilter::Pause()
     const CAutoLock change(&changeLock);
     GStateChange progress(*this);
     if (State() == State_Stopped) {
-        for (int i = 0; i < GetPinCount(); ++i) {
-            CBasePin* pin = GetPin(i);
-            if (!pin->IsConnected())
-                continue;
-            const HRESULT hr = pin->Active();
-            if (FAILED(hr)) {
-                for (int started = 0; started <= i; ++started)
-                    if (GetPin(started)->IsConnected())
-                        GetPin(started)->Inactive();
-                return hr;
-            }
-        }
+        const HRESULT hr = ActivatePins();
+        if (FAILED(hr))
+            return hr;
     }
     progress.Reached(State_Paused);
+    return S_OK;
+}
+
+// All of them or, also when one throws, none.
+HRESULT CBaseFilter::ActivatePins()
+{
+    int begun = 0;
+    bool done = false;
+    const GOnExit undo([&] {
+        for (int i = 0; i < begun && !done; ++i)
+            if (GetPin(i)->IsConnected())
+                GetPin(i)->Inactive();
+    });
+    while (begun < GetPinCount()) {
+        CBasePin* pin = GetPin(begun++);
+        const HRESULT hr = pin->IsConnected() ? pin->Active() : S_OK;
+        if (FAILED(hr))
+            return hr;
+    }
+    done = true;
     return S_OK;
 }
 
@@ -131,15 +135,13 @@ HRESULT CBaseFilter::GetState(DWORD dwMilliSecsTimeout, FILTER_STATE* State)
     if (ownThread || changer == ThisThreadId())  // a peer asks in the middle of a change
         dwMilliSecsTimeout = 0;
     const bool forEver = dwMilliSecsTimeout == INFINITE;
-    const auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(forEver ? 0 : dwMilliSecsTimeout);
+    const auto deadline = GSteadyClock::now() + std::chrono::milliseconds(forEver ? 0 : dwMilliSecsTimeout);
     while (changing > 0) {
         if (forEver) {
             held.Wait(stateChanged);
             continue;
         }
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - GSteadyClock::now());
         if (left.count() <= 0) {
             *State = state;
             return VFW_S_STATE_INTERMEDIATE;

@@ -63,11 +63,25 @@ public:
     CCritSec changeLock;
 
 protected:
+    // A state change in progress, as GetState sees it; they nest on one thread. Under changeLock.
+    class GStateChange {
+    public:
+        explicit GStateChange(CBaseFilter& changingFilter);
+        ~GStateChange();
+        GStateChange(const GStateChange&) = delete;
+        GStateChange& operator=(const GStateChange&) = delete;
+
+        void Reached(FILTER_STATE newState);
+
+    private:
+        CBaseFilter& filter;
+    };
+
     bool ReleasedByOwnThread() override { return OnOwnThread(); }
     void IncrementPinVersion() { pinVersion.fetch_add(1, std::memory_order_acq_rel); }
 
 private:
-    class GStateChange;
+    HRESULT ActivatePins();
 
     const CLSID classId;
     std::atomic<LONG> pinVersion{1};
@@ -142,6 +156,7 @@ private:
     HRESULT AgreeMediaType(IPin* receivePin, const AM_MEDIA_TYPE* wanted);
     HRESULT AttemptConnection(IPin* receivePin, const CMediaType& type);
     HRESULT TryTypes(IPin* offering, IPin* receivePin, const AM_MEDIA_TYPE* wanted);
+    void ForgetPeer();
 
     CBaseFilter* const filter;  // owns this pin
     const WString name;

@@ -2,6 +2,7 @@
 
 #include "dshow/base_filter.h"
 #include "dshow/enumerators.h"
+#include "platform/on_exit.h"
 
 namespace vex {
 
@@ -62,15 +63,16 @@ HRESULT CBasePin::Connect(IPin* pReceivePin, const AM_MEDIA_TYPE* pmt)
             return VFW_E_ALREADY_CONNECTED;
         if (!filter->IsStopped())
             return VFW_E_NOT_STOPPED;
-        const HRESULT hr = CheckConnect(pReceivePin);
-        if (FAILED(hr)) {
-            BreakConnect();
-            return hr;
-        }
-        const HRESULT agreed = AgreeMediaType(pReceivePin, pmt);
-        if (FAILED(agreed))
-            BreakConnect();
-        return agreed;
+        bool agreed = false;
+        const GOnExit undo([&] {
+            if (!agreed)
+                BreakConnect();
+        });
+        HRESULT hr = CheckConnect(pReceivePin);
+        if (SUCCEEDED(hr))
+            hr = AgreeMediaType(pReceivePin, pmt);
+        agreed = SUCCEEDED(hr);
+        return hr;
     });
 }
 
@@ -114,29 +116,40 @@ HRESULT CBasePin::TryTypes(IPin* offering, IPin* receivePin, const AM_MEDIA_TYPE
     return result;
 }
 
+// Leaves no connection at either end unless it succeeds.
 HRESULT CBasePin::AttemptConnection(IPin* receivePin, const CMediaType& type)
 {
     if (CheckMediaType(&type) != S_OK)
         return VFW_E_TYPE_NOT_ACCEPTED;
+    CMediaType ours = type;
     {
         const GMutexLock held(pinLock);
         peer = GComPtr<IPin>(receivePin);
-        connectedType = type;
+        std::swap(connectedType, ours);
     }
+    bool received = false;
+    bool complete = false;
+    const GOnExit undo([&] {
+        if (complete)
+            return;
+        if (received)
+            receivePin->Disconnect();
+        ForgetPeer();
+    });
     HRESULT hr = receivePin->ReceiveConnection(static_cast<IPin*>(this), &type);
-    if (SUCCEEDED(hr)) {
+    received = SUCCEEDED(hr);
+    if (received)
         hr = CompleteConnect(receivePin);
-        if (SUCCEEDED(hr))
-            return hr;
-        receivePin->Disconnect();
-    }
-    GComPtr<IPin> dropped;
-    {
-        const GMutexLock held(pinLock);
-        std::swap(dropped, peer);
-        connectedType.Clear();
-    }
+    complete = SUCCEEDED(hr);
     return hr;
+}
+
+void CBasePin::ForgetPeer()
+{
+    GComPtr<IPin> dropped;  // released after the lock
+    const GMutexLock held(pinLock);
+    std::swap(dropped, peer);
+    connectedType.Clear();
 }
 
 HRESULT CBasePin::ReceiveConnection(IPin*, const AM_MEDIA_TYPE*)
@@ -152,17 +165,12 @@ HRESULT CBasePin::Disconnect()
         const CAutoLock change(&filter->changeLock);
         if (!filter->IsStopped())
             return VFW_E_NOT_STOPPED;
-        GComPtr<IPin> dropped = Peer();
-        if (!dropped)
+        if (!IsConnected())
             return S_FALSE;
         const HRESULT hr = BreakConnect();
         if (FAILED(hr))
             return hr;
-        {
-            const GMutexLock held(pinLock);
-            peer = nullptr;
-            connectedType.Clear();
-        }
+        ForgetPeer();
         return S_OK;
     });
 }

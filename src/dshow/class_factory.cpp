@@ -113,7 +113,7 @@ HRESULT GetClassObject(std::span<const CFactoryTemplate> table, REFCLSID rclsid,
 // A factory that a host holds counts as a living object.
 HRESULT CanUnloadNow()
 {
-    return CUnknown::ObjectsActive() == 0 && serverLocks.load(std::memory_order_acquire) == 0 ? S_OK : S_FALSE;
+    return serverLocks.load(std::memory_order_acquire) == 0 && CUnknown::AllGone() ? S_OK : S_FALSE;
 }
 
 HRESULT RegisterServer(std::span<const CFactoryTemplate> table, bool install)

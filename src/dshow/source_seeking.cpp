@@ -1,5 +1,6 @@
 #include "dshow/source_seeking.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "platform/guids.h"
@@ -24,8 +25,12 @@ bool IsMediaTime(const GUID* format) { return !format || *format == TIME_FORMAT_
 
 }  // namespace
 
-CSourceSeeking::CSourceSeeking(CCritSec* sharedLock, REFERENCE_TIME fileDuration)
-    : lock(sharedLock), capabilities(kCapabilities), duration(fileDuration), stopPosition(fileDuration)
+CSourceSeeking::CSourceSeeking(CCritSec* sharedLock, REFERENCE_TIME fileDuration, REFERENCE_TIME range)
+    : lock(sharedLock),
+      minimumRange(range),
+      capabilities(kCapabilities),
+      duration(fileDuration),
+      stopPosition(std::max(fileDuration, range))
 {
 }
 
@@ -225,6 +230,16 @@ void CSourceSeeking::SetStop(REFERENCE_TIME time)
 {
     const CAutoLock held(lock);
     stopPosition = time;
+}
+
+void CSourceSeeking::RaiseDuration(REFERENCE_TIME time)
+{
+    const CAutoLock held(lock);
+    if (time <= duration)
+        return;
+    if (stopPosition == std::max(duration, minimumRange))
+        stopPosition = std::max(time, minimumRange);
+    duration = time;
 }
 
 }  // namespace vex

@@ -31,7 +31,8 @@ public:
     STDMETHODIMP GetPreroll(LONGLONG* pllPreroll) override;
 
 protected:
-    CSourceSeeking(CCritSec* sharedLock, REFERENCE_TIME fileDuration);
+    // The first stop position is the end of the file, or `range` (100 ns) where the file is shorter.
+    CSourceSeeking(CCritSec* sharedLock, REFERENCE_TIME fileDuration, REFERENCE_TIME range);
     ~CSourceSeeking() = default;
 
     struct GSegment {
@@ -42,6 +43,8 @@ protected:
     GSegment Segment();
     void SetStart(REFERENCE_TIME time);
     void SetStop(REFERENCE_TIME time);
+    // The file has grown. A stop position at the end, as the first one was, moves along.
+    void RaiseDuration(REFERENCE_TIME time);
 
     // What SetPositions asks for, as absolute times; E_INVALIDARG and E_POINTER as the interface lays down.
     struct GRequest {
@@ -60,6 +63,7 @@ protected:
 
 private:
     CCritSec* const lock;
+    const REFERENCE_TIME minimumRange;
     DWORD capabilities G_GUARDED_BY(lock);
     REFERENCE_TIME duration G_GUARDED_BY(lock);
     REFERENCE_TIME startPosition G_GUARDED_BY(lock) = 0;

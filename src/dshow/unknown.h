@@ -5,6 +5,7 @@
 #include <new>
 
 #include "platform/com.h"
+#include "platform/thread_primitives.h"
 
 namespace vex {
 
@@ -42,8 +43,10 @@ public:
     // The object's own unknown: what the creator of an aggregate holds.
     IUnknown* NonDelegatingUnknown() { return &inner; }
 
-    // Living objects of the module.
+    // Living objects of the module. The thread that ended the last one may still be on its way out.
     static LONG ObjectsActive() { return activeObjects.load(std::memory_order_acquire); }
+    // True when no object lives and no thread of the module runs any more. A thread of the host.
+    static bool AllGone();
 
 protected:
     // Called once, when the last reference is gone and before destruction begins: the place to end threads that still
@@ -56,6 +59,9 @@ protected:
 
 private:
     void Finish();
+    void FinishElsewhere();
+    static void FinishWaiting();
+    static void Join(GNativeThread* finisher);
 
     class GInner final : public IUnknown {
     public:
@@ -73,7 +79,9 @@ private:
 
     GInner inner{*this};
     IUnknown* const owner;
+    CUnknown* nextWaiting = nullptr;
     static std::atomic<LONG> activeObjects;
+    static std::atomic<CUnknown*> waiting;  // last reference gone, but no thread to finish them on; a list
 };
 
 // Hands out `unknown` with a reference added; what every NonDelegatingQueryInterface ends in.

@@ -1,18 +1,23 @@
-// What differs between the source filters, as data. One row per filter; everything else is the frame's.
+// What differs between the source filters, as data. One row per filter, in its format's folder; everything else is the
+// frame's.
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
 #include "platform/pipeline.h"
 
 namespace vex {
 
+inline constexpr std::uint64_t kMiB = 1024 * 1024;
+inline constexpr std::uint64_t kNoUpperClamp = std::numeric_limits<std::uint64_t>::max();
+
 // When a pin's queue is full. Both limits are tested before a packet is appended, so that one oversized packet always
 // fits into an empty queue.
 struct GQueueLimits {
-    std::uint32_t packets;       // at most
-    std::uint64_t minimumBytes;  // payload bytes; the limit proper is 1.5 x lSampleSize of the pin's type,
-    std::uint64_t maximumBytes;  // held between these two
+    std::uint32_t packets = 300;             // at most
+    std::uint64_t minimumBytes = 8 * kMiB;   // payload bytes; the limit proper is 1.5 x lSampleSize of the pin's type,
+    std::uint64_t maximumBytes = 80 * kMiB;  // clamped to these two: equal ones make it fixed, kNoUpperClamp opens it
 
     constexpr std::uint64_t ByteLimit(std::uint32_t sampleSize) const
     {
@@ -22,8 +27,6 @@ struct GQueueLimits {
         return wanted > maximumBytes ? maximumBytes : wanted;
     }
 };
-
-inline constexpr std::uint64_t kMiB = 1024 * 1024;
 
 enum class GMediaTimeRule : std::uint8_t {
     Packet,  // the packet's media times
@@ -51,36 +54,31 @@ enum class GSegmentEnd : std::uint8_t {
     Duration,  // at the end of the file, whatever the stop position
 };
 
+// How a pin gets a larger buffer for a payload that does not fit.
 enum class GResizeRule : std::uint8_t {
     FlushPeerOrAbort,  // the peer is flushed first; a failure ends the stream with EC_ERRORABORT
+    Abort,             // no flush; a failure ends the stream with EC_ERRORABORT
     DropOnFailure,     // no flush; a failure costs the packet only
 };
 
+enum class GEmptyPayloads : std::uint8_t {
+    Skip,
+    Deliver,
+};
+
 struct GFilterRules {
-    GQueueLimits queue;
+    GQueueLimits queue{};
     GMediaTimeRule mediaTimes = GMediaTimeRule::Packet;
     GPrerollRule preroll = GPrerollRule::UpToZero;
     GSyncRule sync = GSyncRule::FirstOrKeyFrame;
     GSeekRelay seekRelay = GSeekRelay::EveryPin;
     GSegmentEnd segmentEnd = GSegmentEnd::Stop;
     GResizeRule resize = GResizeRule::FlushPeerOrAbort;
-    bool firstVideoOnly = false;  // later video streams get no pin
-    bool prerollAtFirst = true;   // the preroll option of a new filter
-};
-
-inline constexpr GFilterRules kAviRules{
-    .queue = {300, 8 * kMiB, 80 * kMiB},
-    .firstVideoOnly = true,
-};
-
-inline constexpr GFilterRules kMkvRules{
-    .queue = {300, 8 * kMiB, 80 * kMiB},
-    .mediaTimes = GMediaTimeRule::None,
-    .sync = GSyncRule::KeyFrame,
-    .seekRelay = GSeekRelay::OncePerTarget,
-    .segmentEnd = GSegmentEnd::Duration,
-    .resize = GResizeRule::DropOnFailure,
-    .prerollAtFirst = false,
+    GEmptyPayloads emptyPayloads = GEmptyPayloads::Skip;
+    REFERENCE_TIME minimumRange = 0;  // 100 ns; the stop position of a new pin is at least this
+    bool firstVideoOnly = false;      // later video streams get no pin
+    bool seekOptions = false;         // a host may set the key-frame and preroll options
+    bool prerollAtFirst = true;       // the preroll option of a new filter
 };
 
 }  // namespace vex

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "framework/media/codec_tags.h"
 #include "framework/source_filter.h"
+#include "media/codec_tags.h"
 #include "platform/trace.h"
 
 namespace vex {
@@ -18,13 +18,17 @@ constexpr ULONG kOtherBufferFloor = 0xE000;   // bytes
 // larger payload enlarges the buffer when it turns up.
 constexpr ULONG kLargestFirstBuffer = 64u << 20;  // bytes; a frame of 8192 x 8192 asks for that much
 
-// A peer that holds a sample lets go of it when the graph stops it first. One that does not is flushed after this.
-constexpr std::chrono::milliseconds kDeliveryPatience{100};
-
 bool IsVideoFormat(REFGUID format)
 {
     return format == FORMAT_VideoInfo || format == FORMAT_VideoInfo2 || format == FORMAT_MPEG2Video ||
            format == FORMAT_MPEGVideo;
+}
+
+// A negative height says that the lines of a bitmap go from top to bottom.
+std::uint32_t Magnitude(LONG height)
+{
+    const auto bits = static_cast<std::uint32_t>(height);
+    return height < 0 ? 0 - bits : bits;
 }
 
 REFERENCE_TIME ScaleTime(REFERENCE_TIME time, double rate)
@@ -68,13 +72,14 @@ private:
     bool allowed = false;
 };
 
-CVexOutputPin::CVexOutputPin(CVexFilter* owningFilter, WString pinName, const GStreamInfo& info)
-    : CSourceStream(owningFilter, std::move(pinName)),
-      CSourceSeeking(owningFilter->SeekingLock(), owningFilter->Duration()),
+CVexOutputPin::CVexOutputPin(CVexFilter* owningFilter, const GStreamInfo& info)
+    : CSourceStream(owningFilter, info.pinName),
+      CSourceSeeking(owningFilter->SeekingLock(), owningFilter->Duration(), owningFilter->Rules().minimumRange),
       owner(owningFilter),
       queue(owningFilter->Rules().queue, info.mediaTypes.empty() ? 0 : info.mediaTypes.front().lSampleSize),
       stream(info),
-      streamNumber(info.number)
+      streamNumber(info.number),
+      pool(owningFilter->Rules().queue.packets)
 {
 }
 
@@ -86,6 +91,42 @@ HRESULT CVexOutputPin::NonDelegatingQueryInterface(REFIID riid, void** ppv)
         return GetInterface(static_cast<IMediaSeeking*>(this), ppv);
     return CSourceStream::NonDelegatingQueryInterface(riid, ppv);
 }
+
+HRESULT CVexOutputPin::QueryId(LPWSTR* Id)
+{
+    if (stream.pinId.empty())
+        return CSourceStream::QueryId(Id);
+    if (!Id)
+        return E_POINTER;
+    *Id = TaskMemCopy(stream.pinId);
+    return *Id ? S_OK : E_OUTOFMEMORY;
+}
+
+HRESULT CVexOutputPin::GetDuration(LONGLONG* pDuration)
+{
+    FollowDuration();
+    return CSourceSeeking::GetDuration(pDuration);
+}
+
+HRESULT CVexOutputPin::GetStopPosition(LONGLONG* pStop)
+{
+    FollowDuration();
+    return CSourceSeeking::GetStopPosition(pStop);
+}
+
+HRESULT CVexOutputPin::GetPositions(LONGLONG* pCurrent, LONGLONG* pStop)
+{
+    FollowDuration();
+    return CSourceSeeking::GetPositions(pCurrent, pStop);
+}
+
+HRESULT CVexOutputPin::GetAvailable(LONGLONG* pEarliest, LONGLONG* pLatest)
+{
+    FollowDuration();
+    return CSourceSeeking::GetAvailable(pEarliest, pLatest);
+}
+
+void CVexOutputPin::FollowDuration() { RaiseDuration(owner->Duration()); }
 
 HRESULT CVexOutputPin::GetMediaType(int position, CMediaType* type)
 {
@@ -116,13 +157,13 @@ HRESULT CVexOutputPin::DecideBufferSize(IMemAllocator* candidate, ALLOCATOR_PROP
         if (IsVideoFormat(type.formattype)) {
             if (GetBitmapHeader(&type, &bitmap))
                 bytes = static_cast<ULONG>(static_cast<std::uint64_t>(static_cast<std::uint32_t>(bitmap.biWidth)) *
-                                           static_cast<std::uint32_t>(bitmap.biHeight));
+                                           Magnitude(bitmap.biHeight));
             bytes = std::max<ULONG>(bytes, type.lSampleSize);
         } else {
             const ULONG floor = type.majortype == MEDIATYPE_Video ? kVideoBufferFloor : kOtherBufferFloor;
             bytes = std::max<ULONG>(type.lSampleSize, floor);
         }
-        bytes = std::clamp<ULONG>(bytes, 1, kLargestFirstBuffer);
+        bytes = std::clamp<ULONG>(std::max<ULONG>(bytes, stream.minimumBuffer), 1, kLargestFirstBuffer);
         request->cBuffers = 1;  // flow control is the queue's business
         request->cbBuffer = static_cast<LONG>(bytes);
         ALLOCATOR_PROPERTIES granted{};
@@ -137,6 +178,8 @@ HRESULT CVexOutputPin::Active()
 {
     halting = false;
     peerRefused = false;
+    started = false;
+    startFailure = S_OK;
     return CSourceStream::Active();
 }
 
@@ -152,16 +195,8 @@ void CVexOutputPin::StopDeliveries()
 
 HRESULT CVexOutputPin::Inactive()
 {
-    StopDeliveries();
-    CBaseOutputPin::Inactive();  // wakes a wait for a buffer
-    // What is inside the peer gets a while to come out by itself.
-    bool stuck = false;
-    {
-        GMutexLock held(deliveryLock);
-        const auto deadline = std::chrono::steady_clock::now() + kDeliveryPatience;
-        while (inDelivery && held.WaitUntil(deliveryDone, deadline)) {}
-        stuck = inDelivery;
-    }
+    const bool flushed = std::exchange(flushedForStop, false);
+    const bool stuck = !flushed && !LeavePeer(GSteadyClock::now() + kDeliveryPatience);
     if (stuck)
         DeliverBeginFlush();
     const HRESULT hr = CSourceStream::Inactive();
@@ -172,10 +207,34 @@ HRESULT CVexOutputPin::Inactive()
     return hr;
 }
 
-void CVexOutputPin::Halt()
+void CVexOutputPin::BeginStop()
+{
+    StopDeliveries();
+    CBaseOutputPin::Inactive();  // wakes a wait for a buffer
+}
+
+bool CVexOutputPin::LeavePeer(GSteadyClock::time_point deadline)
+{
+    BeginStop();
+    GMutexLock held(deliveryLock);
+    while (inDelivery && held.WaitUntil(deliveryDone, deadline)) {}
+    return !inDelivery;
+}
+
+void CVexOutputPin::FlushForStop()
+{
+    flushedForStop = true;
+    DeliverBeginFlush();
+}
+
+void CVexOutputPin::BeginHalt()
 {
     StopDeliveries();
     DeliverBeginFlush();
+}
+
+void CVexOutputPin::EndHalt()
+{
     // A peer that keeps our only buffer must not keep the streaming thread from hearing the command.
     CBaseOutputPin::Inactive();
     StopThread();
@@ -188,7 +247,8 @@ void CVexOutputPin::Restart(bool emptyQueue)
         queue.Clear();
         DropUnits();
     }
-    CBaseOutputPin::Active();
+    startFailure = CBaseOutputPin::Active();
+    started = true;
     peerRefused = false;
     halting = false;
     RunThread();
@@ -201,7 +261,8 @@ HRESULT CVexOutputPin::RestartIfRunning()
     const CAutoLock change(&owner->changeLock);
     if (!ThreadExists())
         return S_OK;
-    Halt();
+    BeginHalt();
+    EndHalt();
     Restart(false);
     return S_OK;
 }
@@ -212,6 +273,7 @@ HRESULT CVexOutputPin::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LO
         return VFW_E_WRONG_STATE;
     return ComGuard([&]() -> HRESULT {
         const CAutoLock change(&owner->changeLock);
+        FollowDuration();
         GRequest request;
         HRESULT hr = ReadRequest(pCurrent, dwCurrentFlags, pStop, dwStopFlags, request);
         if (FAILED(hr))
@@ -228,7 +290,10 @@ HRESULT CVexOutputPin::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LO
                 if (request.moveStop)
                     SetStop(request.stop);
             };
-            sought = owner->SeekTo(this, request.start, request.start != before.start, placeStop) == S_OK;
+            hr = owner->SeekTo(this, request.start, request.start != before.start, placeStop);
+            if (FAILED(hr))
+                return hr;  // positions and stop are as they were
+            sought = hr == S_OK;
             if (!sought)
                 placeStop();
         }
@@ -254,7 +319,7 @@ HRESULT CVexOutputPin::SetRate(double dRate)
     return ComGuard([&] { return CSourceSeeking::SetRate(dRate); });
 }
 
-GPacketQueue::PushResult CVexOutputPin::Push(GPacketPtr packet, const std::function<bool()>& giveUp)
+GPacketQueue::PushResult CVexOutputPin::Push(GPacketPtr& packet, const std::function<bool()>& giveUp)
 {
     if (!ThreadExists())
         return GPacketQueue::PushResult::Refused;
@@ -262,10 +327,17 @@ GPacketQueue::PushResult CVexOutputPin::Push(GPacketPtr packet, const std::funct
         Recycle(std::move(packet));
         return GPacketQueue::PushResult::Done;
     }
-    return queue.Push(std::move(packet), giveUp);
+    const auto result = queue.Push(packet, giveUp);
+    if (result == GPacketQueue::PushResult::Done)
+        Recycle(std::move(packet));  // what was joined
+    return result;
 }
 
-void CVexOutputPin::Recycle(GPacketPtr packet) { owner->Pool().Give(std::move(packet)); }
+void CVexOutputPin::PushEnd()
+{
+    if (!std::exchange(ended, true))
+        queue.PushEnd();
+}
 
 // Default: one packet, one sample, held back until something is queued behind it.
 CVexOutputPin::GUnitStatus CVexOutputPin::PrepareUnit()
@@ -307,6 +379,8 @@ void CVexOutputPin::DropUnits()
 HRESULT CVexOutputPin::OnThreadStartPlay()
 {
     discontinuityPending = true;
+    leadsDelivered = 0;
+    FollowDuration();
     SetStart(owner->SegmentStart());
     const GSegment segment = Segment();
     const bool toTheEnd = owner->Rules().segmentEnd == GSegmentEnd::Duration;
@@ -328,12 +402,21 @@ HRESULT CVexOutputPin::DoBufferProcessingLoop()
 HRESULT CVexOutputPin::Play()
 {
     OnThreadStartPlay();
+    if (FAILED(startFailure)) {
+        AbortStream(startFailure);
+        return S_OK;
+    }
     for (;;) {
         DWORD request = 0;
         while (CheckRequest(&request)) {
             if (request == CMD_STOP)
                 return S_FALSE;  // answered by the thread procedure
             Reply(static_cast<DWORD>(request == CMD_RUN || request == CMD_PAUSE ? NOERROR : E_UNEXPECTED));
+        }
+        if (started && leadsDelivered < stream.leadSamples.size()) {
+            if (DeliverLead(stream.leadSamples[leadsDelivered]) == GStep::Stop)
+                return S_OK;
+            continue;
         }
         switch (unitPending ? GUnitStatus::Unit : PrepareUnit()) {
         case GUnitStatus::NotYet:
@@ -344,7 +427,7 @@ HRESULT CVexOutputPin::Play()
                 DeliverEndOfStream();
                 return S_OK;
             }
-            WaitRequest(1);  // the marker stays
+            AwaitHalt();  // the marker stays
             break;
         }
         case GUnitStatus::Unit:
@@ -356,47 +439,88 @@ HRESULT CVexOutputPin::Play()
     }
 }
 
+// A stop command is about to come: other pins are flushed first.
+CVexOutputPin::GStep CVexOutputPin::AwaitHalt()
+{
+    WaitRequest(1);
+    return GStep::Continue;
+}
+
+// A codec header that does not fit the buffer ends the stream: without it the data is useless. The buffer is the one agreed
+// with the peer, whatever comes later.
+CVexOutputPin::GStep CVexOutputPin::DeliverLead(const GLeadSample& lead)
+{
+    GComPtr<IMediaSample> sample;
+    if (FAILED(GetDeliveryBuffer(sample.Put())))
+        return AwaitHalt();
+    BYTE* buffer = nullptr;
+    HRESULT hr = sample->GetPointer(&buffer);
+    if (SUCCEEDED(hr) && static_cast<std::uint64_t>(sample->GetSize()) < lead.data.size())
+        hr = VFW_E_BUFFER_OVERFLOW;
+    if (FAILED(hr)) {
+        sample.Reset();
+        return halting ? AwaitHalt() : AbortStream(hr);
+    }
+    std::ranges::copy(lead.data, buffer);
+    sample->SetActualDataLength(static_cast<LONG>(lead.data.size()));
+    REFERENCE_TIME start = lead.start;
+    REFERENCE_TIME stop = lead.stop;
+    sample->SetTime(&start, &stop);
+    sample->SetMediaTime(nullptr, nullptr);
+    sample->SetDiscontinuity(lead.discontinuity);
+    sample->SetSyncPoint(lead.sync);
+    sample->SetPreroll(FALSE);
+    return DeliverSample(std::move(sample), [this] { ++leadsDelivered; });
+}
+
 // While the pin is being halted nothing is delivered and the unit is kept: only a seek drops it.
 CVexOutputPin::GStep CVexOutputPin::DeliverUnit()
 {
     GComPtr<IMediaSample> sample;
     // The peer may hold the one buffer for a while; a failure is a decommit, and a command will follow.
-    if (FAILED(GetDeliveryBuffer(sample.Put()))) {
-        WaitRequest(1);
-        return GStep::Continue;
-    }
+    if (FAILED(GetDeliveryBuffer(sample.Put())))
+        return AwaitHalt();
     HRESULT hr = FillBuffer(sample);
     if (FAILED(hr)) {
         sample.Reset();
         if (halting)
-            return GStep::Continue;
+            return AwaitHalt();
         FinishUnit();
         unitPending = false;
         return owner->Rules().resize == GResizeRule::DropOnFailure ? GStep::Continue : AbortStream(hr);
     }
+    return DeliverSample(std::move(sample), [this] {
+        FinishUnit();
+        unitPending = false;
+    });
+}
+
+// `taken` is called when the sample is on its way; while the pin is being halted it is given back instead.
+template <class Taken>
+CVexOutputPin::GStep CVexOutputPin::DeliverSample(GComPtr<IMediaSample> sample, Taken&& taken)
+{
+    HRESULT hr = S_OK;
     {
         const GDelivery inside(*this);
         if (!inside.Allowed()) {
             sample.Reset();
-            WaitRequest(1);
-            return GStep::Continue;
+            return AwaitHalt();
         }
-        FinishUnit();
-        unitPending = false;
+        taken();
         hr = Deliver(sample.Get());
     }
     if (hr == S_OK || halting)  // a flush refuses samples too
         return GStep::Continue;
     Trace("Deliver() returned %08x; stopping\n", static_cast<unsigned>(hr));
     peerRefused = true;
-    queue.Clear();
+    queue.DropPackets();
     return GStep::Stop;
 }
 
 CVexOutputPin::GStep CVexOutputPin::AbortStream(HRESULT reason)
 {
     peerRefused = true;
-    queue.Clear();
+    queue.DropPackets();
     {
         const GDelivery inside(*this);
         if (inside.Allowed())

@@ -6,8 +6,9 @@
 
 #include "dshow/source.h"
 #include "dshow/source_seeking.h"
+#include "framework/contract/read_handler.h"
 #include "framework/filter_rules.h"
-#include "framework/media/read_handler.h"
+#include "framework/packet_pool.h"
 #include "framework/packet_queue.h"
 
 namespace vex {
@@ -27,12 +28,18 @@ struct GSampleUnit {
 
 class CVexOutputPin : public CSourceStream, public CSourceSeeking {
 public:
-    CVexOutputPin(CVexFilter* owningFilter, WString pinName, const GStreamInfo& info);
+    // `info` is copied.
+    CVexOutputPin(CVexFilter* owningFilter, const GStreamInfo& info);
     ~CVexOutputPin() override;
 
     DECLARE_IUNKNOWN
     STDMETHODIMP NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
 
+    STDMETHODIMP QueryId(LPWSTR* Id) override;
+    STDMETHODIMP GetDuration(LONGLONG* pDuration) override;
+    STDMETHODIMP GetStopPosition(LONGLONG* pStop) override;
+    STDMETHODIMP GetPositions(LONGLONG* pCurrent, LONGLONG* pStop) override;
+    STDMETHODIMP GetAvailable(LONGLONG* pEarliest, LONGLONG* pLatest) override;
     // A seek of one pin is a seek of the whole filter.
     STDMETHODIMP SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LONGLONG* pStop, DWORD dwStopFlags) override;
     STDMETHODIMP SetRate(double dRate) override;
@@ -47,14 +54,31 @@ public:
     const GStreamInfo& Stream() const { return stream; }
     CMediaType ActiveType() { return ConnectedType(); }
 
-    // Reader thread. Refused when the streaming thread does not exist or `giveUp` says so while the queue is full; a
-    // packet for a pin whose peer has refused a sample is taken and dropped, so that the other pins go on.
-    GPacketQueue::PushResult Push(GPacketPtr packet, const std::function<bool()>& giveUp);
-    void PushEnd() { queue.PushEnd(); }
+    GPacketPool& Pool() { return pool; }
 
-    // The two halves of a restart, under the filter's changeLock (or before the reader thread has started). Between
-    // them the streaming thread takes no packet and delivers nothing.
-    void Halt();
+    // Reader thread. Refused, and left to the caller, when the streaming thread does not exist or `giveUp` says so while
+    // the queue is full; a packet for a pin whose peer has refused a sample is taken and dropped, so that the other pins
+    // go on.
+    GPacketQueue::PushResult Push(GPacketPtr& packet, const std::function<bool()>& giveUp);
+    // Reader thread: the end marker, once per run.
+    void PushEnd();
+    bool HasEnded() const { return ended; }
+    void BeginRun() { ended = false; }
+
+    // A peer that holds a sample lets go of it when the graph stops it first. One that has not after this is flushed.
+    static constexpr std::chrono::milliseconds kDeliveryPatience{100};
+    // A stop, ahead of Inactive: no call to the peer begins any more, and a wait for a buffer ends.
+    void BeginStop();
+    // The same, and returns when the streaming thread is out of the peer: false when it is not at `deadline`.
+    bool LeavePeer(GSteadyClock::time_point deadline);
+
+    // For one that is not: Inactive then waits for the streaming thread, and the caller ends the flush.
+    void FlushForStop();
+
+    // A restart, under the filter's changeLock (or before the reader thread has started): BeginHalt flushes the peer,
+    // EndHalt waits for the streaming thread. Until Restart that thread takes no packet and delivers nothing.
+    void BeginHalt();
+    void EndHalt();
     void Restart(bool emptyQueue);
 
 protected:
@@ -79,13 +103,14 @@ protected:
     CVexFilter* const owner;
     GPacketQueue queue;
     GSampleUnit unit;  // streaming thread
-    void Recycle(GPacketPtr packet);
+    void Recycle(GPacketPtr packet) { pool.Give(std::move(packet)); }
 
 private:
     enum class GStep : std::uint8_t { Continue, Stop };
 
     class GDelivery;
 
+    void FollowDuration();
     void StopDeliveries();
     void DropUnits();
     HRESULT Play();
@@ -93,13 +118,24 @@ private:
     HRESULT FillBuffer(GComPtr<IMediaSample>& sample);
     HRESULT Enlarge(GComPtr<IMediaSample>& sample, LONG needed);
     GStep AbortStream(HRESULT reason);
+    GStep AwaitHalt();
     HRESULT RestartIfRunning();
+
+    GStep DeliverLead(const GLeadSample& lead);
+    template <class Taken>
+    GStep DeliverSample(GComPtr<IMediaSample> sample, Taken&& taken);
 
     const GStreamInfo stream;
     const std::uint32_t streamNumber;
+    GPacketPool pool;
+    bool ended = false;                    // reader thread: the end marker of this run is queued
+    std::size_t leadsDelivered = 0;        // streaming thread, of this start
     GPacketPtr current;                    // streaming thread: owns the bytes of `unit`
     bool unitPending = false;              // streaming thread: `unit` is prepared and not yet delivered
     bool discontinuityPending = false;     // streaming thread
+    bool flushedForStop = false;           // under changeLock
+    bool started = false;                  // the reader has begun: leads may go; written while the thread is parked
+    HRESULT startFailure = S_OK;           // why the last restart has no buffers; written while the thread is parked
     std::atomic<bool> peerRefused{false};  // Deliver failed: nothing more is queued until the next start
     std::atomic<bool> halting{false};      // set under deliveryLock: no call to the peer begins, none that fails counts
     GMutex deliveryLock;

@@ -2,62 +2,29 @@
 
 #include <algorithm>
 
+#include "io/limits.h"
+
 namespace vex {
 
 namespace {
 
 constexpr std::chrono::milliseconds kLongestWait{1};
-constexpr std::size_t kPoolPackets = 64;
-constexpr std::size_t kPoolBytes = 8 * kMiB;
-constexpr std::size_t kPoolSearch = 8;       // entries looked at for a fitting buffer
-constexpr std::size_t kSmallBuffer = 16384;  // bytes; below this, waste does not matter
+
+// Whether `packet` continues `last` and there is room for it.
+bool Joins(const GPacket2& packet, const GPacket2* last)
+{
+    return packet.continuation && !packet.discontinuity && packet.start == kNoTime && last && last->start != kNoTime &&
+           packet.data.Size() <= kMaxPacketSize - std::min<std::size_t>(last->data.Size(), kMaxPacketSize);
+}
 
 }  // namespace
-
-// Giving back happens where nothing may fail, so the room for it is made at once.
-GPacketPool::GPacketPool() { packets.reserve(kPoolPackets); }
-
-GPacketPtr GPacketPool::Take(std::size_t bytes)
-{
-    const std::size_t largest = std::max(kSmallBuffer, bytes > SIZE_MAX / 2 ? SIZE_MAX : bytes * 2);
-    const GMutexLock held(lock);
-    const std::size_t looks = std::min(kPoolSearch, packets.size());
-    for (std::size_t i = 1; i <= looks; ++i) {
-        GPacketPtr& candidate = packets[packets.size() - i];
-        const std::size_t capacity = candidate->data.Capacity();
-        if (capacity < bytes || capacity > largest)
-            continue;
-        heldBytes -= capacity;
-        std::swap(candidate, packets.back());
-        GPacketPtr taken = std::move(packets.back());
-        packets.pop_back();
-        return taken;
-    }
-    return nullptr;
-}
-
-void GPacketPool::Give(GPacketPtr packet)
-{
-    if (!packet)
-        return;
-    packet->Recycle();
-    const std::size_t capacity = packet->data.Capacity();
-    GPacketPtr dropped;  // freed after the lock
-    const GMutexLock held(lock);
-    if (packets.size() >= kPoolPackets || heldBytes + capacity > kPoolBytes) {
-        dropped = std::move(packet);
-        return;
-    }
-    heldBytes += capacity;
-    packets.push_back(std::move(packet));
-}
 
 GPacketQueue::GPacketQueue(const GQueueLimits& queueLimits, std::uint32_t sampleSize)
     : byteLimit(queueLimits.ByteLimit(sampleSize)), maxPackets(queueLimits.packets)
 {
 }
 
-GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr packet, const std::function<bool()>& giveUp)
+GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr& packet, const std::function<bool()>& giveUp)
 {
     bool wake = false;
     {
@@ -69,11 +36,9 @@ GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr packet, const std::functi
             held.WaitFor(drained, kLongestWait);
             readerWaits = false;
         }
-        GPacket2* last = packets.empty() ? nullptr : packets.back().get();
-        const bool joins = packet->continuation && !packet->discontinuity && packet->start == kNoTime && last &&
-                           last->start != kNoTime;
+        GPacket2* const last = packets.empty() ? nullptr : packets.back().get();
         const std::size_t size = packet->GetSize();
-        if (joins)
+        if (Joins(*packet, last))
             last->data.Append(packet->data.Span());
         else
             packets.push_back(std::move(packet));
@@ -82,7 +47,7 @@ GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr packet, const std::functi
         if (wake)
             wakeAt = std::min(kBatch, std::max(kFirstWake, maxPackets / 4));
     }
-    // Behind the lock: the pin would wake only to wait for it.
+    // After unlocking, so that the pin does not wake and block at once.
     if (wake)
         filled.notify_one();
     return PushResult::Done;
@@ -91,17 +56,15 @@ GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr packet, const std::functi
 void GPacketQueue::PushEnd()
 {
     const GMutexLock held(lock);
-    packets.push_back(nullptr);
+    ended = true;
     filled.notify_one();
 }
 
 GPacketQueue::Ready GPacketQueue::ReadyLocked(bool holdBack) const
 {
     if (packets.empty())
-        return Ready::No;
-    if (!packets.front())
-        return Ready::End;
-    return holdBack && packets.size() < 2 ? Ready::No : Ready::Packet;
+        return ended ? Ready::End : Ready::No;
+    return holdBack && packets.size() < 2 && !ended ? Ready::No : Ready::Packet;
 }
 
 GPacketQueue::Ready GPacketQueue::WaitReady(bool holdBack)
@@ -126,8 +89,7 @@ GPacketPtr GPacketQueue::Pop()
             return nullptr;
         packet = std::move(packets.front());
         packets.pop_front();
-        if (packet)
-            bytes -= packet->GetSize();
+        bytes -= packet->GetSize();
         wake = readerWaits && RoomLocked();
     }
     if (wake)
@@ -135,13 +97,25 @@ GPacketPtr GPacketQueue::Pop()
     return packet;
 }
 
-void GPacketQueue::Clear()
+void GPacketQueue::DropLocked()
 {
-    const GMutexLock held(lock);
     packets.clear();
     bytes = 0;
     wakeAt = kFirstWake;
     drained.notify_one();
+}
+
+void GPacketQueue::DropPackets()
+{
+    const GMutexLock held(lock);
+    DropLocked();
+}
+
+void GPacketQueue::Clear()
+{
+    const GMutexLock held(lock);
+    DropLocked();
+    ended = false;
 }
 
 }  // namespace vex

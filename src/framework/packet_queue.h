@@ -1,58 +1,45 @@
-// The queue between the reader thread and one pin's streaming thread, and the pool its packets come from.
+// The queue between the reader thread and one pin's streaming thread.
 #pragma once
 
 #include <algorithm>
 #include <deque>
 #include <functional>
-#include <vector>
 
+#include "framework/contract/packet.h"
 #include "framework/filter_rules.h"
-#include "framework/media/packet.h"
 #include "platform/threads.h"
 
 namespace vex {
 
-// Packets given back by pins, for the reader to fill again. Bounded in number and bytes; any thread.
-class GPacketPool {
-public:
-    GPacketPool();
-    // A packet whose buffer suits `bytes`, or null: memory that is much larger than needed would make queues, whose
-    // limits count payload, hold far more than they say.
-    GPacketPtr Take(std::size_t bytes);
-    void Give(GPacketPtr packet);
-
-private:
-    GMutex lock;
-    std::vector<GPacketPtr> packets G_GUARDED_BY(lock);
-    std::size_t heldBytes G_GUARDED_BY(lock) = 0;
-};
-
-// A null packet is the end marker.
 class GPacketQueue {
 public:
     enum class PushResult : std::uint8_t { Done, Refused };
 
     GPacketQueue(const GQueueLimits& queueLimits, std::uint32_t sampleSize);
 
-    // Reader thread. Waits while the queue is full, at most 1 ms between looks at `giveUp`, whose true refuses the
-    // packet. A continuation without a time of its own is joined to the last packet queued. Throws std::bad_alloc.
-    PushResult Push(GPacketPtr packet, const std::function<bool()>& giveUp);
-    // Reader thread: appends the end marker, full or not.
+    // Reader thread, before PushEnd. Takes the packet, or refuses and leaves it: while the queue is full it waits, at most
+    // 1 ms between looks at `giveUp`, whose true refuses. A continuation without a time of its own is joined to the last
+    // packet queued, up to kMaxPacketSize; it is Done too, and left to be used again. Throws std::bad_alloc.
+    PushResult Push(GPacketPtr& packet, const std::function<bool()>& giveUp);
+    // Reader thread: the end marker, behind all packets. It needs no memory.
     void PushEnd();
 
     enum class Ready : std::uint8_t { No, Packet, End };
     // Pin thread: what Pop would give. A packet counts only when something is queued behind it (it may still grow by
     // continuations) unless `holdBack` is false. Waits at most 1 ms when there is nothing.
     Ready WaitReady(bool holdBack);
-    // Pin thread, after WaitReady said Packet or End: takes the first entry.
+    // Pin thread: takes the first packet, null when there is none. The end marker stays until Clear.
     GPacketPtr Pop();
 
-    // Empties the queue; the pin and reader threads are stopped or about to notice.
+    // Any thread.
+    void DropPackets();
+    // The end marker too; the streaming thread is parked.
     void Clear();
 
 private:
     Ready ReadyLocked(bool holdBack) const G_REQUIRES(lock);
-    // The packet held back counts as room for another: alone it would wait for ever for what releases it.
+    void DropLocked() G_REQUIRES(lock);
+    // A held-back packet does not count towards the limit; otherwise it could block the packet that releases it.
     bool FullLocked() const G_REQUIRES(lock)
     {
         return packets.size() >= maxPackets || (bytes >= byteLimit && packets.size() > 1);
@@ -85,6 +72,7 @@ private:
     GCondition drained;  // the reader waits here
     std::deque<GPacketPtr> packets G_GUARDED_BY(lock);
     std::uint64_t bytes G_GUARDED_BY(lock) = 0;
+    bool ended G_GUARDED_BY(lock) = false;  // the end marker
     bool pinWaits G_GUARDED_BY(lock) = false;
     std::size_t wakeAt G_GUARDED_BY(lock) = kFirstWake;  // packets queued when a waiting pin is woken
     bool readerWaits G_GUARDED_BY(lock) = false;

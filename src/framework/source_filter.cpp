@@ -1,29 +1,18 @@
+// States and seeks of the filter. Loading, the reader thread and IVexInspect have files of their own.
+
 #include "framework/source_filter.h"
 
 #include <algorithm>
 
+#include "framework/reference_times.h"
+#include "platform/on_exit.h"
 #include "platform/trace.h"
 
 namespace vex {
 
-namespace {
-
-// Times come from the file. Beyond this (3,600 years) they are held, so that no difference or multiple that the pins
-// form of them leaves 64 bits.
-constexpr REFERENCE_TIME kLargestTime = REFERENCE_TIME{1} << 60;
-
-REFERENCE_TIME HoldTime(REFERENCE_TIME time) { return std::clamp(time, -kLargestTime, kLargestTime); }
-
-REFERENCE_TIME FromBase(REFERENCE_TIME time, REFERENCE_TIME base)
-{
-    return time == kNoTime ? kNoTime : HoldTime(time) - base;
-}
-
-}  // namespace
-
-CVexFilter::CVexFilter(WString filterName, IUnknown* outer, REFCLSID clsid, const GFilterRules& filterRules,
+CVexFilter::CVexFilter(const GFilterInfo& filterInfo, const GFilterRules& filterRules, IUnknown* outer,
                        std::unique_ptr<GReadHandler> formatHandler)
-    : CSource(std::move(filterName), outer, clsid),
+    : CSource(filterInfo.displayName, outer, filterInfo.clsid),
       prerollMark(filterRules.prerollAtFirst),
       rules(filterRules),
       handler(std::move(formatHandler))
@@ -32,8 +21,15 @@ CVexFilter::CVexFilter(WString filterName, IUnknown* outer, REFCLSID clsid, cons
 
 CVexFilter::~CVexFilter() = default;
 
-// A host may drop a filter that still runs.
-void CVexFilter::FinalRelease() { Stop(); }
+// A host may drop a filter that still runs, or still loads.
+void CVexFilter::FinalRelease()
+{
+    handler->Interrupt(true);
+    if (preparation)
+        preparation->Abort();
+    loader.Close();
+    Stop();
+}
 
 HRESULT CVexFilter::NonDelegatingQueryInterface(REFIID riid, void** ppv)
 {
@@ -46,110 +42,23 @@ HRESULT CVexFilter::NonDelegatingQueryInterface(REFIID riid, void** ppv)
     return CSource::NonDelegatingQueryInterface(riid, ppv);
 }
 
-HRESULT CVexFilter::Load(LPCOLESTR pszFileName, const AM_MEDIA_TYPE*)
-{
-    if (OnOwnThread())
-        return E_FAIL;  // such a thread exists only when a file is loaded
-    return ComGuard([&]() -> HRESULT {
-        const CAutoLock change(&changeLock);
-        if (IsLoaded()) {
-            SetLoadError({GErrorKind::Unsupported, "a file is already loaded", 0});
-            return E_FAIL;
-        }
-        if (!pszFileName)
-            return E_POINTER;
-        return Open(pszFileName);
-    });
-}
+bool CVexFilter::OnOwnThread() { return reader.IsWorker() || loader.IsWorker() || CSource::OnOwnThread(); }
 
-HRESULT CVexFilter::Open(const WString& path)
+// Also by the identifiers that a format gives its pins.
+HRESULT CVexFilter::FindPin(LPCWSTR Id, IPin** ppPin)
 {
-    const GStatus opened = handler->Open(NarrowPathFromWide(path).c_str());
-    if (!opened.Ok()) {
-        SetLoadError(opened.Error());
-        return E_FAIL;
-    }
-    duration = std::max<REFERENCE_TIME>(HoldTime(handler->Duration()), 0);
-    currentPosition = 0;
-    segmentStart = 0;
-    seekBase = 0;
-    properties = handler->Properties();
-    attachments = handler->Attachments();
-    WString loadedName = path;
-    if (!MakePins()) {
-        SetLoadError({GErrorKind::Unsupported, "no stream of the file can be played", 0});
-        return E_FAIL;
-    }
-    {
-        const GMutexLock held(nameLock);
-        fileName.swap(loadedName);
-    }
-    loaded.store(true, std::memory_order_release);
-    return S_OK;
-}
-
-// All pins come at once, as the last step of loading that can fail: after a failure there are none, and the host may
-// try another file.
-bool CVexFilter::MakePins()
-{
-    std::vector<std::unique_ptr<CSourceStream>> made;
-    std::vector<CVexOutputPin*> inOrder;
-    bool videoSeen = false;
-    std::size_t index = 0;
-    for (const GStreamInfo& stream : handler->Streams()) {
-        const std::size_t place = index++;
-        if (stream.mediaTypes.empty() || !stream.mediaTypes.front().IsValid())
-            continue;
-        const bool video = stream.mediaTypes.front().majortype == MEDIATYPE_Video;
-        if (video && rules.firstVideoOnly && std::exchange(videoSeen, true))
-            continue;
-        std::optional<WString> pinName = NamePin(stream, place);
-        if (!pinName)
-            continue;
-        auto pin = MakePin(std::move(*pinName), stream);
-        inOrder.push_back(pin.get());
-        made.push_back(std::move(pin));
-    }
-    if (made.empty())
-        return false;
-    AddPins(std::move(made));
-    pins.swap(inOrder);
-    return true;
-}
-
-std::optional<WString> CVexFilter::NamePin(const GStreamInfo& stream, std::size_t) { return stream.pinName; }
-
-std::unique_ptr<CVexOutputPin> CVexFilter::MakePin(WString pinName, const GStreamInfo& stream)
-{
-    return std::make_unique<CVexOutputPin>(this, std::move(pinName), stream);
-}
-
-// In the calling thread's error object; a host without interest loses nothing.
-void CVexFilter::SetLoadError(const GError& error)
-{
-    WString text = WideFromUtf8(Describe(error));
-    GComPtr<ICreateErrorInfo> create;
-    if (FAILED(CreateErrorInfo(create.Put())))
-        return;
-    create->SetGUID(IID_IFileSourceFilter);
-    create->SetDescription(text.data());
-    const GComPtr<IErrorInfo> info = QueryFor<IErrorInfo>(create.Get(), IID_IErrorInfo);
-    if (info)
-        SetErrorInfo(0, info.Get());
-}
-
-HRESULT CVexFilter::GetCurFile(LPOLESTR* ppszFileName, AM_MEDIA_TYPE*)
-{
-    if (!ppszFileName)
+    if (!Id || !ppPin)
         return E_POINTER;
-    *ppszFileName = nullptr;
-    const GMutexLock held(nameLock);
-    if (!fileName.empty())
-        *ppszFileName = TaskMemCopy(fileName);
-    return S_OK;
+    for (int i = 0; i < GetPinCount(); ++i) {
+        auto* pin = static_cast<CVexOutputPin*>(GetPin(i));
+        if (pin->Stream().pinId.empty() || pin->Stream().pinId != WStringView(Id))
+            continue;
+        pin->AddRef();
+        *ppPin = pin;
+        return S_OK;
+    }
+    return CSource::FindPin(Id, ppPin);
 }
-
-bool CVexFilter::OnOwnThread() { return reader.IsWorker() || CSource::OnOwnThread(); }
 
 HRESULT CVexFilter::Pause()
 {
@@ -157,6 +66,7 @@ HRESULT CVexFilter::Pause()
         return VFW_E_WRONG_STATE;
     return ComGuard([&]() -> HRESULT {
         const CAutoLock change(&changeLock);
+        const GStateChange progress(*this);
         const bool wasStopped = IsStopped();
         const HRESULT hr = CSource::Pause();
         if (FAILED(hr) || !wasStopped || !IsLoaded())
@@ -167,7 +77,6 @@ HRESULT CVexFilter::Pause()
             CSource::Stop();
             return E_FAIL;
         }
-        readSinceSeek = true;
         readerReady.Wait();
         return hr;
     });
@@ -184,144 +93,72 @@ HRESULT CVexFilter::Stop()
     if (OnOwnThread())
         return VFW_E_WRONG_STATE;
     const CAutoLock change(&changeLock);
+    const GStateChange progress(*this);
     StopReader();
-    return CSource::Stop();
+    const bool flushed = FreePins();
+    const HRESULT hr = CSource::Stop();
+    for (CVexOutputPin* pin : pins)
+        if (flushed && pin->IsConnected())
+            pin->DeliverEndFlush();
+    return hr;
+}
+
+// Gets the streaming threads out of the peers. True when that took a flush, of all of them: it is to be ended.
+bool CVexFilter::FreePins()
+{
+    if (IsStopped())
+        return false;
+    for (CVexOutputPin* pin : pins)
+        if (pin->IsConnected())
+            pin->BeginStop();
+    const auto deadline = GSteadyClock::now() + CVexOutputPin::kDeliveryPatience;
+    bool free = true;
+    for (CVexOutputPin* pin : pins)
+        free = (!pin->IsConnected() || pin->LeavePeer(deadline)) && free;
+    for (CVexOutputPin* pin : pins)
+        if (!free && pin->IsConnected())
+            pin->FlushForStop();
+    return !free;
 }
 
 void CVexFilter::StopReader()
 {
     if (!reader.ThreadExists())
         return;
+    handler->Interrupt(true);
     resumeEvent.Set();  // should a seek have left the reader parked
     reader.CallWorker(kExit);
     reader.Close();
+    handler->Interrupt(false);
+    carried.reset();
+    resumesRun = false;
+    handlerMoved = true;
 }
 
+// A peer may let go of one input only when all are flushed, so no pin is waited for before that.
 void CVexFilter::HaltPins()
 {
     for (CVexOutputPin* pin : pins)
         if (pin->IsConnected())
-            pin->Halt();
+            pin->BeginHalt();
+    for (CVexOutputPin* pin : pins)
+        if (pin->IsConnected())
+            pin->EndHalt();
 }
 
-void CVexFilter::RestartPins()
+void CVexFilter::RestartPins(GQueues queues)
 {
     for (CVexOutputPin* pin : pins)
         if (pin->IsConnected())
-            pin->Restart(true);
+            pin->Restart(queues == GQueues::Empty);
 }
 
-DWORD CVexFilter::GReader::ThreadProc()
+REFERENCE_TIME CVexFilter::Duration()
 {
-    SetCurrentThreadName("vex reader");
-    filter.HaltPins();
-    filter.RestartPins();
-    filter.resumeEvent.Set();
-    filter.readerReady.Set();
-    for (;;) {
-        filter.resumeEvent.Wait();
-        filter.ReadToEnd();
-        const DWORD command = GetRequest();
-        Reply(0);
-        if (command == kExit)
-            return 0;
-    }
-}
-
-void CVexFilter::ReadToEnd()
-{
-    try {
-        GLoopEnd end = GLoopEnd::EndOfStream;
-        try {
-            end = PacketLoop();
-        } catch (const std::bad_alloc&) {
-            Trace("Memory ran short: what was read is played out\n");
-        }
-        if (end == GLoopEnd::EndOfStream && !reader.RequestPending())
-            EndStreams();
-    } catch (...) {
-        Trace("The reader gave up\n");
-        NotifyEvent(EC_ERRORABORT, E_UNEXPECTED, 0);
-    }
-}
-
-void CVexFilter::EndStreams()
-{
-    Trace("************************************ EOS ************************************\n");
-    for (CVexOutputPin* pin : pins) {
-        if (reader.RequestPending())
-            return;
-        if (pin->IsConnected())
-            pin->PushEnd();
-    }
-}
-
-CVexFilter::GLoopEnd CVexFilter::PacketLoop()
-{
-    const std::function<bool()> giveUp = [this] { return reader.RequestPending(); };
-    if (!SendHeaders(giveUp))
-        return GLoopEnd::EndOfStream;
-    while (!reader.RequestPending()) {
-        GNextPacket next;
-        const GReadStatus status = handler->ReadPacket(next);
-        if (status == GReadStatus::End)
-            return GLoopEnd::EndOfStream;
-        if (status == GReadStatus::NotYet || next.size == 0)
-            continue;
-        const auto pin = std::ranges::find(pins, next.stream, &CVexOutputPin::StreamNumber);
-        if (pin == pins.end() || !(*pin)->IsConnected())
-            continue;  // nobody wants it: its payload is not even read
-        if (!PassOn(next, **pin, giveUp))
-            return GLoopEnd::EndOfStream;
-    }
-    return GLoopEnd::Interrupted;
-}
-
-bool CVexFilter::SendHeaders(const std::function<bool()>& giveUp)
-{
-    for (CVexOutputPin* pin : pins) {
-        if (!pin->IsConnected())
-            continue;
-        for (GPacketPtr& packet : handler->HeaderPackets(pin->StreamNumber(), pin->ActiveType())) {
-            RebaseTimes(*packet);
-            if (pin->Push(std::move(packet), giveUp) == GPacketQueue::PushResult::Refused)
-                return false;
-        }
-    }
-    return true;
-}
-
-// False when the pin does not run any more.
-bool CVexFilter::PassOn(const GNextPacket& next, CVexOutputPin& pin, const std::function<bool()>& giveUp)
-{
-    GPacketPtr packet = pool.Take(next.size);
-    if (!packet)
-        packet = handler->NewPacket();
-    packet->stream = next.stream;
-    packet->keyFrame = next.keyFrame;
-    packet->discontinuity = next.discontinuity;
-    packet->continuation = next.continuation;
-    packet->start = next.start;
-    packet->stop = next.start == kNoTime ? kNoTime : next.stop;
-    if (next.start != kNoTime) {
-        const bool own = next.mediaStart != kNoTime;
-        packet->mediaStart = own ? next.mediaStart : next.start / kUnitsPerMediaTime;
-        packet->mediaStop = own || next.stop == kNoTime ? next.mediaStop : next.stop / kUnitsPerMediaTime;
-    }
-    if (!handler->ReadPayload(*packet)) {
-        pool.Give(std::move(packet));
-        return true;
-    }
-    RebaseTimes(*packet);
-    return pin.Push(std::move(packet), giveUp) == GPacketQueue::PushResult::Done;
-}
-
-// From the start of the file to the start of the segment.
-void CVexFilter::RebaseTimes(GPacket2& packet)
-{
-    const REFERENCE_TIME base = seekBase.load(std::memory_order_relaxed);
-    packet.start = FromBase(packet.start, base);
-    packet.stop = FromBase(packet.stop, base);
+    const REFERENCE_TIME now = HoldTime(handler->Duration());
+    REFERENCE_TIME said = duration.load(std::memory_order_relaxed);
+    while (said < now && !duration.compare_exchange_weak(said, now, std::memory_order_relaxed)) {}
+    return std::max(said, now);
 }
 
 // With OncePerTarget, true when `caller` repeats the seek that another pin has already made.
@@ -329,58 +166,91 @@ bool CVexFilter::IsRelayed(CVexOutputPin* caller, REFERENCE_TIME position)
 {
     if (rules.seekRelay != GSeekRelay::OncePerTarget)
         return false;
-    if (position == lastTarget && std::ranges::find(relayedBy, caller) == relayedBy.end()) {
-        relayedBy.push_back(caller);
-        return true;
-    }
+    const bool relayed = position == lastTarget && std::ranges::find(relayedBy, caller) == relayedBy.end();
+    if (!relayed)
+        relayedBy.clear();
+    lastTarget = kNoTime;  // until the caller is noted: memory may be short
+    relayedBy.push_back(caller);
     lastTarget = position;
-    relayedBy.assign(1, caller);
-    return false;
+    return relayed;
 }
 
 HRESULT CVexFilter::SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved,
                            const std::function<void()>& onReached)
 {
     const CAutoLock change(&changeLock);
-    // Once stopped after a read, the handler stands where reading ended and not at the position: a graph that asks for
-    // it, to play again, means it.
-    const bool movedOn = readSinceSeek && !reader.ThreadExists();
-    if (position == currentPosition && !movedOn)
+    // A graph that asks for the position that it is at already, to play again from there, means it.
+    if (position == currentPosition && !handlerMoved)
         return S_FALSE;
-    if (movedOn)
-        lastTarget = kNoTime;  // nor is it a relay of what was asked for before
-    position = std::clamp<REFERENCE_TIME>(position, 0, duration);
-    if (IsRelayed(caller, position)) {
+    if (handlerMoved)
+        lastTarget = kNoTime;  // not a relay of what was asked for before
+    position = std::clamp<REFERENCE_TIME>(position, 0, Duration());
+    if (!handler->AcceptsSeek(position) || IsRelayed(caller, position)) {
         position = currentPosition;
         return S_FALSE;
     }
-    if (!reader.ThreadExists()) {
-        Reposition(position, moved);
+    if (reader.ThreadExists())
+        return SeekRunning(position, moved, onReached);
+    const HRESULT hr = Reposition(position, moved);
+    if (hr == S_OK)
         onReached();
-        readSinceSeek = false;
-        return S_OK;
-    }
-    Trace("*******************************SeekDeliverLoop");
-    HaltPins();
-    reader.CallWorker(kPark);
-    Reposition(position, moved);
-    onReached();
-    RestartPins();
-    resumeEvent.Set();
-    return S_OK;
+    return hr;
 }
 
-void CVexFilter::Reposition(REFERENCE_TIME& position, bool moved)
+// Whatever happens between, the pins and the reader go on.
+HRESULT CVexFilter::SeekRunning(REFERENCE_TIME& position, bool moved, const std::function<void()>& onReached)
+{
+    Trace("*******************************SeekDeliverLoop");
+    GQueues queues = GQueues::Keep;
+    bool parked = false;
+    const GOnExit resume([&] {
+        RestartPins(queues);
+        if (parked)
+            resumeEvent.Set();
+    });
+    HaltPins();
+    handler->Interrupt(true);
+    reader.CallWorker(kPark);
+    handler->Interrupt(false);
+    parked = resumesRun = true;
+    const HRESULT hr = Reposition(position, moved);
+    if (hr == S_OK) {
+        queues = GQueues::Empty;
+        carried.reset();
+        resumesRun = false;
+        onReached();
+    }
+    return hr;
+}
+
+// Call it with the reader thread parked or absent.
+HRESULT CVexFilter::Reposition(REFERENCE_TIME& position, bool moved)
 {
     const bool align = keyFrameSeek && prerollMark && position != 0 && moved;
-    try {
-        position = HoldTime(handler->Seek(position, align ? GSeekMode::KeyFrame : GSeekMode::Independent));
-    } catch (...) {
-        // Out of memory halfway: the pins restart from wherever the handler stands.
+    const HRESULT hr = ComGuard([&]() -> HRESULT {
+        const auto reached = handler->Seek(position, align ? GSeekMode::KeyFrame : GSeekMode::Independent);
+        if (!reached)
+            return S_FALSE;
+        currentPosition = HoldTime(*reached);
+        segmentStart = currentPosition;
+        seekBase = currentPosition;
+        handlerMoved = false;
+        return S_OK;
+    });
+    if (FAILED(hr)) {
+        // Out of memory halfway: times stay right, they count from the file's start, but what comes next may lie anywhere,
+        // and the next seek counts wherever it goes.
+        handlerMoved = true;
+        lastTarget = kNoTime;
     }
-    currentPosition = position;
-    segmentStart = position;
-    seekBase = position;
+    position = currentPosition;
+    return hr;
+}
+
+HRESULT CVexFilter::SetOption(std::atomic<bool>& option, LONG value)
+{
+    option = value != 0;
+    return S_OK;
 }
 
 }  // namespace vex

@@ -5,21 +5,23 @@
 #pragma once
 
 #include <atomic>
-#include <optional>
+#include <string>
 #include <vector>
 
 #include "dshow/source.h"
+#include "framework/contract/filter_info.h"
+#include "framework/contract/read_handler.h"
 #include "framework/filter_rules.h"
-#include "framework/media/read_handler.h"
 #include "framework/output_pin.h"
-#include "framework/packet_queue.h"
+#include "framework/preparation.h"
 #include "framework/vex_interfaces.h"
 
 namespace vex {
 
 class CVexFilter : public CSource, public IFileSourceFilter, public IVexInspect, public ISupportErrorInfo {
 public:
-    CVexFilter(WString filterName, IUnknown* outer, REFCLSID clsid, const GFilterRules& filterRules,
+    // `filterInfo` and `filterRules` are constant data that outlives the filter.
+    CVexFilter(const GFilterInfo& filterInfo, const GFilterRules& filterRules, IUnknown* outer,
                std::unique_ptr<GReadHandler> formatHandler);
     ~CVexFilter() override;
 
@@ -30,7 +32,8 @@ public:
     STDMETHODIMP Load(LPCOLESTR pszFileName, const AM_MEDIA_TYPE* pmt) override;
     STDMETHODIMP GetCurFile(LPOLESTR* ppszFileName, AM_MEDIA_TYPE* pmt) override;
 
-    // IMediaFilter
+    // IBaseFilter and IMediaFilter
+    STDMETHODIMP FindPin(LPCWSTR Id, IPin** ppPin) override;
     STDMETHODIMP Pause() override;
     STDMETHODIMP Run(REFERENCE_TIME tStart) override;
     STDMETHODIMP Stop() override;
@@ -45,6 +48,8 @@ public:
     STDMETHODIMP GetAttachment(ULONG index, BSTR* pName, BSTR* pMimeType, BSTR* pDescription,
                                ULONGLONG* pSize) override;
     STDMETHODIMP ReadAttachment(ULONG index, ULONGLONG offset, BYTE* pBuffer, ULONG cb) override;
+    STDMETHODIMP GetLoadState(VexLoadState* pState, BSTR* pReason) override;
+    STDMETHODIMP SetSeekOptions(BOOL keyFrames, BOOL preroll) override;
 
     // ISupportErrorInfo
     STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
@@ -53,24 +58,39 @@ public:
 
     // For the pins.
     const GFilterRules& Rules() const { return rules; }
-    REFERENCE_TIME Duration() const { return duration; }
+    // Of the file as known now, 100 ns; never less than it said before.
+    REFERENCE_TIME Duration();
     REFERENCE_TIME SegmentStart() const { return segmentStart.load(std::memory_order_acquire); }
     bool PrerollMark() const { return prerollMark.load(std::memory_order_relaxed); }
     CCritSec* SeekingLock() { return &seekingLock; }
-    GPacketPool& Pool() { return pool; }
-    // Seeks the whole filter to `position` (100 ns), which becomes the position reached; S_FALSE when there was nothing
-    // to do. `moved`: the caller asked for another position than the pin had. `onReached` is called between the two: the
-    // position is reached, no pin has started its segment there.
+    // Seeks the whole filter to `position` (100 ns), which becomes the position reached. S_FALSE when there was nothing
+    // to do or the handler refused; an error when the seek failed: `position` is then the one that holds. `moved`: the
+    // caller asked for another position than the pin had. `onReached` is called once the position is reached and before
+    // any pin starts its segment there.
     HRESULT SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved, const std::function<void()>& onReached);
 
 protected:
-    // The pin's name, or none for a stream that gets no pin; `index` is the stream's 0-based place in the file.
-    virtual std::optional<WString> NamePin(const GStreamInfo& stream, std::size_t index);
-    virtual std::unique_ptr<CVexOutputPin> MakePin(WString pinName, const GStreamInfo& stream);
+    virtual std::unique_ptr<CVexOutputPin> MakePin(const GStreamInfo& stream);
+    // What has to be done before `path` can be opened, on a thread of its own; null when nothing has. Load then returns
+    // at once, without pins.
+    virtual std::unique_ptr<GPreparation> Prepare(const WString& path);
+    // Reader thread: a packet of a stream whose target is the filter.
+    virtual void TakePacket(GPacketPtr packet) { static_cast<void>(packet); }
 
     void FinalRelease() override;
     GReadHandler& Handler() { return *handler; }
-    bool IsLoaded() { return loaded.load(std::memory_order_acquire); }
+    bool IsLoaded() const { return loadState.load(std::memory_order_acquire) == VexLoad_Done; }
+
+    // The methods of the private interfaces that set and get an option.
+    static HRESULT SetOption(std::atomic<bool>& option, LONG value);
+    template <class Flag>
+    static HRESULT GetOption(const std::atomic<bool>& option, Flag* value)
+    {
+        if (!value)
+            return E_POINTER;
+        *value = option ? 1 : 0;
+        return S_OK;
+    }
 
     std::atomic<bool> keyFrameSeek{false};
     std::atomic<bool> prerollMark;
@@ -83,6 +103,8 @@ private:
     public:
         explicit GReader(CVexFilter& served) : filter(served) {}
         ~GReader() override { Close(); }
+        // Waits for a command, at most 1 ms.
+        void Idle() { WaitRequest(1); }
 
     protected:
         DWORD ThreadProc() override;
@@ -91,48 +113,83 @@ private:
         CVexFilter& filter;
     };
 
-    HRESULT Open(const WString& path);
-    bool MakePins();
+    class GLoader final : public CAMThread {
+    public:
+        explicit GLoader(CVexFilter& served) : filter(served) {}
+        ~GLoader() override { Close(); }
+
+    protected:
+        DWORD ThreadProc() override;
+
+    private:
+        CVexFilter& filter;
+    };
+
+    // Loading.
+    HRESULT LoadLocked(const WString& path);
+    GStatus Open(const WString& path);
+    GStatus MakePins();
+    HRESULT FinishLoad(const GStatus& opened);
+    HRESULT BeginPreparation();
+    void LoadPrepared();
+    void SetName(WString path);
     void SetLoadError(const GError& error);
 
     // Reader thread.
     enum class GLoopEnd : std::uint8_t { EndOfStream, Interrupted };
     void ReadToEnd();
     GLoopEnd PacketLoop();
-    bool SendHeaders(const std::function<bool()>& giveUp);
-    bool PassOn(const GNextPacket& next, CVexOutputPin& pin, const std::function<bool()>& giveUp);
+    bool BeginRun();
+    bool SendHeaders();
+    bool PassOn(const GNextPacket& next);
+    bool PassToPin(const GNextPacket& next, CVexOutputPin& pin);
+    void PassToFilter(const GNextPacket& next);
+    bool Push(CVexOutputPin& pin, GPacketPtr packet);
+    void EndStream(std::uint32_t stream);
     void EndStreams();
     void RebaseTimes(GPacket2& packet);
+    CVexOutputPin* FindConnected(std::uint32_t stream) const;
 
+    enum class GQueues : std::uint8_t { Keep, Empty };
     void StopReader();
+    bool FreePins();
     void HaltPins();
-    void RestartPins();
-    void Reposition(REFERENCE_TIME& position, bool moved);
+    void RestartPins(GQueues queues);
+    HRESULT SeekRunning(REFERENCE_TIME& position, bool moved, const std::function<void()>& onReached);
+    HRESULT Reposition(REFERENCE_TIME& position, bool moved);
     bool IsRelayed(CVexOutputPin* caller, REFERENCE_TIME position);
 
     const GFilterRules& rules;
     const std::unique_ptr<GReadHandler> handler;  // reader thread while it reads, else under changeLock
-    GPacketPool pool;
 
-    std::atomic<bool> loaded{false};
+    std::atomic<VexLoadState> loadState{VexLoad_None};  // written under changeLock
     GMutex nameLock;
     WString fileName G_GUARDED_BY(nameLock);
-    REFERENCE_TIME duration = 0;               // constant once loaded
-    std::vector<CVexOutputPin*> pins;          // constant once loaded; owned by CSource
-    std::vector<GProperty> properties;         // constant once loaded
-    std::vector<GAttachmentInfo> attachments;  // constant once loaded
+    std::string loadError G_GUARDED_BY(nameLock);  // UTF-8
+    std::unique_ptr<GPreparation> preparation;     // constant while the loader runs
+    std::atomic<REFERENCE_TIME> duration{0};       // 100 ns; only grows once loaded
+    std::vector<CVexOutputPin*> pins;              // constant once loaded; owned by CSource
+    std::vector<std::uint32_t> filterStreams;      // constant once loaded
+    std::vector<GProperty> properties;             // constant once loaded
+    std::vector<GAttachmentInfo> attachments;      // constant once loaded
 
     CCritSec seekingLock;                         // the pins' seeking values
     std::atomic<REFERENCE_TIME> segmentStart{0};  // 100 ns
     std::atomic<REFERENCE_TIME> seekBase{0};      // subtracted from packet times
     REFERENCE_TIME currentPosition = 0;           // under changeLock
-    bool readSinceSeek = false;                   // under changeLock: the handler may stand beyond currentPosition
+    bool handlerMoved = false;                    // under changeLock: by reading until a stop, or by a seek that failed
     REFERENCE_TIME lastTarget = kNoTime;          // under changeLock
     std::vector<CVexOutputPin*> relayedBy;        // under changeLock: pins that asked for lastTarget
+
+    // Reader thread; under changeLock while it is parked or gone.
+    bool resumesRun = false;  // the next run goes on with the one before: its seek was refused
+    GPacketPtr carried;       // read, but its queue was full when a command came
+    CVexOutputPin* carriedTo = nullptr;
 
     CAMEvent resumeEvent;  // releases the reader into the packet loop
     CAMEvent readerReady;  // the reader has started the pins
     GReader reader{*this};
+    GLoader loader{*this};
 };
 
 }  // namespace vex

@@ -88,6 +88,29 @@ HRESULT CVexFilter::IsIndexComplete()
     return handler->IsIndexComplete() ? S_OK : S_FALSE;
 }
 
+HRESULT CVexFilter::GetLoadState(VexLoadState* pState, BSTR* pReason)
+{
+    if (!pState)
+        return E_POINTER;
+    *pState = loadState.load(std::memory_order_acquire);
+    if (pReason)
+        *pReason = nullptr;
+    if (*pState != VexLoad_Failed)
+        return S_OK;
+    return ComGuard([&] {
+        const GMutexLock held(nameLock);
+        return HandOut(loadError, pReason);
+    });
+}
+
+HRESULT CVexFilter::SetSeekOptions(BOOL keyFrames, BOOL preroll)
+{
+    if (!rules.seekOptions)
+        return E_NOTIMPL;
+    SetOption(keyFrameSeek, keyFrames);
+    return SetOption(prerollMark, preroll);
+}
+
 HRESULT CVexFilter::GetAttachmentCount(ULONG* pCount)
 {
     if (!pCount)

@@ -1,44 +1,26 @@
-// Private control interfaces of the filters, for hosts. All methods may be called from any thread.
+// The private interface that every filter has. Those of single formats are in formats/<x>/<x>_interface.h.
 #pragma once
 
 #include "platform/pipeline.h"
 
 namespace vex {
 
-inline constexpr IID IID_IVexAVI{0x6BA9DD11, 0x09B9, 0x4C8B, {0x89, 0xA8, 0x8A, 0xC4, 0x45, 0x60, 0x12, 0x14}};
-inline constexpr IID IID_IVexMKV{0x9794BD43, 0x281E, 0x45EE, {0x94, 0xCC, 0x70, 0xA2, 0x60, 0xE4, 0x07, 0xB5}};
 inline constexpr IID IID_IVexInspect{0x6BA9DD1F, 0x09B9, 0x4C8B, {0x89, 0xA8, 0x8A, 0xC4, 0x45, 0x60, 0x12, 0x14}};
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-// Options of the AVI filter.
-struct IVexAVI : public IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE Reserved1() = 0;  // E_NOTIMPL
-    virtual HRESULT STDMETHODCALLTYPE Reserved2() = 0;
-    virtual HRESULT STDMETHODCALLTYPE Reserved3() = 0;
-    // Longest stream as known now, 100 ns; E_POINTER for null.
-    virtual HRESULT STDMETHODCALLTYPE GetDuration(LONGLONG* pDuration) = 0;
-    // Seeks land on the first key frame at or after the request (needs the preroll option too). Off at first.
-    virtual HRESULT STDMETHODCALLTYPE SetKeyFrameSeek(LONG enable) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetKeyFrameSeek(LONG* pEnable) = 0;
-    // Samples at or before the segment's start are marked preroll. On at first.
-    virtual HRESULT STDMETHODCALLTYPE SetPrerollMark(LONG enable) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetPrerollMark(LONG* pEnable) = 0;
-};
-
-// Options of the Matroska filter; both off at first. They mean what they mean for AVI.
-struct IVexMKV : public IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE SetKeyFrameSeek(BOOL enable) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetKeyFrameSeek(BOOL* pEnable) = 0;
-    virtual HRESULT STDMETHODCALLTYPE SetPreroll(BOOL enable) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetPreroll(BOOL* pEnable) = 0;
+enum VexLoadState {
+    VexLoad_None = 0,     // no file yet
+    VexLoad_Running = 1,  // Load has returned, the pins are still to come
+    VexLoad_Done = 2,
+    VexLoad_Failed = 3,
 };
 
 enum VexPropertyType { VexProperty_Text = 0, VexProperty_Integer = 1, VexProperty_Boolean = 2 };
 
-// What every filter tells of the loaded file beyond its pins. Texts are BSTRs that the caller frees.
-// VFW_E_WRONG_STATE before a file is loaded; E_INVALIDARG for an index out of range.
+// What every filter tells of the loaded file beyond its pins. All methods may be called from any thread. Texts are BSTRs
+// that the caller frees. VFW_E_WRONG_STATE before a file is loaded; E_INVALIDARG for an index out of range.
 struct IVexInspect : public IUnknown {
     // Facts of the file (pin = -1) or of one pin (0-based, in pin order).
     virtual HRESULT STDMETHODCALLTYPE GetPropertyCount(LONG pin, ULONG* pCount) = 0;
@@ -55,6 +37,11 @@ struct IVexInspect : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE ReadAttachment(ULONG index, ULONGLONG offset, BYTE* pBuffer, ULONG cb) = 0;
     // S_FALSE while an index is still being built out of what is in the file; until then seeks may land short of the end.
     virtual HRESULT STDMETHODCALLTYPE IsIndexComplete() = 0;
+    // Never VFW_E_WRONG_STATE. `pReason`, which may be null: why the load failed, null when it did not.
+    virtual HRESULT STDMETHODCALLTYPE GetLoadState(VexLoadState* pState, BSTR* pReason) = 0;
+    // The options of the formats' own interfaces, for a host that treats all filters alike; E_NOTIMPL for a filter without
+    // them. `keyFrames`: seeks land on a key frame (needs `preroll` too). `preroll`: samples ahead of the segment are marked.
+    virtual HRESULT STDMETHODCALLTYPE SetSeekOptions(BOOL keyFrames, BOOL preroll) = 0;
 };
 
 #pragma GCC diagnostic pop

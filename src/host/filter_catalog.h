@@ -5,31 +5,25 @@
 #include <span>
 #include <string_view>
 
-#include "platform/types.h"
+#include "framework/contract/filter_info.h"
 
 namespace vex {
 
-struct GFilterEntry {
-    std::string_view shortName;    // "avi"
-    std::string_view displayName;  // as registered
-    CLSID clsid;
-    std::string_view container;   // "AVI"; empty for a second filter of a container, which is only taken by name
-    std::string_view formats;     // what it reads, in words
-    std::string_view extensions;  // lower case, each between blanks: " avi divx "
-};
-
 // In the order in which the module registers them.
-std::span<const GFilterEntry> FilterCatalog();
+std::span<const GFilterInfo* const> FilterCatalog();
 
 // The bytes from a file's start that FindByContent can make use of.
 inline constexpr std::size_t kContentProbeBytes = 64 * 1024;
 
 // By short name, display name or class identifier (with or without braces), letters in either case; null when unknown.
-const GFilterEntry* FindByName(std::string_view name);
+const GFilterInfo* FindByName(std::string_view name);
 // By the first bytes of a file; null when they tell nothing.
-const GFilterEntry* FindByContent(std::span<const std::uint8_t> start);
+const GFilterInfo* FindByContent(std::span<const std::uint8_t> start);
 // By a path's extension; null when it has none that is known.
-const GFilterEntry* FindByExtension(std::string_view path);
+const GFilterInfo* FindByExtension(std::string_view path);
+
+// The name as registered, UTF-8.
+std::string DisplayName(const GFilterInfo& info);
 
 // The braced text of a class identifier, lower case.
 std::string ClsidText(REFCLSID clsid);

@@ -257,7 +257,7 @@ std::uint64_t GHostGraph::Delivered() const
 
 GEnd GHostGraph::WaitForEnd(std::chrono::milliseconds stall, const std::function<void()>& tick)
 {
-    auto lastProgress = std::chrono::steady_clock::now();
+    auto lastProgress = GSteadyClock::now();
     std::uint64_t delivered = Delivered();
     for (;;) {
         const bool ended = WaitUntil(std::min(stall, kTick), [this] { return AllEnded() || FAILED(ErrorCode()); });
@@ -267,7 +267,7 @@ GEnd GHostGraph::WaitForEnd(std::chrono::milliseconds stall, const std::function
             return GEnd::Complete;
         if (tick)
             tick();
-        const auto now = std::chrono::steady_clock::now();
+        const auto now = GSteadyClock::now();
         if (const std::uint64_t count = Delivered(); count != delivered) {
             delivered = count;
             lastProgress = now;

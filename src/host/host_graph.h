@@ -81,7 +81,7 @@ public:
     template <class Predicate>
     bool WaitUntil(std::chrono::milliseconds bound, Predicate&& done)
     {
-        return progress->Until(std::chrono::steady_clock::now() + bound, std::forward<Predicate>(done));
+        return progress->Until(GSteadyClock::now() + bound, std::forward<Predicate>(done));
     }
     // The code of the first EC_ERRORABORT, or S_OK. Final once stopped: a filter may end a stream first and then say that
     // it was given up. Any thread.

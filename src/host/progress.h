@@ -8,7 +8,7 @@
 
 namespace vex {
 
-using GDeadline = std::chrono::steady_clock::time_point;
+using GDeadline = GSteadyClock::time_point;
 
 // Any thread may call any method.
 class GProgress {
@@ -47,7 +47,7 @@ private:
     {
         GMutexLock held(lock);
         while (changes == seen) {
-            const auto left = deadline - std::chrono::steady_clock::now();
+            const auto left = deadline - GSteadyClock::now();
             if (left <= GDeadline::duration::zero())
                 return false;
             held.WaitFor(changed, std::chrono::ceil<std::chrono::milliseconds>(left));

@@ -6,13 +6,15 @@
 
 namespace vex {
 
-// FourCC("XVID"); the literal has exactly four characters.
-constexpr std::uint32_t FourCC(const char (&text)[5])
+constexpr std::uint32_t FourCC(char a, char b, char c, char d)
 {
-    return static_cast<std::uint32_t>(static_cast<std::uint8_t>(text[0])) |
-           static_cast<std::uint32_t>(static_cast<std::uint8_t>(text[1])) << 8 |
-           static_cast<std::uint32_t>(static_cast<std::uint8_t>(text[2])) << 16 |
-           static_cast<std::uint32_t>(static_cast<std::uint8_t>(text[3])) << 24;
+    return static_cast<std::uint32_t>(static_cast<std::uint8_t>(a)) |
+           static_cast<std::uint32_t>(static_cast<std::uint8_t>(b)) << 8 |
+           static_cast<std::uint32_t>(static_cast<std::uint8_t>(c)) << 16 |
+           static_cast<std::uint32_t>(static_cast<std::uint8_t>(d)) << 24;
 }
+
+// FourCC("XVID"); the literal has exactly four characters.
+constexpr std::uint32_t FourCC(const char (&text)[5]) { return FourCC(text[0], text[1], text[2], text[3]); }
 
 }  // namespace vex

@@ -27,9 +27,14 @@ struct GError {
     const char* what = "";      // static storage, English, no trailing stop
     std::uint64_t filePos = 0;  // absolute position in bytes of what is wrong
     std::uint32_t osError = 0;  // the operating system's number for the cause of an Io error, 0 when it gave none
+    std::string detail{};       // follows `what` behind a blank, UTF-8; empty for most
 };
 
-// For people: "what: what the system says (at byte N)", in UTF-8.
+// Appends a four-character code to a list in quotes ("'rtp ', 'tmcd'"), with '?' for what cannot be printed. A code that is
+// listed counts once; a list of 48 characters takes no more.
+void AddCode(std::string& list, std::uint32_t fourCC);
+
+// For people: "what detail: what the system says (at byte N)", in UTF-8.
 std::string Describe(const GError& error);
 
 // Holds a T or a GError. T may be move-only, and need not be default-constructible.

@@ -1,10 +1,24 @@
 #include "module/filter_table.h"
 
+#include <algorithm>
 #include <array>
 
+#include "formats/aac/aac_filter.h"
+#include "formats/aac/aac_info.h"
 #include "formats/avi/avi_filter.h"
+#include "formats/avi/avi_info.h"
+#include "formats/flv/flv_filter.h"
+#include "formats/flv/flv_info.h"
 #include "formats/mkv/mkv_filter.h"
-#include "module/class_ids.h"
+#include "formats/mkv/mkv_info.h"
+#include "formats/mp3/mp3_filter.h"
+#include "formats/mp3/mp3_info.h"
+#include "formats/mp4/mp4_filter.h"
+#include "formats/mp4/mp4_info.h"
+#include "formats/ogg/ogg_filter.h"
+#include "formats/ogg/ogg_info.h"
+#include "framework/create_filter.h"
+#include "module/filter_infos.h"
 
 namespace vex {
 
@@ -22,29 +36,45 @@ constexpr std::array<GPinRegistration, 1> kOutputPin{{{
     .manyInstances = false,
 }}};
 
-constexpr CFactoryTemplate Row(const WCHAR* name, const CLSID& clsid, GCreateFunction create)
+// A filter without a row cannot be created yet.
+struct GCreator {
+    const GFilterInfo* info;
+    GCreateFunction create;
+};
+constexpr GCreator kCreators[]{
+    {&kAviFilter, CreateFilter<CAVI2_Filter>},
+    {&kFlvFilter, CreateFilter<CFLV_Filter>},
+    {&kMkvFilter, CreateFilter<CMKV_Filter>},
+    {&kMp3Filter, CreateFilter<CMP3_Filter>},
+    {&kAacFilter, CreateFilter<CAAC_Filter>},
+    {&kMp4Filter, CreateFilter<CMP4_Filter>},
+    {&kOgg1Filter, CreateFilter<COGG_Filter>},
+    {&kOggFilter, CreateFilter<COGG2_Filter>},
+};
+
+CFactoryTemplate Row(const GFilterInfo& info)
 {
-    return {name, clsid, create, {clsid, name, kMeritDoNotUse, kOutputPin}};
+    const auto* row = std::ranges::find(kCreators, &info, &GCreator::info);
+    return {info.displayName,
+            info.clsid,
+            row != std::end(kCreators) ? row->create : RefuseFilter,
+            {info.clsid, info.displayName, kMeritDoNotUse, kOutputPin}};
 }
 
-constexpr std::array<CFactoryTemplate, 12> kFilters{{
-    Row(VEX_W("Orvane AVI Source Filter"), CLSID_VexAvi, CreateAviFilter),
-    Row(VEX_W("Orvane OGG Source Filter"), CLSID_VexOgg, RefuseFilter),
-    Row(VEX_W("Orvane MPEG Source Filter"), CLSID_VexMpeg, RefuseFilter),
-    Row(VEX_W("Orvane MKV Source Filter"), CLSID_VexMkv, CreateMkvFilter),
-    Row(VEX_W("Orvane MP4 Source Filter"), CLSID_VexMp4, RefuseFilter),
-    Row(VEX_W("Orvane ASF Source Filter"), CLSID_VexAsf, RefuseFilter),
-    Row(VEX_W("Orvane FLV Source Filter"), CLSID_VexFlv, RefuseFilter),
-    Row(VEX_W("Orvane AsfEx Source Filter"), CLSID_VexAsfEx, RefuseFilter),
-    Row(VEX_W("Orvane OGG Source Filter2"), CLSID_VexOgg2, RefuseFilter),
-    Row(VEX_W("Orvane MP3 Source Filter"), CLSID_VexMp3, RefuseFilter),
-    Row(VEX_W("Orvane AAC Source Filter"), CLSID_VexAac, RefuseFilter),
-    Row(VEX_W("Orvane MPEG Source Filter2"), CLSID_VexMpeg2, RefuseFilter),
-}};
+std::array<CFactoryTemplate, 12> MakeTable()
+{
+    std::array<CFactoryTemplate, 12> table{};
+    std::ranges::transform(FilterInfos(), table.begin(), [](const GFilterInfo* info) { return Row(*info); });
+    return table;
+}
 
 }  // namespace
 
-std::span<const CFactoryTemplate> FilterTable() { return kFilters; }
+std::span<const CFactoryTemplate> FilterTable()
+{
+    static const std::array<CFactoryTemplate, 12> table = MakeTable();
+    return table;
+}
 
 CUnknown* RefuseFilter(IUnknown*, HRESULT* result)
 {

@@ -54,6 +54,18 @@ struct WAVEFORMATEX {
     WORD cbSize;
 };
 
+struct MPEG1WAVEFORMAT {
+    WAVEFORMATEX wfx;
+    WORD fwHeadLayer;
+    DWORD dwHeadBitrate;  // bit/s
+    WORD fwHeadMode;
+    WORD fwHeadModeExt;
+    WORD wHeadEmphasis;
+    WORD fwHeadFlags;
+    DWORD dwPTSLow;
+    DWORD dwPTSHigh;
+};
+
 #pragma pack(pop)
 
 struct VIDEOINFOHEADER {
@@ -109,6 +121,7 @@ inline constexpr WORD WAVE_FORMAT_MPEGLAYER3 = 0x0055;
 
 static_assert(sizeof(BITMAPINFOHEADER) == 40);
 static_assert(sizeof(WAVEFORMATEX) == 18);
+static_assert(sizeof(MPEG1WAVEFORMAT) == 40);
 static_assert(offsetof(VIDEOINFOHEADER, bmiHeader) == 48 && sizeof(VIDEOINFOHEADER) == 88);
 static_assert(offsetof(VIDEOINFOHEADER2, bmiHeader) == 72 && sizeof(VIDEOINFOHEADER2) == 112);
 static_assert(offsetof(MPEG1VIDEOINFO, bSequenceHeader) == 96);

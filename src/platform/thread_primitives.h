@@ -1,19 +1,18 @@
-// What the locks, conditions and threads of threads.h are made of.
+// The locks, conditions, threads and the clock that threads.h is built on.
 //
-// The C++ library of the Windows toolchain brings a thread layer of its own, which keeps an event and a handle for every
-// thread of the host that entered a recursive mutex (until that thread ends, or for ever when the module is unloaded
-// first) and never frees a recursive mutex. So the system's own primitives serve there, under the standard's names.
+// On Windows they are the system's own, under the standard's names. The C++ library there has none (threading variant
+// `win32` of the toolchain), or takes them from a pthread emulation (variant `posix`), which keeps handles of every host
+// thread that it meets and cannot be unloaded without leaving them behind.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
-#include <thread>
 
 #include "platform/types.h"
 
 #ifdef _WIN32
 
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -21,6 +20,28 @@
 #include <utility>
 
 namespace vex {
+
+// Monotonic, starts with the system. The library's steady_clock follows the wall clock in this variant.
+struct GSteadyClock {
+    using duration = std::chrono::nanoseconds;
+    using rep = duration::rep;
+    using period = duration::period;
+    using time_point = std::chrono::time_point<GSteadyClock>;
+    static constexpr bool is_steady = true;
+
+    static time_point now()
+    {
+        LARGE_INTEGER ticks, perSecond;
+        QueryPerformanceCounter(&ticks);
+        QueryPerformanceFrequency(&perSecond);
+        constexpr std::int64_t kNanoseconds = 1'000'000'000;
+        const std::int64_t seconds = ticks.QuadPart / perSecond.QuadPart;
+        const std::int64_t rest = ticks.QuadPart % perSecond.QuadPart;
+        return time_point(duration(seconds * kNanoseconds + rest * kNanoseconds / perSecond.QuadPart));
+    }
+};
+
+enum class GWaitStatus { no_timeout, timeout };
 
 class GNativeMutex {
 public:
@@ -56,16 +77,32 @@ public:
     void notify_one() { WakeConditionVariable(&condition); }
     void notify_all() { WakeAllConditionVariable(&condition); }
     void wait(std::unique_lock<GNativeMutex>& held) { Sleep(held, INFINITE); }
-    std::cv_status wait_until(std::unique_lock<GNativeMutex>& held, std::chrono::steady_clock::time_point deadline)
+    template <class Predicate>
+    void wait(std::unique_lock<GNativeMutex>& held, Predicate done)
     {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        while (!done())
+            wait(held);
+    }
+    GWaitStatus wait_until(std::unique_lock<GNativeMutex>& held, GSteadyClock::time_point deadline)
+    {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - GSteadyClock::now());
         if (left > left.zero())
             Sleep(held, left < kLongest ? static_cast<DWORD>(left.count()) : static_cast<DWORD>(kLongest.count()));
-        return std::chrono::steady_clock::now() < deadline ? std::cv_status::no_timeout : std::cv_status::timeout;
+        return GSteadyClock::now() < deadline ? GWaitStatus::no_timeout : GWaitStatus::timeout;
     }
-    std::cv_status wait_for(std::unique_lock<GNativeMutex>& held, std::chrono::milliseconds timeout)
+    GWaitStatus wait_for(std::unique_lock<GNativeMutex>& held, std::chrono::milliseconds timeout)
     {
-        return wait_until(held, std::chrono::steady_clock::now() + timeout);
+        return wait_until(held, GSteadyClock::now() + timeout);
+    }
+    template <class Predicate>
+    bool wait_for(std::unique_lock<GNativeMutex>& held, std::chrono::milliseconds timeout, Predicate done)
+    {
+        const auto deadline = GSteadyClock::now() + timeout;
+        while (!done()) {
+            if (wait_until(held, deadline) == GWaitStatus::timeout)
+                return done();
+        }
+        return true;
     }
 
 private:
@@ -129,7 +166,13 @@ inline GThreadId ThisThreadId() { return GetCurrentThreadId(); }
 
 #else
 
+#include <condition_variable>
+#include <thread>
+
 namespace vex {
+
+using GSteadyClock = std::chrono::steady_clock;
+using GWaitStatus = std::cv_status;
 
 using GNativeMutex = std::mutex;
 using GNativeRecursiveMutex = std::recursive_mutex;

@@ -1,15 +1,17 @@
 #include "platform/threads.h"
 
+#include <new>
 #include <system_error>
 
+#include "platform/com_apartment.h"
 #include "platform/trace.h"
 
 namespace vex {
 namespace {
 
-std::chrono::steady_clock::time_point DeadlineAfter(DWORD timeoutMs)
+GSteadyClock::time_point DeadlineAfter(DWORD timeoutMs)
 {
-    return std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    return GSteadyClock::now() + std::chrono::milliseconds(timeoutMs);
 }
 
 }  // namespace
@@ -58,6 +60,8 @@ bool CAMThread::Create()
         thread = GNativeThread([this] { Run(); });
     } catch (const std::system_error&) {
         return false;
+    } catch (const std::bad_alloc&) {
+        return false;
     }
     // The new thread cannot end before this: its end needs the lock.
     ended = false;
@@ -94,6 +98,7 @@ void CAMThread::Run()
 {
     workerId.store(ThisThreadId(), std::memory_order_relaxed);
     try {
+        const GComApartment apartment;
         ThreadProc();
     } catch (...) {
         Trace("A worker thread ended by an exception\n");

@@ -50,11 +50,11 @@ public:
     // False when the time-out passed first; a wake-up without cause counts as a change.
     bool WaitFor(GCondition& changed, std::chrono::milliseconds timeout)
     {
-        return changed.wait_for(held, timeout) == std::cv_status::no_timeout;
+        return changed.wait_for(held, timeout) == GWaitStatus::no_timeout;
     }
-    bool WaitUntil(GCondition& changed, std::chrono::steady_clock::time_point deadline)
+    bool WaitUntil(GCondition& changed, GSteadyClock::time_point deadline)
     {
-        return changed.wait_until(held, deadline) == std::cv_status::no_timeout;
+        return changed.wait_until(held, deadline) == GWaitStatus::no_timeout;
     }
 
 private:
@@ -109,7 +109,8 @@ public:
     CAMThread(const CAMThread&) = delete;
     CAMThread& operator=(const CAMThread&) = delete;
 
-    // Starts ThreadProc; false when there is a thread that was not closed or the system refuses one.
+    // Starts ThreadProc, with COM initialised for it; false when there is a thread that was not closed, the system refuses
+    // one or memory is short. Never throws.
     bool Create();
     // Waits for ThreadProc to return; requests are still accepted meanwhile. Harmless when there is no thread; of
     // several callers each returns only when the thread is gone. Not to be called from the worker itself.
@@ -158,7 +159,7 @@ private:
     std::atomic<GThreadId> workerId{};
 };
 
-// The name under which debuggers and `ps` show the calling thread; at most 15 characters are kept.
+// The name under which debuggers and `ps` show the calling thread: ASCII, at most 15 characters are kept. Never throws.
 void SetCurrentThreadName(const char* name);
 
 }  // namespace vex

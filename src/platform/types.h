@@ -119,12 +119,6 @@ inline constexpr HRESULT E_INVALIDARG = vex::detail::MakeResult(0x80070057u);
 inline constexpr HRESULT CLASS_E_NOAGGREGATION = vex::detail::MakeResult(0x80040110u);
 inline constexpr HRESULT CLASS_E_CLASSNOTAVAILABLE = vex::detail::MakeResult(0x80040111u);
 
-constexpr DWORD MAKEFOURCC(char a, char b, char c, char d)
-{
-    return static_cast<DWORD>(static_cast<BYTE>(a)) | static_cast<DWORD>(static_cast<BYTE>(b)) << 8 |
-           static_cast<DWORD>(static_cast<BYTE>(c)) << 16 | static_cast<DWORD>(static_cast<BYTE>(d)) << 24;
-}
-
 #endif
 
 namespace vex {

@@ -28,8 +28,8 @@ void ExpectTwoStreams(const GAviTestFile& file, const std::string& index)
 {
     GAviReading reading(file.Build());
     EXPECT_EQ(reading.Index(), index);
-    ASSERT_EQ(reading.Handler().Streams().size(), 2u);
-    EXPECT_EQ(reading.Handler().Streams()[1].number, kStream01);
+    ASSERT_EQ(reading.Streams().size(), 2u);
+    EXPECT_EQ(reading.Streams()[1].number, kStream01);
     const auto packets = reading.ReadAll();
     std::vector<int> video;
     std::vector<int> audio;
@@ -95,6 +95,57 @@ TEST(AviIdx1, AnIndexOfNoUseLeavesTheChunksToTheScan)
         EXPECT_EQ(Marks(reading.ReadAll()), Numbers(4));
         EXPECT_GE(reading.Damage().count, 1u);
     }
+}
+
+// A file of one RIFF with two entries in its idx1, as a camera leaves it.
+std::vector<std::uint8_t> WithStubIndex(GAviTestFile file)
+{
+    auto bytes = file.Build();
+    const std::size_t idx1 = PositionOf(bytes, "idx1");
+    Put(bytes, idx1 + 4, 2 * 16);
+    bytes.resize(idx1 + 8 + 2 * 16);
+    Put(bytes, 4, bytes.size() - 8);
+    return bytes;
+}
+
+TEST(AviIdx1, AStubGivesWayToTheOpenDmlIndexOrToAScan)
+{
+    auto broken = WithStubIndex(NumberedVideo(20, GAviTestIndex::OpenDml));
+    Put(broken, PositionOf(broken, "indx") + 8 + 4, 0);  // no entry in use
+    const struct {
+        std::vector<std::uint8_t> bytes;
+        const char* index;
+    } kCases[] = {
+        {WithStubIndex(NumberedVideo(20, GAviTestIndex::OpenDml)), "OpenDML"},
+        {WithStubIndex(NumberedVideo(20, GAviTestIndex::Idx1Relative)), "none"},
+        {broken, "none"},
+    };
+    for (const auto& one : kCases) {
+        GAviReading reading(one.bytes);
+        EXPECT_EQ(reading.Index(), one.index);
+        EXPECT_EQ(Marks(reading.ReadAll()), Numbers(20));
+        EXPECT_EQ(reading.Handler().Properties().size(), 1u);
+        EXPECT_EQ(reading.Damage().count, 0u);
+    }
+}
+
+TEST(AviIdx1, ThatNamesMostOfTheDataIsBelievedAndTheRestIsSaid)
+{
+    auto bytes = NumberedVideo(20, GAviTestIndex::Idx1Relative).Build();
+    const std::size_t idx1 = PositionOf(bytes, "idx1");
+    Put(bytes, idx1 + 4, 15 * 16);
+    GAviReading reading(bytes);
+    EXPECT_EQ(reading.Index(), "idx1");
+    EXPECT_EQ(Marks(reading.ReadAll()), Numbers(15));
+    const auto properties = reading.Handler().Properties();
+    ASSERT_EQ(properties.size(), 2u);
+    EXPECT_EQ(properties[1].value, std::to_string(5 * 8 + 31 + 32 + 33 + 34 + 35));
+    EXPECT_EQ(reading.Damage().count, 0u) << "a note, not damage";
+
+    GAviTestFile padded = TwoStreams(GAviTestIndex::Idx1Relative, 1);
+    padded.junkBeforeData = 100'000;
+    padded.recLists = true;
+    EXPECT_EQ(GAviReading(padded.Build()).Handler().Properties().size(), 1u) << "padding is no data";
 }
 
 TEST(AviIdx1, HundredsOfThousandsOfEntriesForAHundredStreamsAreReadInOnePass)

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "avi/avi_reading.h"
-#include "framework/media/codec_guids.h"
+#include "media/codec_guids.h"
 
 namespace vex::test {
 namespace {
@@ -15,7 +15,7 @@ using ::testing::ElementsAre;
 CMediaType TypeOf(const GAviTestStream& stream)
 {
     GAviReading reading(GAviTestFile{.streams = {stream}, .parts = {{}}}.Build());
-    const auto& types = reading.Handler().Streams().front().mediaTypes;
+    const auto& types = reading.Streams().front().mediaTypes;
     return types.empty() ? CMediaType() : types.front();
 }
 

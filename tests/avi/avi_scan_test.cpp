@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "avi/avi_reading.h"
 #include "support/temp_file.h"
 
@@ -122,6 +124,58 @@ TEST(AviScan, IndexesInAndBehindTheDataAreNotTakenForData)
     EXPECT_EQ(reading.Damage().count, 0u);
 }
 
+// The second source on a disk, that of the scan, fails to read once.
+class GFlakySource final : public GFileBase {
+public:
+    GFlakySource(std::unique_ptr<GFileBase> open, std::shared_ptr<std::atomic<int>> untilFailure)
+        : inner(std::move(open)), countdown(std::move(untilFailure))
+    {
+    }
+    std::unique_ptr<GFileBase> NewInstance() const override
+    {
+        auto second = std::make_unique<GFlakySource>(inner->NewInstance(), countdown);
+        second->fails = true;
+        return second;
+    }
+    int Open(const char* path) override { return inner->Open(path); }
+    std::uint32_t Read(void* buffer, std::uint32_t count) override
+    {
+        return fails && (*countdown)-- == 0 ? 0 : inner->Read(buffer, count);
+    }
+    std::int64_t Seek(std::int64_t offset) override { return inner->Seek(offset); }
+    std::int64_t Tell() override { return inner->Tell(); }
+    std::int64_t GetSize() override { return inner->GetSize(); }
+    int Close() override { return inner->Close(); }
+
+private:
+    const std::unique_ptr<GFileBase> inner;
+    const std::shared_ptr<std::atomic<int>> countdown;
+    bool fails = false;
+};
+
+TEST(AviScan, AReadThatFailsForAMomentCostsNothing)
+{
+    GAviTestFile file{.streams = {VideoStream("XVID")}, .parts = {{}, {}}, .index = GAviTestIndex::None};
+    file.recLists = true;
+    for (const bool keyFrame : {true, false, true, true})
+        for (auto& part : file.parts)
+            part.push_back(Mpeg4Chunk("00dc", 20, keyFrame));
+    auto bytes = file.Build();
+    const std::size_t lied = PositionOf(bytes, "00dc", PositionOf(bytes, "00dc", PositionOf(bytes, "movi")) + 4);
+    Put(bytes, lied + 4, 0x7FFFFFFF);
+    const auto disk = std::make_shared<GMemoryDisk>(bytes);
+    const auto countdown = std::make_shared<std::atomic<int>>(0);
+    int failures = 0;
+    for (; failures == 0 || *countdown < 0; ++failures) {
+        *countdown = failures;
+        GAviReading reading(std::make_unique<GFlakySource>(std::make_unique<GMemoryFile>(disk), countdown));
+        EXPECT_THAT(KeyFlags(reading.ReadAll()), ElementsAre(true, true, true, true, false, true, true))
+            << "read " << failures;
+        EXPECT_EQ(reading.Damage().count, 1u);
+    }
+    EXPECT_GT(failures, 20);
+}
+
 TEST(AviScan, AFileWithoutDataEndsAtOnce)
 {
     const auto bytes = NumberedVideo(0, GAviTestIndex::None).Build();
@@ -141,7 +195,7 @@ TEST(AviScan, ManyStreamsAndTinyChunksAllArrive)
         file.parts[0].push_back(Chunk(code, static_cast<std::size_t>(1 + i % 3), 9));
     }
     GAviReading reading(file.Build());
-    EXPECT_EQ(reading.Handler().Streams().size(), 101u) << "further streams have no chunk code";
+    EXPECT_EQ(reading.Streams().size(), 101u) << "further streams have no chunk code";
     EXPECT_EQ(reading.ReadAll().size(), 3000u);
 }
 
@@ -153,7 +207,7 @@ TEST(AviGrowth, AFileThatGrowsByteByByteGivesEveryPacketWhole)
     const auto bytes = file.Build();
     const std::size_t begun = PositionOf(bytes, "movi") + 4;
     const GTempFile growing{std::span(bytes).first(begun)};
-    GAviReading reading(growing.Path());
+    GAviReading reading(growing);
     std::size_t announced = 0;
     for (std::size_t at = begun; at < bytes.size(); ++at) {
         announced += reading.ReadAll().size();
@@ -174,8 +228,7 @@ TEST(AviGrowth, ClosingWakesAScanThatWaitsForTheFileToGrow)
     for (const std::size_t size :
          {bytes.size(), chunk + 4, chunk + 8, chunk + 10}) {  // at a header, in it, in a payload
         GAviReading reading(Prefix(bytes, size), std::chrono::hours(24));
-        GReadPacket packet;
-        EXPECT_TRUE(reading.Read(packet));
+        EXPECT_TRUE(reading.Next());
         EXPECT_TRUE(reading.Handler().Open("memory").Ok());  // closes first
     }
 }
@@ -187,7 +240,7 @@ void ExpectGrowth(const std::vector<std::uint8_t>& bytes, std::size_t begun, int
     EXPECT_EQ(reading.Index(), "none");
     auto packets = reading.ReadAll();
     EXPECT_EQ(Marks(packets), Numbers(packetsBegun));
-    reading.Disk().Append(std::span(bytes).subspan(begun));
+    reading.Append(std::span(bytes).subspan(begun));
     while (packets.size() < static_cast<std::size_t>(packetsAtLast)) {
         for (const GReadPacket& packet : reading.ReadAll())
             packets.push_back(packet);

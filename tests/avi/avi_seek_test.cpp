@@ -33,7 +33,7 @@ protected:
 
 TEST_F(AviSeek, VideoGoesToTheKeyFrameAtOrBeforeTheWholeSecondAndBytesToTheirSecond)
 {
-    EXPECT_EQ(reading.Handler().Seek(129'000'000, GSeekMode::Independent), 129'000'000);
+    EXPECT_EQ(reading.Seek(129'000'000, GSeekMode::Independent), 129'000'000);
     const auto packets = reading.ReadAll();
     EXPECT_EQ(FirstStart(packets, kStream00), 10 * kSecond);
     EXPECT_EQ(FirstStart(packets, kStream01), 12 * kSecond);
@@ -41,14 +41,14 @@ TEST_F(AviSeek, VideoGoesToTheKeyFrameAtOrBeforeTheWholeSecondAndBytesToTheirSec
 
 TEST_F(AviSeek, AnAlignedSeekTakesTheKeyFrameAtOrAfterTheWholeSecondAndTheAudioOfThatSecond)
 {
-    EXPECT_EQ(reading.Handler().Seek(129'000'000, GSeekMode::KeyFrame), 125'000'000);
+    EXPECT_EQ(reading.Seek(129'000'000, GSeekMode::KeyFrame), 125'000'000);
     const auto packets = reading.ReadAll();
     EXPECT_EQ(FirstStart(packets, kStream00), 125'000'000);
     EXPECT_TRUE(OfStream(packets, kStream00).front().next.keyFrame);
     EXPECT_EQ(FirstStart(packets, kStream01), 12 * kSecond);
 
     // Behind the last key frame there is none: the end is reached.
-    EXPECT_EQ(reading.Handler().Seek(19 * kSecond, GSeekMode::KeyFrame), 20 * kSecond);
+    EXPECT_EQ(reading.Seek(19 * kSecond, GSeekMode::KeyFrame), 20 * kSecond);
     EXPECT_TRUE(OfStream(reading.ReadAll(), kStream00).empty());
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "module/class_ids.h"
+#include "formats/avi/avi_interface.h"
+#include "formats/mkv/mkv_interface.h"
 #include "module/filter_table.h"
 #include "platform/exports.h"
 #include "platform/pipeline.h"

@@ -167,8 +167,7 @@ TEST(Allocators, OursIsTakenWhenThePeersGrantsTooLittleOrIsNotWanted)
     }
 }
 
-// width x height counts as it stands, without the bytes of a pixel; a negative height is a large number, and no reason for
-// a huge allocation.
+// width x height without the bytes of a pixel. The height of a top-down bitmap is negative.
 TEST(BufferSizes, FollowFormatSampleSizeAndFloor)
 {
     GStreamInfo largeAudio = AudioStream(0);
@@ -181,7 +180,8 @@ TEST(BufferSizes, FollowFormatSampleSizeAndFloor)
     } kCases[] = {
         {VideoStream(0, 640, 480), 307'200},
         {VideoStream(0, 640, 480, 1'000'000), 1'000'000},
-        {VideoStream(0, 320, -240), 64 << 20},
+        {VideoStream(0, 320, -240), 76'800},
+        {VideoStream(0, 1, INT32_MIN), 64 << 20},
         {AudioStream(0), 57'344},
         {largeAudio, 100'000},
         {strangeVideo, 524'288},

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "dshow/media_sample.h"
-#include "module/class_ids.h"
+#include "formats/avi/avi_interface.h"
 #include "platform/exports.h"
 #include "support/scripted_filter.h"
 
@@ -141,7 +141,7 @@ TEST(Aggregation, TheOuterObjectIsTheIdentityOfFilterAndCount)
 TEST(Aggregation, PinsOfAnInnerFilterKeepTheOuterObject)
 {
     const auto outer = GComPtr<COuter>::Adopt(new COuter);
-    auto* filter = new CScriptedFilter(Movie(3), kAviRules, outer.Get());
+    auto* filter = new CScriptedFilter(Movie(3), kPlainRules, outer.Get());
     const GComPtr<IUnknown> inner(filter->NonDelegatingUnknown());
     outer->inner = inner.Get();
     ASSERT_EQ(filter->Load(VEX_W("x"), nullptr), S_OK);

@@ -27,8 +27,8 @@ public:
 // Calls out in the middle of a pause.
 class CCallingPin final : public CVexOutputPin {
 public:
-    CCallingPin(CVexFilter* holder, WString pinName, const GStreamInfo& info, std::function<void()> call)
-        : CVexOutputPin(holder, std::move(pinName), info), onActive(std::move(call))
+    CCallingPin(CVexFilter* holder, const GStreamInfo& info, std::function<void()> call)
+        : CVexOutputPin(holder, info), onActive(std::move(call))
     {
     }
     HRESULT Active() override
@@ -87,7 +87,7 @@ TEST(State, AskedDuringAChangeWaitsAsLongAsItIsToldUnlessItMakesTheChange)
     CAMEvent goOn;
     IBaseFilter* filter = nullptr;
     FILTER_STATE state = State_Running;
-    GRig rig(Movie(3, false), kAviRules, PinsOf<CCallingPin>(std::function<void()>([&] {
+    GRig rig(Movie(3, false), kPlainRules, PinsOf<CCallingPin>(std::function<void()>([&] {
                  FILTER_STATE now = State_Running;
                  EXPECT_EQ(filter->GetState(INFINITE, &now), VFW_S_STATE_INTERMEDIATE);
                  EXPECT_EQ(now, State_Stopped);

@@ -91,8 +91,8 @@ TEST(Delivery, TheRulesTellMediaTimesFirstSyncPointsAndPrerollApart)
     script.packets[0].keyFrame = false;
     script.packets[1].mediaStart = 77;
     script.packets[1].mediaStop = 78;
-    for (const GFilterRules* rules : {&kAviRules, &kMkvRules}) {
-        const bool avi = rules == &kAviRules;
+    for (const GFilterRules* rules : {&kPlainRules, &kRelayRules}) {
+        const bool avi = rules == &kPlainRules;
         GRig rig(script, *rules);
         rig.PlayToEnd();
         const auto samples = rig.Sink(0).SegmentSamples();
@@ -141,15 +141,16 @@ TEST(Delivery, AnIndexStillInTheMakingDelaysLosesNothingAndStops)
     EXPECT_EQ(rig.Filter()->Stop(), S_OK);
 }
 
-TEST(ReadingAhead, StopsAtThreeHundredPacketsOrEightMebibytesAndGoesOn)
+TEST(ReadingAhead, StopsAtTheLimitsOfTheRowAndGoesOn)
 {
     constexpr struct {
         std::size_t frames;
         std::uint32_t size;
         std::size_t read;  // what is queued, one inside the peer, one in the reader's hands
-    } kCases[] = {{1000, 100, 302}, {40, 1 << 20, 10}};
+        GFilterRules rules = kPlainRules;
+    } kCases[] = {{1000, 100, 302}, {40, 1 << 20, 10}, {1000, 100, 602, {.queue = {600}}}};
     for (const auto& one : kCases) {
-        GRig rig(Movie(one.frames, false, one.size));
+        GRig rig(Movie(one.frames, false, one.size), one.rules);
         rig.RunUntilBlocked();
         rig.Log().WaitForPayloads(one.read);
         EXPECT_EQ(rig.Log().Payloads(), one.read);
@@ -165,7 +166,7 @@ TEST(Buffers, APacketTooLargeMakesTheBufferHalfAsLargeAgain)
 {
     GScript script = Movie(3, false);
     script.packets[1].size = 1 << 20;
-    for (const GFilterRules* rules : {&kAviRules, &kMkvRules}) {
+    for (const GFilterRules* rules : {&kPlainRules, &kRelayRules, &kOpenRules}) {
         GRig rig(script, *rules);
         rig.PlayToEnd();
         ALLOCATOR_PROPERTIES properties{};
@@ -174,7 +175,7 @@ TEST(Buffers, APacketTooLargeMakesTheBufferHalfAsLargeAgain)
         EXPECT_EQ(properties.cbBuffer, (1 << 20) * 3 / 2);
         // The flush of the renegotiation costs what the peer had, never what it gets.
         EXPECT_THAT(Sizes(rig.Sink(0).Samples()), ElementsAre(100, 1 << 20, 100));
-        const std::ptrdiff_t flushes = rules == &kAviRules ? 2 : 1;  // one of them at the start
+        const std::ptrdiff_t flushes = rules == &kPlainRules ? 2 : 1;  // one of them at the start
         EXPECT_EQ(rig.Sink(0).Count(Kind::BeginFlush), flushes);
         EXPECT_EQ(rig.Sink(0).Count(Kind::EndFlush), flushes);
     }
@@ -185,7 +186,7 @@ TEST(Buffers, ThatCannotBeEnlargedCostThePacketUnderTheMatroskaRules)
     GScript script = Movie(4, false);
     script.packets[1].size = 1 << 20;
     script.packets[2].size = 3 << 20;
-    GRig rig(std::move(script), kMkvRules);
+    GRig rig(std::move(script), kRelayRules);
     rig.Sink(0).offered = GComPtr<IMemAllocator>::Adopt(new CLimitedAllocator(2 << 20));
     rig.PlayToEnd();
     EXPECT_THAT(Sizes(rig.Sink(0).Samples()), ElementsAre(100, 1 << 20, 100));
@@ -220,7 +221,7 @@ TEST(Memory, ThatRunsShortOnTheStreamingThreadEndsTheStream)
     protected:
         GUnitStatus PrepareUnit() override { throw std::bad_alloc(); }
     };
-    GRig rig(Movie(5, false), kAviRules, PinsOf<CHungryPin>());
+    GRig rig(Movie(5, false), kPlainRules, PinsOf<CHungryPin>());
     rig.PlayToEnd();
     EXPECT_TRUE(rig.Sink(0).Samples().empty());
 }

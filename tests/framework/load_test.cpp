@@ -7,10 +7,11 @@ namespace vex::test {
 
 namespace {
 
-GComPtr<CScriptedFilter> Filter(GScript script, const GFilterRules& rules = kAviRules)
+GComPtr<CScriptedFilter> Filter(GScript script, const GFilterRules& rules = kPlainRules,
+                                std::shared_ptr<GScriptLog> log = std::make_shared<GScriptLog>())
 {
     SetErrorInfo(0, nullptr);
-    return GComPtr<CScriptedFilter>(new CScriptedFilter(std::move(script), rules));
+    return GComPtr<CScriptedFilter>(new CScriptedFilter(std::move(script), rules, nullptr, std::move(log)));
 }
 
 WString ErrorText()
@@ -62,10 +63,13 @@ TEST(Load, AFailureLeavesNothingAndSaysWhere)
         {mute, VEX_W("no stream of the file can be played")},
     };
     for (const auto& one : kCases) {
-        const auto filter = Filter(one.script);
-        for (int attempt = 0; attempt < 2; ++attempt) {
+        const auto log = std::make_shared<GScriptLog>();
+        const auto filter = Filter(one.script, kPlainRules, log);
+        for (int attempt = 1; attempt <= 2; ++attempt) {
             EXPECT_EQ(filter->Load(VEX_W("x"), nullptr), E_FAIL);
             EXPECT_EQ(ErrorText(), one.error);
+            EXPECT_EQ(log->opened, attempt);
+            EXPECT_EQ(log->closed, 2 * attempt) << "before it opens, and after it failed";
         }
         EXPECT_EQ(filter->GetPinCount(), 0);
         LPOLESTR name = nullptr;
@@ -77,11 +81,26 @@ TEST(Load, AFailureLeavesNothingAndSaysWhere)
     }
 }
 
+TEST(Load, AFileThatCannotBeOpenedLeavesRoomForAnother)
+{
+    GScript script = Movie(3);
+    script.brokenPath = "first";
+    const auto filter = Filter(std::move(script));
+    VexLoadState state = VexLoad_None;
+    EXPECT_EQ(filter->Load(VEX_W("first"), nullptr), E_FAIL);
+    EXPECT_EQ(filter->GetLoadState(&state, nullptr), S_OK);
+    EXPECT_EQ(state, VexLoad_Failed);
+    EXPECT_EQ(filter->Load(VEX_W("second"), nullptr), S_OK);
+    EXPECT_EQ(filter->GetLoadState(&state, nullptr), S_OK);
+    EXPECT_EQ(state, VexLoad_Done);
+    EXPECT_EQ(filter->GetPinCount(), 2);
+}
+
 TEST(Load, OnlyTheFirstVideoOfAnAviGetsAPin)
 {
     GScript script;
     script.streams = {AudioStream(4), VideoStream(5), WithoutPin(6), VideoStream(7), AudioStream(8)};
-    for (const auto& [rules, pins] : {std::pair(&kAviRules, 3), std::pair(&kMkvRules, 4)}) {
+    for (const auto& [rules, pins] : {std::pair(&kPlainRules, 3), std::pair(&kRelayRules, 4)}) {
         const auto filter = Filter(script, *rules);
         ASSERT_EQ(filter->Load(VEX_W("x"), nullptr), S_OK);
         EXPECT_EQ(filter->GetPinCount(), pins);
@@ -92,10 +111,10 @@ TEST(Load, MemoryThatRunsShortHalfwayLeavesNoPins)
 {
     const auto filter = Filter(Movie(3));
     int pins = 0;
-    filter->makePin = [&](CVexFilter* owner, WString name, const GStreamInfo& stream) {
+    filter->makePin = [&](CVexFilter* owner, const GStreamInfo& stream) {
         if (++pins == 2)
             throw std::bad_alloc();
-        return std::make_unique<CVexOutputPin>(owner, std::move(name), stream);
+        return std::make_unique<CVexOutputPin>(owner, stream);
     };
     EXPECT_EQ(filter->Load(VEX_W("x"), nullptr), E_OUTOFMEMORY);
     EXPECT_EQ(filter->GetPinCount(), 0);

@@ -1,8 +1,9 @@
 // The control interfaces of the filters that are built on the frame.
 #include <gtest/gtest.h>
 
+#include "formats/avi/avi_interface.h"
+#include "formats/mkv/mkv_interface.h"
 #include "framework/vex_interfaces.h"
-#include "module/class_ids.h"
 #include "platform/exports.h"
 
 namespace vex::test {

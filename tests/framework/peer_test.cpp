@@ -3,6 +3,9 @@
 
 #include <thread>
 
+#include "dshow/class_factory.h"
+#include "host/graph_site.h"
+#include "support/limited_allocator.h"
 #include "support/scripted_filter.h"
 
 namespace vex::test {
@@ -104,11 +107,110 @@ TEST(Peers, OnesThatRefuseEndAloneWithoutEndOfStream)
         EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 1000u);
         EXPECT_EQ(rig.Sink(0).Count(GRecordedEvent::Kind::End), 0);
         EXPECT_TRUE(rig.Sink(0).Samples().empty());
-        // A seek asks the peer again.
+        // A new start asks the peer again, and says the end again when there is nothing else.
         rig.Sink(0).Play(GSinkTrick::None);
+        ASSERT_EQ(rig.Seeking(0)->SetRate(2.0), S_OK);
+        rig.Sink(0).WaitForEnd();
+        rig.ForgetEvents();
         ASSERT_EQ(rig.Seek(1, 900 * kFrame), S_OK);
         rig.Sink(0).WaitForEnd();
         EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 100u);
+    }
+}
+
+// A peer of two inputs lets go of one only when both are flushed.
+TEST(Peers, AreAllFlushedBeforeOneIsWaitedFor)
+{
+    const GWatchdog watchdog("a peer that wants all of its inputs flushed");
+    std::atomic<int> flushes{0};
+    std::atomic<int> inside{0};
+    GRig rig(Movie(50));
+    for (std::size_t pin = 0; pin < 2; ++pin) {
+        rig.Sink(pin).onReceive = [&](IMediaSample*) {
+            const int before = flushes / 2;
+            ++inside;
+            while (flushes / 2 == before)
+                std::this_thread::yield();
+            --inside;
+            return S_FALSE;
+        };
+        rig.Sink(pin).onBeginFlush = [&] { ++flushes; };
+    }
+    const auto waitUntilBothAreInside = [&] {
+        while (inside != 2)
+            std::this_thread::yield();
+    };
+    rig.ConnectAll();
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    waitUntilBothAreInside();
+    EXPECT_EQ(rig.Seek(0, kFrame), S_OK);
+    waitUntilBothAreInside();
+    EXPECT_EQ(rig.Filter()->Stop(), S_OK) << "of the filter alone: a graph would stop the peer first";
+}
+
+// It holds a packet that asks for a larger buffer, which it may not ask for any more, while another pin is being flushed.
+TEST(Peers, AHaltThatTakesItsTimeCostsNoProcessor)
+{
+    const GWatchdog watchdog("a halt that takes its time");
+    GScript script = Movie(20);
+    for (GNextPacket& packet : script.packets)
+        packet.size = packet.stream == 0 && packet.start > 0 ? 1 << 20 : 100;
+    GRig rig(std::move(script));
+    const auto memory = GComPtr<CLimitedAllocator>::Adopt(new CLimitedAllocator);
+    rig.Sink(0).offered = GComPtr<IMemAllocator>(memory.Get());
+    rig.RunUntilBlocked();
+    rig.Sink(1).onBeginFlush = [&] {
+        const int before = memory->asks;
+        const auto start = std::chrono::steady_clock::now();
+        while (memory->asks < before + 30)
+            std::this_thread::yield();
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(25));
+    };
+    EXPECT_EQ(rig.Seek(0, 10 * kFrame), S_OK);
+}
+
+TEST(Peers, OneWithoutBuffersAfterARestartEndsAloneAndMayRecover)
+{
+    GRig rig(Movie(1000));
+    const auto graph = GComPtr<CGraphSite>::Adopt(new CGraphSite(std::make_shared<GProgress>()));
+    ASSERT_EQ(rig.Filter()->JoinFilterGraph(graph.Get(), nullptr), S_OK);
+    const auto memory = GComPtr<CLimitedAllocator>::Adopt(new CLimitedAllocator);
+    rig.Sink(0).offered = GComPtr<IMemAllocator>(memory.Get());
+    rig.RunUntilBlocked();
+    memory->commits = false;
+    rig.ForgetEvents();
+    ASSERT_EQ(rig.Seek(0, 10 * kFrame), S_OK);
+    rig.LetGoAndWaitForEnds();
+    EXPECT_TRUE(rig.Sink(0).Samples().empty());
+    EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 990u) << "nobody waits for a pin that cannot play";
+    EXPECT_EQ(graph->FirstError(), E_OUTOFMEMORY);
+    memory->commits = true;
+    rig.ForgetEvents();
+    ASSERT_EQ(rig.Seek(0, 900 * kFrame), S_OK);
+    rig.LetGoAndWaitForEnds();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 100u);
+    rig.Filter()->JoinFilterGraph(nullptr, nullptr);
+}
+
+// What cannot be delivered for want of room ends the stream with its reason; data of this format flushes nobody.
+TEST(Peers, WithBuffersTooSmallEndTheStreamWithTheReason)
+{
+    for (const bool lead : {true, false}) {
+        GScript script = Movie(4, false);
+        if (lead)
+            script.streams[0].leadSamples = {{.data = std::vector<std::uint8_t>(3 << 20, 1)}};
+        else
+            script.packets[2].size = 3 << 20;
+        GRig rig(std::move(script), kOpenRules);
+        const auto graph = GComPtr<CGraphSite>::Adopt(new CGraphSite(std::make_shared<GProgress>()));
+        ASSERT_EQ(rig.Filter()->JoinFilterGraph(graph.Get(), nullptr), S_OK);
+        rig.Sink(0).offered = GComPtr<IMemAllocator>::Adopt(new CLimitedAllocator(1 << 20));
+        rig.PlayToEnd();
+        EXPECT_EQ(rig.Sink(0).Samples().size(), lead ? 0u : 2u);
+        EXPECT_EQ(rig.Sink(0).Count(GRecordedEvent::Kind::BeginFlush), 1) << "that of the start";
+        rig.StopGraph();
+        EXPECT_EQ(graph->FirstError(), lead ? VFW_E_BUFFER_OVERFLOW : E_FAIL);
+        rig.Filter()->JoinFilterGraph(nullptr, nullptr);
     }
 }
 
@@ -185,6 +287,34 @@ TEST(OwnThread, AskingForTheStateDuringAStopDoesNotWaitForIt)
     EXPECT_EQ(asked, VFW_S_STATE_INTERMEDIATE);
 }
 
+// The reader is stopped first, and may be inside a read that takes long.
+TEST(State, AskedForWhileTheReaderIsStoppedIsAChangeInProgress)
+{
+    const GWatchdog watchdog("a stop that waits for a read");
+    CAMEvent inside;
+    CAMEvent goOn(true);
+    GScript script = Movie(10);
+    script.onRead = [&](std::size_t packet) {
+        if (packet == 5) {
+            inside.Set();
+            goOn.Wait();
+        }
+    };
+    GRig rig(std::move(script));
+    rig.ConnectAll();
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    inside.Wait();  // a stop before that would find nothing to wait for
+    GNativeThread stopping([&] { EXPECT_EQ(rig.Filter()->Stop(), S_OK); });
+    FILTER_STATE state = State_Stopped;
+    while (rig.Filter()->GetState(0, &state) != VFW_S_STATE_INTERMEDIATE)
+        std::this_thread::yield();
+    EXPECT_EQ(state, State_Running);
+    goOn.Set();
+    stopping.join();
+    EXPECT_EQ(rig.Filter()->GetState(0, &state), S_OK);
+    EXPECT_EQ(state, State_Stopped);
+}
+
 // The last reference is given back by a peer, inside a call of the filter's own thread.
 TEST(OwnThread, TheLastReleaseEndsTheFilterElsewhere)
 {
@@ -208,6 +338,8 @@ TEST(OwnThread, TheLastReleaseEndsTheFilterElsewhere)
     inside.Wait();
     goOn.Set();
     dropped.Wait();
+    while (CanUnloadNow() != S_OK)
+        std::this_thread::yield();
 }
 
 TEST(Release, OfAFilterThatRunsOrOnlyPausedOrOnlyLoaded)

@@ -138,8 +138,8 @@ TEST(SeekRelay, CountsPerPinOrOncePerTarget)
 {
     GScript script = Movie(100);
     script.seekLands = [](REFERENCE_TIME time, GSeekMode) { return time == 50 * kFrame ? time : time - kFrame; };
-    GRig each(script, kAviRules);
-    GRig once(script, kMkvRules);
+    GRig each(script, kPlainRules);
+    GRig once(script, kRelayRules);
     for (GRig* rig : {&each, &once}) {
         rig->ConnectAll();
         ASSERT_EQ(rig->Filter()->Run(0), S_OK);
@@ -237,14 +237,137 @@ TEST(Rate, ScalesTimesFromTheNextSegmentOnAndAfterTheEndSaysTheEndAgain)
     EXPECT_EQ(rig.Sink(0).Count(Kind::Segment), 1);
 }
 
-TEST(Seek, AHandlerThatFailsForWantOfMemoryLeavesTheFilterRunning)
+// The position that holds afterwards is the old one, and times are right whatever the handler reads next.
+TEST(Seek, ThatRunsOutOfMemoryIsReportedAndTheNextOneCounts)
 {
-    GScript script = Movie(50);
-    script.seekLands = [](REFERENCE_TIME, GSeekMode) -> REFERENCE_TIME { throw std::bad_alloc(); };
+    for (const REFERENCE_TIME next : {20 * kFrame, REFERENCE_TIME{5 * kFrame}}) {
+        bool fails = false;
+        GScript script = Movie(50);
+        script.seekLands = [&](REFERENCE_TIME time, GSeekMode) {
+            return std::exchange(fails, false) ? throw std::bad_alloc() : time;
+        };
+        GRig rig(std::move(script));
+        ASSERT_EQ(rig.Seek(1, 5 * kFrame), S_OK);
+        rig.RunUntilBlocked();
+        fails = true;
+        LONGLONG position = 20 * kFrame;
+        LONGLONG stop = kFrame;
+        EXPECT_EQ(rig.Seeking(0)->SetPositions(&position, kAbsolute, &stop, kAbsolute), E_OUTOFMEMORY);
+        EXPECT_EQ(rig.Seeking(0)->GetPositions(&position, &stop), S_OK);
+        EXPECT_EQ(position, 5 * kFrame);
+        EXPECT_EQ(stop, 50 * kFrame);
+        rig.LetGoAndWaitForEnds();
+        EXPECT_EQ(rig.Sink(0).SinceFlush().at(0).start, 5 * kFrame);
+        EXPECT_EQ(rig.Sink(0).SegmentSamples().at(0).start, kFrame) << "one was inside the peer";
+
+        rig.ForgetEvents();
+        EXPECT_EQ(rig.Seek(1, next), S_OK);
+        rig.LetGoAndWaitForEnds();
+        EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), static_cast<std::size_t>(50 - next / kFrame));
+    }
+}
+
+TEST(RefusedSeek, AskedForBeforehandDisturbsNothing)
+{
+    for (const bool running : {false, true}) {
+        GScript script = Movie(200);
+        script.accepts = [](REFERENCE_TIME time) { return time < 200 * kFrame; };
+        GRig rig(std::move(script), kRelayRules);
+        ASSERT_EQ(rig.Seek(0, kFrame), S_OK);
+        if (running)
+            rig.RunUntilBlocked();
+        rig.ForgetEvents();
+        for (std::size_t pin = 0; pin < 2; ++pin) {
+            LONGLONG position = INT64_MAX;
+            EXPECT_EQ(rig.Seeking(pin)->SetPositions(&position, kAbsolute | AM_SEEKING_ReturnTime, nullptr, kStay),
+                      S_OK);
+            EXPECT_EQ(position, kFrame) << "the position that holds";
+            EXPECT_EQ(rig.Sink(pin).Count(Kind::BeginFlush), 0);
+        }
+        EXPECT_EQ(rig.Log().Seeks().size(), 1u);
+        EXPECT_EQ(rig.Log().Runs().size(), running ? 1u : 0u);
+    }
+}
+
+// The handler finds out while it seeks: by then the pins are flushed. What was inside the peers is lost, nothing else.
+TEST(RefusedSeek, ByTheHandlerGoesOnWithoutAGap)
+{
+    GScript script = Movie(1000, false);
+    script.refuses = [](REFERENCE_TIME time) { return time == 700 * kFrame; };
     GRig rig(std::move(script));
     rig.RunUntilBlocked();
-    EXPECT_EQ(rig.Seek(0, 20 * kFrame), S_OK);
+    rig.Log().WaitForPayloads(302);  // the queue is full, one packet is in the reader's hands
+    rig.ForgetEvents();
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(rig.Seek(0, 700 * kFrame), S_OK);
+    EXPECT_EQ(rig.Log().Seeks().size(), 3u);
+    EXPECT_EQ(rig.Log().Runs().size(), 1u) << "the run goes on";
     rig.LetGoAndWaitForEnds();
+    const auto events = rig.Sink(0).SinceFlush();
+    EXPECT_EQ(events.at(0).start, 0);
+    EXPECT_TRUE(events.at(1).sample.discontinuity);
+    const auto samples = rig.Sink(0).SegmentSamples();
+    ASSERT_GE(samples.size(), 997u) << "each restart may cost one";
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        ASSERT_EQ(samples[samples.size() - 1 - i].start, static_cast<REFERENCE_TIME>(999 - i) * kFrame);
+    EXPECT_EQ(rig.Sink(0).Count(Kind::End), 1);
+
+    // At the end it is the end that is said again, once.
+    rig.ForgetEvents();
+    ASSERT_EQ(rig.Seek(0, 700 * kFrame), S_OK);
+    rig.Sink(0).WaitForEnd();
+    rig.ForgetEvents();
+    ASSERT_EQ(rig.Seek(0, 990 * kFrame), S_OK);
+    rig.Sink(0).WaitForEnd();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 10u);
+    EXPECT_EQ(rig.Sink(0).Count(Kind::End), 1);
+}
+
+// Stopped and started again without a seek, reading goes on where it was, but a graph may still want the start.
+TEST(Seek, ToTheStartAfterARunThatWentOnMeansIt)
+{
+    GRig rig(Movie(20));
+    rig.PlayToEnd();
+    rig.StopGraph();
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.ForgetEvents();
+    ASSERT_EQ(rig.Seek(0, 0), S_OK);
+    rig.LetGoAndWaitForEnds();
+    EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 20u);
+}
+
+TEST(Duration, ThatGrowsMovesTheRangeAndAStopAtTheEnd)
+{
+    constexpr struct {
+        const GFilterRules& rules;
+        REFERENCE_TIME firstStop;
+        REFERENCE_TIME stop;
+    } kCases[] = {{kPlainRules, 20 * kFrame, 150 * kFrame}, {kOpenRules, 100 * kFrame, 150 * kFrame}};
+    for (const auto& one : kCases) {
+        GRig rig(Movie(20), one.rules);
+        const auto seeking = rig.Seeking(0);
+        LONGLONG time = 0;
+        EXPECT_EQ(seeking->GetStopPosition(&time), S_OK);
+        EXPECT_EQ(time, one.firstStop);
+        rig.PlayToEnd();
+        rig.Log().grownTo = 150 * kFrame;
+        LONGLONG stop = kFrame;
+        EXPECT_EQ(rig.Seeking(1)->SetPositions(nullptr, kStay, &stop, kAbsolute), S_OK);
+        EXPECT_EQ(seeking->GetStopPosition(&time), S_OK);
+        EXPECT_EQ(time, one.stop);
+        for (const REFERENCE_TIME now : {150 * kFrame, 0 * kFrame}) {
+            rig.Log().grownTo = now;
+            EXPECT_EQ(seeking->GetDuration(&time), S_OK);
+            EXPECT_EQ(time, 150 * kFrame) << "never less than was said";
+        }
+        time = 140 * kFrame;
+        rig.ForgetEvents();
+        EXPECT_EQ(seeking->SetPositions(&time, kAbsolute, nullptr, kStay), S_OK);
+        EXPECT_EQ(time, 140 * kFrame) << "a seek is held to what is known now";
+        rig.LetGoAndWaitForEnds();
+        EXPECT_EQ(rig.Sink(0).SinceFlush().at(0).stop, one.stop);
+        EXPECT_EQ(rig.Sink(1).SinceFlush().at(0).stop, kFrame) << "that the host has set";
+    }
 }
 
 }  // namespace vex::test

@@ -12,13 +12,13 @@ namespace {
 std::string ByContent(std::string bytes, std::size_t size = 0)
 {
     bytes.resize(std::max(size, bytes.size()), '\0');
-    const GFilterEntry* entry = FindByContent({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+    const GFilterInfo* entry = FindByContent({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
     return entry ? std::string(entry->shortName) : "";
 }
 
 std::string ByExtension(std::string_view path)
 {
-    const GFilterEntry* entry = FindByExtension(path);
+    const GFilterInfo* entry = FindByExtension(path);
     return entry ? std::string(entry->shortName) : "";
 }
 
@@ -84,12 +84,12 @@ TEST(FilterForExtension, LettersOfEitherCaseAndOnlyTheLastDotCount)
 
 TEST(FilterByName, ShortNamesFullNamesAndIdentifiersAllWork)
 {
-    for (const GFilterEntry& entry : FilterCatalog()) {
-        const std::string braced = ClsidText(entry.clsid);
-        EXPECT_EQ(FindByName(entry.shortName), &entry);
-        EXPECT_EQ(FindByName(entry.displayName), &entry);
-        EXPECT_EQ(FindByName(braced), &entry);
-        EXPECT_EQ(FindByName(braced.substr(1, 36)), &entry);
+    for (const GFilterInfo* const entry : FilterCatalog()) {
+        const std::string braced = ClsidText(entry->clsid);
+        EXPECT_EQ(FindByName(entry->shortName), entry);
+        EXPECT_EQ(FindByName(DisplayName(*entry)), entry);
+        EXPECT_EQ(FindByName(braced), entry);
+        EXPECT_EQ(FindByName(braced.substr(1, 36)), entry);
     }
     EXPECT_EQ(FindByName("Avi"), FindByName("avi"));
     EXPECT_EQ(FindByName("av"), nullptr);

@@ -28,7 +28,7 @@ GScene scene;
 
 CUnknown* CreateFilter(IUnknown* outer, HRESULT*)
 {
-    auto* filter = new CScriptedFilter(scene.script, kAviRules, outer, scene.log);
+    auto* filter = new CScriptedFilter(scene.script, kPlainRules, outer, scene.log);
     filter->makePin = scene.makePin;
     return filter;
 }
@@ -87,8 +87,7 @@ enum class GFault : std::uint8_t { NoTimes, NoSegment, EndsTwice, Aborts };
 // Breaks one rule of delivery.
 class CFaultyPin final : public CVexOutputPin {
 public:
-    CFaultyPin(CVexFilter* holder, WString pinName, const GStreamInfo& info, GFault wanted)
-        : CVexOutputPin(holder, std::move(pinName), info), fault(wanted)
+    CFaultyPin(CVexFilter* holder, const GStreamInfo& info, GFault wanted) : CVexOutputPin(holder, info), fault(wanted)
     {
     }
 
@@ -200,11 +199,10 @@ TEST(HostErrors, WhyALoadFailedComesFromTheErrorObjectOfThisLoad)
     WString stale = VEX_W("stale");
     writer->SetDescription(stale.data());
     SetErrorInfo(0, QueryFor<IErrorInfo>(writer.Get(), IID_IErrorInfo).Get());
-    GSceneGraph graph(Movie(1), [](CVexFilter*, WString, const GStreamInfo&) -> std::unique_ptr<CVexOutputPin> {
-        throw std::bad_alloc();
-    });
+    GSceneGraph graph(
+        Movie(1), [](CVexFilter*, const GStreamInfo&) -> std::unique_ptr<CVexOutputPin> { throw std::bad_alloc(); });
     EXPECT_EQ(graph.loaded, E_OUTOFMEMORY);
-    EXPECT_EQ(graph->ErrorText(), "");
+    EXPECT_EQ(graph->ErrorText(), "out of memory");
 }
 
 TEST(HostErrors, AnAbortEventEndsTheWaitWithItsCode)

@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <random>
 
+#include "formats/avi/avi_interface.h"
 #include "host/filter_catalog.h"
 #include "host/host_graph.h"
-#include "module/class_ids.h"
 #include "platform/exports.h"
 #include "platform/registry.h"
 #include "platform/text.h"
@@ -33,10 +33,10 @@ TEST(FilterCatalog, NamesAndIdentifiersAreThoseThatTheModuleRegisters)
     setenv("VEX_REGISTRY_DIR", folder.c_str(), 1);
     ASSERT_EQ(DllRegisterServer(), S_OK);
     EXPECT_EQ(GClassesRoot::SubKeys(VEX_W("CLSID")).size(), FilterCatalog().size());
-    for (const GFilterEntry& entry : FilterCatalog()) {
-        const auto name = GClassesRoot::GetString(VEX_W("CLSID\\") + WideFromUtf8(ClsidText(entry.clsid)), {});
-        ASSERT_TRUE(name) << entry.shortName;
-        EXPECT_EQ(Utf8FromWide(*name), entry.displayName);
+    for (const GFilterInfo* const entry : FilterCatalog()) {
+        const auto name = GClassesRoot::GetString(VEX_W("CLSID\\") + WideFromUtf8(ClsidText(entry->clsid)), {});
+        ASSERT_TRUE(name) << entry->shortName;
+        EXPECT_EQ(*name, entry->displayName);
     }
     EXPECT_EQ(DllUnregisterServer(), S_OK);
     std::filesystem::remove_all(folder);

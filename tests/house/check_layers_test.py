@@ -12,23 +12,23 @@ SOUND = {
     "platform/types.h": "#pragma once\n#ifdef _WIN32\n#endif\n",
     "io/reader.h": '#include "platform/types.h"\n',
     "dshow/pin.h": '#include "platform/types.h"\n',
-    "framework/media/packet.h": '#include "io/reader.h"\n',
-    "framework/filter.h": '#include "dshow/pin.h"\n#include "framework/media/packet.h"\n',
-    "formats/avi/avi_handler.h": '#include "framework/media/packet.h"\n#include "io/reader.h"\n',
+    "framework/contract/packet.h": '#include "io/reader.h"\n',
+    "framework/filter.h": '#include "dshow/pin.h"\n#include "framework/contract/packet.h"\n',
+    "formats/avi/avi_handler.h": '#include "framework/contract/packet.h"\n#include "io/reader.h"\n',
     "formats/avi/avi_filter.h": '#include "framework/filter.h"\n#include "formats/avi/avi_handler.h"\n',
-    "formats/mkv/mkv_handler.h": '#include <vector>\n#include "framework/media/packet.h"\n',
+    "formats/mkv/mkv_handler.h": '#include <vector>\n#include "framework/contract/packet.h"\n',
     "module/table.cpp": '#include "formats/avi/avi_filter.h"\n',
-    "module/class_ids.h": "",
-    "host/graph.h": '#include "module/class_ids.h"\n#include "platform/types.h"\n',
+    "module/filter_infos.h": "",
+    "host/graph.h": '#include "module/filter_infos.h"\n#include "platform/types.h"\n',
 }
 
 
 # What is wrong, the file it is planted in, its text, and the line that has to be named.
 FAULTS = [
     ("an include that points up", "platform/files.h", '#pragma once\n#include "io/reader.h"\n', 2),
-    ("an include that points up", "io/cache.h", '#include "framework/media/packet.h"\n', 1),
-    ("an include that points up", "framework/media/types.h", '#include "dshow/pin.h"\n', 1),
-    ("an include that points up", "framework/queue.h", '#include "module/class_ids.h"\n', 1),
+    ("an include that points up", "io/cache.h", '#include "framework/contract/packet.h"\n', 1),
+    ("an include that points up", "media/types.h", '#include "dshow/pin.h"\n', 1),
+    ("an include that points up", "framework/queue.h", '#include "module/filter_infos.h"\n', 1),
     ("an include that points aside", "dshow/source.h", '#include "io/reader.h"\n', 1),
     ("a format that includes another", "formats/mkv/mkv_filter.h", '#include "formats/avi/avi_handler.h"\n', 1),
     ("a format that includes another", "formats/mkv/mkv_laces.h", '#include "formats/avi/avi_handler.h"\n', 1),

@@ -1,4 +1,4 @@
-#include "framework/media/codec_tags.h"
+#include "media/codec_tags.h"
 
 #include <algorithm>
 #include <cstring>
@@ -10,8 +10,9 @@
 #include <vector>
 
 #include "dshow/media_type.h"
-#include "framework/media/aac_config.h"
-#include "framework/media/codec_guids.h"
+#include "io/fourcc.h"
+#include "media/aac_config.h"
+#include "media/codec_guids.h"
 #include "platform/guids.h"
 
 namespace vex {
@@ -20,7 +21,7 @@ namespace {
 using testing::PrintToString;
 using Bytes = std::vector<std::uint8_t>;
 
-std::uint32_t Code(std::string_view text) { return MAKEFOURCC(text[0], text[1], text[2], text[3]); }
+std::uint32_t Code(std::string_view text) { return FourCC(text[0], text[1], text[2], text[3]); }
 
 // The first bytes of a payload, followed by enough to be looked at.
 Bytes Payload(Bytes first)

@@ -1,55 +1,16 @@
-#include "framework/media/h264_parameters.h"
+#include "media/h264_parameters.h"
 
 #include <gtest/gtest.h>
 #include <memory>
 #include <vector>
 
+#include "support/bit_writer.h"
+
 namespace vex {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-class BitWriter {
-public:
-    BitWriter& U(std::uint64_t value, int bits)
-    {
-        while (bits-- > 0)
-            Bit((value >> bits & 1) != 0);
-        return *this;
-    }
-    BitWriter& Ue(std::uint64_t value)
-    {
-        int bits = 0;
-        while ((value + 1) >> (bits + 1) != 0)
-            ++bits;
-        return U(0, bits).U(value + 1, bits + 1);
-    }
-    BitWriter& Se(std::int64_t value)
-    {
-        return Ue(value > 0 ? 2 * std::uint64_t(value) - 1 : 2 * std::uint64_t(-value));
-    }
-    // With the stop bit.
-    Bytes Done()
-    {
-        Bit(true);
-        while (used != 0)
-            Bit(false);
-        return bytes;
-    }
-
-private:
-    void Bit(bool set)
-    {
-        if (used == 0)
-            bytes.push_back(0);
-        if (set)
-            bytes.back() = static_cast<std::uint8_t>(bytes.back() | 0x80 >> used);
-        used = (used + 1) % 8;
-    }
-
-    Bytes bytes;
-    int used = 0;
-};
+using test::BitWriter;
 
 Bytes Escaped(const Bytes& bytes)
 {
@@ -233,6 +194,26 @@ TEST(AvcConfigurationDamage, SizesBeyondAnyPictureDoNotWrap)
     EXPECT_EQ(p.cropLeft, 200u);
     EXPECT_EQ(p.width, 0u);
     EXPECT_EQ(p.height, 0u);
+}
+
+TEST(SequenceParameterSet, ABareSetIsReadWithoutStartCodeAndEscapesUntilItsSizeIsCutOff)
+{
+    Bytes set = FullSequenceSet({1, 50, false});  // with escapes inside the timing
+    GH264Parameters p;
+    ASSERT_TRUE(ReadSequenceParameterSet(set, p));
+    EXPECT_EQ(p.width, 1914u);
+    EXPECT_EQ(p.numUnitsInTick, 1u);
+    EXPECT_EQ(p.timeScale, 50u);
+    EXPECT_EQ(p.decodingBuffering, 6u);
+    std::size_t cuts = 0;
+    for (; ReadSequenceParameterSet(set, p); ++cuts) {
+        EXPECT_EQ(p.height, 1080u) << "the size is whole or there is none";
+        set.pop_back();
+    }
+    EXPECT_GT(cuts, 20u) << "usability information may be missing";
+    EXPECT_EQ(p.profile, 0);
+    EXPECT_FALSE(ReadSequenceParameterSet(PictureSet(1), p));
+    EXPECT_FALSE(ReadSequenceParameterSet({}, p));
 }
 
 }  // namespace

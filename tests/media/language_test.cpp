@@ -1,9 +1,7 @@
-#include "framework/media/language.h"
+#include "media/language.h"
 
 #include <gtest/gtest.h>
 #include <utility>
-
-#include "framework/media/pin_names.h"
 
 namespace vex {
 namespace {
@@ -53,17 +51,6 @@ TEST(LanguageName, IsTheFirstOfTheNamesInTheFirstRowWithTheFirstLetters)
     EXPECT_EQ(LanguageNameFrom2("nl"), "Dutch") << "the named row comes first";
     EXPECT_EQ(LanguageNameFrom2("zz"), "");
     EXPECT_EQ(LanguageNameFrom2(""), "Achinese") << "the first row without a code";
-}
-
-TEST(AviPinName, NumbersHaveTwoDigitsAndLanguagesFollowASlash)
-{
-    EXPECT_EQ(AviPinName(GPinKind::Video, 0), VEX_W("Video"));
-    EXPECT_EQ(AviPinName(GPinKind::Video, 3, "English"), VEX_W("Video"));
-    EXPECT_EQ(AviPinName(GPinKind::Audio, 1), VEX_W("Audio 01"));
-    EXPECT_EQ(AviPinName(GPinKind::Subtitle, 10), VEX_W("Subtitle 10"));
-    EXPECT_EQ(AviPinName(GPinKind::Other, 123), VEX_W("Stream 123"));
-    EXPECT_EQ(AviPinName(GPinKind::Audio, 2, "English"), VEX_W("Audio 02/ English"));
-    EXPECT_EQ(AviPinName(GPinKind::Subtitle, 2, "Volap\xC3\xBCk"), VEX_W("Subtitle 02/ Volap\u00FCk"));
 }
 
 }  // namespace

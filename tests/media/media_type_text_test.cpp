@@ -1,11 +1,12 @@
-#include "framework/media/media_type_text.h"
+#include "media/media_type_text.h"
 
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "framework/media/codec_guids.h"
+#include "dshow/media_type.h"
 #include "io/fourcc.h"
+#include "media/codec_guids.h"
 
 namespace vex {
 namespace {
@@ -34,6 +35,7 @@ TEST(MediaTypeText, IdentifiersHaveShortNamesWhereTheyAreKnown)
     EXPECT_EQ(SubtypeName(SubtypeFromFourCC(0xFFFFFFFF)), "{ffffffff-0000-0010-8000-00aa00389b71}");
     EXPECT_EQ(SubtypeName(SubtypeFromWaveTag(0x0055)), "MP3");
     EXPECT_EQ(SubtypeName(SubtypeFromWaveTag(0x1234)), "0x1234");
+    EXPECT_EQ(SubtypeName(MEDIASUBTYPE_DVD_LPCM_AUDIO), "DVD_LPCM_AUDIO");
     EXPECT_EQ(FormatTypeName(FORMAT_MPEG2Video), "MPEG2Video");
     EXPECT_EQ(FormatTypeName(GUID_NULL), "none");
 }
@@ -64,7 +66,7 @@ TEST(FormatFields, VideoBlocksShowTheirHeaderAndWhatFollowsIt)
                             "sequence_header_size=4294967295", "profile=100", "level=41", "flags=4"));
 
     VIDEOINFOHEADER info{};
-    info.bmiHeader.biCompression = MAKEFOURCC('X', 'V', 'I', 'D');
+    info.bmiHeader.biCompression = FourCC("XVID");
     std::memcpy(type.AllocFormat(FORMAT_VideoInfo, 91).data(), &info, sizeof(info));
     EXPECT_THAT(Lines(type), IsSupersetOf({"compression=XVID", "extra_size=3"}));
 }
@@ -80,6 +82,17 @@ TEST(FormatFields, AudioAndSubtitleBlocks)
     std::memcpy(type.AllocFormat(FORMAT_WaveFormatEx, 18).data(), &wave, 18);
     EXPECT_THAT(Lines(type), ElementsAre("format_tag=85", "channels=2", "sample_rate=44100", "avg_bytes_per_sec=0",
                                          "block_align=0", "bits_per_sample=0", "extra_size=12"));
+
+    MPEG1WAVEFORMAT layered{};
+    layered.wfx.wFormatTag = 0x50;
+    layered.wfx.cbSize = 22;
+    layered.dwHeadBitrate = 192'000;
+    layered.fwHeadFlags = 28;
+    std::memcpy(type.AllocFormat(FORMAT_WaveFormatEx, 40).data(), &layered, 40);
+    EXPECT_THAT(Lines(type), IsSupersetOf({"extra_size=22", "head_layer=0", "head_bit_rate=192000", "head_mode=0",
+                                           "head_flags=28", "pts_high=0"}));
+    type.Format()[0] = 0x51;  // the same bytes mean something else behind another tag
+    EXPECT_EQ(FormatFields(type).size(), 7u);
 
     auto block = type.AllocFormat(FORMAT_VorbisFormat, 24);
     block[0] = 2;

@@ -4,6 +4,7 @@
 
 #include "formats/mkv/mkv_block.h"
 #include "mkv/mkv_reading.h"
+#include "mkv/mkv_sources.h"
 
 namespace vex::test {
 namespace {
@@ -109,7 +110,7 @@ protected:
     }
     GMkvBlockRead ReadFirst(const GEbmlBytes& bytes)
     {
-        GMkvReader reader(OpenInMemory(bytes));
+        GMkvTestReader reader(OpenInMemory(bytes));
         GMkvElement root(reader);
         GMkvElement cluster = root.FirstChild().value();
         GMkvElement child = cluster.FirstChild().value();

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "formats/mkv/mkv_file.h"
+#include "mkv/mkv_sources.h"
 #include "support/ebml_builder.h"
 #include "support/watched_source.h"
 
@@ -19,7 +20,7 @@ struct GWalk {
 
     GMkvElement First() { return top.FirstChild().value(); }
 
-    GMkvReader reader;
+    GMkvTestReader reader;
     GMkvElement root{reader};
     GMkvElement top = root.FirstChild().value();
 };
@@ -36,7 +37,7 @@ HRESULT ReadAlone(Variable& variable, const GEbmlBytes& data)
 template <class Variable>
 HRESULT ReadBytes(Variable& variable, const GEbmlBytes& bytes)
 {
-    GMkvReader reader(OpenInMemory(bytes));
+    GMkvTestReader reader(OpenInMemory(bytes));
     return variable.Read(GMkvElement(reader));
 }
 
@@ -74,7 +75,7 @@ TEST(MkvReader, EveryWayThroughTheBufferDeliversTheSameBytes)
 {
     const GEbmlBytes bytes = Counting(10'000);
     for (const std::uint32_t capacity : {0u, 1u, 7u, 2048u}) {
-        GMkvReader reader(OpenInMemory(bytes), capacity);
+        GMkvTestReader reader(OpenInMemory(bytes), capacity);
         for (const std::size_t start : {0u, 5u, 2047u, 2048u, 5000u, 9990u}) {
             for (const std::size_t count : {1u, 3u, 2047u, 2048u, 2049u, 4096u, 4999u}) {
                 reader.Seek(static_cast<std::int64_t>(start));
@@ -94,7 +95,7 @@ TEST(MkvReader, AFailedReadIsNeitherTheEndNorServedFromTheBufferLater)
 {
     GSourceWatch watch;
     const GEbmlBytes bytes = Counting(8192);
-    GMkvReader reader(std::make_unique<GWatchedSource>(OpenInMemory(bytes), watch));
+    GMkvTestReader reader(std::make_unique<GWatchedSource>(OpenInMemory(bytes), watch));
     std::uint8_t byte = 0;
     ASSERT_EQ(reader.ReadByte(byte), S_OK);
     watch.failFrom = 0;

@@ -6,8 +6,8 @@
 #include <map>
 #include <string>
 
-#include "framework/media/codec_guids.h"
 #include "io/limits.h"
+#include "media/codec_guids.h"
 #include "mkv/mkv_reading.h"
 #include "support/temp_file.h"
 
@@ -17,14 +17,6 @@ namespace {
 using namespace mkv_id;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-std::vector<REFERENCE_TIME> Starts(const std::vector<GReadBlock>& blocks)
-{
-    std::vector<REFERENCE_TIME> starts;
-    for (const GReadBlock& block : blocks)
-        starts.push_back(block.next.start);
-    return starts;
-}
 
 TEST(MkvHandler, TimesCountFromTheFirstClusterAndMayLieBeforeIt)
 {
@@ -70,10 +62,10 @@ TEST(MkvHandler, WhatNobodyDescribedIsPassedOverUnread)
     GMkvReading reading(ThreeTracks().Add(Cluster(0, {SimpleBlock(kUnknownTrack, 0, kKeyFlag, GEbmlBytes(kBig)),
                                                       SimpleBlock(99, 0, kKeyFlag, GEbmlBytes(kBig)),
                                                       SimpleBlock(kVideoTrack, 0, kKeyFlag, {}), Picture(1, 7)})));
-    ASSERT_EQ(reading.Handler().Streams().size(), 3u);
+    ASSERT_EQ(reading.Streams().size(), 3u);
     EXPECT_THAT(Marks(reading.ReadAll()), ElementsAre(7)) << "nor is there a packet of a Block without bytes";
     EXPECT_LT(reading.Watch().bytes, kBig / 10);
-    EXPECT_EQ(reading.Handler().Damage().count, 0u);
+    EXPECT_EQ(reading.Damage().count, 0u);
 }
 
 TEST(MkvHandler, ADamagedLaceLosesItsOwnBlockAndAnUnreadableHeaderTheRestOfItsCluster)
@@ -87,7 +79,7 @@ TEST(MkvHandler, ADamagedLaceLosesItsOwnBlockAndAnUnreadableHeaderTheRestOfItsCl
             .Add({0x00, 0x01, 0x02})
             .Add(Cluster(80, {Picture(0, 60)})));
     EXPECT_THAT(Marks(reading.ReadAll()), ElementsAre(10, 20, 30, 40, 50, 60));
-    EXPECT_EQ(reading.Handler().Damage().count, 3u);
+    EXPECT_EQ(reading.Damage().count, 3u);
 }
 
 GEbmlBytes LiveFile()
@@ -115,7 +107,7 @@ TEST(MkvHandler, ALiveRecordingPlaysToItsEndWhereverItWasCut)
         EXPECT_THAT(Marks(blocks), ElementsAre(1, 2, 3, 4, 5, 6));
         EXPECT_THAT(Starts(blocks), ElementsAre(0, 10'000, 400'000, 410'000, 800'000, 810'000));
         EXPECT_EQ(blocks.back().frames.at(0).size(), 100 - missing);
-        EXPECT_EQ(reading.Handler().Damage().count, missing == 0 ? 0u : 1u);
+        EXPECT_EQ(reading.Damage().count, missing == 0 ? 0u : 1u);
     }
 }
 
@@ -131,7 +123,7 @@ TEST(MkvHandler, AClusterThatClaimsTheNextOnesDoesNotSwallowThem)
     const auto blocks = reading.ReadAll();
     EXPECT_THAT(Marks(blocks), ElementsAre(1, 2, 3));
     EXPECT_THAT(Starts(blocks), ElementsAre(0, 400'000, 800'000));
-    EXPECT_GT(reading.Handler().Damage().count, 0u);
+    EXPECT_GT(reading.Damage().count, 0u);
 }
 
 TEST(MkvHandler, EveryFrameOfALaceIsDecompressedOnItsOwnAndABadOneStaysAsItIs)
@@ -147,7 +139,7 @@ TEST(MkvHandler, EveryFrameOfALaceIsDecompressedOnItsOwnAndABadOneStaysAsItIs)
     EXPECT_THAT(blocks[0].frames, ElementsAre(GEbmlBytes(3000, 11), GEbmlBytes{22, 23}, GEbmlBytes{33, 34}));
     EXPECT_THAT(blocks[1].frames, ElementsAre(GEbmlBytes{44}));
     EXPECT_THAT(blocks[2].frames, ElementsAre(GEbmlBytes{55})) << "another track";
-    EXPECT_EQ(reading.Handler().Damage().count, 1u);
+    EXPECT_EQ(reading.Damage().count, 1u);
 }
 
 TEST(MkvHandler, StrippedHeadersComeBackEvenInFrontOfNothing)
@@ -250,17 +242,19 @@ TEST(MkvHandler, FactsAndAttachmentsOfAFileCanBeAsked)
 
 TEST(MkvHandler, AReopenedHandlerKnowsNothingOfTheFileBefore)
 {
+    const GTempFile good(LiveFile());
+    const GTempFile bad(GEbmlBytes{1, 2, 3, 4, 5});
     GMkvReadHandler handler;
-    ASSERT_TRUE(handler.Open(OpenInMemory(LiveFile())).Ok());
+    ASSERT_TRUE(handler.Open(good.Path()).Ok());
     GNextPacket next;
     EXPECT_EQ(handler.ReadPacket(next), GReadStatus::Packet);
-    EXPECT_FALSE(handler.Open(OpenInMemory({1, 2, 3, 4, 5})).Ok());
+    EXPECT_FALSE(handler.Open(bad.Path()).Ok());
     EXPECT_TRUE(handler.Streams().empty());
     EXPECT_EQ(handler.ReadPacket(next), GReadStatus::End);
     GMkvBlockPacket packet;
     EXPECT_FALSE(handler.ReadPayload(packet));
     EXPECT_EQ(handler.Seek(5, GSeekMode::Independent), 5);
-    ASSERT_TRUE(handler.Open(OpenInMemory(LiveFile())).Ok());
+    ASSERT_TRUE(handler.Open(good.Path()).Ok());
     EXPECT_EQ(handler.ReadPacket(next), GReadStatus::Packet);
     EXPECT_EQ(next.start, 0);
 }
@@ -280,8 +274,8 @@ TEST(MkvHandler, EveryCallTouchesLittleOfAFileWithoutPackets)
         ASSERT_TRUE(reading.Announced());
         GNextPacket next;
         std::uint64_t most = 0;
-        GReadStatus status = GReadStatus::NotYet;
-        while (status == GReadStatus::NotYet) {
+        GReadStatus status = GReadStatus::Again;
+        while (status == GReadStatus::Again) {
             const std::uint64_t before = reading.Watch().bytes;
             status = reading.Handler().ReadPacket(next);
             most = std::max(most, reading.Watch().bytes - before);

@@ -1,4 +1,5 @@
 // The Matroska pin: which Block goes first, how long it lasts, and what its laced frames carry.
+#include "formats/mkv/mkv_filter.h"
 #include "formats/mkv/mkv_output_pin.h"
 
 #include <gmock/gmock.h>
@@ -72,8 +73,8 @@ GScript Blocks(std::vector<GBlockLine> lines)
 
 CScriptedFilter::GMakePin MkvPins(std::uint64_t minCache)
 {
-    return [minCache](CVexFilter* owner, WString name, const GStreamInfo& stream) {
-        return std::make_unique<CMKV_OutputPin>(owner, std::move(name), stream, minCache);
+    return [minCache](CVexFilter* owner, const GStreamInfo& stream) {
+        return std::make_unique<CMKV_OutputPin>(owner, stream, minCache);
     };
 }
 

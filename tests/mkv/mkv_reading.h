@@ -1,88 +1,62 @@
 // Opens Matroska bytes with the handler and reads packets the way the frame does.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
-#include <optional>
+#include <numeric>
 #include <utility>
 #include <vector>
 
 #include "formats/mkv/mkv_read_handler.h"
+#include "media/codec_guids.h"
 #include "support/ebml_builder.h"
-#include "support/watched_source.h"
+#include "support/handler_reading.h"
 
 namespace vex::test {
 
-inline constexpr REFERENCE_TIME kMillisecond = 10'000;  // 100 ns
-
-struct GReadBlock {
-    GNextPacket next;
+struct GReadBlock : GReadPacket {
     GMkvBlock block;
-    bool delivered = false;  // ReadPayload said so
     std::vector<GEbmlBytes> frames;
-};
 
-class GMkvReading {
-public:
-    explicit GMkvReading(GMkvBuilder file) : GMkvReading(file.Build()) {}
-    explicit GMkvReading(GEbmlBytes bytes) : opened(handler.Open(Watched(std::move(bytes))).Ok()) {}
-
-    bool Opened() const { return opened; }
-
-    // The next packet, its payload left alone; nothing at the end.
-    std::optional<GNextPacket> Announced()
+    void Take(const GPacket2& packet)
     {
-        GNextPacket next;
-        GReadStatus status = GReadStatus::NotYet;
-        while (status == GReadStatus::NotYet) {
-            ++calls;
-            status = handler.ReadPacket(next);
-        }
-        if (status == GReadStatus::End)
-            return std::nullopt;
-        return next;
-    }
-    std::optional<GReadBlock> Read()
-    {
-        const auto next = Announced();
-        if (!next)
-            return std::nullopt;
-        packet.Recycle();
-        GReadBlock read{*next, {}, handler.ReadPayload(packet), {}};
-        read.block = packet.block;
+        GReadPacket::Take(packet);
+        block = static_cast<const GMkvBlockPacket&>(packet).block;
         std::size_t offset = 0;
-        for (const std::uint32_t size : packet.block.frameSizes) {
+        for (const std::uint32_t size : block.frameSizes) {
+            if (size > packet.data.Size() - offset)
+                return;  // Fault says so
             const auto frame = packet.data.Span().subspan(offset, size);
-            read.frames.emplace_back(frame.begin(), frame.end());
+            frames.emplace_back(frame.begin(), frame.end());
             offset += size;
         }
-        EXPECT_EQ(offset, packet.data.Size()) << "the frames are all there is";
-        return read;
     }
-    std::vector<GReadBlock> ReadAll()
+    // Undone encodings may make a payload larger than the file, and Blocks may lie before the first Cluster's time.
+    const char* Fault(std::uint64_t) const
     {
-        std::vector<GReadBlock> all;
-        while (auto read = Read())
-            all.push_back(std::move(*read));
-        return all;
+        if (next.size == 0)
+            return "a packet without bytes was announced";
+        const auto& sizes = block.frameSizes;
+        if (delivered && std::accumulate(sizes.begin(), sizes.end(), std::uint64_t{0}) != payload.size())
+            return "the frames are not all there is";
+        return sizes.size() > 256 ? "more frames than a lace can have" : TimeFault();
     }
+};
 
-    GMkvReadHandler& Handler() { return handler; }
-    GSourceWatch& Watch() { return watch; }
-    std::size_t Calls() const { return calls; }  // of ReadPacket
+class GMkvReading : public GHandlerReading<GMkvReadHandler, GReadBlock> {
+public:
+    explicit GMkvReading(GMkvBuilder file) : GHandlerReading(file.Build()) {}
+    explicit GMkvReading(GEbmlBytes bytes) : GHandlerReading(std::move(bytes)) {}
 
-private:
-    std::unique_ptr<GFileBase> Watched(GEbmlBytes bytes)
+    void AskMore()
     {
-        return std::make_unique<GWatchedSource>(OpenInMemory(std::move(bytes)), watch);
+        for (const GStreamInfo& stream : Streams())
+            Handler().HeaderPackets(stream.number, CMediaType(MEDIATYPE_Audio, MEDIASUBTYPE_Vorbis));
     }
-
-    GSourceWatch watch;
-    GMkvReadHandler handler;
-    const bool opened;
-    GMkvBlockPacket packet;
-    std::size_t calls = 0;
+    const char* SeekFault(REFERENCE_TIME time, GSeekMode mode, REFERENCE_TIME reached) const
+    {
+        const bool behind = mode == GSeekMode::KeyFrame && reached < time;
+        return behind ? "a key-frame seek lands before its target" : nullptr;
+    }
 };
 
 inline std::vector<GReadBlock> ReadFile(const GMkvBuilder& file) { return GMkvReading(file).ReadAll(); }

@@ -4,6 +4,7 @@
 
 #include "formats/mkv/mkv_seek.h"
 #include "mkv/mkv_reading.h"
+#include "mkv/mkv_sources.h"
 
 namespace vex::test {
 namespace {
@@ -16,8 +17,8 @@ constexpr REFERENCE_TIME Ms(std::int64_t milliseconds) { return milliseconds * k
 // The first frame's mark after a seek, -1 at the end of the file.
 int MarkAt(GMkvReading& reading, REFERENCE_TIME time, GSeekMode mode = GSeekMode::Independent)
 {
-    reading.Handler().Seek(time, mode);
-    const auto block = reading.Read();
+    reading.Seek(time, mode);
+    const auto block = reading.Next();
     return block ? block->frames.at(0).at(0) : -1;
 }
 
@@ -42,8 +43,7 @@ TEST(MkvSeek, CuesLeadToTheLastKeyFrameUpToTheTarget)
     EXPECT_EQ(MarkAt(reading, Ms(0)), 10);
     EXPECT_EQ(MarkAt(reading, Ms(-5)), 10);
     EXPECT_EQ(MarkAt(reading, Ms(1'000'000)), 40);
-    EXPECT_EQ(reading.Handler().Seek(Ms(1'700), GSeekMode::Independent), Ms(1'700))
-        << "the position stays as asked for";
+    EXPECT_EQ(reading.Seek(Ms(1'700), GSeekMode::Independent), Ms(1'700)) << "the position stays as asked for";
     const auto blocks = reading.ReadAll();
     EXPECT_THAT(Marks(blocks), ElementsAre(30, 31, 32, 33, 34, 40, 41));
     EXPECT_EQ(blocks[0].next.start, Ms(1'500));
@@ -57,13 +57,13 @@ TEST(MkvSeek, CuesLeadToTheLastKeyFrameUpToTheTarget)
 TEST(MkvSeek, KeyFrameModeMovesToTheFirstKeyFrameBehindTheTarget)
 {
     GMkvReading reading(Seconds().AddCues({{100'000, 1, 0}, {101'000, 1, 1}, {102'000, 1, 2}}));
-    const auto seek = [&](REFERENCE_TIME time) { return reading.Handler().Seek(time, GSeekMode::KeyFrame); };
+    const auto seek = [&](REFERENCE_TIME time) { return reading.Seek(time, GSeekMode::KeyFrame); };
     EXPECT_EQ(seek(Ms(100)), Ms(500));
     EXPECT_EQ(seek(Ms(500)), Ms(1'500)) << "one at the target is not behind it";
-    EXPECT_EQ(reading.Read()->next.start, Ms(1'500)) << "the presentation restarts exactly at that key frame";
+    EXPECT_EQ(reading.Next()->next.start, Ms(1'500)) << "the presentation restarts exactly at that key frame";
     EXPECT_EQ(seek(Ms(1'600)), Ms(2'500)) << "the Clusters behind are looked at too";
     EXPECT_EQ(seek(Ms(2'500)), Ms(2'500)) << "none is left: the position stays ..";
-    EXPECT_EQ(reading.Read()->next.start, 0) << ".. and reading starts over";
+    EXPECT_EQ(reading.Next()->next.start, 0) << ".. and reading starts over";
     EXPECT_EQ(seek(0), 0);
 }
 
@@ -75,8 +75,8 @@ TEST(MkvSeek, WithoutCuesTheTwoClustersBeforeTheTargetAreLookedAt)
     EXPECT_EQ(MarkAt(reading, Ms(2'000)), 20) << "a Cluster that begins at the target is not before it";
     EXPECT_EQ(MarkAt(reading, Ms(700)), 20);
     EXPECT_EQ(MarkAt(reading, Ms(499)), 10);
-    EXPECT_EQ(reading.Handler().Seek(Ms(2'600), GSeekMode::KeyFrame), Ms(2'600)) << "whatever the mode";
-    EXPECT_EQ(reading.Read()->next.start, Ms(1'500));
+    EXPECT_EQ(reading.Seek(Ms(2'600), GSeekMode::KeyFrame), Ms(2'600)) << "whatever the mode";
+    EXPECT_EQ(reading.Next()->next.start, Ms(1'500));
 }
 
 // Clusters of a second, each of one sound and of one picture that is marked with the Cluster's number from 1 on.
@@ -99,10 +99,10 @@ TEST(MkvSeek, WithoutCuesAKeyFrameClustersAwayIsStillFound)
     EXPECT_EQ(MarkAt(reading, Ms(10'500)), 11) << "in the last one, as the one before has none";
     GMkvReading noKeys(LongGroups(9, 0));
     EXPECT_EQ(MarkAt(noKeys, Ms(5'500)), 200) << "the beginning ..";
-    EXPECT_EQ(noKeys.Read()->next.start, Ms(5'000)) << ".. of the last Cluster before the target";
+    EXPECT_EQ(noKeys.Next()->next.start, Ms(5'000)) << ".. of the last Cluster before the target";
     GMkvReading two(LongGroups(2, 0));
-    two.Handler().Seek(Ms(1'500), GSeekMode::Independent);
-    EXPECT_EQ(two.Read()->next.start, 0);
+    two.Seek(Ms(1'500), GSeekMode::Independent);
+    EXPECT_EQ(two.Next()->next.start, 0);
 }
 
 // Thirty seconds of 25 pictures each, of which every 37th is a key frame.
@@ -137,7 +137,7 @@ TEST(MkvSeek, TwoHundredTargetsInEveryKindOfFileStartAtAKeyFrame)
         for (int i = 0; i < 200; ++i) {
             random = random * 1664525u + 1013904223u;
             const REFERENCE_TIME target = Ms(random % 30'000u);
-            reading.Handler().Seek(target, GSeekMode::Independent);
+            reading.Seek(target, GSeekMode::Independent);
             auto first = reading.Announced();
             while (first && first->stream != kVideoTrack)
                 first = reading.Announced();
@@ -164,7 +164,7 @@ TEST(MkvSeek, FlagsTellKeyFramesWhereNoBlockHasAReference)
 {
     GMkvReading reading(FlaggedFile(10));
     EXPECT_EQ(MarkAt(reading, Ms(37 * 40)), 37) << "nothing is known of the file yet";
-    reading.Handler().Seek(0, GSeekMode::Independent);
+    reading.Seek(0, GSeekMode::Independent);
     for (int i = 0; i < 98; ++i) {
         const auto next = reading.Announced();
         ASSERT_TRUE(next);
@@ -184,7 +184,7 @@ TEST(MkvSeek, FlagsTellKeyFramesWhereNoBlockHasAReference)
 
 TEST(MkvSeek, TheFirstVideoTrackLeadsThenTheFirstAudioTrack)
 {
-    GMkvFile file;
+    GMkvTestFile file;
     const auto leads = [&](std::initializer_list<std::uint64_t> types) {
         file.tracks.clear();
         for (const std::uint64_t type : types) {
@@ -216,7 +216,7 @@ TEST(MkvSeek, ASeekReadsHeadersOfAHandfulOfClusters)
     const auto cost = [](const GMkvBuilder& file) {
         GMkvReading reading(file);
         const std::uint64_t before = reading.Watch().bytes;
-        reading.Handler().Seek(Ms(90'500), GSeekMode::Independent);
+        reading.Seek(Ms(90'500), GSeekMode::Independent);
         return (reading.Watch().bytes - before) / GMkvReader::kDefaultBufferCapacity;
     };
     EXPECT_LT(cost(builder), kClusters + 16) << "a header of each";
@@ -241,7 +241,7 @@ TEST(MkvSeek, CuesThatLeadNowhereLeaveTheStartOfTheFile)
          {itself, itself + 5, std::uint64_t{0}, std::uint64_t{1} << 40, ~std::uint64_t{0}, ~std::uint64_t{0} - 40}) {
         GMkvReading reading(WithCues(Seconds(), {position, position, position}));
         EXPECT_EQ(MarkAt(reading, Ms(2'600)), 10) << position;
-        EXPECT_EQ(reading.Handler().Seek(Ms(2'600), GSeekMode::KeyFrame), Ms(2'600)) << position;
+        EXPECT_EQ(reading.Seek(Ms(2'600), GSeekMode::KeyFrame), Ms(2'600)) << position;
     }
 }
 

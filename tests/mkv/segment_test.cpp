@@ -6,6 +6,7 @@
 
 #include "formats/mkv/mkv_demux.h"
 #include "io/limits.h"
+#include "mkv/mkv_sources.h"
 #include "support/ebml_builder.h"
 #include "support/temp_file.h"
 #include "support/watched_source.h"
@@ -35,7 +36,7 @@ GEbmlBytes Attachment(std::string_view name, std::size_t size)
 
 const GEbmlBytes kOneTrack = Element(kTracks, {TrackEntry(1, 1, "V_VP8")});
 
-void OpenBuilt(GMkvFile& file, GMkvBuilder builder)
+void OpenBuilt(GMkvTestFile& file, GMkvBuilder builder)
 {
     const GStatus status = file.Open(OpenInMemory(builder.Build()));
     ASSERT_TRUE(status.Ok()) << status.Error().what;
@@ -53,7 +54,7 @@ TEST(MkvFile, EverythingBehindTheClustersIsFoundThroughTheSeekHead)
         .Add(Chapters("Opening"))
         .Add(Attachment("font.ttf", 5000));
     const GEbmlBytes bytes = builder.Build();
-    GMkvFile file;
+    GMkvTestFile file;
     OpenBuilt(file, builder);
     EXPECT_EQ(file.header.docType, "matroska");
     EXPECT_EQ(file.info.title, VEX_W("A title"));
@@ -85,7 +86,7 @@ TEST(MkvFile, EverythingBehindTheClustersIsFoundThroughTheSeekHead)
 
 TEST(MkvFile, ThreeHeadElementsEndTheWalkAndWithFewerAllThatItMeetsIsLoaded)
 {
-    GMkvFile file;
+    GMkvTestFile file;
     OpenBuilt(file, GMkvBuilder()
                         .AddInfo()
                         .Add(Chapters("x"))
@@ -110,7 +111,7 @@ TEST(MkvFile, ThreeHeadElementsEndTheWalkAndWithFewerAllThatItMeetsIsLoaded)
 
 TEST(MkvFile, ASecondSeekHeadIsFollowedOnceForWhatTheFirstDoesNotList)
 {
-    GMkvFile file;
+    GMkvTestFile file;
     OpenBuilt(file, GMkvBuilder()
                         .AddInfo()
                         .Add(kOneTrack)
@@ -139,7 +140,7 @@ TEST(MkvFile, AnIndexThatLiesCostsNothingThatAWalkFinds)
             entries = Join({entries, GMkvBuilder::SeekEntry(id, position)});
     }
     for (const GEbmlBytes& entries : indexes) {
-        GMkvFile file;
+        GMkvTestFile file;
         OpenBuilt(file, GMkvBuilder()
                             .Add(Element(kSeekHead, entries))
                             .AddInfo()
@@ -157,7 +158,7 @@ TEST(MkvFile, TheFirstSegmentIsTheFile)
 {
     const GEbmlBytes scale = UIntElement(kTimecodeScale, 5);
     const GEbmlBytes appended = GMkvBuilder().AddInfo(scale).AddTracks({TrackEntry(2, 2, "A_AC3")}).Build();
-    GMkvFile file;
+    GMkvTestFile file;
     ASSERT_TRUE(file.Open(OpenInMemory(Join({GMkvBuilder().AddInfo().Add(kOneTrack).Build(), appended}))).Ok());
     EXPECT_EQ(file.tracks.size(), 1u);
     EXPECT_EQ(file.info.timecodeScale.value, kDefaultTimecodeScale);
@@ -166,10 +167,8 @@ TEST(MkvFile, TheFirstSegmentIsTheFile)
 
 TEST(MkvFile, WhatIsNoMatroskaFileIsRefusedAndLeavesNothingOpen)
 {
-    GMkvFile file;
+    GMkvTestFile file;
     OpenBuilt(file, GMkvBuilder().AddInfo());
-    EXPECT_EQ(file.Open("/nonexistent/file.mkv").Error().kind, GErrorKind::Io);
-    EXPECT_FALSE(file.IsOpen());
     const GEbmlBytes bad[] = {
         {}, {0x1A, 0x45, 0xDF}, {0x1A, 0x45, 0xDF, 0xA4, 0x80}, EbmlHeader(), Join({{0}, GMkvBuilder().Build()})};
     for (const GEbmlBytes& bytes : bad) {
@@ -195,7 +194,7 @@ TEST(MkvFile, TrackRecordsKeepEveryValueAndItsDefault)
          Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 4), UIntElement(kContentEncodingScope, 3)}),
          Element(kContentEncoding, {UIntElement(kContentEncodingOrder, 0), UIntElement(kContentEncodingType, 1)})});
     const GEbmlBytes first = Join({video, UIntElement(kDefaultDurationSwapped, 40'000'000), encodings});
-    GMkvFile file;
+    GMkvTestFile file;
     OpenBuilt(file,
               GMkvBuilder().AddTracks({TrackEntry(1, 1, "V_VP8", first),
                                        TrackEntry(2, 2, {"A_\0C3", 5}, Join({badAudio, TextElement(kName, "Ton")})),
@@ -231,10 +230,10 @@ TEST(MkvFile, TrackRecordsKeepEveryValueAndItsDefault)
 
 TEST(MkvFile, TimesStaySaneWhateverTheScaleSays)
 {
-    const auto load = [](GMkvFile& file, const GEbmlBytes& info) {
+    const auto load = [](GMkvTestFile& file, const GEbmlBytes& info) {
         OpenBuilt(file, GMkvBuilder().AddInfo(info).Add(kOneTrack).Add(Cluster(10, {})));
     };
-    GMkvFile file;
+    GMkvTestFile file;
     load(file, {});
     EXPECT_EQ(file.firstClusterTime, 100'000) << "no scale: a tick is a millisecond";
     EXPECT_EQ(file.ToTime(-3), -30'000);
@@ -276,12 +275,12 @@ TEST(MkvFile, OpeningABigFileReadsKilobytes)
     }
     builder.AddCues(cues);
     GSourceWatch watch;
-    GMkvFile file;
+    GMkvTestFile file;
     ASSERT_TRUE(file.Open(std::make_unique<GWatchedSource>(OpenInMemory(builder.Build()), watch)).Ok());
     EXPECT_EQ(file.cues.at(0).points.size(), kClusters);
     EXPECT_LT(watch.bytes, 12'000u);
     EXPECT_LT(watch.reads, 8u);
-    watch = {};
+    watch.reads = 0;
     std::size_t clusters = 1;
     while (file.cluster->NextCluster())
         ++clusters;

@@ -9,7 +9,9 @@
 #include <utility>
 
 #include "formats/mkv/mkv_track_types.h"
-#include "framework/media/codec_guids.h"
+#include "io/fourcc.h"
+#include "media/codec_guids.h"
+#include "mkv/mkv_sources.h"
 #include "platform/fonts.h"
 #include "support/ebml_builder.h"
 #include "support/watched_source.h"
@@ -69,8 +71,6 @@ void ExpectFields(const CMediaType& type, std::initializer_list<GField> fields)
         EXPECT_EQ(At(type, field.offset, field.bytes), field.value) << "at " << field.offset;
 }
 
-GUID FourCC(const char (&code)[5]) { return SubtypeFromFourCC(MAKEFOURCC(code[0], code[1], code[2], code[3])); }
-
 // The one type of a track that has no other.
 CMediaType Only(const std::vector<CMediaType>& types)
 {
@@ -104,7 +104,7 @@ GEbmlBytes Avc() { return {1, 77, 64, 31, 0xFD, 0xE2, 0, 3, 0x67, 77, 64, 0, 3, 
 TEST(MkvVideoTypes, AvcKeepsTheParameterSetsBehindTheirLengths)
 {
     const CMediaType type = Only(MkvVideoTypes(VideoTrack("V_MPEG4/ISO/AVC"), Avc()));
-    EXPECT_EQ(type.subtype, FourCC("AVC1"));
+    EXPECT_EQ(type.subtype, SubtypeFromFourCC("AVC1"));
     EXPECT_EQ(type.formattype, FORMAT_MPEG2Video);
     constexpr std::uint64_t kLengthBytes = 2;
     ExpectFields(type, {{kProfile, 77}, {kLevel, 31}, {kFlags, kLengthBytes}, {kSequenceSize, 14}});
@@ -146,7 +146,7 @@ GEbmlBytes TheoraPrivate(std::uint8_t rate = 25)
 TEST(MkvVideoTypes, TheoraReadsItsIdentificationHeader)
 {
     const CMediaType type = Only(MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate()));
-    EXPECT_EQ(type.subtype, FourCC("THEO"));
+    EXPECT_EQ(type.subtype, SubtypeFromFourCC("THEO"));
     ExpectFields(
         type, {{kBitmap2 + 4, 0x12}, {kBitmap2 + 8, 0x23}, {kFrameTime, 400'000, 8}, {kAspectX, 266}, {kAspectY, 200}});
     EXPECT_EQ(Bytes(type, kSequence), TheoraPrivate());
@@ -166,19 +166,15 @@ GEbmlBytes Bitmap(std::uint16_t depth, std::uint32_t compression, const GEbmlByt
 
 TEST(MkvVideoTypes, VfwTracksCarryTheirBitmapHeaderAndWhatFollowsIt)
 {
-    constexpr DWORD kXvid = MAKEFOURCC('X', 'V', 'I', 'D');
+    constexpr DWORD kXvid = FourCC("XVID");
     const struct {
         std::uint16_t depth;
         DWORD compression;
         GUID subtype;
-    } rows[] = {{24, kXvid, FourCC("XVID")},
-                {1, BI_RGB, MEDIASUBTYPE_RGB1},
-                {4, BI_RGB, MEDIASUBTYPE_RGB4},
-                {8, BI_RGB, MEDIASUBTYPE_RGB8},
-                {16, BI_RGB, MEDIASUBTYPE_RGB565},
-                {24, BI_RGB, MEDIASUBTYPE_RGB24},
-                {32, BI_BITFIELDS, MEDIASUBTYPE_ARGB32},
-                {12, BI_RGB, GUID_NULL}};
+    } rows[] = {{24, kXvid, SubtypeFromFourCC("XVID")},  {1, BI_RGB, MEDIASUBTYPE_RGB1},
+                {4, BI_RGB, MEDIASUBTYPE_RGB4},          {8, BI_RGB, MEDIASUBTYPE_RGB8},
+                {16, BI_RGB, MEDIASUBTYPE_RGB565},       {24, BI_RGB, MEDIASUBTYPE_RGB24},
+                {32, BI_BITFIELDS, MEDIASUBTYPE_ARGB32}, {12, BI_RGB, GUID_NULL}};
     for (const auto& row : rows) {
         const GEbmlBytes codecPrivate = Bitmap(row.depth, row.compression, {1, 2, 3});
         const auto types = MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), codecPrivate);
@@ -241,9 +237,12 @@ TEST(MkvVideoTypes, TheFrameTimeComesFromTheRateThenTheDurationThenTheStream)
 
 TEST(MkvVideoTypes, CodecIdsAreComparedToTheByteAndTheirPrefixesInOrder)
 {
-    const std::pair<std::string_view, GUID> rows[] = {
-        {"V_MPEG4/ISO/ASP", FourCC("MP4V")}, {"V_MPEG4/", FourCC("MP4V")},  {"V_VP8", FourCC("VP80")},
-        {{"V_VP8\0\0", 7}, FourCC("VP80")},  {"V_UNCOMPRESSED", GUID_NULL}, {"V_REAL/RV40", FourCC("RV40")}};
+    const std::pair<std::string_view, GUID> rows[] = {{"V_MPEG4/ISO/ASP", SubtypeFromFourCC("MP4V")},
+                                                      {"V_MPEG4/", SubtypeFromFourCC("MP4V")},
+                                                      {"V_VP8", SubtypeFromFourCC("VP80")},
+                                                      {{"V_VP8\0\0", 7}, SubtypeFromFourCC("VP80")},
+                                                      {"V_UNCOMPRESSED", GUID_NULL},
+                                                      {"V_REAL/RV40", SubtypeFromFourCC("RV40")}};
     for (const auto& [id, subtype] : rows)
         EXPECT_EQ(MkvVideoTypes(VideoTrack(id), {}).at(0).subtype, subtype) << id;
     for (const std::string_view id : {"", "V_", "v_vp8", "V_VP8 ", "V_VP80", "V_REAL/RV", "V_MPEG4", "V_MPEG1"})
@@ -324,7 +323,7 @@ TEST(MkvAudioTypes, FormatsThatTheFileBringsAreTakenAsTheyAre)
     EXPECT_THAT(MkvAudioTypes(AudioTrack("A_MS/ACM"), GEbmlBytes(wave.begin(), wave.begin() + 15)), IsEmpty());
 
     const CMediaType real = Only(MkvAudioTypes(AudioTrack("A_REAL/COOK"), GEbmlBytes{1, 2, 3}));
-    EXPECT_EQ(real.subtype, SubtypeFromFourCC(MAKEFOURCC('C', 'O', 'O', 'K')));
+    EXPECT_EQ(real.subtype, SubtypeFromFourCC("COOK"));
     EXPECT_EQ(Bytes(real, 16), (GEbmlBytes{0, 0, 1, 2, 3}));
     EXPECT_THAT(MkvAudioTypes(AudioTrack("A_REAL/COO"), {}), IsEmpty());
     EXPECT_THAT(MkvAudioTypes(AudioTrack("A_OPUS"), {}), IsEmpty());
@@ -379,7 +378,7 @@ TEST(MkvTrackTypes, PrivateDataOfEveryWrongLengthAreSurvived)
 
 std::vector<GMkvDescribedTrack> Describe(std::initializer_list<GEbmlBytes> tracks, const GEbmlBytes& more = {})
 {
-    GMkvFile file;
+    GMkvTestFile file;
     EXPECT_TRUE(file.Open(OpenInMemory(GMkvBuilder().AddInfo().AddTracks(tracks).Add(more).Build())).Ok());
     auto described = DescribeMkvTracks(file);
     for (GMkvDescribedTrack& entry : described)

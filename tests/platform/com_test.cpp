@@ -4,7 +4,8 @@
 
 #include <cstring>
 #include <limits>
-#include <thread>
+
+#include "platform/threads.h"
 
 namespace vex::test {
 namespace {
@@ -44,7 +45,7 @@ ULONG References(const GComPtr<IErrorInfo>& object)
 TEST(ErrorInfo, BelongsToOneThreadAndIsHandedOverOnce)
 {
     SetErrorInfo(0, NewError(VEX_W("no chunk at 20")).Get());
-    std::thread([] {
+    GNativeThread([] {
         EXPECT_FALSE(TakeError()) << "another thread's";
         SetErrorInfo(0, nullptr);
     }).join();
@@ -67,7 +68,7 @@ TEST(ErrorInfo, WhatIsReplacedOrLeftBehindByAnEndingThreadIsReleased)
     EXPECT_EQ(References(second), 2u) << "put in its own place";
     SetErrorInfo(0, nullptr);
     EXPECT_EQ(References(second), 1u);
-    std::thread([&first] { SetErrorInfo(0, first.Get()); }).join();
+    GNativeThread([&first] { SetErrorInfo(0, first.Get()); }).join();
     EXPECT_EQ(References(first), 1u);
 }
 

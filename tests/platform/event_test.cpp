@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "platform/threads.h"
@@ -14,7 +13,7 @@ TEST(EventLostWakeUps, ASetThatMeetsATimeOutIsNotSwallowed)
     constexpr int kSets = 5'000;
     CAMEvent event;
     CAMEvent taken;
-    std::thread setter([&] {
+    GNativeThread setter([&] {
         for (int i = 0; i < kSets; ++i) {
             event.Set();
             taken.Wait();
@@ -35,7 +34,7 @@ TEST(EventReset, AnAutoResetEventPassesOneWaiterPerSetHoweverOftenItIsSet)
 {
     CAMEvent event;
     CAMEvent passed;
-    std::vector<std::thread> waiters;
+    std::vector<GNativeThread> waiters;
     for (int i = 0; i < 4; ++i)
         waiters.emplace_back([&] {
             event.Wait();
@@ -45,7 +44,7 @@ TEST(EventReset, AnAutoResetEventPassesOneWaiterPerSetHoweverOftenItIsSet)
         event.Set();
         passed.Wait();
     }
-    for (std::thread& waiter : waiters)
+    for (GNativeThread& waiter : waiters)
         waiter.join();
     EXPECT_FALSE(event.Check()) << "a Set that passed two waiters leaves a later one unused";
 
@@ -61,11 +60,11 @@ TEST(EventReset, AnAutoResetEventPassesOneWaiterPerSetHoweverOftenItIsSet)
 TEST(EventReset, AManualResetEventPassesEverybodyUntilReset)
 {
     CAMEvent event(true);
-    std::vector<std::thread> waiters;
+    std::vector<GNativeThread> waiters;
     for (int i = 0; i < 4; ++i)
         waiters.emplace_back([&] { event.Wait(); });
     event.Set();
-    for (std::thread& waiter : waiters)
+    for (GNativeThread& waiter : waiters)
         waiter.join();
     EXPECT_TRUE(event.Check());
     event.Reset();
@@ -76,7 +75,7 @@ TEST(EventLifetime, TheWaiterMayDestroyTheEventAtOnce)
 {
     for (int i = 0; i < 2'000; ++i) {
         auto event = std::make_unique<CAMEvent>();
-        std::thread setter([raw = event.get()] { raw->Set(); });
+        GNativeThread setter([raw = event.get()] { raw->Set(); });
         event->Wait();
         event.reset();  // under a sanitizer a late touch by Set shows
         setter.join();
@@ -96,7 +95,7 @@ TEST(CriticalSection, TheOwnerEntersAgainAndOthersStayOutUntilTheLastLeave)
             counter = seen + 1;
         }
     };
-    std::thread other(add);
+    GNativeThread other(add);
     add();
     other.join();
     EXPECT_EQ(counter, 10'000);

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 #include <vector>
 
 #include "platform/text.h"
+#include "platform/threads.h"
 #include "support/temp_file.h"
 
 namespace vex::test {
@@ -142,7 +142,7 @@ TEST(FileThreads, ReadersAtDifferentPositionsDoNotMoveEachOther)
             ASSERT_TRUE(std::equal(got.begin(), got.end(), &bytes[position]));
         }
     };
-    std::thread other(read, 40'000);
+    GNativeThread other([&] { read(40'000); });
     read(0);
     other.join();
 }

@@ -53,7 +53,7 @@ TEST(WorkerRequests, EveryCallerGetsTheReplyToItsOwnRequest)
 {
     GWorker worker(Echo);
     ASSERT_TRUE(worker.Create());
-    std::vector<std::thread> callers;
+    std::vector<GNativeThread> callers;
     std::atomic<int> crossed{0};
     for (DWORD caller = 0; caller < 4; ++caller)
         callers.emplace_back([&worker, &crossed, caller] {
@@ -61,7 +61,7 @@ TEST(WorkerRequests, EveryCallerGetsTheReplyToItsOwnRequest)
                 if (const DWORD request = caller << 16 | i; worker.CallWorker(request) != request + 1)
                     ++crossed;
         });
-    for (std::thread& caller : callers)
+    for (GNativeThread& caller : callers)
         caller.join();
     EXPECT_EQ(crossed, 0);
     EXPECT_EQ(worker.CallWorker(kStop), kStop + 1);
@@ -75,7 +75,7 @@ TEST(WorkerRequests, ARequestThatComesBeforeTheWorkerListensIsNotLost)
         Echo(self);
     });
     ASSERT_TRUE(worker.Create());
-    std::thread caller([&] { EXPECT_EQ(worker.CallWorker(kStop), kStop + 1); });
+    GNativeThread caller([&] { EXPECT_EQ(worker.CallWorker(kStop), kStop + 1); });
     while (!worker.RequestPending())
         std::this_thread::yield();
     listen.Set();
@@ -119,10 +119,10 @@ TEST(WorkerDeath, AllCallersOfAWorkerThatReturnsOrThrowsWithoutAReplyAreReleased
                 throw std::runtime_error("out of something");
         });
         ASSERT_TRUE(worker.Create());
-        std::vector<std::thread> callers;
+        std::vector<GNativeThread> callers;
         for (DWORD i = 0; i < 4; ++i)
             callers.emplace_back([&worker, i] { EXPECT_EQ(worker.CallWorker(i), CAMThread::kNoWorker); });
-        for (std::thread& caller : callers)
+        for (GNativeThread& caller : callers)
             caller.join();
         EXPECT_TRUE(worker.ThreadExists()) << "until somebody closes it";
         EXPECT_FALSE(worker.RequestPending());
@@ -141,7 +141,7 @@ TEST(WorkerDeath, ANewWorkerDoesNotSeeTheRequestItsPredecessorLeftUnanswered)
         self.Reply(0);
     });
     ASSERT_TRUE(worker.Create());
-    std::thread caller([&] { EXPECT_EQ(worker.CallWorker(3), CAMThread::kNoWorker); });
+    GNativeThread caller([&] { EXPECT_EQ(worker.CallWorker(3), CAMThread::kNoWorker); });
     worker.Close();
     ASSERT_TRUE(worker.Create());
     caller.join();
@@ -174,7 +174,7 @@ TEST(WorkerClose, SeveralClosersAllReturnOnlyWhenTheThreadIsGone)
     GWorker worker(Echo);
     for (int round = 1; round <= 200; ++round) {
         ASSERT_TRUE(worker.Create());
-        std::vector<std::thread> closers;
+        std::vector<GNativeThread> closers;
         for (int i = 0; i < 3; ++i)
             closers.emplace_back([&worker, round] {
                 worker.Close();
@@ -182,7 +182,7 @@ TEST(WorkerClose, SeveralClosersAllReturnOnlyWhenTheThreadIsGone)
             });
         // Sent while others close: they must not keep it from the worker.
         worker.CallWorker(kStop);
-        for (std::thread& closer : closers)
+        for (GNativeThread& closer : closers)
             closer.join();
         EXPECT_FALSE(worker.ThreadExists());
     }
@@ -193,7 +193,7 @@ TEST(WorkerClose, ACallAndACloseAtTheSameTimeBothReturn)
     for (int round = 0; round < 200; ++round) {
         GWorker worker([](GWorker& self) { self.WaitRequest(0); });
         ASSERT_TRUE(worker.Create());
-        std::thread caller([&worker] { EXPECT_EQ(worker.CallWorker(1), CAMThread::kNoWorker); });
+        GNativeThread caller([&worker] { EXPECT_EQ(worker.CallWorker(1), CAMThread::kNoWorker); });
         worker.Close();
         caller.join();
     }

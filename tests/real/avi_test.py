@@ -29,9 +29,7 @@ class Avi(RealMedia):
         return self.folder / name
 
     def test_what_ffmpeg_writes_is_what_ffprobe_finds(self):
-        for name, arguments in FILMS.items():
-            with self.subTest(name):
-                self.assert_like_ffprobe(make(self.path(), *arguments))
+        self.assert_films_like_ffprobe(FILMS, "film.avi")
 
     def test_motion_jpeg_pictures_all_stand_alone(self):
         samples = self.assert_like_ffprobe(make(self.path(), *video(), *tone(), "-c:v", "mjpeg", "-c:a", "pcm_s16le"))

@@ -11,7 +11,9 @@ namespace vex::test {
 // Grants buffers of at most `most` bytes.
 class CLimitedAllocator final : public GTestObject<IMemAllocator> {
 public:
-    explicit CLimitedAllocator(LONG most) : limit(most) {}
+    explicit CLimitedAllocator(LONG most = INT32_MAX) : limit(most) {}
+    std::atomic<bool> commits{true};  // or has no memory
+    std::atomic<int> asks{0};         // for a buffer
     HRESULT STDMETHODCALLTYPE SetProperties(ALLOCATOR_PROPERTIES* request, ALLOCATOR_PROPERTIES* actual) override
     {
         ALLOCATOR_PROPERTIES limited = *request;
@@ -19,11 +21,12 @@ public:
         return real->SetProperties(&limited, actual);
     }
     HRESULT STDMETHODCALLTYPE GetProperties(ALLOCATOR_PROPERTIES* props) override { return real->GetProperties(props); }
-    HRESULT STDMETHODCALLTYPE Commit() override { return real->Commit(); }
+    HRESULT STDMETHODCALLTYPE Commit() override { return commits ? real->Commit() : E_OUTOFMEMORY; }
     HRESULT STDMETHODCALLTYPE Decommit() override { return real->Decommit(); }
     HRESULT STDMETHODCALLTYPE GetBuffer(IMediaSample** sample, REFERENCE_TIME* start, REFERENCE_TIME* end,
                                         DWORD flags) override
     {
+        ++asks;
         return real->GetBuffer(sample, start, end, flags);
     }
     HRESULT STDMETHODCALLTYPE ReleaseBuffer(IMediaSample* sample) override { return real->ReleaseBuffer(sample); }

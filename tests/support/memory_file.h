@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <vector>
 
 #include "io/file_base.h"
+#include "platform/threads.h"
 
 namespace vex::test {
 
@@ -39,7 +39,7 @@ public:
     }
 
 private:
-    mutable std::mutex lock;
+    mutable GNativeMutex lock;
     std::vector<std::uint8_t> bytes;
 };
 

@@ -158,7 +158,7 @@ HRESULT CRecordingSink::Disconnect()
 }
 
 // Only while the call's own trick is played; a flush or a stop lets go.
-void CRecordingSink::BlockIf(GSinkTrick blocking, std::unique_lock<std::mutex>& held)
+void CRecordingSink::BlockIf(GSinkTrick blocking, std::unique_lock<GNativeMutex>& held)
 {
     const auto goes = [&] { return trick != blocking || flushing || stopped; };
     if (goes())

@@ -1,12 +1,11 @@
 // An input pin that writes down what it is told, in order, and misbehaves on request.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <vector>
 
 #include "platform/pipeline.h"
+#include "platform/threads.h"
 #include "support/test_object.h"
 #include "support/watchdog.h"
 
@@ -57,7 +56,8 @@ public:
 
     // To be set before the source runs. Called on the streaming thread with no lock held.
     std::function<HRESULT(IMediaSample*)> onReceive;
-    bool keepsBytes = true;  // of the samples it records
+    std::function<void()> onBeginFlush;  // likewise, on the thread that flushes
+    bool keepsBytes = true;              // of the samples it records
 
     void Play(GSinkTrick wanted);
     // Like a filter that stops: every call that waits returns, samples are refused.
@@ -97,7 +97,12 @@ public:
     }
     HRESULT STDMETHODCALLTYPE QueryInternalConnections(IPin**, ULONG*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE EndOfStream() override;
-    HRESULT STDMETHODCALLTYPE BeginFlush() override { return Flush(GRecordedEvent::Kind::BeginFlush); }
+    HRESULT STDMETHODCALLTYPE BeginFlush() override
+    {
+        if (onBeginFlush)
+            onBeginFlush();
+        return Flush(GRecordedEvent::Kind::BeginFlush);
+    }
     HRESULT STDMETHODCALLTYPE EndFlush() override { return Flush(GRecordedEvent::Kind::EndFlush); }
     HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate) override;
 
@@ -112,12 +117,12 @@ private:
     void WaitUntil(const std::function<bool()>& done);
     std::vector<GRecordedSample> Samples(bool ofSegment);
     std::ptrdiff_t CountLocked(GRecordedEvent::Kind kind) const;
-    void BlockIf(GSinkTrick blocking, std::unique_lock<std::mutex>& held);
+    void BlockIf(GSinkTrick blocking, std::unique_lock<GNativeMutex>& held);
     HRESULT Flush(GRecordedEvent::Kind kind);
     void WriteLocked(GRecordedEvent event);
 
-    std::mutex lock;  // guards all below
-    std::condition_variable changed;
+    GNativeMutex lock;  // guards all below
+    GCondition changed;
     std::vector<GRecordedEvent> events;
     GComPtr<IPin> peer;
     GComPtr<IMemAllocator> agreed;

@@ -8,40 +8,42 @@ namespace vex::test {
 
 namespace {
 
-constexpr CLSID kScriptedClsid{0x4F0D2A10, 0x5A5A, 0x4B4B, {0x91, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98}};
+constexpr GFilterInfo kScriptedInfo{
+    .shortName = "scripted",
+    .displayName = VEX_W("Scripted"),
+    .clsid = {0x4F0D2A10, 0x5A5A, 0x4B4B, {0x91, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98}},
+    .container = "",
+    .formats = "",
+    .extensions = "",
+    .recognises = nullptr,
+};
 
 int liveRigs = 0;  // tests run one after the other, on one thread
 
 class GScriptedHandler final : public GReadHandler {
 public:
     GScriptedHandler(GScript played, std::shared_ptr<GScriptLog> shared)
-        : script(std::move(played)), log(std::move(shared))
+        : GReadHandler(nullptr), script(std::move(played)), log(std::move(shared))
     {
     }
 
-    GStatus Open(const char*) override
-    {
-        if (!script.opens)
-            return GError{GErrorKind::Malformed, "the script does not open", 42};
-        return {};
-    }
-    REFERENCE_TIME Duration() const override { return script.duration; }
+    REFERENCE_TIME Duration() const override { return std::max(script.duration, log->grownTo.load()); }
     std::span<const GStreamInfo> Streams() const override { return script.streams; }
 
+    void StartRun(std::span<const std::uint32_t> wanted) override { log->RunStarted({wanted.begin(), wanted.end()}); }
     GReadStatus ReadPacket(GNextPacket& next) override
     {
+        log->Asked();
         if (cursor >= script.packets.size())
             return GReadStatus::End;
-        if (cursor >= log->Available()) {
-            std::this_thread::yield();
-            return GReadStatus::NotYet;
-        }
+        if (cursor >= log->Available())
+            return GReadStatus::Wait;
         if (script.onRead)
             script.onRead(cursor);
         announced = cursor++;
         next = script.packets[announced];
         log->Announced();
-        return GReadStatus::Packet;
+        return script.ends.contains(announced) ? GReadStatus::StreamEnd : GReadStatus::Packet;
     }
     bool ReadPayload(GPacket2& packet) override
     {
@@ -54,20 +56,37 @@ public:
         log->PayloadRead();
         return true;
     }
-    GPacketPtr NewPacket() const override { return script.newPacket ? script.newPacket() : GReadHandler::NewPacket(); }
+    GPacketPtr NewPacket(std::uint32_t stream) const override
+    {
+        return script.newPacket ? script.newPacket() : GReadHandler::NewPacket(stream);
+    }
     std::vector<GPacketPtr> HeaderPackets(std::uint32_t stream, const CMediaType&) override
     {
         return script.headers ? script.headers(stream) : std::vector<GPacketPtr>();
     }
-    REFERENCE_TIME Seek(REFERENCE_TIME time, GSeekMode mode) override
+    bool AcceptsSeek(REFERENCE_TIME time) const override { return !script.accepts || script.accepts(time); }
+    std::optional<REFERENCE_TIME> Seek(REFERENCE_TIME time, GSeekMode mode) override
     {
         log->Sought({time, mode});
+        if (script.refuses && script.refuses(time))
+            return std::nullopt;
         const REFERENCE_TIME landed = script.seekLands ? script.seekLands(time, mode) : time;
         const auto there =
             std::ranges::find_if(script.packets, [&](const auto& packet) { return packet.start >= landed; });
         cursor = static_cast<std::size_t>(there - script.packets.begin());
         return landed;
     }
+
+protected:
+    GStatus OpenContainer() override
+    {
+        ++log->opened;
+        const bool broken = !script.opens || (!script.brokenPath.empty() && Path() == script.brokenPath);
+        if (broken || (script.onOpen && !script.onOpen(Interrupted())))
+            return GError{GErrorKind::Malformed, "the script does not open", 42};
+        return {};
+    }
+    void CloseContainer() override { ++log->closed; }
 
 private:
     const GScript script;
@@ -81,6 +100,7 @@ GStreamInfo StreamOf(std::uint32_t number, REFGUID major, REFGUID format, const 
 {
     GStreamInfo stream;
     stream.number = number;
+    stream.pinName = VEX_W("Same name");
     CMediaType& type = stream.mediaTypes.emplace_back(major, GUID_NULL);
     type.SetFormat(format, {reinterpret_cast<const BYTE*>(&header), sizeof header});
     type.SetSampleSize(sampleSize);
@@ -103,6 +123,35 @@ void GScriptLog::WaitForPayloads(std::size_t count)
     changed.wait(held, [&] { return payloads >= count; });
 }
 
+void GScriptLog::RunStarted(std::vector<std::uint32_t> wanted)
+{
+    const std::lock_guard held(lock);
+    runs.push_back(std::move(wanted));
+}
+
+std::vector<std::vector<std::uint32_t>> GScriptLog::Runs()
+{
+    const std::lock_guard held(lock);
+    return runs;
+}
+
+void GScriptLog::Taken(GPacketPtr packet)
+{
+    const std::lock_guard held(lock);
+    taken.push_back(std::move(packet));
+    changed.notify_all();
+}
+
+GPacketPtr GScriptLog::WaitForTaken()
+{
+    const GWatchdog watchdog("a packet for the filter");
+    std::unique_lock held(lock);
+    changed.wait(held, [&] { return !taken.empty(); });
+    GPacketPtr first = std::move(taken.front());
+    taken.erase(taken.begin());
+    return first;
+}
+
 void GScriptLog::Sought(GSeek seek)
 {
     const std::lock_guard held(lock);
@@ -116,11 +165,19 @@ std::vector<GScriptLog::GSeek> GScriptLog::Seeks()
 }
 
 CScriptedFilter::CScriptedFilter(GScript script, const GFilterRules& filterRules, IUnknown* outer,
-                                 std::shared_ptr<GScriptLog> log)
-    : CVexFilter(VEX_W("Scripted"), outer, kScriptedClsid, filterRules,
-                 std::make_unique<GScriptedHandler>(std::move(script), std::move(log)))
+                                 std::shared_ptr<GScriptLog> scriptLog)
+    : CVexFilter(kScriptedInfo, filterRules, outer, std::make_unique<GScriptedHandler>(script, scriptLog)),
+      log(std::move(scriptLog)),
+      prepare(std::move(script.prepare))
 {
 }
+
+std::unique_ptr<GPreparation> CScriptedFilter::Prepare(const WString& path)
+{
+    return prepare ? prepare(path) : nullptr;
+}
+
+void CScriptedFilter::TakePacket(GPacketPtr packet) { log->Taken(std::move(packet)); }
 
 void CScriptedFilter::SetOptions(bool keyFrames, bool preroll)
 {
@@ -128,9 +185,9 @@ void CScriptedFilter::SetOptions(bool keyFrames, bool preroll)
     prerollMark = preroll;
 }
 
-std::unique_ptr<CVexOutputPin> CScriptedFilter::MakePin(WString pinName, const GStreamInfo& stream)
+std::unique_ptr<CVexOutputPin> CScriptedFilter::MakePin(const GStreamInfo& stream)
 {
-    return makePin ? makePin(this, std::move(pinName), stream) : CVexFilter::MakePin(std::move(pinName), stream);
+    return makePin ? makePin(this, stream) : CVexFilter::MakePin(stream);
 }
 
 GRig::GRig(GScript script, const GFilterRules& filterRules, CScriptedFilter::GMakePin makePin)

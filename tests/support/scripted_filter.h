@@ -2,13 +2,14 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "framework/source_filter.h"
+#include "platform/threads.h"
 #include "support/recording_sink.h"
 
 namespace vex::test {
@@ -18,12 +19,19 @@ struct GScript {
     std::vector<GNextPacket> packets;  // in delivery order
     REFERENCE_TIME duration = 0;       // 100 ns
     bool opens = true;
+    std::string brokenPath;  // does not open, although others do
+    // In the middle of opening; `interrupted` is the handler's. False: the file does not open.
+    std::function<bool(const std::atomic<bool>& interrupted)> onOpen;
     // Where a seek lands; absent: where it was asked for.
     std::function<REFERENCE_TIME(REFERENCE_TIME, GSeekMode)> seekLands;
     std::function<void(std::size_t packet)> onRead;     // before a packet is announced; may throw
     std::function<void(std::size_t packet)> onPayload;  // before its payload is read; may throw
     std::function<std::vector<GPacketPtr>(std::uint32_t stream)> headers;
     std::function<GPacketPtr()> newPacket;
+    std::function<bool(REFERENCE_TIME)> accepts;  // absent: every seek
+    std::function<bool(REFERENCE_TIME)> refuses;  // a seek that has begun; absent: none
+    std::set<std::size_t> ends;                   // packets that are the end of their stream instead
+    std::function<std::unique_ptr<GPreparation>(const WString& path)> prepare;
     std::function<void(GPacket2&, std::size_t packet)> finishPacket;  // after the payload is in
 };
 
@@ -40,51 +48,86 @@ public:
     std::size_t Available() const { return available; }
     void Announced() { ++announced; }
     std::size_t Announcements() const { return announced; }
+    void Asked() { ++asked; }
+    std::size_t Asks() const { return asked; }  // calls of ReadPacket
     void PayloadRead();
     std::size_t Payloads() const { return payloads; }
     void WaitForPayloads(std::size_t count);  // a hang ends the program
     void Sought(GSeek seek);
     std::vector<GSeek> Seeks();
+    void RunStarted(std::vector<std::uint32_t> wanted);
+    std::vector<std::vector<std::uint32_t>> Runs();  // the wanted streams of each
+    void Taken(GPacketPtr packet);
+    GPacketPtr WaitForTaken();  // the first packet that the filter itself took; a hang ends the program
+
+    std::atomic<REFERENCE_TIME> grownTo{0};  // the duration, where it is more than the script's
+    std::atomic<int> opened{0};
+    std::atomic<int> closed{0};
 
 private:
     std::atomic<std::size_t> available{SIZE_MAX};
     std::atomic<std::size_t> announced{0};
     std::atomic<std::size_t> payloads{0};
-    std::mutex lock;
-    std::condition_variable changed;
+    std::atomic<std::size_t> asked{0};
+    GNativeMutex lock;
+    GCondition changed;
     std::vector<GSeek> seeks;
+    std::vector<std::vector<std::uint32_t>> runs;
+    std::vector<GPacketPtr> taken;
+};
+
+// Rows that differ in whatever a rule can say.
+inline constexpr GFilterRules kPlainRules{.firstVideoOnly = true};
+inline constexpr GFilterRules kRelayRules{
+    .mediaTimes = GMediaTimeRule::None,
+    .sync = GSyncRule::KeyFrame,
+    .seekRelay = GSeekRelay::OncePerTarget,
+    .segmentEnd = GSegmentEnd::Duration,
+    .resize = GResizeRule::DropOnFailure,
+    .prerollAtFirst = false,
+};
+
+inline constexpr GFilterRules kOpenRules{
+    .resize = GResizeRule::Abort,
+    .emptyPayloads = GEmptyPayloads::Deliver,
+    .minimumRange = 40'000'000,  // 4 s, 100 frames
 };
 
 class CScriptedFilter : public CVexFilter {
 public:
-    using GMakePin =
-        std::function<std::unique_ptr<CVexOutputPin>(CVexFilter*, WString pinName, const GStreamInfo& stream)>;
+    using GMakePin = std::function<std::unique_ptr<CVexOutputPin>(CVexFilter*, const GStreamInfo& stream)>;
 
-    explicit CScriptedFilter(GScript script, const GFilterRules& filterRules = kAviRules, IUnknown* outer = nullptr,
-                             std::shared_ptr<GScriptLog> log = std::make_shared<GScriptLog>());
+    explicit CScriptedFilter(GScript script, const GFilterRules& filterRules = kPlainRules, IUnknown* outer = nullptr,
+                             std::shared_ptr<GScriptLog> scriptLog = std::make_shared<GScriptLog>());
 
     void SetOptions(bool keyFrames, bool preroll);
     // Instead of the frame's own pin.
     GMakePin makePin;
 
 protected:
-    std::optional<WString> NamePin(const GStreamInfo&, std::size_t) override { return WString(VEX_W("Same name")); }
-    std::unique_ptr<CVexOutputPin> MakePin(WString pinName, const GStreamInfo& stream) override;
+    std::unique_ptr<CVexOutputPin> MakePin(const GStreamInfo& stream) override;
+    std::unique_ptr<GPreparation> Prepare(const WString& path) override;
+    void TakePacket(GPacketPtr packet) override;
+
+private:
+    const std::shared_ptr<GScriptLog> log;
+    const std::function<std::unique_ptr<GPreparation>(const WString& path)> prepare;
 };
 
 // Makes pins of a class derived from CVexOutputPin, whose constructor gets `arguments` besides.
 template <class Pin, class... Arguments>
 CScriptedFilter::GMakePin PinsOf(Arguments... arguments)
 {
-    return [=](CVexFilter* owner, WString name, const GStreamInfo& stream) {
-        return std::make_unique<Pin>(owner, std::move(name), stream, arguments...);
+    return [=](CVexFilter* owner, const GStreamInfo& stream) {
+        return std::make_unique<Pin>(owner, stream, arguments...);
     };
 }
 
 // One filter that plays `script`, loaded, with a sink for every pin. When the last rig ends, no object may be left.
 class GRig {
 public:
-    explicit GRig(GScript script, const GFilterRules& filterRules = kAviRules, CScriptedFilter::GMakePin makePin = {});
+    explicit GRig(GScript script, const GFilterRules& filterRules = kPlainRules,
+                  CScriptedFilter::GMakePin makePin = {});
     ~GRig();
     GRig(const GRig&) = delete;
     GRig& operator=(const GRig&) = delete;

@@ -2,14 +2,13 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include <unistd.h>
+
+#include "platform/threads.h"
 
 namespace vex::test {
 
@@ -48,10 +47,28 @@ private:
     }
 
     const std::string watched;
-    std::mutex lock;
-    std::condition_variable changed;
+    GNativeMutex lock;
+    GCondition changed;
     bool done = false;
-    std::thread watcher;
+    GNativeThread watcher;
+};
+
+// The same for a loop that asks for the same thing again and again, without a thread: Check is called in each round.
+class GHangCheck {
+public:
+    // `loop` is static text.
+    explicit GHangCheck(const char* loop) : what(loop) {}
+    void Check() const
+    {
+        if (std::chrono::steady_clock::now() < end)
+            return;
+        std::fprintf(stderr, "hangs: %s\n", what);
+        std::abort();
+    }
+
+private:
+    const char* const what;
+    const std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + kHangBound;
 };
 
 }  // namespace vex::test

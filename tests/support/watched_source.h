@@ -1,6 +1,7 @@
 // A byte source in front of another that counts what is asked of it and can be made to fail.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -11,36 +12,57 @@
 
 namespace vex::test {
 
+// Any thread.
 struct GSourceWatch {
-    std::uint64_t reads = 0;
-    std::uint64_t bytes = 0;
-    std::int64_t failFrom = std::numeric_limits<std::int64_t>::max();  // a read that reaches beyond this position fails
+    std::atomic<std::uint64_t> reads{0};
+    std::atomic<std::uint64_t> bytes{0};
+    // A read that touches a byte of [failFrom, failUntil) fails.
+    std::atomic<std::int64_t> failFrom{std::numeric_limits<std::int64_t>::max()};
+    std::atomic<std::int64_t> failUntil{std::numeric_limits<std::int64_t>::max()};
 };
 
 class GWatchedSource final : public GFileBase {
 public:
-    // `watcher` is not owned and outlives the source.
+    // `watcher` is not owned and outlives the source and its new instances.
     GWatchedSource(std::unique_ptr<GFileBase> watched, GSourceWatch& watcher)
         : inner(std::move(watched)), watch(watcher)
     {
     }
 
+    std::unique_ptr<GFileBase> NewInstance() const override
+    {
+        auto again = inner->NewInstance();
+        return again ? std::make_unique<GWatchedSource>(std::move(again), watch) : nullptr;
+    }
     int Open(const char* path) override { return inner->Open(path); }
     std::uint32_t Read(void* buffer, std::uint32_t count) override
     {
-        if (inner->Tell() + count > watch.failFrom)
-            return 0;
-        const std::uint32_t got = inner->Read(buffer, count);
+        return Fails(count) ? 0 : Counted(inner->Read(buffer, count));
+    }
+    std::uint32_t ReadBulk(void* buffer, std::uint32_t count) override
+    {
+        return Fails(count) ? 0 : Counted(inner->ReadBulk(buffer, count));
+    }
+    std::int64_t Seek(std::int64_t offset) override { return inner->Seek(offset); }
+    int IsSeekable() const override { return inner->IsSeekable(); }
+    int IsPending(std::int64_t offset) const override { return inner->IsPending(offset); }
+    std::int64_t Tell() override { return inner->Tell(); }
+    std::int64_t GetSize() override { return inner->GetSize(); }
+    int Close() override { return inner->Close(); }
+    GError OpenError() const override { return inner->OpenError(); }
+
+private:
+    bool Fails(std::uint32_t count) const
+    {
+        return inner->Tell() + count > watch.failFrom && inner->Tell() < watch.failUntil;
+    }
+    std::uint32_t Counted(std::uint32_t got)
+    {
         ++watch.reads;
         watch.bytes += got;
         return got;
     }
-    std::int64_t Seek(std::int64_t offset) override { return inner->Seek(offset); }
-    std::int64_t Tell() override { return inner->Tell(); }
-    std::int64_t GetSize() override { return inner->GetSize(); }
-    int Close() override { return inner->Close(); }
 
-private:
     std::unique_ptr<GFileBase> inner;
     GSourceWatch& watch;
 };

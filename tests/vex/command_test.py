@@ -1,5 +1,6 @@
 """The command as a person or a script meets it: results, errors, exit statuses and the schemas of its JSON."""
 
+import hashlib
 import json
 import os
 import pathlib
@@ -77,6 +78,9 @@ class Results(Temporary):
         self.assertEqual((video["major"], video["subtype"], video["formatType"]), ("video", "XVID", "VideoInfo"))
         self.assertEqual((video["format"]["width"], video["format"]["height"]), (256, 192))
         self.assertEqual((audio["major"], audio["format"]["sample_rate"]), ("audio", 44100))
+        self.assertEqual(run("probe", SAMPLE).text.splitlines(), [
+            f"{SAMPLE}: AVI, 0:00:04.048", "  0  video  MPEG-4 Visual, 256x192, 25 fps",
+            "  1  audio  MP3, 44.1 kHz, mono, 48 kb/s"])
 
     def test_dump_says_the_same_every_time_in_every_form_and_for_a_pin_alone(self):
         for line in self.lines:
@@ -102,6 +106,9 @@ class Results(Temporary):
             self.assertEqual((pin["samples"], pin["bytes"], pin["ended"]), (len(sizes), sum(sizes), True))
             self.assertEqual(pathlib.Path(output["path"]).stat().st_size, sum(sizes))
         self.assertEqual(played["damage"]["places"], 0)
+        for pin in json.loads(run("play", "--json", "--hash", SAMPLE).text)["files"][0]["pins"]:
+            output = pathlib.Path(extracted["outputs"][pin["index"]]["path"])
+            self.assertEqual(pin["md5"], hashlib.md5(output.read_bytes()).hexdigest())
         one = subprocess.run([VEX, "extract", "--pin", "1", "-o", "-", SAMPLE], capture_output=True, timeout=60, check=True)
         self.assertEqual((one.stdout, one.stderr), (pathlib.Path(extracted["outputs"][1]["path"]).read_bytes(), b""))
 
@@ -144,7 +151,7 @@ class Results(Temporary):
 
     def test_names_from_a_file_do_not_steer_the_terminal(self):
         path = self.film("-metadata", "title=a\x1b[31m\nb\u009bc é", "-metadata:s:0", "title=\x1b]0;gone\x07")
-        shown = run("probe", path).text
+        shown = run("probe", "--verbose", path).text
         self.assertIn(r"a\x1B[31m\nb\x9Bc é", shown)
         for text in (shown, run("play", path).text, run("seek", path, "1").text):
             self.assertIn(r"\x1B]0;gone\x07", text)
@@ -203,8 +210,8 @@ class Errors(Temporary):
                 (["bogus"], "bogus"), ([], "COMMAND"), (["--json", "probe", SAMPLE], "options follow"), (["probe"], "FILE"),
                 (["probe", "--bogus", SAMPLE], "bogus"), (["seek", SAMPLE], "TIME"), (["seek", SAMPLE, "soon"], "soon"),
                 (["probe", ""], "FILE"), (["play", "--seek", "", SAMPLE], "seek"), (["seek", "-n", "0", SAMPLE, "1"], "samples"),
-                (["dump", "--json", "--csv", SAMPLE], "exclude"), (["play", SAMPLE, SAMPLE], ""),
-                (["play", "--preroll", "--no-preroll", SAMPLE], "exclude"), (["play", "-k", "--no-preroll", SAMPLE], "no effect"),
+                (["dump", "--json", "--csv", SAMPLE], "cannot be combined"), (["play", SAMPLE, SAMPLE], ""),
+                (["play", "--preroll", "--no-preroll", SAMPLE], "cannot be combined"), (["play", "-k", "--no-preroll", SAMPLE], "no effect"),
                 (["dump", "--pin", "7", SAMPLE], "no pin 7"), (["dump", "--pin", "x", SAMPLE], "pin"),
                 (["probe", "--filter", "nonsense", SAMPLE], "nonsense"), (["extract", SAMPLE], "--output"),
                 (["extract", "--pin", "0", SAMPLE, "-o", SAMPLE], "is read"), (["extract", SAMPLE, "-o", SAMPLE], "directory"),

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/media/codec_guids.h"
+#include "media/codec_guids.h"
 #include "platform/guids.h"
 
 namespace vex::test {
@@ -23,9 +23,11 @@ struct GFramed {
 };
 
 // What the framer for a type makes of samples, each lasting a second from the second of its number.
-GFramed Framed(const CMediaType& type, const std::vector<GBytes>& samples, bool raw = false)
+GFramed Framed(const CMediaType& type, const std::vector<GBytes>& samples, bool raw = false,
+               const GJson& properties = GJson::object())
 {
     const GFraming framing = ChooseFraming(type, raw);
+    framing.framer->Describe(properties);
     GBytes out;
     const GByteSink sink = [&](std::span<const std::uint8_t> bytes) {
         out.insert(out.end(), bytes.begin(), bytes.end());
@@ -62,7 +64,7 @@ CMediaType AvcType(unsigned lengthBytes, const GBytes& sets, DWORD claimed)
     MPEG2VIDEOINFO header{};
     header.dwFlags = lengthBytes;
     header.cbSequenceHeader = claimed;
-    return Type({MEDIATYPE_Video, SubtypeFromFourCC(MAKEFOURCC('A', 'V', 'C', '1'))}, FORMAT_MPEG2Video, header,
+    return Type({MEDIATYPE_Video, SubtypeFromFourCC("AVC1")}, FORMAT_MPEG2Video, header,
                 offsetof(MPEG2VIDEOINFO, dwSequenceHeader), sets);
 }
 
@@ -117,11 +119,17 @@ TEST(AdtsFramer, TheHeaderSaysProfileFrequencyChannelsAndLengthOrThereIsNone)
     const GFramed tooLong = Framed(stereo, {GBytes(8200, 1)});
     EXPECT_TRUE(tooLong.bytes.empty()) << "longer than the length field can say";
     EXPECT_EQ(tooLong.misshapen, 1u);
+
+    const GJson source{{"crc", true}, {"channel_configuration", 7}};
+    const GFramed checked = Framed(stereo, {{1, 2, 0xAA}, {1}}, false, source);
+    EXPECT_EQ(checked.bytes, (GBytes{0xFF, 0xF1, 0x51, 0xC0, 0x01, 0x1F, 0xFC, 0xAA})) << "without the CRC";
+    EXPECT_EQ(checked.misshapen, 1u) << "too short to have one";
 }
 
 TEST(VorbisFramer, WhatIsNoAudioPacketIsLeftOutAndHeadersThatAreNotThereMeanNoFrame)
 {
-    GBytes headers(30 + 1);
+    GBytes headers = Bytes("\x01vorbis");
+    headers.resize(30 + 1);
     headers[28] = 0xB8;                                       // blocks of 256 and 2048 samples
     headers.insert(headers.end(), {0x40, 0, 0, 0, 0, 0x80});  // one mode, a long one
     const auto type = [&](std::uint8_t setupBytes) {

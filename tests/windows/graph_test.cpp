@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "windows/decode_cases.h"
 #include "windows/path_cases.h"
 #include "windows/resources.h"
 #include "windows/support.h"
@@ -13,20 +14,41 @@ namespace vex::wintest {
 namespace {
 
 constexpr char kUsage[] =
-    "graph_test MODULE CLSID samples own|grabber FILE        every sample of every pin as a line of JSON\n"
-    "graph_test MODULE CLSID rounds own|grabber COUNT FILE   play, pause, seek, stop, play again; nothing left behind\n"
-    "graph_test MODULE CLSID again own|grabber FILE          play to the end, then from 0 again\n"
-    "graph_test MODULEPATH CLSID reload COUNT FILE           load the module, play, unload it; nothing left behind\n"
-    "graph_test MODULE CLSID paths DIRECTORY FILE DECOY      file names that are hard to pass on\n"
-    "graph_test hold shared|alone FILE EVENT                 (used by paths) holds a file open for writing\n"
-    "MODULE: the module file, or \"registered\". CLSID: the filter's class identifier in braces.\n";
+    "graph_test MODULE samples own|grabber FILES        every sample of every pin as a line of JSON\n"
+    "graph_test MODULE rounds own|grabber COUNT FILES   play, pause, seek, stop, play again; nothing left behind\n"
+    "graph_test MODULE again own|grabber FILES          play to the end, then from 0 again\n"
+    "graph_test MODULEPATH reload COUNT FILES           load the module, play, unload it; nothing left behind\n"
+    "graph_test MODULE decode avi|mp3|auto CLSID FILE OUTPUT COUNT TARGET...\n"
+    "                                                   decoded by the system, COUNT samples from each TARGET\n"
+    "graph_test MODULE paths CLSID DIRECTORY FILE DECOY file names that are hard to pass on\n"
+    "graph_test hold shared|alone FILE EVENT            (used by paths) holds a file open for writing\n"
+    "MODULE: the module file, or \"registered\". CLSID: the filter's class identifier in braces. FILES: any number of\n"
+    "CLSID FILE, in turn.\n";
+
+struct GFile {
+    CLSID clsid;
+    std::wstring path;
+};
 
 struct GSubject {
     const GModuleAccess& access;
-    CLSID clsid;
     GSinkKind kind;
+    CLSID clsid;
     std::wstring file;
 };
+
+// Does `work` for every file, and says which one failed.
+template <class Work>
+void ForEach(const std::vector<GFile>& files, Work&& work)
+{
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        try {
+            work(files[i], i);
+        } catch (const std::exception& failure) {
+            throw GTestFailure(Utf8FromWide(files[i].path) + ": " + failure.what());
+        }
+    }
+}
 
 using GPinSamples = std::vector<std::vector<GSampleRecord>>;
 
@@ -212,7 +234,7 @@ void Round(const GSubject& subject, GPinSamples& whole)
     {
         GTestGraph graph(subject.access, subject.clsid);
         const GLoadResult loaded = graph.Load(subject.file);
-        Check(loaded.result, "loading " + Utf8FromWide(subject.file) + " (" + loaded.errorText + ")");
+        Check(loaded.result, "Load (" + loaded.errorText + ")");
         graph.ConnectAll(subject.kind, GPace::Free);
         const LONGLONG duration = graph.Duration();
         Require(duration > 0, "the graph knows no duration");
@@ -240,16 +262,15 @@ void Round(const GSubject& subject, GPinSamples& whole)
 }
 
 // Playing once without a seek and then from 0 again asks for a position that the filter believes to be at.
-int PlayTwice(const GSubject& subject)
+void PlayTwice(const GSubject& subject)
 {
     GPinSamples whole;
     GTestGraph graph(subject.access, subject.clsid);
-    Check(graph.Load(subject.file).result, "loading " + Utf8FromWide(subject.file));
+    Check(graph.Load(subject.file).result, "Load");
     graph.ConnectAll(subject.kind, GPace::Free);
     PlayFromTheStart(graph, whole, "first run");
     graph.SeekTo(0);
     PlayFromTheStart(graph, whole, "second run");
-    return 0;
 }
 
 // Handles that the system itself keeps of every filter graph, an empty one too: Wine 8 keeps an event.
@@ -269,55 +290,61 @@ unsigned long HandlesKeptPerGraph()
     return after.handles > before.handles ? (after.handles - before.handles) / kGraphs : 0;
 }
 
-// Does something that builds one graph, over and over; what the process holds after the third time must not have grown
-// after the last, but for what the system keeps of a graph.
+// Does something that builds so many graphs, over and over; what the process holds after the third time must not have
+// grown after the last, but for what the system keeps of a graph.
 template <class Work>
-int Repeat(int count, Work&& work)
+void Repeat(int count, std::size_t graphs, Work&& work)
 {
     constexpr int kSettledRound = 3;  // by then the system has loaded and started what it keeps
     Require(count > kSettledRound, "too few rounds to tell what stays behind");
     ProveTheCounters();
-    const unsigned long keptPerGraph = HandlesKeptPerGraph();
+    const unsigned long kept = HandlesKeptPerGraph() * static_cast<unsigned long>(graphs);
     GResources limit;
     for (int round = 1; round <= count; ++round) {
         work();
-        limit.handles += round > kSettledRound ? keptPerGraph : 0;
+        limit.handles += round > kSettledRound ? kept : 0;
         const GResources now = round < kSettledRound ? CountResources() : SettledResources(limit);
-        std::fprintf(stderr, "round %d: %s (the system keeps %lu per graph)\n", round, now.Text().c_str(),
-                     keptPerGraph);
+        std::fprintf(stderr, "round %d, files: %zu: %s (the system keeps %lu handles)\n", round, graphs,
+                     now.Text().c_str(), kept);
         if (round == kSettledRound)
             limit = now;
         else if (round > kSettledRound)
             Require(now.Within(limit), "the rounds leave something behind");
     }
-    return 0;
 }
 
-int Rounds(const GSubject& subject, int count)
+void Rounds(const GModuleAccess& access, GSinkKind kind, int count, const std::vector<GFile>& files)
 {
-    GPinSamples whole;
-    return Repeat(count, [&] { Round(subject, whole); });
-}
-
-int Reload(const std::wstring& module, REFCLSID clsid, const std::wstring& file, int count)
-{
-    return Repeat(count, [&] {
-        {
-            const GModuleAccess access(module);
-            Check(PlayWhole(access, clsid, file).loaded.result, "loading " + Utf8FromWide(file));
-            Require(access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
-        }
-        Require(!GetModuleHandleW(L"VEX.ax"), "the module stays loaded");
+    std::vector<GPinSamples> whole(files.size());
+    Repeat(count, files.size(), [&] {
+        ForEach(files, [&](const GFile& file, std::size_t i) {
+            Round({access, kind, file.clsid, file.path}, whole[i]);
+        });
     });
 }
 
-int PrintSamples(const GSubject& subject)
+void Reload(const std::wstring& module, int count, const std::vector<GFile>& files)
 {
-    std::string text;
+    Repeat(count, files.size(), [&] {
+        ForEach(files, [&](const GFile& file, std::size_t) {
+            {
+                const GModuleAccess access(module);
+                Check(PlayWhole(access, file.clsid, file.path).loaded.result, "Load");
+                Require(access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
+            }
+            Require(!GetModuleHandleW(L"VEX.ax"), "the module stays loaded");
+        });
+    });
+}
+
+// The lines of a file follow one with its number.
+void PrintSamples(const GSubject& subject, std::size_t number)
+{
+    std::string text = "{\"file\":" + std::to_string(number) + "}\n";
     {
         GTestGraph graph(subject.access, subject.clsid);
         const GLoadResult loaded = graph.Load(subject.file);
-        Check(loaded.result, "loading " + Utf8FromWide(subject.file) + " (" + loaded.errorText + ")");
+        Check(loaded.result, "Load (" + loaded.errorText + ")");
         graph.ConnectAll(subject.kind, GPace::Free);
         graph.Run();
         graph.WaitForEnd();
@@ -330,7 +357,6 @@ int PrintSamples(const GSubject& subject)
     }
     Require(subject.access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
     std::fwrite(text.data(), 1, text.size(), stdout);
-    return 0;
 }
 
 GSinkKind ParseKind(std::wstring_view text)
@@ -339,26 +365,53 @@ GSinkKind ParseKind(std::wstring_view text)
     return text == L"own" ? GSinkKind::Own : GSinkKind::Grabber;
 }
 
+GDecoder ParseDecoder(std::wstring_view text)
+{
+    Require(text == L"avi" || text == L"mp3" || text == L"auto", kUsage);
+    return text == L"avi" ? GDecoder::AviVideo : text == L"mp3" ? GDecoder::Mp3Audio : GDecoder::Automatic;
+}
+
+std::vector<GFile> ParseFiles(std::span<const std::wstring> words)
+{
+    Require(!words.empty() && words.size() % 2 == 0, kUsage);
+    std::vector<GFile> files;
+    for (std::size_t i = 0; i < words.size(); i += 2)
+        files.push_back({ParseGuid(words[i]), words[i + 1]});
+    return files;
+}
+
+std::vector<LONGLONG> ParseTimes(std::span<const std::wstring> words)
+{
+    std::vector<LONGLONG> times;
+    for (const auto& word : words)
+        times.push_back(std::stoll(word));
+    return times;
+}
+
 int Body(std::span<wchar_t*> arguments)
 {
     const std::vector<std::wstring> words(arguments.begin(), arguments.end());
+    const std::span all(words);
     if (words.size() == 4 && words[0] == L"hold")
         return HoldFile(words[1] == L"shared", words[2], words[3]);
-    Require(words.size() >= 4, kUsage);
-    const CLSID clsid = ParseGuid(words[1]);
-    const std::wstring& mode = words[2];
-    if (mode == L"reload" && words.size() == 5)
-        return Reload(words[0], clsid, words[4], std::stoi(words[3]));
+    Require(words.size() >= 5, kUsage);
+    const std::wstring& mode = words[1];
+    if (mode == L"reload")
+        return Reload(words[0], std::stoi(words[2]), ParseFiles(all.subspan(3))), 0;
     const GModuleAccess access(words[0]);
-    if (mode == L"samples" && words.size() == 5)
-        return PrintSamples({access, clsid, ParseKind(words[3]), words[4]});
-    if (mode == L"rounds" && words.size() == 6)
-        return Rounds({access, clsid, ParseKind(words[3]), words[5]}, std::stoi(words[4]));
-    if (mode == L"again" && words.size() == 5)
-        return PlayTwice({access, clsid, ParseKind(words[3]), words[4]});
+    if (mode == L"rounds")
+        return Rounds(access, ParseKind(words[2]), std::stoi(words[3]), ParseFiles(all.subspan(4))), 0;
+    if (mode == L"decode" && words.size() >= 7)
+        return Decode(access, ParseGuid(words[3]), ParseDecoder(words[2]), words[4], words[5], std::stoul(words[6]),
+                      ParseTimes(all.subspan(7)));
     if (mode == L"paths" && words.size() == 6)
-        return TryPaths(access, clsid, words[3], words[4], words[5]);
-    throw GTestFailure(kUsage);
+        return TryPaths(access, ParseGuid(words[2]), words[3], words[4], words[5]);
+    Require(mode == L"samples" || mode == L"again", kUsage);
+    ForEach(ParseFiles(all.subspan(3)), [&](const GFile& file, std::size_t number) {
+        const GSubject subject{access, ParseKind(words[2]), file.clsid, file.path};
+        mode == L"samples" ? PrintSamples(subject, number) : PlayTwice(subject);
+    });
+    return 0;
 }
 
 }  // namespace

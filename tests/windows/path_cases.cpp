@@ -10,7 +10,7 @@ namespace vex::wintest {
 
 namespace {
 
-using GPayloads = std::vector<std::string>;  // digests of all pins' samples, pin after pin
+using GPayloads = std::vector<GMd5Digest>;  // digests of all pins' samples, pin after pin
 
 // Owns a Win32 handle.
 struct GHandle {

@@ -1,158 +1,62 @@
 #!/usr/bin/env python3
-"""Runs the Windows programs of a build under Wine and holds what they say against the native command.
+"""Runs the Windows programs of one or two builds under Wine and holds what they say against the native command.
 
 scripts/test-windows builds everything and calls this; it needs no display and touches nothing outside its own temporary
 directory. A line per test on stdout, the reasons of failures below it; exit status 0 when all passed.
 """
 
 import argparse
-import contextlib
+import concurrent.futures
 import json
 import os
 import shutil
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 from pathlib import Path
+from typing import NamedTuple
 
-AVI = "{6BA9DD10-09B9-4C8B-89A8-8AC445601214}"
-MKV = "{9794BD42-281E-45EE-94CC-70A260E407B5}"
+import decoded
+from formats import DECOY, EARLY_LANDING, FORMATS, SECOND_FILTERS, Failure, make_file, make_large, must_succeed, require
+from wine import Wine, end
+
 SAMPLE_KEYS = ("pin", "start", "stop", "mediaStart", "mediaStop", "size", "sync", "discontinuity", "preroll", "md5")
 EXPORTS = {"DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer", "DllUnregisterServer"}
 # What every Windows since 7 brings along and the module may lean on.
 SYSTEM_LIBRARIES = {"advapi32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "quartz.dll",
                     "shell32.dll", "user32.dll", "wininet.dll", "version.dll", "shlwapi.dll"}
+# What the compiler's runtime takes and never gives back, unless src/platform/windows/runtime_locks.cpp is linked in.
+KEPT_FOR_EVER = {"CreateSemaphoreA", "CreateSemaphoreW", "TlsAlloc"}
 SUITES = ("platform_test.exe", "framework_test.exe")
+# What Wine writes into the registry whenever it gets round to it.
+NOT_OURS = ("HKCU\\Software\\Wine\\", "\\Microsoft\\Windows NT\\CurrentVersion\\NetworkCards")
 MAPPER_INSTANCES = r"CLSID\{083863F1-70DE-11D0-BD40-00A0C911CE86}\Instance" "\\"
-
-
-class Failure(Exception):
-    pass
-
-
-def require(holds, text):
-    if not holds:
-        raise Failure(text)
-
-
-class Wine:
-    """A prefix of its own and the programs in it. Everything lies in C:\\vex, as it would on a user's machine."""
-
-    def __init__(self, command, directory, timeout):
-        self.command = command
-        self.timeout = timeout
-        self.prefix = directory / "prefix"
-        self.drive = self.prefix / "drive_c" / "vex"
-        self.environment = {
-            **{key: value for key, value in os.environ.items()
-               if not key.startswith("WINE") and key not in ("DISPLAY", "WAYLAND_DISPLAY")},
-            "WINEPREFIX": str(self.prefix), "WINEDEBUG": "-all", "WINEARCH": "win64", "LC_ALL": "C.UTF-8",
-            # No questions about what a prefix may lack, no entries in the desktop's menus.
-            "WINEDLLOVERRIDES": "mscoree,mshtml=;winemenubuilder.exe=d",
-        }
-        self.run_command("wineboot", "--init", timeout=600)
-        # There is no sound card to look for.
-        self.run_command("reg", "add", r"HKCU\Software\Wine\Drivers", "/v", "Audio", "/d", "", "/f")
-        self.drive.mkdir()
-
-    def run(self, program, *arguments, directory=None, timeout=None):
-        return self.run_command(str(program), *arguments, directory=directory or self.drive, timeout=timeout)
-
-    def run_command(self, *words, directory=None, timeout=None):
-        """The finished process; its output as bytes. One that takes too long is ended with all it started."""
-        process = subprocess.Popen([self.command, *words], cwd=directory, env=self.environment, stdin=subprocess.DEVNULL,
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
-        try:
-            output, errors = process.communicate(timeout=timeout or self.timeout)
-        except subprocess.TimeoutExpired:
-            self.end_server()
-            with contextlib.suppress(ProcessLookupError):
-                os.killpg(process.pid, signal.SIGKILL)
-            process.communicate()
-            raise Failure(f"hangs: {' '.join(words)} was ended after {timeout or self.timeout} s") from None
-        return subprocess.CompletedProcess(words, process.returncode, output, errors)
-
-    def end_server(self):
-        """Ends every process of this prefix, and only of this one."""
-        server = shutil.which("wineserver") or str(Path(self.command).with_name("wineserver"))
-        subprocess.run([server, "-k"], env=self.environment, timeout=60, check=False, stderr=subprocess.DEVNULL)
-
-
-def must_succeed(result, what):
-    if result.returncode != 0:
-        said = (result.stderr + result.stdout).decode("utf-8", "replace").strip()
-        raise Failure(f"{what}: exit status {result.returncode}\n{said[-3000:]}")
-    return result
-
-
-# ---- inputs ---------------------------------------------------------------------------------------------------------
-
-def ffmpeg(output, *arguments):
-    must_succeed(subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-y", *arguments, "-fflags", "+bitexact", str(output)],
-                                capture_output=True, check=False), f"ffmpeg for {output.name}")
-
-
-def picture(seconds, size="160x120"):
-    return ("-f", "lavfi", "-i", f"testsrc2=size={size}:rate=25:duration={seconds}")
-
-
-def tone(seconds):
-    return ("-f", "lavfi", "-i", f"sine=frequency=440:sample_rate=44100:duration={seconds}")
-
-
-def without_index(source, target):
-    """A copy of an AVI file whose index chunk is only padding and whose header does not promise one."""
-    data = bytearray(source.read_bytes())
-    require(b"ix00" not in data and b"indx" not in data[:8192], f"{source.name} has an OpenDML index as well")
-    position = 12
-    while position + 8 <= len(data):
-        kind, size = struct.unpack_from("<4sI", data, position)
-        if kind == b"idx1":
-            data[position:position + 4] = b"JUNK"
-            data[position + 8:position + 8 + size] = bytes(size)
-            break
-        position += 8 + size + (size & 1)
-    else:
-        raise Failure(f"{source.name} has no idx1 chunk to take away")
-    flags = data.index(b"avih") + 8 + 12
-    struct.pack_into("<I", data, flags, struct.unpack_from("<I", data, flags)[0] & ~0x10)
-    target.write_bytes(data)
-
-
-def make_inputs(directory, formats):
-    """(name of the file, class identifier) of each input, and a further file whose samples are none of theirs."""
-    mpeg4 = directory / "mpeg4_mp3.avi"
-    ffmpeg(mpeg4, *picture(8), *tone(8), "-c:v", "mpeg4", "-g", "12", "-bf", "0", "-vtag", "XVID", "-c:a", "libmp3lame",
-           "-b:a", "128k")
-    ffmpeg(directory / "raw_pcm.avi", *picture(6, "64x48"), *tone(6), "-c:v", "rawvideo", "-pix_fmt", "bgr24",
-           "-c:a", "pcm_s16le")
-    without_index(mpeg4, directory / "no_index.avi")
-    inputs = [("mpeg4_mp3.avi", AVI), ("raw_pcm.avi", AVI), ("no_index.avi", AVI)]
-    if "mkv" in formats:
-        ffmpeg(directory / "mpeg4_mp3.mkv", *picture(8), *tone(8), "-c:v", "mpeg4", "-g", "12", "-bf", "0",
-               "-c:a", "libmp3lame", "-b:a", "128k")
-        inputs.append(("mpeg4_mp3.mkv", MKV))
-    ffmpeg(directory / "decoy.avi", *picture(2, "80x60"), *tone(2), "-c:v", "mpeg4", "-c:a", "pcm_s16le")
-    return inputs
 
 
 # ---- comparing ------------------------------------------------------------------------------------------------------
 
-def sample_lines(text, who):
+def dump_lines(text, who):
     """The sample objects of a dump, by pin, in the order of arrival at each pin."""
-    pins = {}
+    return graph_lines(b'{"file":0}\n' + text, who)[0]
+
+
+def graph_lines(text, who):
+    """The same of graph_test, which plays several files: one such dictionary for each."""
+    files = []
     for line in text.decode("utf-8").splitlines():
         row = json.loads(line)
+        if "file" in row and "pin" not in row:
+            files.append({})
         if "pin" not in row or "start" not in row:
             continue
         missing = [key for key in SAMPLE_KEYS if key not in row]
         require(not missing, f"{who} says no {missing} of a sample: {line}")
-        pins.setdefault(row["pin"], []).append({key: row[key] for key in SAMPLE_KEYS})
-    require(pins, f"{who} lists no samples")
-    return pins
+        files[-1].setdefault(row["pin"], []).append({key: row[key] for key in SAMPLE_KEYS})
+    require(all(files), f"{who} lists no samples")
+    return files
 
 
 def same_samples(graph, native):
@@ -173,26 +77,55 @@ def native_dump(context, path):
 # ---- tests ----------------------------------------------------------------------------------------------------------
 
 class Context:
-    """What the tests work with."""
+    """What the tests of one word size work with."""
 
-    def __init__(self, arguments, wine, inputs):
+    def __init__(self, arguments, bits, wine, built):
+        self.bits = bits
         self.wine = wine
-        self.inputs = inputs
         self.native = arguments.native
-        self.sample = arguments.sample
+        self.sample = Path(arguments.sample)
         self.rounds = arguments.rounds
-        self.built = [one for one in (AVI, MKV) if one == AVI or "mkv" in arguments.formats]
+        self.built = built  # class identifiers of the filters that the build has, by short name
+        self.formats = [one for one in FORMATS if one.name in built]
 
-    def graph(self, *arguments, access="VEX.ax", timeout=None):
-        return self.wine.run("graph_test.exe", access, *arguments, timeout=timeout)
+    def graph(self, mode, *arguments, access="VEX.ax", timeout=None):
+        return self.client("graph_test.exe", access, mode, *arguments, timeout=timeout)
+
+    def client(self, program, *arguments, timeout=None):
+        """One of the programs of tests/windows, which must come to its end: one that Wine ends has the status 0, too."""
+        result = self.wine.run(program, *arguments, timeout=timeout)
+        require(result.returncode != 0 or result.stderr.split()[-1:] == [b"done"], f"{program} ended on the way")
+        return result
+
+    def inputs(self):
+        """(short name, file name) of every input."""
+        return [(one.name, file.name) for one in self.formats for file in one.files]
+
+    def files(self, formats=None):
+        """The same as arguments of graph_test; of some formats only."""
+        return [word for name, file in self.inputs() if formats is None or name in formats
+                for word in (self.built[name], "C:\\vex\\" + file)]
 
     def snapshot(self):
-        """The registry but for the keys of Wine itself, which it writes whenever it gets round to it."""
-        lines = must_succeed(self.wine.run("registration_test.exe", "snapshot"), "reading the registry").stdout
-        return [line for line in lines.decode("utf-8").splitlines() if not line.startswith("HKCU\\Software\\Wine\\")]
+        """The registry but for what is Wine's own business."""
+        lines = must_succeed(self.client("registration_test.exe", "snapshot"), "reading the registry").stdout
+        return [line for line in lines.decode("utf-8").splitlines() if not any(key in line for key in NOT_OURS)]
 
     def regsvr32(self, *options):
         must_succeed(self.wine.run_command("regsvr32", "/s", *options, r"C:\vex\VEX.ax"), " ".join(("regsvr32", *options)))
+
+
+def native_filters(native):
+    """(short names of all filters that can be created: their class identifiers, and the file extensions of all)."""
+    said = must_succeed(subprocess.run([native, "filters", "--json"], capture_output=True, check=False), "vex filters").stdout
+    return {one["short"]: one["clsid"] for one in json.loads(said)["filters"] if one["available"]}
+
+
+def test_rows(built):
+    """A format that lands without a row here would not be tested at all."""
+    lacking = set(built) - {one.name for one in FORMATS} - SECOND_FILTERS
+    require(not lacking, f"tests/windows/formats.py has no row for {', '.join(sorted(lacking))}")
+    return f"rows for {', '.join(sorted(built))}"
 
 
 def check_binary(path, objdump):
@@ -211,16 +144,18 @@ def check_binary(path, objdump):
     libraries = {line.split()[-1].lower() for line in text.splitlines() if "DLL Name:" in line}
     foreign = libraries - SYSTEM_LIBRARIES
     require(not foreign, f"{path} needs {sorted(foreign)}, which Windows does not bring along")
+    kept = {word for line in text.splitlines() for word in line.split()[-1:]} & KEPT_FOR_EVER
+    require(not kept, f"{path} imports {sorted(kept)}: the runtime's own locks are linked in")
     return f"exports {len(names)}, needs {', '.join(sorted(libraries))}"
 
 
 def test_registration(context):
     # The first look into the mapper makes the system write a cache for it.
-    must_succeed(context.wine.run("registration_test.exe", "removed"), "before regsvr32")
+    must_succeed(context.client("registration_test.exe", "removed"), "before regsvr32")
     before = context.snapshot()
     context.regsvr32()
     installed = context.snapshot()
-    said = must_succeed(context.wine.run("registration_test.exe", "installed", r"C:\vex\VEX.ax", *context.built),
+    said = must_succeed(context.client("registration_test.exe", "installed", r"C:\vex\VEX.ax", *context.built.values()),
                         "after regsvr32").stdout.decode("utf-8")
     added, gone = keys(installed) - keys(before), set(before) - set(installed)
     require(not gone, f"registering removed or changed {sorted(gone)[:5]}")
@@ -233,7 +168,7 @@ def test_registration(context):
     same_registry(context.snapshot(), installed, "registering twice is not the same as registering once")
     context.regsvr32("/u")
     same_registry(context.snapshot(), before, "unregistering leaves a difference")
-    must_succeed(context.wine.run("registration_test.exe", "removed"), "after regsvr32 /u")
+    must_succeed(context.client("registration_test.exe", "removed"), "after regsvr32 /u")
     context.regsvr32("/u")
     same_registry(context.snapshot(), before, "unregistering twice is not the same as unregistering once")
     context.regsvr32()
@@ -258,60 +193,68 @@ def test_suite(context, program):
     return said[-1].strip()
 
 
-def test_samples(context, file, clsid):
-    expected = sample_lines(native_dump(context, context.wine.drive / file), "the native dump")
-    notes = []
-    for access in ("VEX.ax", "registered"):
-        for kind in ("own", "grabber"):
-            result = must_succeed(context.graph(clsid, "samples", kind, "C:\\vex\\" + file, access=access),
-                                  f"playing through {access} into {kind} sinks")
-            same_samples(sample_lines(result.stdout, "graph_test"), expected)
-            if kind == "grabber" and access == "registered":
-                notes.append(result.stderr.decode("utf-8").strip().splitlines()[-1])
-    count = sum(map(len, expected.values()))
-    return f"{count} samples on {len(expected)} pins equal, by path and registered; {notes[0]}"
+def last_line(result):
+    """The last that graph_test said before it was done."""
+    return result.stderr.decode("utf-8").strip().splitlines()[-2]
 
 
-def test_rounds(context, file, clsid, kind):
-    result = must_succeed(context.graph(clsid, "rounds", kind, str(context.rounds), "C:\\vex\\" + file, access="registered",
+def test_samples(context, access, kind):
+    """Every sample of every input, in the graph and natively."""
+    result = must_succeed(context.graph("samples", kind, *context.files(), access=access),
+                          f"playing through {access} into {kind} sinks")
+    played = graph_lines(result.stdout, "graph_test")
+    require(len(played) == len(context.inputs()), f"{len(played)} files were played")
+    count = 0
+    for (_, file), samples in zip(context.inputs(), played):
+        try:
+            count += same_samples(samples, dump_lines(native_dump(context, context.wine.drive / file), "the native dump"))
+        except Failure as failure:
+            raise Failure(f"{file}: {failure}") from None
+    return f"{count} samples of {len(played)} files equal; {last_line(result)} of the last"
+
+
+def test_rounds(context, kind):
+    result = must_succeed(context.graph("rounds", kind, str(context.rounds), *context.files(EARLY_LANDING), access="registered",
                                         timeout=context.wine.timeout * 4), f"{context.rounds} rounds")
-    return result.stderr.decode("utf-8").strip().splitlines()[-1]
+    return last_line(result)
 
 
-def test_again(context, file, clsid):
-    for kind in ("own", "grabber"):
-        must_succeed(context.graph(clsid, "again", kind, "C:\\vex\\" + file), f"playing twice into {kind} sinks")
+def test_again(context, kind):
+    must_succeed(context.graph("again", kind, *context.files()), f"playing twice into {kind} sinks")
     return "the second run gives what the first gave"
 
 
-def test_reload(context, file, clsid):
-    result = must_succeed(context.graph(clsid, "reload", str(context.rounds), "C:\\vex\\" + file), "loading and unloading")
-    return result.stderr.decode("utf-8").strip().splitlines()[-1]
+def test_reload(context):
+    return last_line(must_succeed(context.graph("reload", str(context.rounds), *context.files()), "loading and unloading"))
+
+
+def test_decoded(context, name, row):
+    return decoded.check(context, context.built[name], row, context.wine.drive / row.file.name)
 
 
 def test_paths(context):
     (context.wine.drive / "paths").mkdir()
-    result = must_succeed(context.graph(AVI, "paths", "C:\\vex\\paths", "C:\\vex\\mpeg4_mp3.avi", "C:\\vex\\decoy.avi"),
-                          "difficult paths")
+    result = must_succeed(context.graph("paths", context.built["avi"], "C:\\vex\\paths", "C:\\vex\\mpeg4_mp3.avi",
+                                        "C:\\vex\\" + DECOY.name), "difficult paths")
     return result.stdout.decode("utf-8").strip().replace("\n", "\n      ")
 
 
-def test_command(context, name, *arguments):
-    """The same command line, natively and under Wine, in directories that hold the same files."""
+def test_command(context, file, name, *arguments):
+    """The same command line, natively and under Wine, in directories that hold the same file."""
     outcomes = []
-    for where in ("native", "windows"):
-        output = context.wine.drive / f"command-{where}"
-        if output.exists():
-            shutil.rmtree(output)
-        output.mkdir()
-        shutil.copy(context.sample, output)
-        if where == "native":
-            result = subprocess.run([context.native, name, *arguments], cwd=output, capture_output=True, timeout=600,
-                                    stdin=subprocess.DEVNULL, check=False)
-        else:
-            result = context.wine.run(context.wine.drive / "vex.exe", name, *arguments, directory=output)
-        files = {str(path.relative_to(output)): path.read_bytes() for path in sorted(output.rglob("*")) if path.is_file()}
-        outcomes.append((result.returncode, result.stdout, result.stderr, files))
+    with tempfile.TemporaryDirectory(dir=context.wine.drive) as place:
+        for where in ("native", "windows"):
+            output = Path(place) / where
+            output.mkdir()
+            shutil.copy(file, output)
+            if where == "native":
+                result = subprocess.run([context.native, name, *arguments], cwd=output, capture_output=True, timeout=600,
+                                        stdin=subprocess.DEVNULL, check=False)
+            else:
+                result = context.wine.run(context.wine.drive / "vex.exe", name, *arguments, directory=output)
+            written = {str(path.relative_to(output)): path.read_bytes()
+                       for path in sorted(output.rglob("*")) if path.is_file()}
+            outcomes.append((result.returncode, result.stdout, result.stderr, written))
     # A path that is told is the system's own.
     outcomes[1] = (*outcomes[1][:1], outcomes[1][1].replace(b"streams\\", b"streams/"), *outcomes[1][2:])
     (status, text, _, files), (their_status, their_text, their_errors, their_files) = outcomes
@@ -329,64 +272,226 @@ def test_command(context, name, *arguments):
     return f"{len(text)} bytes of output equal, {len(files) - 1} files written, exit status {status}"
 
 
-def all_tests(context):
-    yield "registration", lambda: test_registration(context)
+def test_unicode_name(context):
+    """A name that no code page has, on the command line and in the output."""
+    with tempfile.TemporaryDirectory() as place:
+        file = Path(place) / "Пример \u65e5\u672c \U0001f3ac.avi"
+        shutil.copy(context.sample, file)
+        return test_command(context, file, "probe", "--json", file.name)
+
+
+# More output than a pipe holds.
+MUCH_OUTPUT = ("extract", "raw_pcm.avi", "--pin", "0")
+
+
+def start_piped(context):
+    """What the native command says to it, and the program itself under Wine."""
+    expected = must_succeed(subprocess.run([context.native, *MUCH_OUTPUT], cwd=context.wine.drive, capture_output=True,
+                                           check=False), "the native command").stdout
+    require(len(expected) > 4 * 65536, "the output fits a pipe: the test shows nothing")
+    return expected, context.wine.start("vex.exe", *MUCH_OUTPUT, output=subprocess.PIPE, errors=subprocess.DEVNULL)
+
+
+def test_pipe(context):
+    expected, process = start_piped(context)
+    said = process.communicate(timeout=context.wine.timeout)[0]
+    require(process.returncode == 0 and said == expected, f"{len(said)} bytes through a pipe, {len(expected)} natively")
+    return f"{len(said)} bytes through a pipe"
+
+
+def test_interrupt(context):
+    """Ctrl-C while the program waits for the reader of its output: it ends, and what it wrote is the beginning. (Its exit
+    status is the system's: Wine says 0.)"""
+    expected, process = start_piped(context)
+    said = process.stdout.read(1)
+    process.send_signal(signal.SIGINT)
+    try:
+        process.wait(timeout=context.wine.timeout)
+    except subprocess.TimeoutExpired:
+        end(process)
+        raise Failure("the program does not end after Ctrl-C") from None
+    finally:
+        said += process.communicate()[0]
+    require(len(said) < len(expected) and expected.startswith(said), "what was written is not the beginning of the output")
+    return f"ends after {len(said)} of {len(expected)} bytes"
+
+
+def command_tests(context, everything):
+    sample = context.sample
+    commands = (("filters",), ("probe", sample.name), ("play", sample.name), ("dump", sample.name),
+                ("dump", "--csv", sample.name), ("seek", sample.name, "0", "0.5", "1"), ("seek", "--json", sample.name, "1"),
+                ("extract", sample.name, "--output", "streams"), ("extract", sample.name, "--pin", "0"),
+                ("probe", "missing.avi"))
+    if not everything:
+        commands = (("probe", "--json", sample.name), ("extract", sample.name, "--output", "streams"))
+    for words in commands:
+        yield "vex " + " ".join(words), lambda words=words: test_command(context, sample, *words)
+    # Text and JSON of a file of every format.
+    for one in context.formats if everything else ():
+        file = context.wine.drive / one.files[0].name
+        for words in (("probe",), ("probe", "--json"), ("play", "--json"), ("dump", "--json")):
+            yield " ".join(("vex", *words, file.name)), \
+                lambda file=file, words=words: test_command(context, file, *words, file.name)
+    yield "vex and a name beyond the code page", lambda: test_unicode_name(context)
+    yield "vex and a pipe", lambda: test_pipe(context)
+    yield "vex and Ctrl-C", lambda: test_interrupt(context)
+
+
+def all_tests(context, everything):
+    """Each a name and a function. Not everything is for the second word size: what a word size cannot change is left out."""
+    yield "rounds own", lambda: test_rounds(context, "own")
+    if everything:
+        yield "rounds grabber", lambda: test_rounds(context, "grabber")
     for program in SUITES:
-        yield program, lambda: test_suite(context, program)
-    for file, clsid in context.inputs:
-        yield f"samples {file}", lambda: test_samples(context, file, clsid)
-    for file, clsid in context.inputs:
-        yield f"play again {file}", lambda: test_again(context, file, clsid)
-    for file, clsid in context.inputs:
-        yield f"load and unload {file}", lambda: test_reload(context, file, clsid)
+        yield program, lambda program=program: test_suite(context, program)
+    for access, kind in (("VEX.ax", "own"), ("registered", "grabber"), ("registered", "own"), ("VEX.ax", "grabber")):
+        if everything or access == "registered":
+            yield f"samples {kind} {access}", lambda access=access, kind=kind: test_samples(context, access, kind)
+    yield "load and unload", lambda: test_reload(context)
+    for kind in ("own", "grabber") if everything else ():
+        yield f"play again {kind}", lambda kind=kind: test_again(context, kind)
     yield "paths", lambda: test_paths(context)
-    for file, clsid in context.inputs:
-        for kind in ("own", "grabber"):
-            yield f"rounds {file} {kind}", lambda: test_rounds(context, file, clsid, kind)
-    sample = Path(context.sample).name
-    for words in (("filters",), ("probe", sample), ("probe", "--json", sample), ("play", sample), ("dump", sample),
-                  ("dump", "--csv", sample), ("dump", "--json", sample), ("seek", sample, "0", "0.5", "1"),
-                  ("seek", "--json", sample, "1"), ("extract", sample, "--output", "streams"), ("extract", sample, "--pin", "0"),
-                  ("probe", "missing.avi")):
-        yield "vex " + " ".join(words), lambda: test_command(context, *words)
+    for one in context.formats:
+        for row in one.decoded:
+            yield f"decoded {row.file.name} {row.decoder}", lambda name=one.name, row=row: test_decoded(context, name, row)
+    yield from command_tests(context, everything)
+
+
+LARGE_MEGABYTES = (2200, 4600)  # beyond 2 GiB, and beyond what 32 bits say
+# Bytes that a process may hold, whatever the size of the file. The graph's keeps a record of every sample.
+COMMAND_MEMORY, GRAPH_MEMORY = 64 << 20, 128 << 20
+
+
+def test_large(context, row, megabytes):
+    """A file of gigabytes: the same as natively, and in the system's graph twice the same."""
+    path = make_large(context.wine.drive, row, megabytes)
+    try:
+        seconds = decoded.native(context, "probe", path)["duration"] // 10_000_000
+        places = [str(seconds * part // 100) for part in (99, 1, 50, 95, 47)]
+        peaks = []
+        for words in (("play", "--json", path.name), ("seek", "--json", path.name, *places)):
+            expected = must_succeed(subprocess.run([context.native, *words], cwd=context.wine.drive, capture_output=True,
+                                                   check=False), "the native command").stdout
+            result = must_succeed(context.wine.run("vex.exe", *words, timeout=1800), f"vex {words[0]}")
+            require(result.stdout == expected, f"vex {words[0]} says something else than natively")
+            peaks.append(result.peak)
+        graph = must_succeed(context.graph("again", "own", context.built[row.name], "C:\\vex\\" + path.name, timeout=1800),
+                             "playing twice in the graph")
+        require(max(peaks) < COMMAND_MEMORY and graph.peak < GRAPH_MEMORY,
+                f"vex held {max(peaks) >> 20} MiB of memory, the graph {graph.peak >> 20} MiB")
+        return f"{path.stat().st_size >> 20} MiB; peaks of memory {', '.join(str(p >> 20) for p in (*peaks, graph.peak))} MiB"
+    finally:
+        path.unlink()
+
+
+def large_tests(context):
+    for row in (row for row in context.formats if row.large):
+        for megabytes in LARGE_MEGABYTES:
+            yield f"large {row.name} {megabytes} MB", \
+                lambda row=row, megabytes=megabytes: test_large(context, row, megabytes)
 
 
 # ---- the run --------------------------------------------------------------------------------------------------------
 
 class Report:
+    """Of all tests; any thread may run one."""
+
     def __init__(self):
         self.passed, self.failed = 0, []
+        self.lock = threading.Lock()
 
     def run(self, name, test):
         started = time.monotonic()
         try:
-            note = test()
-        except (Failure, OSError, ValueError, subprocess.TimeoutExpired) as failure:
-            self.failed.append(name)
-            print(f"FAIL  {name}\n      " + str(failure).replace("\n", "\n      "), flush=True)
-        else:
-            self.passed += 1
-            print(f"pass  {name} ({time.monotonic() - started:.1f} s)\n      {note}", flush=True)
+            note, verdict = test(), "pass"
+        except (Failure, OSError, ValueError, KeyError, IndexError, subprocess.TimeoutExpired) as failure:
+            note, verdict = f"{type(failure).__name__}: {failure}", "FAIL"
+        with self.lock:
+            print(f"{verdict}  {name} ({time.monotonic() - started:.1f} s)\n      " + note.replace("\n", "\n      "),
+                  flush=True)
+            if verdict == "pass":
+                self.passed += 1
+            else:
+                self.failed.append(name)
+        return verdict == "pass"
 
     def summary(self):
         print(f"\n{self.passed} passed, {len(self.failed)} failed" + "".join(f"\n  FAIL {name}" for name in self.failed))
         return 1 if self.failed or not self.passed else 0
 
 
+class Tree(NamedTuple):
+    """A build for Windows and the Wine that runs it."""
+    bits: int
+    build: Path
+    wine: str
+
+    def target(self):
+        return "i686-w64-mingw32" if self.bits == 32 else "x86_64-w64-mingw32"
+
+
+def prepare(arguments, tree, directory, built, report):
+    """The prefix of a tree with its programs and files in it, and the module registered: the other tests use that."""
+    wine = Wine(tree.wine, tree.bits, directory, arguments.timeout)
+    for name in ("VEX.ax", "vex.exe", "graph_test.exe", "registration_test.exe", *SUITES):
+        shutil.copy(tree.build / "bin" / name, wine.drive)
+    for file in (directory / "inputs").iterdir():
+        os.link(file, wine.drive / file.name)
+    context = Context(arguments, tree.bits, wine, built)
+    report.run(f"{tree.bits} registration", lambda: test_registration(context))
+    return context
+
+
+def make_inputs(directory, built):
+    directory.mkdir()
+    for one in FORMATS:
+        if one.name in built:
+            for file in (*one.files, *(row.file for row in one.decoded)):
+                make_file(directory, file)
+    make_file(directory, DECOY)
+
+
+def run_all(arguments, trees, directory, report):
+    built = native_filters(arguments.native)
+    report.run("formats", lambda: test_rows(built))
+    for tree in trees:
+        module = tree.build / "bin" / "VEX.ax"
+        report.run(f"{tree.bits} VEX.ax", lambda: check_binary(module, tree.target() + "-objdump"))
+    make_inputs(directory / "inputs", built)
+    contexts = []
+    with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
+        try:
+            # Two prefixes at a time, then two tests at a time: those of the first tree first.
+            for coming in [pool.submit(prepare, arguments, tree, directory, built, report) for tree in trees]:
+                contexts.append(coming.result())
+            for context in contexts:
+                for name, test in large_tests(context) if arguments.large else all_tests(context, context is contexts[0]):
+                    if arguments.only in f"{context.bits} {name}":
+                        pool.submit(report.run, f"{context.bits} {name}", test)
+            pool.shutdown()
+        finally:
+            pool.shutdown(cancel_futures=True)
+            for context in contexts:
+                context.wine.end_server()
+
+
+def parse_tree(text):
+    bits, build, wine = text.split(":", 2)
+    return Tree(int(bits), Path(build), wine)
+
+
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--build", type=Path, required=True, help="build tree for 64-bit Windows")
-    parser.add_argument("--build-x86", type=Path, help="build tree for 32-bit Windows: its module is inspected")
+    parser.add_argument("--tree", type=parse_tree, action="append", required=True, metavar="BITS:DIRECTORY:WINE",
+                        help="build tree and the program that runs it; the first is tested in full")
     parser.add_argument("--native", required=True, help="the native vex command")
     parser.add_argument("--sample", required=True, help="the media file for the command's tests")
-    parser.add_argument("--wine", required=True, help="the 64-bit wine program")
-    parser.add_argument("--formats", default="avi", help="formats in this build, with commas (avi,mkv)")
-    parser.add_argument("--rounds", type=int, default=10, help="rounds of play, seek and stop (default 10)")
+    parser.add_argument("--rounds", type=int, default=5, help="rounds of play, seek and stop (default 5)")
     parser.add_argument("--timeout", type=int, default=300, help="seconds after which a program counts as hung")
     parser.add_argument("--only", default="", help="run the tests whose name contains this")
+    parser.add_argument("--large", action="store_true", help="only files of gigabytes, which take minutes")
     parser.add_argument("--keep", action="store_true", help="keep the temporary directory")
     arguments = parser.parse_args()
-    arguments.formats = arguments.formats.split(",")
     arguments.native = str(Path(arguments.native).resolve())
     return arguments
 
@@ -396,32 +501,21 @@ def main():
     # A run that is called off cleans up like any other.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     report = Report()
-    binaries = arguments.build / "bin"
-    report.run("VEX.ax, 64 bits", lambda: check_binary(binaries / "VEX.ax", "x86_64-w64-mingw32-objdump"))
-    if arguments.build_x86:
-        report.run("VEX.ax, 32 bits", lambda: check_binary(arguments.build_x86 / "bin" / "VEX.ax",
-                                                           "i686-w64-mingw32-objdump"))
     directory = Path(tempfile.mkdtemp(prefix="vex-windows-"))
-    wine = None
+    started = time.monotonic()
     try:
-        wine = Wine(arguments.wine, directory, arguments.timeout)
-        for name in ("VEX.ax", "vex.exe", "graph_test.exe", "registration_test.exe", *SUITES):
-            shutil.copy(binaries / name, wine.drive)
-        context = Context(arguments, wine, make_inputs(wine.drive, arguments.formats))
-        for name, test in all_tests(context):
-            if arguments.only in name or name == "registration":
-                report.run(name, test)
+        run_all(arguments, arguments.tree, directory, report)
     except (Failure, OSError) as failure:
         print(f"FAIL  preparing: {failure}")
         report.failed.append("preparing")
     finally:
-        if wine:
-            wine.end_server()
         if arguments.keep:
             print(f"kept: {directory}")
         else:
             shutil.rmtree(directory, ignore_errors=True)
-    return report.summary()
+    status = report.summary()
+    print(f"{time.monotonic() - started:.0f} s")
+    return status
 
 
 if __name__ == "__main__":

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "host/md5.h"
 #include "windows/support.h"
 
 namespace vex::wintest {
@@ -21,10 +20,10 @@ std::string ToJson(std::size_t pin, const GSampleRecord& sample)
            ",\"stop\":" + JsonTime(sample.stop) + ",\"mediaStart\":" + JsonTime(sample.mediaStart) +
            ",\"mediaStop\":" + JsonTime(sample.mediaStop) + ",\"size\":" + std::to_string(sample.size) +
            JsonFlag("sync", sample.sync) + JsonFlag("discontinuity", sample.discontinuity) +
-           JsonFlag("preroll", sample.preroll) + ",\"md5\":\"" + sample.md5 + "\"}";
+           JsonFlag("preroll", sample.preroll) + ",\"md5\":\"" + HexText(sample.md5) + "\"}";
 }
 
-GSampleRecord ReadSample(IMediaSample& sample)
+GSampleRecord ReadSample(IMediaSample& sample, GKept kept)
 {
     GSampleRecord record;
     REFERENCE_TIME start = 0, stop = 0;
@@ -45,13 +44,17 @@ GSampleRecord ReadSample(IMediaSample& sample)
     record.preroll = sample.IsPreroll() == S_OK;
     BYTE* bytes = nullptr;
     Check(sample.GetPointer(&bytes), "GetPointer of a sample");
-    record.md5 = HexText(GMd5::Of({bytes, static_cast<std::size_t>(record.size)}));
+    const std::span payload(bytes, static_cast<std::size_t>(record.size));
+    if (kept == GKept::Bytes)
+        record.bytes.assign(payload.begin(), payload.end());
+    else
+        record.md5 = GMd5::Of(payload);
     return record;
 }
 
 void GPinLog::Add(IMediaSample& sample)
 {
-    GSampleRecord record = ReadSample(sample);
+    GSampleRecord record = ReadSample(sample, kept);
     const GMutexLock held(lock);
     samples.push_back(std::move(record));
     changed.notify_all();
@@ -81,7 +84,7 @@ void GPinLog::Clear()
 void GPinLog::WaitForSamples(std::size_t count)
 {
     GMutexLock held(lock);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
+    const auto deadline = GSteadyClock::now() + std::chrono::milliseconds(kPatienceMs);
     const auto arrived = [&] { return samples.size() >= count || endsOfStream > 0; };
     while (!arrived() && held.WaitUntil(changed, deadline)) {}
     Require(samples.size() >= count, "pin \"" + name + "\": " + std::to_string(samples.size()) + " of " +

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/md5.h"
 #include "platform/pipeline.h"
 #include "platform/threads.h"
 
@@ -16,7 +17,8 @@ struct GSampleRecord {
     std::optional<LONGLONG> mediaStart, mediaStop;  // 100000 times coarser
     long size = 0;                                  // bytes
     bool sync = false, discontinuity = false, preroll = false;
-    std::string md5;
+    GMd5Digest md5{};                 // zero where the bytes are kept
+    std::vector<std::uint8_t> bytes;  // empty where the digest is kept
 
     bool operator==(const GSampleRecord&) const = default;
 };
@@ -24,12 +26,17 @@ struct GSampleRecord {
 // One object in a line, with the keys that the command's own dump uses; `pin` counts the filter's pins from 0.
 std::string ToJson(std::size_t pin, const GSampleRecord& sample);
 
-GSampleRecord ReadSample(IMediaSample& sample);
+// What a log keeps of the payloads.
+enum class GKept { Digest, Bytes };
+
+GSampleRecord ReadSample(IMediaSample& sample, GKept kept);
 
 // Filled by a streaming thread, read by the test.
 class GPinLog {
 public:
-    explicit GPinLog(std::string pinName) : name(std::move(pinName)) {}
+    explicit GPinLog(std::string pinName, GKept ofPayloads = GKept::Digest) : name(std::move(pinName)), kept(ofPayloads)
+    {
+    }
     const std::string name;
 
     void Add(IMediaSample& sample);
@@ -47,6 +54,7 @@ public:
     std::size_t EndsOfStream() const;
 
 private:
+    const GKept kept;
     mutable GMutex lock;  // Guards what follows.
     GCondition changed;
     std::vector<GSampleRecord> samples;

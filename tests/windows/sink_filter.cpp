@@ -139,7 +139,7 @@ public:
         GMutexLock held(lock);
         // INFINITE is a long wait here: a state that never comes is a failure that the caller should see.
         const auto patience = std::chrono::milliseconds(std::min(timeoutMs, kPatienceMs));
-        const auto deadline = std::chrono::steady_clock::now() + patience;
+        const auto deadline = GSteadyClock::now() + patience;
         while (!ReadyLocked() && held.WaitUntil(changed, deadline)) {}
         *out = state;
         return ReadyLocked() ? S_OK : VFW_S_STATE_INTERMEDIATE;

@@ -50,6 +50,8 @@ int RunProgram(int (*body)(std::span<wchar_t*> arguments), int argc, wchar_t** a
     if (status != 0)
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
     CoUninitialize();
+    // Told apart from a program that the system ended on the way, which may have the exit status 0 as well.
+    std::fputs("done\n", stderr);
     return status;
 }
 

@@ -32,6 +32,7 @@ GUID ParseGuid(const std::wstring& text);
 std::string TakeErrorText();
 
 // Runs a program's body: initialises COM, makes stdout binary, turns a failure into a line on stderr and exit status 1.
+// A program that came to its end says "done" on stderr.
 int RunProgram(int (*body)(std::span<wchar_t*> arguments), int argc, wchar_t** argv);
 
 }  // namespace vex::wintest

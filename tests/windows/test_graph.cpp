@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstdio>
 
-#include "framework/media/media_type_text.h"
+#include "media/media_type_text.h"
 #include "windows/support.h"
 
 #include <qedit.h>
@@ -11,10 +11,6 @@
 namespace vex::wintest {
 
 namespace {
-
-// The SDK declares these two inside qedit.h of some versions only.
-constexpr CLSID kSampleGrabber{0xC1F400A0, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x00, 0x60, 0x08, 0x03, 0x9E, 0x37}};
-constexpr CLSID kNullRenderer{0xC1F400A4, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x00, 0x60, 0x08, 0x03, 0x9E, 0x37}};
 
 class CGrabberCallback final : public ISampleGrabberCB {
 public:
@@ -42,6 +38,8 @@ private:
     std::atomic<ULONG> references = 1;
     const std::shared_ptr<GPinLog> log;
 };
+
+}  // namespace
 
 std::vector<GComPtr<IPin>> PinsOf(IBaseFilter& filter, PIN_DIRECTION wanted)
 {
@@ -73,8 +71,6 @@ std::string PinName(IPin& pin)
         info.pFilter->Release();
     return Utf8FromWide(info.achName);
 }
-
-}  // namespace
 
 GTestGraph::GTestGraph(const GModuleAccess& access, REFCLSID clsid)
 {
@@ -181,11 +177,16 @@ bool GTestGraph::ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log)
 
 void GTestGraph::ConnectOwn(IPin& pin, const std::shared_ptr<GPinLog>& log)
 {
+    Check(graph->Connect(&pin, AddSink(log).Get()), "connecting pin \"" + log->name + "\"");
+}
+
+GComPtr<IPin> GTestGraph::AddSink(const std::shared_ptr<GPinLog>& log)
+{
     IGSinkControl* sink = nullptr;
     const auto filter = CreateSinkFilter(log, &sink);
     Check(graph->AddFilter(filter.Get(), L"Sink"), "adding a sink");
-    Check(graph->Connect(&pin, OnlyPin(*filter, PINDIR_INPUT).Get()), "connecting pin \"" + log->name + "\"");
     sinks.push_back(sink);
+    return OnlyPin(*filter, PINDIR_INPUT);
 }
 
 void GTestGraph::WaitForState(OAFilterState wanted)

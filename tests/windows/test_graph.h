@@ -8,6 +8,7 @@
 #include <control.h>
 #include <strmif.h>
 
+#include "dshow/media_type.h"
 #include "windows/module_access.h"
 #include "windows/sink_filter.h"
 
@@ -21,6 +22,13 @@ enum class GSinkKind {
 enum class GPace {
     Free,   // no clock: as fast as it goes
     Clock,  // the graph's own default clock
+};
+
+// A decoder of the system's between our pin and a sink that keeps what it decodes.
+enum class GDecoder {
+    AviVideo,   // the AVI decompressor, which asks the installed codecs
+    Mp3Audio,   // the MP3 decoder object in its wrapper
+    Automatic,  // whatever the graph finds for a sample grabber that asks for RGB24
 };
 
 // What Load said.
@@ -40,6 +48,8 @@ public:
 
     GLoadResult Load(const std::wstring& path);
     void ConnectAll(GSinkKind kind, GPace pace);
+    // Connects the first pin that the decoder is for, to play without a clock; returns the type of what is decoded.
+    CMediaType ConnectDecoded(GDecoder decoder);
 
     void SetPace(GPace pace);  // while stopped
 
@@ -64,7 +74,12 @@ private:
     void ConnectPin(IPin& pin, GSinkKind kind);
     bool ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log);
     void ConnectOwn(IPin& pin, const std::shared_ptr<GPinLog>& log);
+    // Makes what ends a chain: a sink of our own for `log`, and gives its input pin.
+    GComPtr<IPin> AddSink(const std::shared_ptr<GPinLog>& log);
     GComPtr<IBaseFilter> AddSystemFilter(REFCLSID clsid, const wchar_t* name);
+    GComPtr<IBaseFilter> AddMp3Decoder();
+    GComPtr<IBaseFilter> AddRgbGrabber();
+    GComPtr<IPin> FirstPinOf(REFGUID majorType);
 
     GComPtr<IGraphBuilder> graph;
     GComPtr<IMediaControl> control;
@@ -75,6 +90,14 @@ private:
     std::vector<IGSinkControl*> sinks;  // owned by the graph
     std::size_t grabbed = 0;
 };
+
+// The system's classes that uuids.h has no names for in every version of the SDK.
+inline constexpr CLSID kSampleGrabber{0xC1F400A0, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x00, 0x60, 0x08, 0x03, 0x9E, 0x37}};
+inline constexpr CLSID kNullRenderer{0xC1F400A4, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x00, 0x60, 0x08, 0x03, 0x9E, 0x37}};
+
+std::vector<GComPtr<IPin>> PinsOf(IBaseFilter& filter, PIN_DIRECTION wanted);
+GComPtr<IPin> OnlyPin(IBaseFilter& filter, PIN_DIRECTION direction);
+std::string PinName(IPin& pin);
 
 // What Load said, and what every pin got where it opened the file.
 struct GPlayed {

@@ -121,6 +121,7 @@ bool GExtraction::Prepare(GProblem& problem)
             continue;
         pins[pin] = std::make_unique<GPinOutput>();
         pins[pin]->framing = ChooseFraming(graph.ConnectedType(pin).value_or(CMediaType()), settings.raw);
+        pins[pin]->framing.framer->Describe(session.Properties(static_cast<LONG>(pin)));
         if (!OpenOutput(*pins[pin], PathFor(pin, pins[pin]->framing.extension), problem))
             return false;
     }
@@ -221,7 +222,7 @@ void GExtraction::WriteAttachment(ULONG index, std::set<std::string>& taken)
     for (ULONGLONG offset = 0; offset < size; offset += piece.size()) {
         const auto count = static_cast<ULONG>(std::min<ULONGLONG>(piece.size(), size - offset));
         if (FAILED(session.Inspect()->ReadAttachment(index, offset, piece.data(), count))) {
-            Complain({session.File(), "the attachment " + name + " is not all there", S_OK, {}});
+            Complain({session.File(), "the attachment " + name + " is cut off", S_OK, {}});
             status = std::max(status, kDamaged);
             break;
         }

@@ -33,19 +33,18 @@ int RunFilters(const GSettings& settings)
     }
     GJson filters = GJson::array();
     std::string text;
-    for (const GFilterEntry& entry : FilterCatalog()) {
-        const bool available = SUCCEEDED(GHostGraph(module).Create(entry.clsid));
-        const std::string clsid = ClsidText(entry.clsid);
-        filters.push_back({{"name", entry.displayName},
-                           {"short", entry.shortName},
+    for (const GFilterInfo* const entry : FilterCatalog()) {
+        const bool available = SUCCEEDED(GHostGraph(module).Create(entry->clsid));
+        const std::string clsid = ClsidText(entry->clsid);
+        filters.push_back({{"name", DisplayName(*entry)},
+                           {"short", entry->shortName},
                            {"clsid", clsid},
-                           {"formats", entry.formats},
-                           {"extensions", Words(entry.extensions)},
+                           {"formats", entry->formats},
+                           {"extensions", Words(entry->extensions)},
                            {"available", available}});
         char line[256];
-        std::snprintf(line, sizeof line, "%-6s %-27s %s  %s%s\n", std::string(entry.shortName).c_str(),
-                      std::string(entry.displayName).c_str(), clsid.c_str(), std::string(entry.formats).c_str(),
-                      available ? "" : "  (not in this build)");
+        std::snprintf(line, sizeof line, "%-6s %-27s %s  %s%s\n", entry->shortName, DisplayName(*entry).c_str(),
+                      clsid.c_str(), entry->formats, available ? "" : "  (not in this build)");
         text += line;
     }
     if (settings.json)

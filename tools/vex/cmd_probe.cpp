@@ -1,4 +1,5 @@
-#include "framework/media/media_type_text.h"
+#include "media/media_type_text.h"
+#include "media/stream_summary.h"
 #include "tools/vex/commands.h"
 #include "tools/vex/session.h"
 #include "tools/vex/time_text.h"
@@ -29,6 +30,18 @@ GJson TypeJson(const AM_MEDIA_TYPE& type)
     return json;
 }
 
+// What the type says in users' words; null where it is silent.
+GJson SummaryJson(const GStreamSummary& summary)
+{
+    GJson json;
+    json["codec"] = summary.codec;
+    json["profile"] = JsonText(summary.profile);
+    json["frameRate"] = summary.frameRate > 0 ? GJson(summary.frameRate) : GJson(nullptr);
+    json["bitRate"] = summary.bitRate != 0 ? GJson(summary.bitRate) : GJson(nullptr);
+    json["summary"] = SummaryText(summary);
+    return json;
+}
+
 GJson PinJson(GSession& session, std::size_t pin)
 {
     GJson json;
@@ -36,7 +49,9 @@ GJson PinJson(GSession& session, std::size_t pin)
     json["name"] = session.PinName(pin);
     json["language"] = JsonText(session.PinLanguage(pin));
     const auto types = session.Graph().PinTypes(pin);
-    json.update(TypeJson(types.empty() ? CMediaType() : types.front()));
+    const CMediaType type = types.empty() ? CMediaType() : types.front();
+    json.update(TypeJson(type));
+    json.update(SummaryJson(SummariseStream(type)));
     json["alternatives"] = GJson::array();
     for (std::size_t i = 1; i < types.size(); ++i)
         json["alternatives"].push_back(TypeJson(types[i]));
@@ -87,29 +102,56 @@ std::string PairsText(const GJson& object, const char* indent)
     return text;
 }
 
-// The people's form of the same document.
-std::string FileText(const GJson& file)
+// The properties that set a stream apart, as words behind its line.
+std::string Marks(const GJson& properties)
 {
-    const auto time = [](const GJson& value) {
-        return value.is_null() ? "unknown" : TimeText(value.get<std::int64_t>());
-    };
-    std::string text = ValueText(file["file"]) + "\n";
-    text += "  container: " + ValueText(file["container"]) + "\n";
-    text += "  filter:    " + ValueText(file["filter"]) + "\n";
-    text += "  duration:  " + time(file["duration"]) + "\n";
-    text += PairsText(file["properties"], "  ");
-    for (const GJson& pin : file["pins"]) {
-        text += "  pin " + pin["index"].dump() + ": " + ValueText(pin["name"]);
-        if (!pin["language"].is_null())
-            text += " [" + ValueText(pin["language"]) + "]";
-        text += "\n    " + ValueText(pin["major"]) + " / " + ValueText(pin["subtype"]) + " / " +
-                ValueText(pin["formatType"]) + "\n";
-        text += PairsText(pin["format"], "      ");
-        for (const GJson& other : pin["alternatives"])
-            text += "    or " + ValueText(other["major"]) + " / " + ValueText(other["subtype"]) + " / " +
-                    ValueText(other["formatType"]) + "\n";
-        text += PairsText(pin["properties"], "    ");
+    std::string text;
+    for (const char* mark : {"default", "forced"}) {
+        const auto found = properties.find(mark);
+        if (found != properties.end() && *found == true)
+            text += std::string(" ") + mark;
     }
+    return text;
+}
+
+std::string PinLine(const GJson& pin)
+{
+    std::string text = "  " + pin["index"].dump() + "  " + ValueText(pin["major"]) + "  " + ValueText(pin["summary"]);
+    if (!pin["language"].is_null() && pin["language"] != "Undetermined")
+        text += "  [" + ValueText(pin["language"]) + "]";
+    return text + Marks(pin["properties"]) + "\n";
+}
+
+std::string PinDetails(const GJson& pin)
+{
+    const auto typeNames = [](const GJson& type) {
+        return ValueText(type["major"]) + " / " + ValueText(type["subtype"]) + " / " + ValueText(type["formatType"]) +
+               "\n";
+    };
+    std::string text = "       pin: " + ValueText(pin["name"]) + "\n       type: " + typeNames(pin);
+    text += PairsText(pin["format"], "         ");
+    for (const GJson& other : pin["alternatives"])
+        text += "       or: " + typeNames(other);
+    return text + PairsText(pin["properties"], "       ");
+}
+
+// The people's form of the same document.
+std::string FileText(const GJson& file, bool verbose)
+{
+    const GJson& duration = file["duration"];
+    std::string text = ValueText(file["file"]) + ": " + ValueText(file["container"]) + ", " +
+                       (duration.is_null() ? "unknown duration" : TimeText(duration.get<std::int64_t>()));
+    const auto title = file["properties"].find("title");
+    if (title != file["properties"].end())
+        text += ", \"" + ValueText(*title) + "\"";
+    text += "\n";
+    if (verbose)
+        text += "  filter: " + ValueText(file["filter"]) + "\n" + PairsText(file["properties"], "  ");
+    const auto unindexed = file["properties"].find("unindexed_bytes");
+    if (unindexed != file["properties"].end())
+        text += "  note: the index leaves out " + ValueText(*unindexed) + " bytes or more of the data\n";
+    for (const GJson& pin : file["pins"])
+        text += PinLine(pin) + (verbose ? PinDetails(pin) : "");
     for (const GJson& attachment : file["attachments"])
         text += "  attachment: " + ValueText(attachment["name"]) + " (" + ValueText(attachment["mimeType"]) + ", " +
                 attachment["size"].dump() + " bytes)\n";
@@ -134,7 +176,7 @@ int RunProbe(const GSettings& settings)
         const GDamage damage = session->Damage();
         GJson json = FileJson(*session, damage);
         if (!settings.json)
-            Print(FileText(json));
+            Print(FileText(json, settings.verbose));
         status = std::max(status, session->Verdict(damage));
         files.push_back(std::move(json));
     }

@@ -12,9 +12,9 @@ namespace vex {
 
 namespace {
 
-constexpr char kHint[] = "'vex --help' tells how it is used.";
+constexpr char kHint[] = "Try 'vex --help'.";
 
-std::string NotEmpty(const std::string& value) { return value.empty() ? "an empty text is no value" : ""; }
+std::string NotEmpty(const std::string& value) { return value.empty() ? "value must not be empty" : ""; }
 
 std::string Dashed(const GOptionRow& row)
 {
@@ -75,32 +75,32 @@ const GCommandRow* FindCommand(const std::string& name)
 std::string NoCommand(const std::vector<std::string>& arguments)
 {
     if (arguments.empty())
-        return "a COMMAND is missing";
+        return "missing COMMAND";
     const std::string& first = arguments.front();
     if (FindCommand(first) || first == "-h" || first == "--help" || first == "--version")
         return {};
-    return first.starts_with('-') ? "'" + first + "' stands where a COMMAND has to; options follow it"
-                                  : "there is no command '" + first + "'";
+    return first.starts_with('-') ? "'" + first + "': expected a COMMAND first; options follow it"
+                                  : "unknown command '" + first + "'";
 }
 
 // Why settings that can be parsed make no sense; empty when they do.
 std::string Contradiction(const GSettings& settings)
 {
     if (settings.json && settings.csv)
-        return "--json and --csv exclude each other";
+        return "--json and --csv cannot be combined";
     if (settings.preroll && settings.noPreroll)
-        return "--preroll and --no-preroll exclude each other";
+        return "--preroll and --no-preroll cannot be combined";
     if (settings.keyFrameSeek && settings.noPreroll)
         return "--key-frame-seek has no effect with --no-preroll";
     if (settings.samples && (*settings.samples < 1 || *settings.samples > kMostSamples))
         return "--samples takes 1 to " + std::to_string(kMostSamples);
     if (settings.attachments && (settings.pin || settings.raw || !settings.seek.empty()))
-        return "--attachments goes with no option about pins";
+        return "--attachments cannot be combined with --pin, --raw or --seek";
     if (!settings.seek.empty() && !ParseTime(settings.seek))
-        return "'" + settings.seek + "' is no TIME. " + kTimeHelp;
+        return "'" + settings.seek + "': invalid TIME. " + kTimeHelp;
     for (const std::string& time : settings.times)
         if (!ParseTime(time))
-            return "'" + time + "' is no TIME. " + kTimeHelp;
+            return "'" + time + "': invalid TIME. " + kTimeHelp;
     return {};
 }
 
@@ -111,7 +111,7 @@ GCommandLine ReadCommandLine(std::vector<std::string> arguments)
     CLI::App app{kSummary, "vex"};
     app.allow_windows_style_options(false);
     app.set_version_flag("--version", std::string(kVersionText), "Print the version and exit");
-    app.footer("Exit status: " + std::string(kExitStatus) + "\n'vex COMMAND --help' tells more about a command.");
+    app.footer("Exit status: " + std::string(kExitStatus) + "\n'vex COMMAND --help' describes a command.");
     app.require_subcommand(1);
     app.get_formatter()->column_width(32);
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");

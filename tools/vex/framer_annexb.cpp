@@ -2,8 +2,7 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/guids.h"
-#include "platform/media_records.h"
+#include "media/video_types.h"
 #include "tools/vex/framers.h"
 
 namespace vex {
@@ -58,18 +57,15 @@ private:
 
 std::unique_ptr<GFramer> MakeAnnexBFramer(const CMediaType& type)
 {
-    constexpr std::size_t kFixedBytes = offsetof(MPEG2VIDEOINFO, dwSequenceHeader);
-    const std::span<const BYTE> block = type.Format();
-    if (type.formattype != FORMAT_MPEG2Video || block.size() < kFixedBytes)
+    const auto sets = SequenceHeader(type);
+    if (type.formattype != FORMAT_MPEG2Video || !sets)
         return nullptr;
-    MPEG2VIDEOINFO header{};
-    std::memcpy(&header, block.data(), kFixedBytes);
-    const std::size_t present = block.size() - kFixedBytes;
-    if (header.dwFlags < 1 || header.dwFlags > 4 || header.cbSequenceHeader > present)
+    DWORD lengthBytes = 0;
+    std::memcpy(&lengthBytes, type.pbFormat + offsetof(MPEG2VIDEOINFO, dwFlags), sizeof lengthBytes);
+    if (lengthBytes < 1 || lengthBytes > 4)
         return nullptr;
-    const auto sets = block.subspan(kFixedBytes, header.cbSequenceHeader);
-    return std::make_unique<GAnnexBFramer>(static_cast<unsigned>(header.dwFlags),
-                                           std::vector<std::uint8_t>(sets.begin(), sets.end()));
+    return std::make_unique<GAnnexBFramer>(static_cast<unsigned>(lengthBytes),
+                                           std::vector<std::uint8_t>(sets->begin(), sets->end()));
 }
 
 }  // namespace vex

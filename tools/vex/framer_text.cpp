@@ -3,22 +3,17 @@
 #include <string>
 #include <string_view>
 
-#include "framework/media/codec_guids.h"
+#include "media/subtitle_types.h"
 #include "tools/vex/framers.h"
 
 namespace vex {
 
 namespace {
 
-// SUBTITLEINFO: an offset, a language code and a track name, then the codec's own header at the offset.
-constexpr std::size_t kSubtitleInfoBytes = 520;
-
 std::string_view CodecHeader(const CMediaType& type)
 {
-    const std::span<const BYTE> block = type.Format();
-    if (type.formattype != FORMAT_SubtitleInfo || block.size() <= kSubtitleInfoBytes)
-        return {};
-    return {reinterpret_cast<const char*>(block.data()) + kSubtitleInfoBytes, block.size() - kSubtitleInfoBytes};
+    const GBytes header = SubtitleCodecHeader(type);
+    return {reinterpret_cast<const char*>(header.data()), header.size()};
 }
 
 std::span<const std::uint8_t> Bytes(std::string_view text)
@@ -56,6 +51,8 @@ public:
             ++misshapen;
             return;
         }
+        if (Text(sample).empty())  // the sample that lets a renderer begin
+            return;
         const GClock from = Clock(sample.start);
         const GClock to = Clock(sample.stop == kNoTime ? sample.start : sample.stop);
         char head[96];

@@ -4,8 +4,8 @@
 #include <optional>
 #include <vector>
 
-#include "framework/media/codec_guids.h"
-#include "io/byte_reader.h"
+#include "media/audio_types.h"
+#include "media/xiph_headers.h"
 #include "tools/vex/framers.h"
 #include "tools/vex/ogg_writer.h"
 
@@ -14,10 +14,7 @@ namespace vex {
 namespace {
 
 constexpr std::size_t kHeaders = 3;
-constexpr std::size_t kIdentificationBytes = 30;
 constexpr std::size_t kMostModes = 64;
-
-using GBytes = std::span<const std::uint8_t>;
 
 // Bits of a Vorbis packet from its end: the last fields of the setup header can be read without those before them.
 class GBackwardBits {
@@ -66,25 +63,22 @@ std::vector<bool> LongModes(GBytes setup)
 
 class GVorbisFramer final : public GFramer {
 public:
-    GVorbisFramer(std::array<std::vector<std::uint8_t>, kHeaders> headerPackets, std::vector<bool> modes)
-        : headers(std::move(headerPackets)), longModes(std::move(modes))
+    // Headers that are not known yet are empty.
+    explicit GVorbisFramer(const GVorbisHeaders& known)
     {
-        blockSamples = {1u << (headers[0][28] & 15), 1u << (headers[0][28] >> 4)};
-        while ((1u << modeBits) < longModes.size())
-            ++modeBits;
+        for (std::size_t i = 0; i < kHeaders; ++i)
+            headers[i].assign(known[i].begin(), known[i].end());
     }
 
-    void Begin(const GByteSink& out) override
-    {
-        ogg.Packet(headers[0], 0, out);
-        ogg.EndPage(GOggWriter::GLast::No, out);
-        ogg.Packet(headers[1], 0, out);
-        ogg.Packet(headers[2], 0, out);
-        ogg.EndPage(GOggWriter::GLast::No, out);
-    }
+    void Begin(const GByteSink& out) override { begun = Start(out); }
 
     void Sample(const GSampleView& sample, const GByteSink& out) override
     {
+        if (HasTextAt(sample.data, 1, "vorbis")) {
+            TakeHeader(sample.data);
+            return;
+        }
+        begun = begun || Start(out);
         const unsigned block = BlockSamples(sample.data);
         if (block == 0) {
             ++misshapen;
@@ -107,18 +101,45 @@ public:
     }
 
 private:
+    // Every start sends the headers again.
+    void TakeHeader(GBytes packet)
+    {
+        const std::size_t slot = packet[0] / 2u;
+        if (!begun && slot < kHeaders)
+            headers[slot].assign(packet.begin(), packet.end());
+    }
+
+    // False as long as a header is missing or damaged.
+    bool Start(const GByteSink& out)
+    {
+        const auto identification = ReadVorbisIdentification(headers[0]);
+        longModes = LongModes(headers[2]);
+        if (!identification || headers[1].empty() || longModes.empty())
+            return false;
+        blockSamples = {identification->shortBlock, identification->longBlock};
+        while ((1u << modeBits) < longModes.size())
+            ++modeBits;
+        ogg.Packet(headers[0], 0, out);
+        ogg.EndPage(GOggWriter::GLast::No, out);
+        ogg.Packet(headers[1], 0, out);
+        ogg.Packet(headers[2], 0, out);
+        ogg.EndPage(GOggWriter::GLast::No, out);
+        return true;
+    }
+
     // 0 for what is no audio packet.
     unsigned BlockSamples(GBytes packet) const
     {
-        if (packet.empty() || (packet[0] & 1) != 0)
+        if (!begun || packet.empty() || (packet[0] & 1) != 0)
             return 0;
         const unsigned mode = packet[0] >> 1 & ((1u << modeBits) - 1);
         return mode < longModes.size() ? blockSamples[longModes[mode] ? 1 : 0] : 0;
     }
 
-    const std::array<std::vector<std::uint8_t>, kHeaders> headers;
-    const std::vector<bool> longModes;
-    std::array<unsigned, 2> blockSamples{};
+    std::array<std::vector<std::uint8_t>, kHeaders> headers;
+    std::vector<bool> longModes;
+    std::array<std::uint32_t, 2> blockSamples{};
+    bool begun = false;
     unsigned modeBits = 0;
     unsigned previousBlock = 0;
     std::int64_t granule = 0;
@@ -130,25 +151,15 @@ private:
 
 std::unique_ptr<GFramer> MakeVorbisFramer(const CMediaType& type)
 {
-    if (type.formattype != FORMAT_VorbisFormat2)
+    const GVorbisHeaders headers = VorbisHeaders(type);
+    if (!ReadVorbisIdentification(headers[0]) || LongModes(headers[2]).empty())
         return nullptr;
-    // Channels, sampling frequency, bit depth, the headers' sizes, then the headers.
-    GByteReader reader(type.Format());
-    reader.Skip(12);
-    std::array<std::uint32_t, kHeaders> sizes;
-    for (std::uint32_t& size : sizes)
-        size = reader.U32LE();
-    std::array<std::vector<std::uint8_t>, kHeaders> headers;
-    for (std::size_t i = 0; i < kHeaders; ++i) {
-        if (!reader.Ok() || sizes[i] > reader.Left())
-            return nullptr;
-        const GBytes bytes = reader.Bytes(sizes[i]);
-        headers[i].assign(bytes.begin(), bytes.end());
-    }
-    std::vector<bool> modes = LongModes(headers[2]);
-    if (headers[0].size() < kIdentificationBytes || modes.empty())
-        return nullptr;
-    return std::make_unique<GVorbisFramer>(std::move(headers), std::move(modes));
+    return std::make_unique<GVorbisFramer>(headers);
+}
+
+std::unique_ptr<GFramer> MakeInBandVorbisFramer(const CMediaType&)
+{
+    return std::make_unique<GVorbisFramer>(GVorbisHeaders());
 }
 
 }  // namespace vex

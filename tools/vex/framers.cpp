@@ -1,6 +1,8 @@
 #include "tools/vex/framers.h"
 
-#include "framework/media/codec_guids.h"
+#include "io/fourcc.h"
+#include "media/codec_guids.h"
+#include "media/wave_tags.h"
 #include "platform/guids.h"
 
 namespace vex {
@@ -19,13 +21,13 @@ using GSubtypeTest = bool (*)(const GUID&);
 template <char a, char b, char c, char d>
 bool IsFourCC(const GUID& subtype)
 {
-    return subtype == SubtypeFromFourCC(MAKEFOURCC(a, b, c, d));
+    return subtype == SubtypeFromFourCC(FourCC(a, b, c, d));
 }
 
-template <int tag>
+template <std::uint16_t tag>
 bool IsWaveTag(const GUID& subtype)
 {
-    return subtype == SubtypeFromWaveTag(static_cast<std::uint16_t>(tag));
+    return subtype == SubtypeFromWaveTag(tag);
 }
 
 template <const GUID& id>
@@ -45,11 +47,12 @@ struct GFramingRow {
 constexpr GFramingRow kFramings[] = {
     {IsFourCC<'A', 'V', 'C', '1'>, MakeAnnexBFramer, "annexb", "h264"},
     {IsFourCC<'a', 'v', 'c', '1'>, MakeAnnexBFramer, "annexb", "h264"},
-    {IsWaveTag<0x00FF>, MakeAdtsFramer, "adts", "aac"},
+    {IsWaveTag<wave_tag::kAac>, MakeAdtsFramer, "adts", "aac"},
     {Is<MEDIASUBTYPE_UTF8>, MakeSubRipFramer, "subrip", "srt"},
     {Is<MEDIASUBTYPE_ASS>, MakeSubStationFramer, "ass", "ass"},
     {Is<MEDIASUBTYPE_SSA>, MakeSubStationFramer, "ssa", "ssa"},
     {Is<MEDIASUBTYPE_Vorbis2>, MakeVorbisFramer, "ogg", "ogg"},
+    {Is<MEDIASUBTYPE_Vorbis>, MakeInBandVorbisFramer, "ogg", "ogg"},
     // From here on the payload is a file as it is; the rows only know what such files are called.
     {IsFourCC<'H', '2', '6', '4'>, MakeRawFramer, "raw", "h264"},
     {IsFourCC<'h', '2', '6', '4'>, MakeRawFramer, "raw", "h264"},
@@ -57,12 +60,12 @@ constexpr GFramingRow kFramings[] = {
     {IsFourCC<'F', 'M', 'P', '4'>, MakeRawFramer, "raw", "m4v"},
     {IsFourCC<'X', 'V', 'I', 'D'>, MakeRawFramer, "raw", "m4v"},
     {IsFourCC<'D', 'X', '5', '0'>, MakeRawFramer, "raw", "m4v"},
-    {IsWaveTag<0x0050>, MakeRawFramer, "raw", "mp2"},
-    {IsWaveTag<0x0055>, MakeRawFramer, "raw", "mp3"},
-    {IsWaveTag<0x2000>, MakeRawFramer, "raw", "ac3"},
-    {IsWaveTag<0x2001>, MakeRawFramer, "raw", "dts"},
-    {IsWaveTag<0x0001>, MakeRawFramer, "raw", "pcm"},
-    {IsWaveTag<0xF1AC>, MakeRawFramer, "raw", "flac"},
+    {IsWaveTag<wave_tag::kMpeg>, MakeRawFramer, "raw", "mp2"},
+    {IsWaveTag<wave_tag::kMp3>, MakeRawFramer, "raw", "mp3"},
+    {IsWaveTag<wave_tag::kAc3>, MakeRawFramer, "raw", "ac3"},
+    {IsWaveTag<wave_tag::kDts>, MakeRawFramer, "raw", "dts"},
+    {IsWaveTag<wave_tag::kPcm>, MakeRawFramer, "raw", "pcm"},
+    {IsWaveTag<wave_tag::kFlac>, MakeRawFramer, "raw", "flac"},
     {Is<MEDIASUBTYPE_FlacFramed>, MakeRawFramer, "raw", "flac"},
 };
 
@@ -70,6 +73,9 @@ constexpr GFramingRow kFramings[] = {
 
 GFraming ChooseFraming(const CMediaType& type, bool raw)
 {
+    // Text of no declared kind is plain.
+    if (!raw && type.majortype == MEDIATYPE_Text && type.subtype == GUID_NULL)
+        return {"subrip", "srt", MakeSubRipFramer(type)};
     for (const GFramingRow& row : kFramings) {
         if (raw || !row.fits(type.subtype))
             continue;

@@ -9,6 +9,7 @@
 
 #include "dshow/media_type.h"
 #include "host/sink_pin.h"
+#include "tools/vex/report.h"
 
 namespace vex {
 
@@ -20,6 +21,8 @@ class GFramer {
 public:
     virtual ~GFramer() = default;
 
+    // The properties of the pin, as IVexInspect shows them. Before Begin.
+    virtual void Describe(const GJson& properties) { static_cast<void>(properties); }
     // What the file starts with.
     virtual void Begin(const GByteSink&) {}
     virtual void Sample(const GSampleView& sample, const GByteSink& out) = 0;
@@ -52,5 +55,7 @@ std::unique_ptr<GFramer> MakeSubRipFramer(const CMediaType& type);
 std::unique_ptr<GFramer> MakeSubStationFramer(const CMediaType& type);
 // Vorbis on Ogg pages, behind the three headers of a FORMAT_VorbisFormat2 block. Null when they are not all there.
 std::unique_ptr<GFramer> MakeVorbisFramer(const CMediaType& type);
+// The same where the headers are the first samples.
+std::unique_ptr<GFramer> MakeInBandVorbisFramer(const CMediaType& type);
 
 }  // namespace vex

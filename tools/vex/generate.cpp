@@ -35,8 +35,8 @@ std::string Quoted(std::string_view text)
 std::string FilterNames(const char* separator)
 {
     std::string names;
-    for (const GFilterEntry& entry : FilterCatalog())
-        names += (names.empty() ? "" : separator) + std::string(entry.shortName);
+    for (const GFilterInfo* const entry : FilterCatalog())
+        names += (names.empty() ? "" : separator) + std::string(entry->shortName);
     return names;
 }
 

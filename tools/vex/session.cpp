@@ -4,6 +4,7 @@
 #include <charconv>
 #include <thread>
 
+#include "media/id3.h"
 #include "platform/file.h"
 #include "platform/text.h"
 #include "tools/vex/time_text.h"
@@ -48,26 +49,35 @@ std::optional<std::vector<std::uint8_t>> ReadStart(const std::string& file, GPro
         return {};
     }
     start.resize(static_cast<std::size_t>(count));
+    // A tag with pictures hides what it is in front of.
+    if (const auto tag = Id3TagSize(start); tag && *tag >= start.size()) {
+        std::vector<std::uint8_t> behind(kContentProbeBytes);
+        const std::int64_t more = source.ReadAt(*tag, behind.data(), kContentProbeBytes);
+        if (more > 0) {
+            behind.resize(static_cast<std::size_t>(more));
+            return behind;
+        }
+    }
     return start;
 }
 
-const GFilterEntry* ChooseFilter(const GSettings& settings, const std::string& file, GProblem& problem)
+const GFilterInfo* ChooseFilter(const GSettings& settings, const std::string& file, GProblem& problem)
 {
     const auto start = ReadStart(file, problem);
     if (!start)
         return nullptr;
-    const GFilterEntry* entry = nullptr;
+    const GFilterInfo* entry = nullptr;
     if (!settings.filter.empty()) {
         entry = FindByName(settings.filter);
         if (!entry)
-            problem = {"", "there is no filter '" + settings.filter + "'; 'vex filters' lists them", S_OK, {}};
+            problem = {"", "unknown filter '" + settings.filter + "'; 'vex filters' lists them", S_OK, {}};
         return entry;
     }
     entry = FindByContent(*start);
     if (!entry)
         entry = FindByExtension(file);
     if (!entry) {
-        problem.message = "neither its first bytes nor its name tell its format; --filter names one";
+        problem.message = "unrecognised format; use --filter to choose one";
         problem.offset = 0;
     }
     return entry;
@@ -102,7 +112,7 @@ GModule ChooseModule(const GSettings& settings, GProblem& problem)
 std::unique_ptr<GSession> GSession::Open(const GSettings& settings, const std::string& file, GProblem& problem)
 {
     problem = {file, "", S_OK, {}};
-    const GFilterEntry* entry = ChooseFilter(settings, file, problem);
+    const GFilterInfo* entry = ChooseFilter(settings, file, problem);
     if (!entry)
         return nullptr;
     GModule module = ChooseModule(settings, problem);
@@ -110,7 +120,7 @@ std::unique_ptr<GSession> GSession::Open(const GSettings& settings, const std::s
         return nullptr;
     std::unique_ptr<GSession> session(new GSession(std::move(module), *entry, file));
     if (const HRESULT result = session->graph.Create(entry->clsid); FAILED(result)) {
-        problem.message = "this build has no filter for it (" + std::string(entry->displayName) + ")";
+        problem.message = "this build cannot read it yet (" + DisplayName(*entry) + ")";
         problem.code = result;
         return nullptr;
     }
@@ -138,14 +148,8 @@ bool GSession::SetOptions(const GSettings& settings, GProblem& problem)
         return true;
     // A key-frame seek needs the preroll mark too; some filters start without it.
     const bool mark = !settings.noPreroll;
-    if (const auto avi = graph.Control<IVexAVI>(IID_IVexAVI)) {
-        avi->SetKeyFrameSeek(settings.keyFrameSeek);
-        avi->SetPrerollMark(mark);
-    } else if (const auto mkv = graph.Control<IVexMKV>(IID_IVexMKV)) {
-        mkv->SetKeyFrameSeek(settings.keyFrameSeek);
-        mkv->SetPreroll(mark);
-    } else {
-        problem.message = "the " + std::string(filter->displayName) + " has no key-frame and preroll options";
+    if (FAILED(inspect->SetSeekOptions(settings.keyFrameSeek, mark))) {
+        problem.message = "the " + DisplayName(*filter) + " has no key-frame and preroll options";
         return false;
     }
     return true;
@@ -153,8 +157,8 @@ bool GSession::SetOptions(const GSettings& settings, GProblem& problem)
 
 void GSession::WaitForIndex() const
 {
-    const auto bound = std::chrono::steady_clock::now() + kIndexBound;
-    while (inspect && inspect->IsIndexComplete() == S_FALSE && std::chrono::steady_clock::now() < bound)
+    const auto bound = GSteadyClock::now() + kIndexBound;
+    while (inspect && inspect->IsIndexComplete() == S_FALSE && GSteadyClock::now() < bound)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
@@ -164,7 +168,7 @@ bool GSession::Connect(const GSettings& settings, const GSinkOptions& options, G
     HRESULT result = S_OK;
     if (settings.pin) {
         if (*settings.pin >= graph.PinCount()) {
-            problem.message = "there is no pin " + std::to_string(*settings.pin) + ": its pins are 0 to " +
+            problem.message = "no pin " + std::to_string(*settings.pin) + ": the file has pins 0 to " +
                               std::to_string(graph.PinCount() - 1);
             return false;
         }
@@ -204,7 +208,7 @@ bool GSession::Play(GProblem& problem, const std::function<void()>& tick)
         end = GEnd::Failed;
     if (end == GEnd::Failed) {
         problem.code = graph.ErrorCode();
-        problem.message = "playing was aborted: " + ResultText(problem.code);
+        problem.message = "playback was aborted: " + ResultText(problem.code);
     } else if (end == GEnd::Stalled) {
         problem.code = VFW_E_TIMEOUT;
         problem.message = "the filter stopped delivering before the end";
@@ -258,8 +262,8 @@ GJson GSession::Head() const
 {
     GJson head;
     head["file"] = file;
-    head["container"] = filter->container.empty() ? filter->formats : filter->container;
-    head["filter"] = filter->displayName;
+    head["container"] = *filter->container ? filter->container : filter->formats;
+    head["filter"] = DisplayName(*filter);
     head["duration"] = JsonTime(graph.Duration().value_or(kNoTime));
     return head;
 }

@@ -27,7 +27,7 @@ public:
 
     GHostGraph& Graph() { return graph; }
     const std::string& File() const { return file; }
-    const GFilterEntry& Filter() const { return *filter; }
+    const GFilterInfo& Filter() const { return *filter; }
 
     // Waits while the filter still builds an index: where a seek lands, and which damage is known, would depend on it.
     void WaitForIndex() const;
@@ -49,7 +49,7 @@ public:
     int Verdict(const GDamage& damage);
 
 private:
-    GSession(GModule module, const GFilterEntry& entry, std::string path)
+    GSession(GModule module, const GFilterInfo& entry, std::string path)
         : graph(std::move(module)), filter(&entry), file(std::move(path))
     {
     }
@@ -58,7 +58,7 @@ private:
     bool SetOptions(const GSettings& settings, GProblem& problem);
 
     GHostGraph graph;
-    const GFilterEntry* const filter;
+    const GFilterInfo* const filter;
     const std::string file;
     GComPtr<IVexInspect> inspect;  // may be empty
 };

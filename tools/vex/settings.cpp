@@ -17,8 +17,11 @@ constexpr GCommandRow kCommands[] = {
      "Lists the filters of the module with their short names, class identifiers and formats, and whether this build "
      "can create them."},
     {GCommand::Probe, "probe", "FILE...", "Show what is in files",
-     "Shows the container, the filter, the duration and the output pins of each FILE: name, language, media type and "
-     "the fields of the format. Nothing is played; of a large file little more than its headers and index is read."},
+     "Shows what each FILE holds: container, duration, and a line for every output pin with its codec, picture or "
+     "sound "
+     "format, bit rate and language; with --verbose also the media types and their fields. Nothing is played; of a "
+     "large "
+     "file little more than its headers and index is read."},
     {GCommand::Play, "play", "FILE", "Play a file to its end",
      "Runs FILE through its filter to the end, as fast as it can be read, and prints what each pin delivered. Progress "
      "is shown while standard error is a terminal."},
@@ -36,6 +39,11 @@ constexpr GCommandRow kCommands[] = {
 
 constexpr GOptionRow kOptions[] = {
     {"", "json", "", GValueKind::None, kFilters | kProbe | kPlaying, "Print the result as JSON", &GSettings::json},
+    {"v", "verbose", "", GValueKind::None, kProbe, "Show the fields of every media type and all facts of the file",
+     &GSettings::verbose},
+    {"", "hash", "", GValueKind::None, kPlay,
+     "Show the MD5 digest of all payload bytes of each pin, in order, to compare with another tool's stream hash",
+     &GSettings::hash},
     {"", "csv", "", GValueKind::None, kDump, "Print the samples as comma-separated values", &GSettings::csv},
     {"f", "filter", "NAME", GValueKind::Filter, kProbe | kPlaying,
      "Open with this filter (short name, full name or class identifier) instead of the one the file's first bytes or "

@@ -31,6 +31,8 @@ struct GSettings {
     bool noPreroll = false;
     bool raw = false;
     bool attachments = false;
+    bool verbose = false;
+    bool hash = false;
 };
 
 constexpr unsigned CommandBit(GCommand command) { return 1u << static_cast<unsigned>(command); }

@@ -1,14 +1,12 @@
 #include "formats/avi/avi_filter.h"
 
+#include "formats/avi/avi_info.h"
 #include "formats/avi/avi_read_handler.h"
-#include "framework/media/pin_names.h"
-#include "module/class_ids.h"
-#include "platform/trace.h"
 
 namespace vex {
 
-CAVI2_Filter::CAVI2_Filter(WString filterName, IUnknown* outer)
-    : CVexFilter(std::move(filterName), outer, CLSID_VexAvi, kAviRules, std::make_unique<GAvi2ReadHandler>())
+CAVI2_Filter::CAVI2_Filter(IUnknown* outer)
+    : CVexFilter(kAviFilter, kAviRules, outer, std::make_unique<GAvi2ReadHandler>())
 {
 }
 
@@ -27,56 +25,6 @@ HRESULT CAVI2_Filter::GetDuration(LONGLONG* pDuration)
         *pDuration = IsLoaded() ? Handler().LongestStreamDuration() : 0;
         return S_OK;
     });
-}
-
-HRESULT CAVI2_Filter::SetKeyFrameSeek(LONG enable)
-{
-    keyFrameSeek = enable != 0;
-    return S_OK;
-}
-
-HRESULT CAVI2_Filter::GetKeyFrameSeek(LONG* pEnable)
-{
-    if (!pEnable)
-        return E_POINTER;
-    *pEnable = keyFrameSeek ? 1 : 0;
-    return S_OK;
-}
-
-HRESULT CAVI2_Filter::SetPrerollMark(LONG enable)
-{
-    prerollMark = enable != 0;
-    return S_OK;
-}
-
-HRESULT CAVI2_Filter::GetPrerollMark(LONG* pEnable)
-{
-    if (!pEnable)
-        return E_POINTER;
-    *pEnable = prerollMark ? 1 : 0;
-    return S_OK;
-}
-
-std::optional<WString> CAVI2_Filter::NamePin(const GStreamInfo& stream, std::size_t index)
-{
-    const GUID& major = stream.mediaTypes.front().majortype;
-    GPinKind kind = GPinKind::Other;
-    if (major == MEDIATYPE_Video)
-        kind = GPinKind::Video;
-    else if (major == MEDIATYPE_Audio)
-        kind = GPinKind::Audio;
-    else if (major == MEDIATYPE_Text)
-        kind = GPinKind::Subtitle;
-    return AviPinName(kind, static_cast<std::uint32_t>(index), stream.language);
-}
-
-CUnknown* CreateAviFilter(IUnknown* outer, HRESULT* result)
-{
-    Trace("CreateInstance\n");
-    auto* filter = new (std::nothrow) CAVI2_Filter(VEX_W("Orvane AVI Source Filter"), outer);
-    if (!filter)
-        *result = E_OUTOFMEMORY;
-    return filter;
 }
 
 }  // namespace vex

@@ -1,13 +1,16 @@
 // The AVI source filter.
 #pragma once
 
+#include "formats/avi/avi_interface.h"
 #include "framework/source_filter.h"
 
 namespace vex {
 
+inline constexpr GFilterRules kAviRules{.firstVideoOnly = true, .seekOptions = true};
+
 class CAVI2_Filter final : public CVexFilter, public IVexAVI {
 public:
-    CAVI2_Filter(WString filterName, IUnknown* outer);
+    explicit CAVI2_Filter(IUnknown* outer);
 
     DECLARE_IUNKNOWN
     STDMETHODIMP NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
@@ -17,16 +20,10 @@ public:
     STDMETHODIMP Reserved2() override { return E_NOTIMPL; }
     STDMETHODIMP Reserved3() override { return E_NOTIMPL; }
     STDMETHODIMP GetDuration(LONGLONG* pDuration) override;
-    STDMETHODIMP SetKeyFrameSeek(LONG enable) override;
-    STDMETHODIMP GetKeyFrameSeek(LONG* pEnable) override;
-    STDMETHODIMP SetPrerollMark(LONG enable) override;
-    STDMETHODIMP GetPrerollMark(LONG* pEnable) override;
-
-protected:
-    std::optional<WString> NamePin(const GStreamInfo& stream, std::size_t index) override;
+    STDMETHODIMP SetKeyFrameSeek(LONG enable) override { return SetOption(keyFrameSeek, enable); }
+    STDMETHODIMP GetKeyFrameSeek(LONG* pEnable) override { return GetOption(keyFrameSeek, pEnable); }
+    STDMETHODIMP SetPrerollMark(LONG enable) override { return SetOption(prerollMark, enable); }
+    STDMETHODIMP GetPrerollMark(LONG* pEnable) override { return GetOption(prerollMark, pEnable); }
 };
-
-// Creation function of the class factory.
-CUnknown* CreateAviFilter(IUnknown* outer, HRESULT* result);
 
 }  // namespace vex

@@ -34,6 +34,7 @@ struct GAviLayout {
     std::uint32_t referenceVideoStream = kNoReferenceStream;  // digits of the last video stream
 
     GAviIndex index = GAviIndex::None;  // what filled the tables; None: they need a scan
+    std::int64_t unnamedBytes = 0;      // of data that the index leaves out, as far as known
     bool indexRefused = false;          // the OpenDML index points beyond the end of the file: no index is believed
     std::int64_t expectedEnd = 0;       // then, how far the file is to grow
     bool singleRiff = false;            // no second RIFF can follow

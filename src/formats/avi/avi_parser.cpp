@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "formats/avi/avi_coverage.h"
 #include "formats/avi/idx1_index.h"
 #include "io/byte_reader.h"
 #include "io/limits.h"
@@ -44,7 +45,44 @@ GResult<GAviLayout> GAviParser::Parse()
         WalkContinuations(layout.firstRiffEnd);
     if (layout.streams.empty())
         return GError{GErrorKind::Malformed, "the file has no stream", 0};
+    SettleIndex();
     return std::move(layout);
+}
+
+// Cameras leave an idx1 of a few entries beside a complete OpenDML index. One that names less than half of the data is not
+// believed; what no index names is found by a scan.
+void GAviParser::SettleIndex()
+{
+    if (layout.index == GAviIndex::None)
+        return;
+    GAviCoverage coverage = MeasureCoverage(source, layout);
+    if (layout.index == GAviIndex::Idx1 && layout.singleRiff && coverage.unnamed > coverage.named)
+        coverage = ReplaceIndex(coverage.named) ? MeasureCoverage(source, layout) : GAviCoverage{};
+    layout.unnamedBytes = coverage.unnamed;
+}
+
+// True when the OpenDML index names more; else no table has an entry any more.
+bool GAviParser::ReplaceIndex(std::int64_t namedSoFar)
+{
+    const auto clear = [&] {
+        for (const auto& stream : layout.streams)
+            stream->Clear();
+        layout.index = GAviIndex::None;
+    };
+    clear();
+    std::int64_t named = 0;
+    for (const auto& stream : layout.streams) {
+        const auto spare = std::ranges::find(spareIndexes, stream.get(), &GSpareIndex::stream);
+        if (spare != spareIndexes.end())
+            odml.Load(*stream, GByteReader(spare->body, static_cast<std::uint64_t>(spare->position)));
+        named += stream->NamedBytes();
+    }
+    if (named <= namedSoFar || layout.indexRefused) {
+        clear();
+        return false;
+    }
+    layout.index = GAviIndex::OpenDml;
+    return true;
 }
 
 void GAviParser::WalkContinuations(std::int64_t position)
@@ -173,12 +211,14 @@ void GAviParser::ReadStreamChunk(GAvi2ReadStream& stream, const GRiffChunk& chun
         break;
     case FourCC("indx"): {
         Trace("indx : %d\n", static_cast<int>(chunk.size));
-        const std::vector<std::uint8_t> body = ReadBody(chunk, kMaxIndexSize);
+        std::vector<std::uint8_t> body = ReadBody(chunk, kMaxIndexSize);
         const GByteReader reader(body, static_cast<std::uint64_t>(chunk.Body()));
         if (const auto length = GOdmlIndexLoader::AnnouncedLength(reader))
             stream.SetAnnouncedLength(*length);
         // A file of one RIFF has all its chunks in idx1 as well, and writers left "indx" unfilled there.
-        if (!layout.singleRiff)
+        if (layout.singleRiff)
+            spareIndexes.push_back({&stream, std::move(body), chunk.Body()});
+        else
             odml.Load(stream, reader);
         break;
     }

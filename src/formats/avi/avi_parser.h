@@ -8,7 +8,7 @@
 
 #include "formats/avi/avi_layout.h"
 #include "formats/avi/odml_index.h"
-#include "framework/media/damage_log.h"
+#include "framework/contract/damage_log.h"
 #include "io/file_base.h"
 #include "io/result.h"
 
@@ -38,6 +38,8 @@ private:
     GStatus ReadOdmlList(const GRiffChunk& list);
     void ReadIdx1(const GRiffChunk& chunk);
     void ReadMainHeader(const GRiffChunk& chunk);
+    void SettleIndex();
+    bool ReplaceIndex(std::int64_t namedSoFar);
 
     bool NextChunk(GRiffWalker& walker, GRiffChunk& chunk);
     std::vector<std::uint8_t> ReadBody(const GRiffChunk& chunk, std::uint32_t limit);
@@ -51,6 +53,14 @@ private:
     std::int64_t headerBudget;
     std::int64_t bodyBudget;
     GOdmlIndexLoader odml;
+
+    // The "indx" chunks of a file of one RIFF, whose idx1 goes first.
+    struct GSpareIndex {
+        const GAvi2ReadStream* stream;  // not to be followed: it may have been dropped
+        std::vector<std::uint8_t> body;
+        std::int64_t position;
+    };
+    std::vector<GSpareIndex> spareIndexes;
 };
 
 }  // namespace vex

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <limits>
+#include <string>
 #include <utility>
 
 #include "formats/avi/avi_parser.h"
+#include "formats/avi/pin_names.h"
 #include "io/checked_math.h"
 #include "io/limits.h"
 #include "platform/trace.h"
@@ -40,27 +42,12 @@ const char* NameOf(GAviIndex index)
 }  // namespace
 
 GAvi2ReadHandler::GAvi2ReadHandler(std::unique_ptr<GFileBase> file, GAviScanPauses scanPauses)
-    : pauses(scanPauses), source(std::move(file))
+    : GReadHandler(std::move(file), "AVI Handler Error, Do not open file!\n"), pauses(scanPauses)
 {
 }
 
-GAvi2ReadHandler::~GAvi2ReadHandler() { Close(); }
-
-GStatus GAvi2ReadHandler::Open(const char* path)
+GStatus GAvi2ReadHandler::OpenContainer()
 {
-    Close();
-    GStatus opened = OpenLayout(path);
-    if (!opened.Ok()) {
-        Trace("AVI Handler Error, Do not open file!\n");
-        Close();
-    }
-    return opened;
-}
-
-GStatus GAvi2ReadHandler::OpenLayout(const char* path)
-{
-    if (source->Open(path) == 0)
-        return source->OpenError();
     {
         G_TRY(layout, GAviParser(*source, damage).Parse());
     }
@@ -73,14 +60,14 @@ GStatus GAvi2ReadHandler::OpenLayout(const char* path)
     DescribeStreams();
 
     if (layout.index == GAviIndex::None && !layout.moviRanges.empty()) {
-        scanner = std::make_unique<GAviIndexScanner>(source->NewInstance(), layout, damage, pauses);
-        if (!scanner->Start(path))
+        scanner = std::make_unique<GAviIndexScanner>(layout, damage, pauses);
+        if (!scanner->Start(source->NewInstance(), Path()))
             damage.Add("no thread to index the data", layout.moviRanges.front().start);
     }
     return {};
 }
 
-void GAvi2ReadHandler::Close()
+void GAvi2ReadHandler::CloseContainer()
 {
     scanner.reset();
     layout = {};
@@ -88,8 +75,6 @@ void GAvi2ReadHandler::Close()
     duration = 0;
     announced = {};
     sizeSeen = 0;
-    damage.Clear();
-    source->Close();
 }
 
 void GAvi2ReadHandler::DescribeStreams()
@@ -97,8 +82,10 @@ void GAvi2ReadHandler::DescribeStreams()
     for (const auto& stream : layout.streams) {
         GStreamInfo info;
         info.number = stream->Digits();
-        if (CMediaType type = stream->Format().MediaType(); type.IsValid())
+        if (CMediaType type = stream->Format().MediaType(); type.IsValid()) {
+            info.pinName = AviPinName(type.majortype, infos.size());
             info.mediaTypes.push_back(std::move(type));
+        }
         infos.push_back(std::move(info));
     }
 }
@@ -137,7 +124,7 @@ GReadStatus GAvi2ReadHandler::ReadPacket(GNextPacket& next)
             if (!scanning)
                 return GReadStatus::End;
             scanner->WaitForProgress(progress);
-            return GReadStatus::NotYet;
+            return GReadStatus::Again;
         }
         const auto timed = stream->NextChunk();
         stream->Advance();
@@ -156,7 +143,7 @@ GReadStatus GAvi2ReadHandler::ReadPacket(GNextPacket& next)
         next.stop = timed->stop;
         return GReadStatus::Packet;
     }
-    return GReadStatus::NotYet;
+    return GReadStatus::Again;
 }
 
 // False when less than what the file should hold of the chunk can be read. The size is asked for only where it matters:
@@ -193,7 +180,7 @@ bool GAvi2ReadHandler::ReadPayload(GPacket2& packet)
     return got != 0 || announced.size == 0;
 }
 
-REFERENCE_TIME GAvi2ReadHandler::Seek(REFERENCE_TIME time, GSeekMode mode)
+std::optional<REFERENCE_TIME> GAvi2ReadHandler::Seek(REFERENCE_TIME time, GSeekMode mode)
 {
     GAvi2ReadStream* const reference = layout.FindStream(layout.referenceVideoStream);
     if (mode == GSeekMode::Independent || time <= 0 || !reference) {
@@ -212,7 +199,12 @@ REFERENCE_TIME GAvi2ReadHandler::Seek(REFERENCE_TIME time, GSeekMode mode)
 
 std::vector<GProperty> GAvi2ReadHandler::Properties() const
 {
-    return {{.name = "index", .type = GProperty::Type::Text, .value = NameOf(layout.index)}};
+    std::vector<GProperty> properties{{.name = "index", .type = GProperty::Type::Text, .value = NameOf(layout.index)}};
+    if (layout.unnamedBytes > 0)
+        properties.push_back({.name = "unindexed_bytes",
+                              .type = GProperty::Type::Integer,
+                              .value = std::to_string(layout.unnamedBytes)});
+    return properties;
 }
 
 }  // namespace vex

@@ -8,8 +8,7 @@
 
 #include "formats/avi/avi_layout.h"
 #include "formats/avi/avi_scanner.h"
-#include "framework/media/damage_log.h"
-#include "framework/media/read_handler.h"
+#include "framework/contract/read_handler.h"
 #include "io/cache_file.h"
 
 namespace vex {
@@ -20,9 +19,8 @@ public:
     // `file` is what a path is opened with; the scanner opens it a second time, by NewInstance.
     explicit GAvi2ReadHandler(std::unique_ptr<GFileBase> file = std::make_unique<GCacheFile>(),
                               GAviScanPauses scanPauses = {});
-    ~GAvi2ReadHandler() override;
+    ~GAvi2ReadHandler() override { Close(); }
 
-    GStatus Open(const char* path) override;
     REFERENCE_TIME Duration() const override { return duration; }
     std::span<const GStreamInfo> Streams() const override { return infos; }
     REFERENCE_TIME LongestStreamDuration() const override;
@@ -30,20 +28,20 @@ public:
 
     GReadStatus ReadPacket(GNextPacket& next) override;
     bool ReadPayload(GPacket2& packet) override;
-    REFERENCE_TIME Seek(REFERENCE_TIME time, GSeekMode mode) override;
+    std::optional<REFERENCE_TIME> Seek(REFERENCE_TIME time, GSeekMode mode) override;
 
-    GDamageReport Damage() const override { return damage.Report(); }
     std::vector<GProperty> Properties() const override;
 
+protected:
+    GStatus OpenContainer() override;
+    void CloseContainer() override;
+
 private:
-    GStatus OpenLayout(const char* path);
-    void Close();
     void DescribeStreams();
     GAvi2ReadStream* EarliestStream() const;
     bool ReadAnnounced(GBuffer& data);
 
     const GAviScanPauses pauses;
-    GDamageLog damage;
 
     // Fixed from Open to Close.
     GAviLayout layout;
@@ -51,7 +49,6 @@ private:
     REFERENCE_TIME duration = 0;  // 100 ns
 
     // Reader thread.
-    std::unique_ptr<GFileBase> source;
     GAviChunk announced;        // what ReadPacket announced last
     std::int64_t sizeSeen = 0;  // the file's, in bytes, when it last mattered
 

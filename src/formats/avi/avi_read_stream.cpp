@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "formats/avi/riff_walker.h"
+
 namespace vex {
 namespace {
 
@@ -46,6 +48,26 @@ bool GAvi2ReadStream::IsEmpty() const
 {
     const GMutexLock held(lock);
     return table.empty();
+}
+
+void GAvi2ReadStream::Clear()
+{
+    const GMutexLock held(lock);
+    table.clear();
+    cursor = 0;
+}
+
+std::int64_t GAvi2ReadStream::NamedBytes() const
+{
+    const GMutexLock held(lock);
+    return static_cast<std::int64_t>(BytesLocked() + table.size() * kRiffHeaderSize);
+}
+
+void GAvi2ReadStream::AddExtents(std::vector<GAviExtent>& extents) const
+{
+    const GMutexLock held(lock);
+    for (const GAviChunk& chunk : table)
+        extents.push_back({chunk.position - kRiffHeaderSize, chunk.position + chunk.size});
 }
 
 REFERENCE_TIME GAvi2ReadStream::Duration() const

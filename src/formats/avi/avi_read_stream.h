@@ -20,6 +20,12 @@ struct GAviChunk {
     std::uint64_t bytesBefore = 0;  // payload bytes of all earlier chunks of the stream
 };
 
+// A chunk with its header, as positions in the file.
+struct GAviExtent {
+    std::int64_t start = 0;
+    std::int64_t end = 0;
+};
+
 // The chunk to be delivered next, with its times in 100 ns.
 struct GAviTimedChunk {
     GAviChunk chunk;
@@ -54,6 +60,11 @@ public:
     // False when the entry does not lie where `rule` wants it; it is dropped then.
     bool Append(std::int64_t position, std::uint32_t size, bool keyFrame, GAviAppend rule) G_EXCLUDES(lock);
     bool IsEmpty() const G_EXCLUDES(lock);
+    // Forgets all entries. Header reading only.
+    void Clear() G_EXCLUDES(lock);
+    // Of all entries, with the headers of their chunks.
+    std::int64_t NamedBytes() const G_EXCLUDES(lock);
+    void AddExtents(std::vector<GAviExtent>& extents) const G_EXCLUDES(lock);
     REFERENCE_TIME Duration() const G_EXCLUDES(lock);
 
     // The time by which the next chunk is to be read: audio one second ahead. Nothing when no chunk is left.

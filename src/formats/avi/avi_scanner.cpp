@@ -2,109 +2,72 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
+#include <limits>
 #include <span>
-#include <utility>
-#include <vector>
 
-#include "framework/media/codec_tags.h"
 #include "io/byte_reader.h"
+#include "media/codec_tags.h"
 #include "platform/trace.h"
 
 namespace vex {
 namespace {
 
-constexpr DWORD kStopRequest = 0;
 constexpr std::uint32_t kMoviType = FourCC("movi");
 constexpr std::uint32_t kIdx1Code = FourCC("idx1");
 constexpr std::uint32_t kKeyFrameBytes = 8;  // enough for every rule that tells key frames
-constexpr std::uint32_t kSearchBlock = 0x40000;
+constexpr std::size_t kSearchBlock = 0x40000;
 constexpr std::uint32_t kCodeSize = 4;
+// Reads that fail in a row before the reader is told that there is nothing more for now. The scan tries on.
+constexpr int kPatience = 20;
 
 // Chunks in the data that carry none and may be of any size.
 bool IsFiller(std::uint32_t code) { return code == kJunkCode || (code & 0xFFFF) == ('i' | 'x' << 8); }
 
-DWORD Milliseconds(std::chrono::milliseconds pause) { return static_cast<DWORD>(pause.count()); }
+std::uint32_t LargestBuffer(const GAviLayout& layout)
+{
+    std::uint32_t largest = 0;
+    for (const auto& stream : layout.streams)
+        largest = std::max(largest, stream->Format().BufferSize());
+    return largest;
+}
 
 }  // namespace
 
-GAviIndexScanner::GAviIndexScanner(std::unique_ptr<GFileBase> file, const GAviLayout& fileLayout, GDamageLog& damageLog,
-                                   GAviScanPauses scanPauses)
-    : layout(fileLayout), damage(damageLog), pauses(scanPauses), source(std::move(file))
+std::uint32_t GFaultNotingSource::Read(void* buffer, std::uint32_t count)
+{
+    const std::int64_t from = source.Tell();
+    const std::uint32_t got = source.Read(buffer, count);
+    fault = fault || (got < count && source.GetSize() - from > got);
+    return got;
+}
+
+GAviIndexScanner::GAviIndexScanner(const GAviLayout& fileLayout, GDamageLog& damageLog, GAviScanPauses scanPauses)
+    : GIndexThread("avi index"),
+      layout(fileLayout),
+      damage(damageLog),
+      pauses(scanPauses),
+      maxChunk(LargestBuffer(fileLayout))
 {
 }
 
-GAviIndexScanner::~GAviIndexScanner() { Stop(); }
-
-bool GAviIndexScanner::Start(const char* filePath)
+void GAviIndexScanner::Build(GFileBase& openSource)
 {
-    path = filePath;
-    for (const auto& stream : layout.streams)
-        maxChunk = std::max(maxChunk, stream->Format().BufferSize());
-    // Before the thread runs: a reader that finds the tables empty must not take that for the end.
-    state.store(GState::Scanning, std::memory_order_release);
-    if (source && Create())
-        return true;
-    state.store(GState::Finished, std::memory_order_release);
-    return false;
-}
-
-void GAviIndexScanner::Stop()
-{
-    CallWorker(kStopRequest);
-    Close();
-}
-
-std::uint64_t GAviIndexScanner::Progress() const
-{
-    const GMutexLock held(lock);
-    return progress;
-}
-
-void GAviIndexScanner::WaitForProgress(std::uint64_t seen) const
-{
-    GMutexLock held(lock);
-    if (progress == seen)
-        held.WaitFor(advanced, std::chrono::milliseconds(1));
-}
-
-void GAviIndexScanner::CountProgress()
-{
-    const GMutexLock held(lock);
-    ++progress;
-    advanced.notify_all();
-}
-
-void GAviIndexScanner::SetState(GState next)
-{
-    if (state.exchange(next, std::memory_order_acq_rel) != next)
-        CountProgress();
-}
-
-DWORD GAviIndexScanner::ThreadProc()
-{
-    SetCurrentThreadName("avi index");
-    try {
-        Scan();
-    } catch (const std::bad_alloc&) {
-        damage.Add("out of memory for the index", position);
-    }
-    source->Close();
-    SetState(GState::Finished);
-    Trace("End of IndexMaking\n");
-    Reply(0);
-    return 0;
-}
-
-void GAviIndexScanner::Scan()
-{
-    if (source->Open(path.c_str()) == 0)
-        return;
+    GFaultNotingSource noting(openSource);
+    source = &noting;
+    window.emplace(noting, &StopFlag(), kSearchBlock);
     sizeSeen = source->GetSize();
     range = layout.moviRanges.front();
     riffEnd = layout.firstRiffEnd;
     position = range.start + kCodeSize;
-    while (!RequestPending() && ScanOne() == GStep::Again) {}
+    while (!StopRequested() && ScanOne() == GStep::Again) {
+        if (faults > 0 && position != faultAt) {
+            faults = 0;
+            SetCaughtUp(false);
+        }
+    }
+    window.reset();
+    source = nullptr;
+    Trace("End of IndexMaking\n");
 }
 
 GAviIndexScanner::GStep GAviIndexScanner::ScanOne()
@@ -144,8 +107,11 @@ GAviIndexScanner::GStep GAviIndexScanner::ScanChunk(const GRiffChunk& chunk)
     if (verdict == GVerdict::LookAgain)
         return GStep::Again;
 
-    if (stream && stream->Append(chunk.Body(), chunk.size, IsKeyFrameChunk(*stream, chunk), GAviAppend::Beyond))
-        CountProgress();
+    const bool keyFrame = stream && IsKeyFrameChunk(*stream, chunk);
+    if (source->HasFault())
+        return ReadAgain();
+    if (stream && stream->Append(chunk.Body(), chunk.size, keyFrame, GAviAppend::Beyond))
+        Advanced();
     position = chunk.BodyEnd();
     return GStep::Again;
 }
@@ -179,7 +145,7 @@ GAviIndexScanner::GVerdict GAviIndexScanner::JudgePayload(const GRiffChunk& chun
     const std::int64_t before = source->GetSize();
     if (before <= chunk.Body())
         return GVerdict::Wait;
-    const bool stopped = WaitRequest(Milliseconds(pauses.withinData));
+    const bool stopped = !Pause(pauses.withinData);
     return stopped || source->GetSize() != before ? GVerdict::LookAgain : GVerdict::Take;
 }
 
@@ -196,41 +162,18 @@ bool GAviIndexScanner::IsKeyFrameChunk(const GAvi2ReadStream& stream, const GRif
 }
 
 // Damage comes in runs: what the last search read serves the next one as well.
-std::span<const std::uint8_t> GAviIndexScanner::SearchBlockAt(std::int64_t from)
-{
-    const std::int64_t inside = from - searchStart;
-    if (inside >= 0 && inside + kCodeSize <= static_cast<std::int64_t>(searchBlock.size()))
-        return std::span(searchBlock).subspan(static_cast<std::size_t>(inside));
-    searchBlock.clear();
-    if (source->Seek(from) != from)
-        return {};
-    searchBlock.resize(kSearchBlock);
-    searchBlock.resize(source->ReadBulk(searchBlock.data(), kSearchBlock));
-    searchStart = from;
-    return searchBlock;
-}
-
 std::int64_t GAviIndexScanner::FindFrame(std::int64_t from)
 {
-    while (!RequestPending()) {
-        const std::span<const std::uint8_t> block = SearchBlockAt(from);
-        if (block.size() < kCodeSize)
-            break;
-        for (std::size_t i = 0; i + kCodeSize <= block.size(); ++i) {
-            if (block[i] < '0' || block[i] > ':')
-                continue;
-            const std::uint32_t code = GByteReader(block.subspan(i, kCodeSize)).FourCC();
-            const GAvi2ReadStream* const stream = layout.FindStream(code);
-            if (stream && stream->ChunkId() == code) {
-                const std::int64_t found = from + static_cast<std::int64_t>(i);
-                Trace("GAviReadHandler::FindFrame() : %lld\n", static_cast<long long>(found));
-                return found;
-            }
-        }
-        Trace("GAviReadHandler::FindFrame() : %d\n", -1);
-        from += static_cast<std::int64_t>(block.size() - (kCodeSize - 1));  // a code may lie across two blocks
-    }
-    return -1;
+    const auto isFrame = [this](GBytes bytes) {
+        if (bytes[0] < '0' || bytes[0] > ':' || bytes.size() < kCodeSize)
+            return false;
+        const std::uint32_t code = GByteReader(bytes).FourCC();
+        const GAvi2ReadStream* const stream = layout.FindStream(code);
+        return stream && stream->ChunkId() == code;
+    };
+    const GScanResult found = window->FindForward(from, std::numeric_limits<std::int64_t>::max(), kCodeSize, isFrame);
+    Trace("GAviReadHandler::FindFrame() : %lld\n", static_cast<long long>(found.position));
+    return found.position;
 }
 
 bool GAviIndexScanner::EndsGuessedRange(const GRiffChunk& chunk) const
@@ -243,6 +186,8 @@ GAviIndexScanner::GStep GAviIndexScanner::NextRange()
     const std::int64_t behind = range.end + (range.end & 1);
     if (FindMovi(behind, riffEnd, GWhere::InsideRiff) == GSearch::Found)
         return GStep::Again;
+    if (source->HasFault())
+        return ReadAgain();
     // Until the file is longer than the RIFF it is taken to be still in the making.
     if (riffEnd == kRiffEndUnknown || source->GetSize() <= riffEnd)
         return WaitForGrowth(pauses.betweenParts);
@@ -254,6 +199,8 @@ GAviIndexScanner::GStep GAviIndexScanner::NextRange()
     case GSearch::NotFound:
         break;
     }
+    if (source->HasFault())
+        return ReadAgain();
     return layout.expectedEnd > range.end ? WaitForGrowth(pauses.betweenParts) : GStep::Done;
 }
 
@@ -266,7 +213,7 @@ GAviIndexScanner::GSearch GAviIndexScanner::FindMovi(std::int64_t from, std::int
     while (walker.Next(chunk)) {
         std::uint32_t type = 0;
         const bool hasType = chunk.code == kListCode || chunk.code == kRiffCode;
-        if (RequestPending() || chunk.code == 0 || (hasType && !ReadListType(*source, chunk, type)))
+        if (StopRequested() || chunk.code == 0 || (hasType && !ReadListType(*source, chunk, type)))
             return GSearch::CutOff;
         if (chunk.code == kListCode && type == kMoviType && where == GWhere::InsideRiff && chunk.Body() > range.start) {
             range = MoviRangeOf(*source, chunk, until);
@@ -295,19 +242,32 @@ GAviIndexScanner::GSearch GAviIndexScanner::FindMovi(std::int64_t from, std::int
 
 GAviIndexScanner::GStep GAviIndexScanner::WaitForGrowth(std::chrono::milliseconds pause)
 {
-    searchBlock.clear();  // what is there now may be filled in meanwhile
+    if (source->HasFault())
+        return ReadAgain();
+    window->Forget();  // what is there now may be filled in meanwhile
     for (;;) {
         // Compared with the size before the attempt that failed, so that growth since then is not waited for.
         const std::int64_t size = source->GetSize();
         if (size != sizeSeen) {
             sizeSeen = size;
-            SetState(GState::Scanning);
+            SetCaughtUp(false);
             return GStep::Again;
         }
-        SetState(GState::WaitingForGrowth);
-        if (WaitRequest(Milliseconds(pause)))
+        SetCaughtUp(true);
+        if (!Pause(pause))
             return GStep::Done;
     }
+}
+
+// A disk or a network that fails may work again in a moment.
+GAviIndexScanner::GStep GAviIndexScanner::ReadAgain()
+{
+    source->TakeFault();
+    window->Forget();
+    faults = position == faultAt ? faults + 1 : 1;
+    faultAt = position;
+    SetCaughtUp(faults >= kPatience);
+    return Pause(pauses.withinData) ? GStep::Again : GStep::Done;
 }
 
 }  // namespace vex

@@ -2,18 +2,15 @@
 // a file that is still being written.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <memory>
-#include <span>
-#include <string>
-#include <vector>
+#include <optional>
+#include <utility>
 
 #include "formats/avi/avi_layout.h"
-#include "framework/media/damage_log.h"
-#include "io/file_base.h"
-#include "platform/threads.h"
+#include "framework/contract/damage_log.h"
+#include "framework/contract/index_thread.h"
+#include "io/scan_window.h"
 
 namespace vex {
 
@@ -23,27 +20,35 @@ struct GAviScanPauses {
     std::chrono::milliseconds betweenParts{1000};  // the next "movi" list is not there yet
 };
 
-class GAviIndexScanner : private CAMThread {
+// Tells a read that failed from one beyond the end of the file.
+class GFaultNotingSource final : public GFileBase {
 public:
-    // Appends to the streams of `fileLayout`, which must outlive the scanner and have a "movi" range, and reads through
-    // `file`, which must not be open.
-    GAviIndexScanner(std::unique_ptr<GFileBase> file, const GAviLayout& fileLayout, GDamageLog& damageLog,
-                     GAviScanPauses scanPauses);
-    ~GAviIndexScanner() override;
+    // `open` outlives it.
+    explicit GFaultNotingSource(GFileBase& open) : source(open) {}
 
-    bool Start(const char* path);
-    // Returns when the thread has ended. Harmless when it already has.
-    void Stop();
+    // Whether a read has failed since TakeFault.
+    bool HasFault() const { return fault; }
+    bool TakeFault() { return std::exchange(fault, false); }
 
-    // More chunks may turn up without the file growing. What is in the tables when this says no is all there is for now.
-    bool IsScanning() const { return state.load(std::memory_order_acquire) == GState::Scanning; }
-
-    // Counts what the scanner has done. WaitForProgress returns once it is no longer `seen`, after a millisecond at most.
-    std::uint64_t Progress() const G_EXCLUDES(lock);
-    void WaitForProgress(std::uint64_t seen) const G_EXCLUDES(lock);
+    int Open(const char* path) override { return source.Open(path); }
+    std::uint32_t Read(void* buffer, std::uint32_t count) override;
+    std::int64_t Seek(std::int64_t offset) override { return source.Seek(offset); }
+    std::int64_t Tell() override { return source.Tell(); }
+    std::int64_t GetSize() override { return source.GetSize(); }
+    int Close() override { return source.Close(); }
 
 private:
-    enum class GState : std::uint8_t { Scanning, WaitingForGrowth, Finished };
+    GFileBase& source;
+    bool fault = false;
+};
+
+class GAviIndexScanner final : public GIndexThread {
+public:
+    // Appends to the streams of `fileLayout`, which must outlive the scanner and have a "movi" range.
+    GAviIndexScanner(const GAviLayout& fileLayout, GDamageLog& damageLog, GAviScanPauses scanPauses);
+    ~GAviIndexScanner() override { Stop(); }
+
+private:
     enum class GStep : std::uint8_t { Again, Done };
     enum class GSearch : std::uint8_t { Found, NotFound, CutOff };
     enum class GWhere : std::uint8_t { InsideRiff, BetweenRiffs };
@@ -53,8 +58,8 @@ private:
         Wait,       // only growth can help
     };
 
-    DWORD ThreadProc() override;
-    void Scan();
+    void Build(GFileBase& openSource) override;
+    void OutOfMemory() override { damage.Add("out of memory for the index", position); }
     GStep ScanOne();
     GStep ScanList(const GRiffChunk& list);
     GStep ScanChunk(const GRiffChunk& chunk);
@@ -65,32 +70,25 @@ private:
     GVerdict JudgePayload(const GRiffChunk& chunk);
     // The position of the first chunk code of any stream at or behind `from`, at any alignment; -1 when there is none.
     std::int64_t FindFrame(std::int64_t from);
-    std::span<const std::uint8_t> SearchBlockAt(std::int64_t from);
     bool IsKeyFrameChunk(const GAvi2ReadStream& stream, const GRiffChunk& chunk);
     GStep WaitForGrowth(std::chrono::milliseconds pause);
-    void SetState(GState next) G_EXCLUDES(lock);
-    void CountProgress() G_EXCLUDES(lock);
+    GStep ReadAgain();
 
     const GAviLayout& layout;
     GDamageLog& damage;
     const GAviScanPauses pauses;
-    std::string path;            // set before the thread starts
-    std::uint32_t maxChunk = 0;  // bytes; likewise
+    const std::uint32_t maxChunk;  // bytes
 
     // Scan thread only.
-    std::unique_ptr<GFileBase> source;
+    GFaultNotingSource* source = nullptr;  // open while Build runs
+    std::optional<GScanWindow> window;
     std::int64_t sizeSeen = 0;  // of the file, when growth was last looked for
     std::int64_t position = 0;  // where the last chunk ended
+    std::int64_t faultAt = -1;  // `position` when reading failed last
+    int faults = 0;             // in a row there
     std::int64_t phase = 0;     // 0, or 1 while chunks are found at odd positions
     GAviMoviRange range;
-    std::int64_t riffEnd = 0;               // of the RIFF that `range` lies in
-    std::vector<std::uint8_t> searchBlock;  // what FindFrame read last
-    std::int64_t searchStart = 0;           // and where
-
-    std::atomic<GState> state{GState::Finished};
-    mutable GMutex lock;
-    mutable GCondition advanced;
-    std::uint64_t progress G_GUARDED_BY(lock) = 0;
+    std::int64_t riffEnd = 0;  // of the RIFF that `range` lies in
 };
 
 }  // namespace vex

@@ -2,20 +2,19 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
-#include "framework/media/codec_guids.h"
-#include "framework/media/codec_tags.h"
 #include "io/byte_reader.h"
 #include "io/limits.h"
+#include "media/audio_types.h"
+#include "media/codec_guids.h"
+#include "media/codec_tags.h"
+#include "media/format_headers.h"
+#include "media/video_types.h"
+#include "media/wave_tags.h"
 
 namespace vex {
 namespace {
-
-constexpr std::size_t kBitmapHeaderSize = 40;
-constexpr std::size_t kWaveFieldsSize = 16;  // all but cbSize, which a PCM format may lack
-constexpr std::size_t kVideoInfoSize = offsetof(VIDEOINFOHEADER, bmiHeader);
 
 // Some nine thousand years. Sums of two such times still fit.
 constexpr double kMaxTime = static_cast<double>(std::numeric_limits<std::int64_t>::max() / 4);
@@ -56,51 +55,29 @@ void GAviStreamFormat::SetHeader(std::span<const std::uint8_t> body)
 void GAviStreamFormat::SetFormat(std::vector<std::uint8_t> body)
 {
     format = std::move(body);
-    const GWaveFields wave = Wave();
+    const WAVEFORMATEX wave = Wave();
     // A variable bit rate declared by a byte rate: such chunks are one frame each, whatever the header counts in.
-    if (IsAudio() && wave.tag == WAVE_FORMAT_MPEGLAYER3 && wave.blockAlign == kSamplesPerMp3Frame && scale == 1 &&
-        ticksPerScale != wave.samplesPerSecond) {
+    if (IsAudio() && wave.wFormatTag == wave_tag::kMp3 && wave.nBlockAlign == kSamplesPerMp3Frame && scale == 1 &&
+        ticksPerScale != wave.nSamplesPerSec) {
         scale = kSamplesPerMp3Frame;
-        ticksPerScale = wave.samplesPerSecond;
+        ticksPerScale = wave.nSamplesPerSec;
     }
     if (IsAudio() && sampleSize != 0)
-        rate = wave.bytesPerSecond;
+        rate = wave.nAvgBytesPerSec;
     else
         rate = scale != 0 ? static_cast<double>(ticksPerScale) / scale : 1.0;
 }
 
 BITMAPINFOHEADER GAviStreamFormat::Bitmap() const
 {
-    BITMAPINFOHEADER header{};
-    if (!IsVideo() || format.size() < kBitmapHeaderSize)
-        return header;
-    GByteReader reader(format);
-    header.biSize = reader.U32LE();
-    header.biWidth = reader.I32LE();
-    header.biHeight = reader.I32LE();
-    header.biPlanes = reader.U16LE();
-    header.biBitCount = reader.U16LE();
-    header.biCompression = reader.U32LE();
-    header.biSizeImage = reader.U32LE();
-    header.biXPelsPerMeter = reader.I32LE();
-    header.biYPelsPerMeter = reader.I32LE();
-    header.biClrUsed = reader.U32LE();
-    header.biClrImportant = reader.U32LE();
-    return header;
+    return IsVideo() ? ReadBitmapHeader(format).value_or(BITMAPINFOHEADER{}) : BITMAPINFOHEADER{};
 }
 
-GAviStreamFormat::GWaveFields GAviStreamFormat::Wave() const
+WAVEFORMATEX GAviStreamFormat::Wave() const
 {
-    GWaveFields wave;
     if (!IsAudio() || format.size() < kWaveFieldsSize)
-        return wave;
-    GByteReader reader(format);
-    wave.tag = reader.U16LE();
-    wave.channels = reader.U16LE();
-    wave.samplesPerSecond = reader.U32LE();
-    wave.bytesPerSecond = reader.U32LE();
-    wave.blockAlign = reader.U16LE();
-    return wave;
+        return {};
+    return ReadWaveFormat(format).header;
 }
 
 std::uint32_t GAviStreamFormat::Compression() const { return static_cast<std::uint32_t>(Bitmap().biCompression); }
@@ -127,8 +104,8 @@ std::uint32_t GAviStreamFormat::BufferSize() const
         const std::uint64_t pixels = Magnitude(header.biWidth) * Magnitude(header.biHeight);
         bytes = std::min<std::uint64_t>(pixels, kMaxPacketSize) * 4;
     } else if (IsAudio()) {
-        const GWaveFields wave = Wave();
-        bytes = std::uint64_t{wave.channels} * wave.samplesPerSecond * 4;
+        const WAVEFORMATEX wave = Wave();
+        bytes = std::uint64_t{wave.nChannels} * wave.nSamplesPerSec * 4;
     }
     bytes = std::max(bytes, std::uint64_t{suggestedBufferSize} * 2);
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(bytes, kMaxPacketSize));
@@ -145,24 +122,21 @@ CMediaType GAviStreamFormat::MediaType() const
 
 CMediaType GAviStreamFormat::VideoType() const
 {
-    const auto behindHeader = std::span<const std::uint8_t>(format).subspan(kBitmapHeaderSize);
-    CMediaType result(MEDIATYPE_Video, SubtypeFromBitmap(Bitmap(), behindHeader));
-    const std::span<BYTE> block = result.AllocFormat(FORMAT_VideoInfo, kVideoInfoSize + format.size());
-    const REFERENCE_TIME perFrame = rate > 0 ? Truncate(static_cast<double>(kUnitsPerSecond) / rate) : 0;
-    std::memcpy(block.data() + offsetof(VIDEOINFOHEADER, AvgTimePerFrame), &perFrame, sizeof(perFrame));
-    std::memcpy(block.data() + kVideoInfoSize, format.data(), format.size());
+    VIDEOINFOHEADER info{};
+    info.AvgTimePerFrame = rate > 0 ? Truncate(static_cast<double>(kUnitsPerSecond) / rate) : 0;
+    info.bmiHeader = Bitmap();
+    const auto behind = GBytes(format).subspan(kBitmapHeaderSize);
+    CMediaType result = MakeVideoInfoType(SubtypeFromBitmap(info.bmiHeader, behind), info, behind);
     result.SetSampleSize(BufferSize());
     result.bFixedSizeSamples = FALSE;
-    result.bTemporalCompression = TRUE;
     return result;
 }
 
 CMediaType GAviStreamFormat::AudioType() const
 {
-    CMediaType result(MEDIATYPE_Audio, SubtypeFromWaveTag(Wave().tag));
-    result.SetFormat(FORMAT_WaveFormatEx, format);
+    CMediaType result = MakeAudioType(SubtypeFromWaveTag(Wave().wFormatTag));
+    result.SetFormat(FORMAT_WaveFormatEx, format);  // as the file has it, even where it lacks cbSize
     result.SetSampleSize(BufferSize());
-    result.bTemporalCompression = FALSE;
     return result;
 }
 

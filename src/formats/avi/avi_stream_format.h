@@ -41,16 +41,9 @@ public:
     CMediaType MediaType() const;
 
 private:
-    struct GWaveFields {
-        std::uint16_t tag = 0;
-        std::uint16_t channels = 0;
-        std::uint32_t samplesPerSecond = 0;
-        std::uint32_t bytesPerSecond = 0;
-        std::uint16_t blockAlign = 0;
-    };
-
+    // All zero for a stream of another kind and for a format that lacks fields that every format has.
     BITMAPINFOHEADER Bitmap() const;
-    GWaveFields Wave() const;
+    WAVEFORMATEX Wave() const;
     CMediaType VideoType() const;
     CMediaType AudioType() const;
 

@@ -68,7 +68,7 @@ GStatus LoadIdx1(GFileBase& source, const GRiffChunk& chunk, GAviLayout& layout,
     if (chunk.size > kMaxIndexSize)
         return GError{GErrorKind::Limit, "idx1 is too large", position};
     if (layout.moviRanges.empty())
-        return GError{GErrorKind::Malformed, "idx1 stands before any data", position};
+        return GError{GErrorKind::Malformed, "idx1 precedes the movi list", position};
     if (chunk.BodyEnd() > source.GetSize())
         return GError{GErrorKind::NeedMoreData, "idx1 is cut off", position};
     std::vector<std::uint8_t> bytes(chunk.size);

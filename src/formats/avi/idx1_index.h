@@ -2,7 +2,7 @@
 #pragma once
 
 #include "formats/avi/avi_layout.h"
-#include "framework/media/damage_log.h"
+#include "framework/contract/damage_log.h"
 #include "io/file_base.h"
 #include "io/result.h"
 

@@ -6,7 +6,7 @@
 #include <span>
 
 #include "formats/avi/avi_layout.h"
-#include "framework/media/damage_log.h"
+#include "framework/contract/damage_log.h"
 #include "io/byte_reader.h"
 #include "io/file_base.h"
 

@@ -2,18 +2,19 @@
 #include <cstring>
 
 #include "formats/mkv/mkv_track_types.h"
-#include "framework/media/aac_config.h"
-#include "framework/media/codec_guids.h"
+#include "io/fourcc.h"
+#include "media/aac_config.h"
+#include "media/audio_types.h"
+#include "media/codec_guids.h"
+#include "media/format_headers.h"
+#include "media/wave_tags.h"
+#include "media/xiph_headers.h"
 
 namespace vex {
 
 namespace {
 
-using GBytes = std::span<const std::uint8_t>;
-
-constexpr ULONG kAudioSampleSize = 256'000;  // bytes
-constexpr WORD kTagAac = 0x00FF;
-constexpr WORD kTagFlac = 0xF1AC;
+constexpr ULONG kAudioSampleSize = 256'000;  // bytes, an upper bound
 
 std::uint32_t WholeHertz(double rate)
 {
@@ -35,22 +36,10 @@ WAVEFORMATEX WaveFormatOf(const GMkvTrack& track, WORD tag)
     return format;
 }
 
-CMediaType AudioType(const GUID& subtype)
-{
-    CMediaType type(MEDIATYPE_Audio, subtype);
-    type.lSampleSize = kAudioSampleSize;  // an upper bound, no fixed size
-    type.bFixedSizeSamples = FALSE;
-    type.bTemporalCompression = FALSE;
-    return type;
-}
-
 CMediaType WaveType(const GUID& subtype, const WAVEFORMATEX& format, GBytes extra)
 {
-    CMediaType type = AudioType(subtype);
-    const std::span<BYTE> block = type.AllocFormat(FORMAT_WaveFormatEx, sizeof format + extra.size());
-    std::memcpy(block.data(), &format, sizeof format);
-    if (!extra.empty())
-        std::memcpy(block.data() + sizeof format, extra.data(), extra.size());
+    CMediaType type = MakeWaveType(subtype, format, extra);
+    type.lSampleSize = kAudioSampleSize;
     return type;
 }
 
@@ -65,10 +54,10 @@ bool SetExtraSize(WAVEFORMATEX& format, GBytes extra)
 
 std::vector<CMediaType> AacFromPrivate(const GMkvTrack& track, GBytes codecPrivate)
 {
-    WAVEFORMATEX format = WaveFormatOf(track, kTagAac);
+    WAVEFORMATEX format = WaveFormatOf(track, wave_tag::kAac);
     if (!SetExtraSize(format, codecPrivate))
         return {};
-    return {WaveType(SubtypeFromWaveTag(kTagAac), format, codecPrivate)};
+    return {WaveType(SubtypeFromWaveTag(wave_tag::kAac), format, codecPrivate)};
 }
 
 // "A_AAC/MPEG4/LC/SBR" and its like: the profile is part of the name.
@@ -87,12 +76,12 @@ std::vector<CMediaType> AacFromId(const GMkvTrack& track, GBytes)
         profile = suffix.profile;
         break;
     }
-    WAVEFORMATEX format = WaveFormatOf(track, kTagAac);
+    WAVEFORMATEX format = WaveFormatOf(track, wave_tag::kAac);
     std::array<std::uint8_t, 5> config{};
     const std::size_t length = MakeAacConfig(config, profile, format.nSamplesPerSec, format.nChannels);
     format.cbSize = static_cast<WORD>(length);
     const GBytes extra(config.data(), length);
-    const GUID subtype = SubtypeFromWaveTag(kTagAac);
+    const GUID subtype = SubtypeFromWaveTag(wave_tag::kAac);
     std::vector<CMediaType> types;
     if (profile == kSbr) {
         WAVEFORMATEX doubled = format;
@@ -106,21 +95,20 @@ std::vector<CMediaType> AacFromId(const GMkvTrack& track, GBytes)
 
 std::vector<CMediaType> FlacTypes(const GMkvTrack& track, GBytes codecPrivate)
 {
-    WAVEFORMATEX format = WaveFormatOf(track, kTagFlac);
+    WAVEFORMATEX format = WaveFormatOf(track, wave_tag::kFlac);
     if (!SetExtraSize(format, codecPrivate))
         return {};
     return {WaveType(MEDIASUBTYPE_FlacFramed, format, codecPrivate),
-            WaveType(SubtypeFromWaveTag(kTagFlac), format, codecPrivate)};
+            WaveType(SubtypeFromWaveTag(wave_tag::kFlac), format, codecPrivate)};
 }
 
 // The private data are the format itself; an old PCM one lacks the last field, which then counts as 0.
 std::vector<CMediaType> AcmTypes(const GMkvTrack&, GBytes codecPrivate)
 {
-    constexpr std::size_t kShortest = offsetof(WAVEFORMATEX, cbSize);
-    if (codecPrivate.size() < kShortest)
+    const GWaveFormat format = ReadWaveFormat(codecPrivate);
+    if (!format.whole)
         return {};
-    const auto tag = static_cast<std::uint16_t>(codecPrivate[0] | codecPrivate[1] << 8);
-    CMediaType type = AudioType(SubtypeFromWaveTag(tag));
+    CMediaType type = MakeAudioType(SubtypeFromWaveTag(format.header.wFormatTag), kAudioSampleSize);
     const std::span<BYTE> block =
         type.AllocFormat(FORMAT_WaveFormatEx, std::max(codecPrivate.size(), sizeof(WAVEFORMATEX)));
     std::memcpy(block.data(), codecPrivate.data(), codecPrivate.size());
@@ -133,54 +121,27 @@ std::vector<CMediaType> RealTypes(const GMkvTrack& track, GBytes codecPrivate)
     const std::string_view id = MkvCodecId(track);
     if (id.size() <= 10)
         return {};
-    const DWORD code = MAKEFOURCC(id[7], id[8], id[9], id[10]);
+    const std::uint32_t code = FourCC(id[7], id[8], id[9], id[10]);
     return {WaveType(SubtypeFromFourCC(code), WaveFormatOf(track, static_cast<WORD>(code)), codecPrivate)};
 }
-
-struct GVorbisFormat {
-    std::uint16_t channels;
-    std::uint32_t samplesPerSec;
-    std::uint32_t minBitsPerSec;
-    std::uint32_t avgBitsPerSec;
-    std::uint32_t maxBitsPerSec;
-    float quality;
-};
-static_assert(sizeof(GVorbisFormat) == 24);
-
-struct GVorbisFormat2 {
-    std::uint32_t channels;
-    std::uint32_t samplesPerSec;
-    std::uint32_t bitsPerSample;
-    std::uint32_t headerSize[3];  // bytes; the headers follow
-};
-static_assert(sizeof(GVorbisFormat2) == 24);
 
 std::vector<CMediaType> VorbisTypes(const GMkvTrack& track, GBytes codecPrivate)
 {
     const WAVEFORMATEX wave = WaveFormatOf(track, 0);
     std::vector<CMediaType> types;
     const auto headers = SplitXiphPackets(codecPrivate);
-    if (headers.size() == 3) {
-        GVorbisFormat2 format{static_cast<std::uint32_t>(track.audio.channels.value),
-                              wave.nSamplesPerSec,
-                              static_cast<std::uint32_t>(track.audio.bitDepth.value),
-                              {}};
-        std::vector<std::uint8_t> block(sizeof format);
-        for (std::size_t i = 0; i < headers.size(); ++i) {
-            format.headerSize[i] = static_cast<std::uint32_t>(headers[i].size());
-            block.insert(block.end(), headers[i].begin(), headers[i].end());
-        }
-        std::memcpy(block.data(), &format, sizeof format);
-        types.push_back(AudioType(MEDIASUBTYPE_Vorbis2));
-        types.back().SetFormat(FORMAT_VorbisFormat2, block);
-    }
+    if (headers.size() == 3)
+        types.push_back(MakeVorbis2Type(static_cast<std::uint32_t>(track.audio.channels.value), wave.nSamplesPerSec,
+                                        static_cast<std::uint32_t>(track.audio.bitDepth.value),
+                                        {headers[0], headers[1], headers[2]}));
     constexpr std::uint32_t kUnknownRate = 0xFFFFFFFF;
-    GVorbisFormat format{};
+    GVorbisFormat format;
     format.channels = wave.nChannels;
-    format.samplesPerSec = wave.nSamplesPerSec;
-    format.minBitsPerSec = format.avgBitsPerSec = format.maxBitsPerSec = kUnknownRate;
-    types.push_back(AudioType(MEDIASUBTYPE_Vorbis));
-    std::memcpy(types.back().AllocFormat(FORMAT_VorbisFormat, sizeof format).data(), &format, sizeof format);
+    format.samplesPerSecond = wave.nSamplesPerSec;
+    format.lowerBitRate = format.nominalBitRate = format.upperBitRate = kUnknownRate;
+    types.push_back(MakeVorbisType(format));
+    for (CMediaType& type : types)
+        type.lSampleSize = kAudioSampleSize;
     return types;
 }
 
@@ -195,14 +156,14 @@ struct GAudioCodec {
 
 // The first row that fits counts.
 constexpr std::array kAudioCodecs = std::to_array<GAudioCodec>({
-    {"A_MPEG/L3", false, 0x0055, nullptr},
-    {"A_MPEG/L2", false, 0x0050, nullptr},
-    {"A_AC3", false, 0x2000, nullptr},
-    {"A_EAC3", false, 0x2000, nullptr},
-    {"A_DTS", false, 0x2001, nullptr},
-    {"A_PCM/INT/LIT", false, 0x0001, nullptr},
-    {"A_PCM/FLOAT/IEEE", false, 0x0003, nullptr},
-    {"A_TTA1", false, 0x77A1, nullptr},
+    {"A_MPEG/L3", false, wave_tag::kMp3, nullptr},
+    {"A_MPEG/L2", false, wave_tag::kMpeg, nullptr},
+    {"A_AC3", false, wave_tag::kAc3, nullptr},
+    {"A_EAC3", false, wave_tag::kAc3, nullptr},
+    {"A_DTS", false, wave_tag::kDts, nullptr},
+    {"A_PCM/INT/LIT", false, wave_tag::kPcm, nullptr},
+    {"A_PCM/FLOAT/IEEE", false, wave_tag::kFloat, nullptr},
+    {"A_TTA1", false, wave_tag::kTta, nullptr},
     {"A_AAC", false, 0, AacFromPrivate},
     {"A_AAC", true, 0, AacFromId},
     {"A_FLAC", false, 0, FlacTypes},

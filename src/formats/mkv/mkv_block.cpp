@@ -7,6 +7,7 @@
 #include "formats/mkv/mkv_file.h"
 #include "io/byte_reader.h"
 #include "io/limits.h"
+#include "media/xiph_headers.h"
 
 namespace vex {
 namespace {
@@ -54,15 +55,8 @@ private:
 bool ReadXiphSizes(GByteReader& reader, unsigned count, GLaceSizes& sizes)
 {
     for (unsigned i = 0; i < count; ++i) {
-        std::uint64_t size = 0;
-        std::uint8_t piece = 255;
-        while (piece == 255) {
-            piece = reader.U8();
-            if (!reader.Ok())
-                return false;
-            size += piece;  // at most 255 for each byte there is
-        }
-        if (!sizes.Add(size))
+        const auto size = ReadXiphSize(reader);
+        if (!size || !sizes.Add(*size))
             return false;
     }
     return true;
@@ -135,7 +129,7 @@ GMkvBlockRead ParseBlock(const GMkvElement& element, GMkvBlock& block, GMkvPaylo
     const auto used = static_cast<std::uint64_t>(reader.Tell() - element.dataPos);
     const bool fileEndsInside = element.dataPos + static_cast<std::int64_t>(available) >= reader.FileSize();
     if (used > available || (available < element.size.value && !fileEndsInside)) {
-        reader.Damage().Add("a Block that does not fit where it stands", element.headerPos, available);
+        reader.Damage().Add("Block larger than its parent", element.headerPos, available);
         return GMkvBlockRead::NoBlock;
     }
     payload.headerPos = element.headerPos;

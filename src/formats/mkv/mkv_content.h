@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "formats/mkv/mkv_records.h"
-#include "framework/media/packet.h"
+#include "framework/contract/packet.h"
 
 namespace vex {
 

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "formats/mkv/mkv_parsers.h"
-#include "io/cache_file.h"
 #include "io/checked_math.h"
 #include "platform/trace.h"
 
@@ -36,21 +35,10 @@ std::int64_t MkvTime(std::int64_t ticks, std::uint64_t timecodeScale)
     return ticks < 0 ? -time : time;
 }
 
-GStatus GMkvFile::Open(const char* path)
+GStatus GMkvFile::Open(GFileBase& source, GDamageLog& damage)
 {
     Close();
-    auto source = std::make_unique<GCacheFile>(GMkvReader::kDefaultBufferCapacity);
-    if (source->Open(path) == 0) {
-        Trace("error, Do not open file!\n");
-        return source->OpenError();
-    }
-    return Open(std::move(source));
-}
-
-GStatus GMkvFile::Open(std::unique_ptr<GFileBase> source)
-{
-    Close();
-    reader = std::make_unique<GMkvReader>(std::move(source));
+    reader = std::make_unique<GMkvReader>(source, damage);
     GStatus status = Load();
     if (!status.Ok())
         Close();

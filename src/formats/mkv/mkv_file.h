@@ -36,10 +36,8 @@ public:
     GMkvFile(const GMkvFile&) = delete;
     GMkvFile& operator=(const GMkvFile&) = delete;
 
-    // Closes what is open. After a failure the file is closed again.
-    GStatus Open(const char* path);
-    // The same for a source that is open already.
-    GStatus Open(std::unique_ptr<GFileBase> source);
+    // Closes what is open. Both are kept until Close; the source is open. After a failure the file is closed again.
+    GStatus Open(GFileBase& source, GDamageLog& damage);
     void Close();
     bool IsOpen() const { return reader != nullptr; }
 

@@ -12,9 +12,8 @@ constexpr std::uint64_t kLargestWindow = 64;
 
 }  // namespace
 
-CMKV_OutputPin::CMKV_OutputPin(CVexFilter* owningFilter, WString pinName, const GStreamInfo& info,
-                               std::uint64_t minCache)
-    : CVexOutputPin(owningFilter, std::move(pinName), info),
+CMKV_OutputPin::CMKV_OutputPin(CVexFilter* owningFilter, const GStreamInfo& info, std::uint64_t minCache)
+    : CVexOutputPin(owningFilter, info),
       reorderDepth(static_cast<std::size_t>(std::clamp(minCache, kSmallestWindow, kLargestWindow)))
 {
 }

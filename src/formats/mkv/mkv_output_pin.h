@@ -13,7 +13,7 @@ namespace vex {
 class CMKV_OutputPin final : public CVexOutputPin {
 public:
     // `minCache` as the track declares it: the window is at least 2 deep.
-    CMKV_OutputPin(CVexFilter* owningFilter, WString pinName, const GStreamInfo& info, std::uint64_t minCache);
+    CMKV_OutputPin(CVexFilter* owningFilter, const GStreamInfo& info, std::uint64_t minCache);
 
 protected:
     GUnitStatus PrepareUnit() override;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "formats/mkv/mkv_values.h"
-#include "framework/media/packet.h"
+#include "framework/contract/packet.h"
 
 namespace vex {
 

@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "formats/mkv/mkv_seek.h"
-#include "framework/media/codec_guids.h"
-#include "io/file.h"
 #include "io/limits.h"
+#include "media/codec_guids.h"
+#include "media/xiph_headers.h"
 #include "platform/trace.h"
 
 namespace vex {
@@ -60,27 +60,9 @@ std::string DateText(std::int64_t nanoseconds)
 
 }  // namespace
 
-GMkvReadHandler::~GMkvReadHandler() { Close(); }
-
-GStatus GMkvReadHandler::Open(const char* path)
+GStatus GMkvReadHandler::OpenContainer()
 {
-    Close();
-    GStatus opened = Opened(file.Open(path));
-    if (opened.Ok())
-        filePath = path;
-    return opened;
-}
-
-GStatus GMkvReadHandler::Open(std::unique_ptr<GFileBase> source)
-{
-    Close();
-    return Opened(file.Open(std::move(source)));
-}
-
-GStatus GMkvReadHandler::Opened(GStatus status)
-{
-    if (!status.Ok())
-        return status;
+    G_TRY_STATUS(file.Open(*source, damage));
     described = DescribeMkvTracks(file);
     for (const GMkvDescribedTrack& track : described) {
         infos.push_back(track.info);
@@ -91,10 +73,10 @@ GStatus GMkvReadHandler::Opened(GStatus status)
                            .subtitle = track.track->trackType.value == GMkvTrack::kSubtitle});
     }
     std::ranges::stable_sort(entries, {}, &GTrackEntry::number);
-    return status;
+    return {};
 }
 
-void GMkvReadHandler::Close()
+void GMkvReadHandler::CloseContainer()
 {
     announcedEntry = nullptr;
     entries.clear();
@@ -102,7 +84,6 @@ void GMkvReadHandler::Close()
     described.clear();
     file.Close();
     demux.Reset();
-    filePath.clear();
     const GMutexLock held(attachmentLock);
     attachmentSource.reset();
 }
@@ -134,7 +115,7 @@ GReadStatus GMkvReadHandler::ReadPacket(GNextPacket& next)
         case GMkvDemux::GStatus::End:
             return GReadStatus::End;
         case GMkvDemux::GStatus::NotYet:
-            return GReadStatus::NotYet;
+            return GReadStatus::Again;
         case GMkvDemux::GStatus::Block:
             break;
         }
@@ -145,7 +126,7 @@ GReadStatus GMkvReadHandler::ReadPacket(GNextPacket& next)
         if (next.size != 0)
             return GReadStatus::Packet;
     }
-    return GReadStatus::NotYet;
+    return GReadStatus::Again;
 }
 
 void GMkvReadHandler::Announce(const GTrackEntry& entry, GNextPacket& next)
@@ -182,7 +163,7 @@ void GMkvReadHandler::DecodeFrames(const GMkvTrack& track, GMkvBlockPacket& pack
 {
     const auto decode = [&](GBuffer& data, std::size_t decodedBefore) {
         if (decodedBefore >= kMaxInflatedSize || !file.contentDecoder.Decode(track, GMkvContentEncoding::kFrames, data))
-            file.reader->Damage().Add("a frame that cannot be decoded", announced.payload.headerPos);
+            damage.Add("a frame that cannot be decoded", announced.payload.headerPos);
     };
     std::vector<std::uint32_t>& sizes = packet.block.frameSizes;
     if (sizes.size() == 1) {
@@ -215,7 +196,7 @@ std::vector<GPacketPtr> GMkvReadHandler::HeaderPackets(std::uint32_t stream, con
         return packets;
     }
     for (const std::span<const std::uint8_t> header : headers) {
-        GPacketPtr packet = NewPacket();
+        GPacketPtr packet = NewPacket(stream);
         packet->stream = stream;
         packet->header = true;
         packet->start = 0;
@@ -226,14 +207,12 @@ std::vector<GPacketPtr> GMkvReadHandler::HeaderPackets(std::uint32_t stream, con
     return packets;
 }
 
-REFERENCE_TIME GMkvReadHandler::Seek(REFERENCE_TIME time, GSeekMode mode)
+std::optional<REFERENCE_TIME> GMkvReadHandler::Seek(REFERENCE_TIME time, GSeekMode mode)
 {
     announcedEntry = nullptr;
     demux.Restart();
     return SeekMkv(file, demux.Stats(), time, mode);
 }
-
-GDamageReport GMkvReadHandler::Damage() const { return file.reader ? file.reader->Damage().Report() : GDamageReport{}; }
 
 std::vector<GProperty> GMkvReadHandler::Properties() const
 {
@@ -275,12 +254,10 @@ bool GMkvReadHandler::ReadAttachment(std::size_t index, std::uint64_t offset, st
     if (offset > attachment.dataSize || out.size() > attachment.dataSize - offset || out.size() > kMaxPacketSize)
         return false;
     const GMutexLock held(attachmentLock);
-    if (!attachmentSource) {
-        auto source = std::make_unique<GFile>();
-        if (source->Open(filePath.c_str()) == 0)
-            return false;
-        attachmentSource = std::move(source);
-    }
+    if (!attachmentSource)
+        attachmentSource = OpenAgain();
+    if (!attachmentSource)
+        return false;
     const std::int64_t position = attachment.dataPos + static_cast<std::int64_t>(offset);
     const auto count = static_cast<std::uint32_t>(out.size());
     return attachmentSource->Seek(position) == position &&

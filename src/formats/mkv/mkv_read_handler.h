@@ -4,14 +4,14 @@
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <string>
 #include <vector>
 
 #include "formats/mkv/mkv_demux.h"
 #include "formats/mkv/mkv_file.h"
 #include "formats/mkv/mkv_packet.h"
 #include "formats/mkv/mkv_track_types.h"
-#include "framework/media/read_handler.h"
+#include "framework/contract/read_handler.h"
+#include "io/cache_file.h"
 #include "platform/threads.h"
 
 namespace vex {
@@ -20,12 +20,11 @@ namespace vex {
 // Block; all are GMkvBlockPackets, also those given to ReadPayload.
 class GMkvReadHandler final : public GReadHandler {
 public:
-    GMkvReadHandler() = default;
-    ~GMkvReadHandler() override;
-
-    GStatus Open(const char* path) override;
-    // The same for a source that is open already; attachments cannot be read then.
-    GStatus Open(std::unique_ptr<GFileBase> source);
+    // `byteSource` is what a path is opened with; attachments are read through its NewInstance.
+    explicit GMkvReadHandler(std::unique_ptr<GFileBase> byteSource = std::make_unique<GCacheFile>())
+        : GReadHandler(std::move(byteSource))
+    {
+    }
 
     REFERENCE_TIME Duration() const override { return file.duration; }
     std::span<const GStreamInfo> Streams() const override { return infos; }
@@ -34,15 +33,18 @@ public:
 
     GReadStatus ReadPacket(GNextPacket& next) override;
     bool ReadPayload(GPacket2& packet) override;
-    GPacketPtr NewPacket() const override { return std::make_unique<GMkvBlockPacket>(); }
+    GPacketPtr NewPacket(std::uint32_t) const override { return std::make_unique<GMkvBlockPacket>(); }
     std::vector<GPacketPtr> HeaderPackets(std::uint32_t stream, const CMediaType& connectedType) override;
-    REFERENCE_TIME Seek(REFERENCE_TIME time, GSeekMode mode) override;
+    std::optional<REFERENCE_TIME> Seek(REFERENCE_TIME time, GSeekMode mode) override;
 
-    GDamageReport Damage() const override;
     std::vector<GProperty> Properties() const override;
     std::vector<GAttachmentInfo> Attachments() const override;
     bool ReadAttachment(std::size_t index, std::uint64_t offset, std::span<std::uint8_t> out) override
         G_EXCLUDES(attachmentLock);
+
+protected:
+    GStatus OpenContainer() override;
+    void CloseContainer() override G_EXCLUDES(attachmentLock);
 
 private:
     // What reading needs to know of one stream.
@@ -54,8 +56,6 @@ private:
         bool subtitle;
     };
 
-    GStatus Opened(GStatus status);
-    void Close() G_EXCLUDES(attachmentLock);
     const GTrackEntry* FindEntry(std::uint64_t trackNumber) const;
     const GMkvDescribedTrack* FindStream(std::uint32_t stream) const;
     void Announce(const GTrackEntry& entry, GNextPacket& next);
@@ -75,7 +75,6 @@ private:
     GBuffer frames;  // those that are done
 
     GMutex attachmentLock;
-    std::string filePath;
     std::unique_ptr<GFileBase> attachmentSource G_GUARDED_BY(attachmentLock);  // opened for the first attachment read
 };
 

@@ -12,10 +12,10 @@ constexpr std::uint64_t kMaxSourceRead = 1u << 30;
 
 }  // namespace
 
-GMkvReader::GMkvReader(std::unique_ptr<GFileBase> openSource, std::uint32_t capacity)
-    : source(std::move(openSource)), bufferCapacity(capacity)
+GMkvReader::GMkvReader(GFileBase& openSource, GDamageLog& damageLog, std::uint32_t capacity)
+    : source(openSource), bufferCapacity(capacity), damage(damageLog)
 {
-    fileSize = std::max<std::int64_t>(source->GetSize(), 0);
+    fileSize = std::max<std::int64_t>(source.GetSize(), 0);
     if (bufferCapacity > 0)
         buffer = std::make_unique_for_overwrite<std::uint8_t[]>(bufferCapacity);
 }
@@ -73,7 +73,7 @@ std::uint32_t GMkvReader::CopyFromBuffer(std::uint8_t* destination, std::uint64_
 
 bool GMkvReader::ReadSource(void* destination, std::uint32_t count)
 {
-    return source->Seek(position) == position && source->ReadBulk(destination, count) == count;
+    return source.Seek(position) == position && source.ReadBulk(destination, count) == count;
 }
 
 bool GMkvReader::FillBuffer()

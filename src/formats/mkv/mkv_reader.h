@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "framework/media/damage_log.h"
+#include "framework/contract/damage_log.h"
 #include "io/file_base.h"
 #include "platform/types.h"
 
@@ -17,8 +17,8 @@ class GMkvReader {
 public:
     static constexpr std::uint32_t kDefaultBufferCapacity = 2048;
 
-    // Takes an open source, whose size is asked for once. With a capacity of 0 nothing is read ahead.
-    explicit GMkvReader(std::unique_ptr<GFileBase> openSource, std::uint32_t capacity = kDefaultBufferCapacity);
+    // Both outlive the reader. The source is open; its size is asked for once. With a capacity of 0 nothing is read ahead.
+    GMkvReader(GFileBase& openSource, GDamageLog& damageLog, std::uint32_t capacity = kDefaultBufferCapacity);
 
     std::int64_t FileSize() const { return fileSize; }
 
@@ -45,21 +45,20 @@ public:
     }
 
     GDamageLog& Damage() { return damage; }
-    const GDamageLog& Damage() const { return damage; }
 
 private:
     std::uint32_t CopyFromBuffer(std::uint8_t* destination, std::uint64_t count);
     bool ReadSource(void* destination, std::uint32_t count);
     bool FillBuffer();
 
-    std::unique_ptr<GFileBase> source;
+    GFileBase& source;
     std::int64_t fileSize = 0;
     std::int64_t position = 0;
     std::unique_ptr<std::uint8_t[]> buffer;
     std::int64_t bufferStart = 0;  // file position of the first buffered byte
     std::int64_t bufferLength = 0;
     std::uint32_t bufferCapacity = 0;
-    GDamageLog damage;
+    GDamageLog& damage;
 };
 
 }  // namespace vex

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "formats/mkv/mkv_demux.h"
-#include "framework/media/read_handler.h"
+#include "framework/contract/read_handler.h"
 
 namespace vex {
 

@@ -1,21 +1,13 @@
 #include <algorithm>
 #include <array>
-#include <cstring>
 
 #include "formats/mkv/mkv_track_types.h"
-#include "framework/media/codec_guids.h"
+#include "media/codec_guids.h"
+#include "media/subtitle_types.h"
 
 namespace vex {
 
 namespace {
-
-// The fixed part of a subtitle's format block; the codec's private data follow at dwOffset.
-struct GSubtitleInfo {
-    std::uint32_t offset;
-    char isoLang[4];
-    WCHAR trackName[256];
-};
-static_assert(sizeof(GSubtitleInfo) == 520);
 
 struct GSubtitleCodec {
     std::string_view id;
@@ -48,16 +40,7 @@ std::vector<CMediaType> MkvSubtitleTypes(const GMkvTrack& track, std::span<const
     const auto codec = std::ranges::find(kSubtitleCodecs, id, &GSubtitleCodec::id);
     if (codec == kSubtitleCodecs.end())
         return {};
-    GSubtitleInfo info{};
-    info.offset = sizeof info;
-    std::copy_n(track.language.data(), std::min<std::size_t>(track.language.size(), 3), info.isoLang);
-    std::copy_n(track.name.data(), std::min<std::size_t>(track.name.size(), 255), info.trackName);
-    CMediaType type(MEDIATYPE_Subtitle, *codec->subtype);
-    const std::span<BYTE> block = type.AllocFormat(FORMAT_SubtitleInfo, sizeof info + codecPrivate.size());
-    std::memcpy(block.data(), &info, sizeof info);
-    if (!codecPrivate.empty())
-        std::memcpy(block.data() + sizeof info, codecPrivate.data(), codecPrivate.size());
-    return {type};
+    return {MakeSubtitleType(*codec->subtype, track.language, track.name, codecPrivate)};
 }
 
 }  // namespace vex

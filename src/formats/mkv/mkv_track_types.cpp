@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "formats/mkv/mkv_block.h"
-#include "framework/media/language.h"
+#include "media/language.h"
 #include "platform/fonts.h"
 #include "platform/trace.h"
 
@@ -100,20 +99,6 @@ std::string_view MkvCodecId(const GMkvTrack& track)
 {
     std::string_view id(reinterpret_cast<const char*>(track.codecId.data()), track.codecId.size());
     return id.substr(0, id.find('\0'));  // strings may be padded with NULs (RFC 8794 clause 7.4)
-}
-
-std::vector<std::span<const std::uint8_t>> SplitXiphPackets(std::span<const std::uint8_t> laced)
-{
-    constexpr std::uint8_t kXiphLacing = 0x02;  // as the flags of a Block say it
-    std::vector<std::uint32_t> sizes;
-    const auto before = SplitMkvLace(laced, laced.size(), kXiphLacing, sizes);
-    std::vector<std::span<const std::uint8_t>> packets;
-    std::size_t pos = before.value_or(0);
-    for (const std::uint32_t size : sizes) {
-        packets.push_back(laced.subspan(pos, size));
-        pos += size;
-    }
-    return packets;
 }
 
 std::vector<GMkvDescribedTrack> DescribeMkvTracks(GMkvFile& file)

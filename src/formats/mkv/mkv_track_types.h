@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "formats/mkv/mkv_file.h"
-#include "framework/media/read_handler.h"
+#include "framework/contract/read_handler.h"
 
 namespace vex {
 
@@ -27,9 +27,5 @@ std::vector<CMediaType> MkvSubtitleTypes(const GMkvTrack& track, std::span<const
 
 // CodecID as text; the comparisons are byte for byte.
 std::string_view MkvCodecId(const GMkvTrack& track);
-
-// The packets of private data in Xiph lacing: a count less one, the sizes of all but the last as runs of bytes, the
-// packets. Empty when the sizes do not fit.
-std::vector<std::span<const std::uint8_t>> SplitXiphPackets(std::span<const std::uint8_t> laced);
 
 }  // namespace vex

@@ -1,73 +1,41 @@
 #include <array>
 #include <cmath>
-#include <cstring>
-#include <limits>
 #include <optional>
 
 #include "formats/mkv/mkv_track_types.h"
-#include "framework/media/codec_guids.h"
-#include "framework/media/h264_parameters.h"
-#include "io/byte_reader.h"
+#include "io/fourcc.h"
+#include "media/avc_record.h"
+#include "media/codec_guids.h"
+#include "media/format_headers.h"
+#include "media/h264_parameters.h"
+#include "media/mpeg_video.h"
+#include "media/video_types.h"
+#include "media/xiph_headers.h"
 
 namespace vex {
 
 namespace {
 
-constexpr std::size_t kSequenceHeaderOffset = offsetof(MPEG2VIDEOINFO, dwSequenceHeader);
-
-using GBytes = std::span<const std::uint8_t>;
-
-constexpr DWORD Code(const char (&text)[5]) { return MAKEFOURCC(text[0], text[1], text[2], text[3]); }
-
 // Pixel sizes are unsigned in the file; what does not fit a bitmap header becomes 0.
 LONG PixelCount(const CUInt& value) { return value.value <= INT32_MAX ? static_cast<LONG>(value.value) : 0; }
 
-BITMAPINFOHEADER BitmapOf(const GMkvTrack& track, DWORD compression)
+BITMAPINFOHEADER BitmapOf(const GMkvTrack& track, std::uint32_t compression)
 {
-    BITMAPINFOHEADER bitmap{};
-    bitmap.biSize = sizeof(BITMAPINFOHEADER);
-    bitmap.biWidth = PixelCount(track.video.pixelWidth);
-    bitmap.biHeight = PixelCount(track.video.pixelHeight);
-    bitmap.biPlanes = 1;
-    bitmap.biBitCount = 24;
-    bitmap.biCompression = compression;
-    return bitmap;
+    return MakeBitmapHeader(PixelCount(track.video.pixelWidth), PixelCount(track.video.pixelHeight), 24, compression);
 }
 
-CMediaType VideoType(const GUID& subtype)
+VIDEOINFOHEADER VideoInfoOf(const BITMAPINFOHEADER& bitmap)
 {
-    CMediaType type(MEDIATYPE_Video, subtype);
-    type.SetSampleSize(0);
-    type.bTemporalCompression = TRUE;
-    return type;
+    VIDEOINFOHEADER info{};
+    info.bmiHeader = bitmap;
+    return info;
 }
 
-// A VIDEOINFOHEADER with `behind` following its bitmap header.
-CMediaType VideoInfoType(const GUID& subtype, const BITMAPINFOHEADER& bitmap, GBytes behind)
+MPEG2VIDEOINFO Mpeg2InfoOf(const BITMAPINFOHEADER& bitmap)
 {
-    CMediaType type = VideoType(subtype);
-    const std::span<BYTE> block = type.AllocFormat(FORMAT_VideoInfo, sizeof(VIDEOINFOHEADER) + behind.size());
-    std::memcpy(block.data() + offsetof(VIDEOINFOHEADER, bmiHeader), &bitmap, sizeof bitmap);
-    if (!behind.empty())
-        std::memcpy(block.data() + sizeof(VIDEOINFOHEADER), behind.data(), behind.size());
-    return type;
-}
-
-// An MPEG2VIDEOINFO with its sequence header; the rest is filled in by `fill`.
-template <class Fill>
-CMediaType Mpeg2Type(const GUID& subtype, const BITMAPINFOHEADER& bitmap, GBytes sequenceHeader, Fill&& fill)
-{
-    CMediaType type = VideoType(subtype);
-    const std::size_t bytes = std::max(sizeof(MPEG2VIDEOINFO), kSequenceHeaderOffset + sequenceHeader.size());
-    const std::span<BYTE> block = type.AllocFormat(FORMAT_MPEG2Video, bytes);
     MPEG2VIDEOINFO info{};
     info.hdr.bmiHeader = bitmap;
-    info.cbSequenceHeader = static_cast<DWORD>(sequenceHeader.size());
-    fill(info);
-    std::memcpy(block.data(), &info, kSequenceHeaderOffset);
-    if (!sequenceHeader.empty())
-        std::memcpy(block.data() + kSequenceHeaderOffset, sequenceHeader.data(), sequenceHeader.size());
-    return type;
+    return info;
 }
 
 GUID VfwSubtype(const BITMAPINFOHEADER& bitmap)
@@ -94,106 +62,77 @@ GUID VfwSubtype(const BITMAPINFOHEADER& bitmap)
 
 std::optional<CMediaType> VfwType(const GMkvTrack&, GBytes codecPrivate)
 {
-    BITMAPINFOHEADER bitmap{};
-    if (codecPrivate.size() < sizeof bitmap)
+    const auto bitmap = ReadBitmapHeader(codecPrivate);
+    if (!bitmap)
         return {};
-    std::memcpy(&bitmap, codecPrivate.data(), sizeof bitmap);
-    return VideoInfoType(VfwSubtype(bitmap), bitmap, codecPrivate.subspan(sizeof bitmap));
+    return MakeVideoInfoType(VfwSubtype(*bitmap), VideoInfoOf(*bitmap), codecPrivate.subspan(kBitmapHeaderSize));
 }
 
-std::optional<CMediaType> UncompressedType(const GMkvTrack&, GBytes) { return VideoType(GUID_NULL); }
+std::optional<CMediaType> UncompressedType(const GMkvTrack&, GBytes) { return MakeVideoType(GUID_NULL); }
 
-// The parameter sets of an AVCDecoderConfigurationRecord (ISO/IEC 14496-15), each behind its 16-bit length. Nothing when
-// a length runs past the record.
-std::optional<GBuffer> ParameterSets(GBytes record)
-{
-    GBuffer sets;
-    GByteReader reader(record.subspan(5));
-    const auto copy = [&](unsigned count) {
-        for (unsigned i = 0; i < count; ++i) {
-            GByteReader ahead = reader;
-            const std::size_t size = ahead.U16BE();
-            if (!ahead.Ok() || size > ahead.Left())
-                return false;
-            sets.Append(reader.Bytes(2 + size));
-        }
-        return true;
-    };
-    if (!copy(reader.U8() & 0x1Fu))
-        return {};
-    if (!copy(reader.U8()) || !reader.Ok())
-        return {};
-    return sets;
-}
-
+// Private data whose lengths run past their end give no type.
 std::optional<CMediaType> AvcType(const GMkvTrack& track, GBytes codecPrivate)
 {
-    if (codecPrivate.size() < 6)
+    const auto record = ReadAvcRecord(codecPrivate);
+    if (!record || !record->complete)
         return {};
-    const std::optional<GBuffer> sets = ParameterSets(codecPrivate);
-    if (!sets)
-        return {};
-    constexpr DWORD code = Code("AVC1");
-    return Mpeg2Type(SubtypeFromFourCC(code), BitmapOf(track, code), sets->Span(), [&](MPEG2VIDEOINFO& info) {
-        info.dwProfile = codecPrivate[1];
-        info.dwLevel = codecPrivate[3];
-        info.dwFlags = (codecPrivate[4] & 3u) + 1u;  // bytes of a NAL unit's length
-    });
+    constexpr std::uint32_t code = FourCC("AVC1");
+    MPEG2VIDEOINFO info = Mpeg2InfoOf(BitmapOf(track, code));
+    info.dwProfile = record->profile;
+    info.dwLevel = record->level;
+    info.dwFlags = record->lengthSize;
+    return MakeMpeg2VideoType(SubtypeFromFourCC(code), info,
+                              AvcSequenceHeader(record->sequenceSets, record->pictureSets));
 }
-
-// Profile and level as the sequence extension codes them (ISO/IEC 13818-2, 8.2), and as the format block wants them.
-constexpr std::array<DWORD, 8> kMpeg2Profiles{0, 5, 4, 3, 2, 1, 0, 0};
-constexpr std::array<DWORD, 16> kMpeg2Levels{0, 0, 0, 0, 4, 0, 3, 0, 2, 0, 1, 0, 0, 0, 0, 0};
 
 std::optional<CMediaType> Mpeg2VideoType(const GMkvTrack& track, GBytes codecPrivate)
 {
-    return Mpeg2Type(MEDIASUBTYPE_MPEG2_VIDEO, BitmapOf(track, Code("MPG2")), codecPrivate, [&](MPEG2VIDEOINFO& info) {
-        constexpr std::array<std::uint8_t, 4> extension{0x00, 0x00, 0x01, 0xB5};
-        for (std::size_t i = 0; i + 6 <= codecPrivate.size(); ++i) {
-            const GBytes here = codecPrivate.subspan(i, 6);
-            if (std::memcmp(here.data(), extension.data(), extension.size()) != 0 || (here[4] >> 4) != 1)
-                continue;
-            info.dwProfile = kMpeg2Profiles[here[4] & 7u];
-            info.dwLevel = kMpeg2Levels[here[5] >> 4];
-            return;
-        }
-    });
+    MPEG2VIDEOINFO info = Mpeg2InfoOf(BitmapOf(track, FourCC("MPG2")));
+    if (const auto extension = FindMpegSequenceExtension(codecPrivate)) {
+        info.dwProfile = VideoInfoProfile(extension->profile);
+        info.dwLevel = VideoInfoLevel(extension->level);
+    }
+    return MakeMpeg2VideoType(MEDIASUBTYPE_MPEG2_VIDEO, info, codecPrivate);
 }
 
 std::optional<CMediaType> Mpeg4Type(const GMkvTrack& track, GBytes codecPrivate)
 {
-    constexpr DWORD code = Code("MP4V");
-    return Mpeg2Type(SubtypeFromFourCC(code), BitmapOf(track, code), codecPrivate, [](MPEG2VIDEOINFO&) {});
+    constexpr std::uint32_t code = FourCC("MP4V");
+    return MakeMpeg2VideoType(SubtypeFromFourCC(code), Mpeg2InfoOf(BitmapOf(track, code)), codecPrivate);
 }
 
-// The identification header starts behind the two lace sizes: at byte 3 of the private data. Its frame size counts
-// macroblocks of 16 pixels.
+// The low byte of a count of macroblocks, in samples, and the top nibble of its high byte. For all sizes in use, up to
+// 4080 samples, that is the count times 16.
+LONG CodedSize(std::uint16_t macroblocks) { return (macroblocks & 0xFF) << 4 | macroblocks >> 12; }
+
+// The identification header starts behind the two lace sizes: at byte 3 of the private data.
 std::optional<CMediaType> TheoraType(const GMkvTrack& track, GBytes codecPrivate)
 {
-    constexpr std::size_t kFrameSize = 13;
-    if (codecPrivate.size() < 33)
+    constexpr std::size_t kHeader = 3;
+    constexpr std::size_t kShortest = 33;
+    if (codecPrivate.size() < kShortest)
         return {};
-    GByteReader reader(codecPrivate.subspan(kFrameSize));
-    BITMAPINFOHEADER bitmap = BitmapOf(track, Code("THEO"));
-    bitmap.biWidth = reader.U16LE() >> 4;
-    bitmap.biHeight = reader.U16LE() >> 4;
-    const std::uint32_t pictureWidth = reader.U24BE();
-    const std::uint32_t pictureHeight = reader.U24BE();
-    reader.Skip(2);  // picture offsets
-    const std::uint32_t numerator = reader.U32BE();
-    const std::uint32_t denominator = reader.U32BE();
-    return Mpeg2Type(SubtypeFromFourCC(Code("THEO")), bitmap, codecPrivate, [&](MPEG2VIDEOINFO& info) {
-        if (numerator != 0)
-            info.hdr.AvgTimePerFrame = static_cast<REFERENCE_TIME>(std::uint64_t{10'000'000} * denominator / numerator);
-        info.hdr.dwPictAspectRatioX = pictureWidth;
-        info.hdr.dwPictAspectRatioY = pictureHeight;
-    });
+    const GTheoraIdentification header = ReadTheoraIdentification(codecPrivate.subspan(kHeader));
+    constexpr std::uint32_t code = FourCC("THEO");
+    MPEG2VIDEOINFO info = Mpeg2InfoOf(BitmapOf(track, code));
+    info.hdr.bmiHeader.biWidth = CodedSize(header.frameColumns);
+    info.hdr.bmiHeader.biHeight = CodedSize(header.frameRows);
+    if (header.rateNumerator != 0)
+        info.hdr.AvgTimePerFrame =
+            static_cast<REFERENCE_TIME>(std::uint64_t{10'000'000} * header.rateDenominator / header.rateNumerator);
+    info.hdr.dwPictAspectRatioX = header.pictureWidth;
+    info.hdr.dwPictAspectRatioY = header.pictureHeight;
+    return MakeMpeg2VideoType(SubtypeFromFourCC(code), info, codecPrivate);
+}
+
+std::optional<CMediaType> VideoInfoTypeOf(const GMkvTrack& track, std::uint32_t code, GBytes codecPrivate)
+{
+    return MakeVideoInfoType(SubtypeFromFourCC(code), VideoInfoOf(BitmapOf(track, code)), codecPrivate);
 }
 
 std::optional<CMediaType> Vp8Type(const GMkvTrack& track, GBytes codecPrivate)
 {
-    constexpr DWORD code = Code("VP80");
-    return VideoInfoType(SubtypeFromFourCC(code), BitmapOf(track, code), codecPrivate);
+    return VideoInfoTypeOf(track, FourCC("VP80"), codecPrivate);
 }
 
 // "V_REAL/RV40": the digit names the version.
@@ -202,8 +141,7 @@ std::optional<CMediaType> RealType(const GMkvTrack& track, GBytes codecPrivate)
     const std::string_view id = MkvCodecId(track);
     if (id.size() < 10)
         return {};
-    const DWORD code = MAKEFOURCC('R', 'V', id[9], '0');
-    return VideoInfoType(SubtypeFromFourCC(code), BitmapOf(track, code), codecPrivate);
+    return VideoInfoTypeOf(track, FourCC('R', 'V', id[9], '0'), codecPrivate);
 }
 
 using GVideoTypeBuilder = std::optional<CMediaType> (*)(const GMkvTrack&, GBytes);
@@ -251,35 +189,6 @@ REFERENCE_TIME TrackFrameTime(const GMkvTrack& track, GBytes codecPrivate)
     return FrameTime(parameters.timeScale / ticks);
 }
 
-// Every video format block that is met here has its frame time at the same place.
-static_assert(offsetof(VIDEOINFOHEADER, AvgTimePerFrame) == offsetof(VIDEOINFOHEADER2, AvgTimePerFrame));
-static_assert(offsetof(MPEG2VIDEOINFO, hdr) == 0);
-
-void SetFrameTime(CMediaType& type, REFERENCE_TIME time)
-{
-    if (type.cbFormat >= sizeof(VIDEOINFOHEADER))
-        std::memcpy(type.pbFormat + offsetof(VIDEOINFOHEADER, AvgTimePerFrame), &time, sizeof time);
-}
-
-void SetAspect(CMediaType& type, DWORD x, DWORD y)
-{
-    std::memcpy(type.pbFormat + offsetof(VIDEOINFOHEADER2, dwPictAspectRatioX), &x, sizeof x);
-    std::memcpy(type.pbFormat + offsetof(VIDEOINFOHEADER2, dwPictAspectRatioY), &y, sizeof y);
-}
-
-// The same type with room for the display aspect.
-CMediaType VideoInfo2Twin(const CMediaType& type, DWORD x, DWORD y)
-{
-    constexpr std::size_t kCommon = offsetof(VIDEOINFOHEADER, bmiHeader);
-    constexpr std::size_t kAdded = offsetof(VIDEOINFOHEADER2, bmiHeader) - kCommon;
-    CMediaType twin(type);
-    const std::span<BYTE> block = twin.AllocFormat(FORMAT_VideoInfo2, type.cbFormat + kAdded);
-    std::memcpy(block.data(), type.pbFormat, kCommon);
-    std::memcpy(block.data() + kCommon + kAdded, type.pbFormat + kCommon, type.cbFormat - kCommon);
-    SetAspect(twin, x, y);
-    return twin;
-}
-
 std::vector<CMediaType> WithAspect(CMediaType type, const GMkvVideo& video)
 {
     std::vector<CMediaType> types;
@@ -287,9 +196,8 @@ std::vector<CMediaType> WithAspect(CMediaType type, const GMkvVideo& video)
         const auto x = static_cast<DWORD>(video.displayWidth.value);
         const auto y = static_cast<DWORD>(video.displayHeight.value);
         if (type.formattype == FORMAT_VideoInfo)
-            types.push_back(VideoInfo2Twin(type, x, y));
-        else if (type.formattype == FORMAT_MPEG2Video)
-            SetAspect(type, x, y);
+            types.push_back(MakeVideoInfo2Twin(type, x, y));
+        SetAspect(type, x, y);
     }
     types.push_back(std::move(type));
     return types;

@@ -141,9 +141,11 @@ std::int64_t GOsFile::Size() const
 std::string DescribeOsError(std::uint32_t error)
 {
     WCHAR* text = nullptr;
-    const DWORD length =
-        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-                       nullptr, error, 0, reinterpret_cast<WCHAR*>(&text), 0, nullptr);
+    // Network errors have their words in the library that they come from.
+    const HMODULE network = error >= 12000 && error < 13000 ? GetModuleHandleA("wininet.dll") : nullptr;
+    const DWORD from = FORMAT_MESSAGE_FROM_SYSTEM | (network ? FORMAT_MESSAGE_FROM_HMODULE : 0);
+    const DWORD length = FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | from, network,
+                                        error, 0, reinterpret_cast<WCHAR*>(&text), 0, nullptr);
     if (length == 0)
         return "error " + std::to_string(error);
     WStringView message(text, length);

@@ -57,7 +57,9 @@ std::string NarrowPathFromWide(WStringView path)
 {
     bool lossy = false;
     std::string ansi = AnsiFromWide(path, &lossy);
-    if (!lossy && !ansi.starts_with(kUtf8PathMark))
+    // The system's functions for ANSI names take no longer ones, whatever the process and the form of the path allow.
+    const bool tooLong = path.size() >= MAX_PATH;
+    if (!lossy && !tooLong && !ansi.starts_with(kUtf8PathMark))
         return ansi;
     return std::string(kUtf8PathMark) + Utf8FromWide(path);
 }

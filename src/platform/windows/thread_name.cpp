@@ -1,6 +1,5 @@
-#include <string_view>
+#include <iterator>
 
-#include "platform/text.h"
 #include "platform/threads.h"
 
 namespace vex {
@@ -8,12 +7,15 @@ namespace vex {
 void SetCurrentThreadName(const char* name)
 {
     using GSetThreadDescription = HRESULT(WINAPI*)(HANDLE thread, const WCHAR* description);
-    // By name: kernel32.dll has it since Windows 10 only. Looked up every time: the guard of a static would enter the
-    // toolchain's thread layer (see thread_primitives.h).
+    // By name: kernel32.dll has it since Windows 10 only.
     const auto setDescription = reinterpret_cast<GSetThreadDescription>(
         reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "SetThreadDescription")));
-    if (setDescription)
-        setDescription(GetCurrentThread(), WideFromAnsi(std::string_view(name).substr(0, 15)).c_str());
+    if (!setDescription)
+        return;
+    WCHAR wide[16] = {};
+    for (std::size_t i = 0; i + 1 < std::size(wide) && name[i] != 0; ++i)
+        wide[i] = static_cast<unsigned char>(name[i]);
+    setDescription(GetCurrentThread(), wide);
 }
 
 }  // namespace vex

@@ -3,8 +3,8 @@
 
 #include <cstdio>
 
+#include "formats/avi/avi_interface.h"
 #include "framework/vex_interfaces.h"
-#include "module/class_ids.h"
 #include "platform/exports.h"
 #include "platform/pipeline.h"
 

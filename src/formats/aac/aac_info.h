@@ -1,0 +1,10 @@
+// The AAC filter as the module and a host list it.
+#pragma once
+
+#include "framework/contract/filter_info.h"
+
+namespace vex {
+
+extern const GFilterInfo kAacFilter;
+
+}  // namespace vex

@@ -1,0 +1,260 @@
+#include "media/h264_parameters.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <limits>
+#include <vector>
+
+#include "io/bit_reader.h"
+#include "media/nal_units.h"
+#include "media/ratio.h"
+
+namespace vex {
+
+namespace {
+
+constexpr std::size_t kFixedBytes = 6;  // of the record, the number of sequence parameter sets included
+
+// What a field stores on top of its code; a code that leaves no room for it saturates.
+std::uint32_t Biased(std::uint32_t code, std::uint32_t bias)
+{
+    const std::uint32_t room = std::numeric_limits<std::uint32_t>::max() - bias;
+    return (code < room ? code : room) + bias;
+}
+
+// A product of macroblock counts in samples; 0 for what no picture can have.
+std::uint32_t Samples(std::uint32_t macroblocks, std::uint32_t each)
+{
+    constexpr std::uint32_t kMostMacroblocks = 0xFFFF;
+    return macroblocks <= kMostMacroblocks ? macroblocks * each : 0;
+}
+
+// Samples cut off one side, at most what is there.
+std::uint32_t Crop(std::uint32_t units, std::uint32_t unit, std::uint32_t available)
+{
+    return units <= available / unit ? units * unit : available;
+}
+
+// Profiles whose sets carry the chroma format and what goes with it.
+constexpr auto kChromaProfiles =
+    std::to_array<std::uint8_t>({44, 83, 86, 100, 110, 118, 122, 128, 134, 135, 138, 139, 244});
+
+void SkipScalingList(GBitReader& bits, int entries)
+{
+    std::uint32_t last = 8;
+    for (int i = 0; i < entries && bits.Ok(); ++i) {
+        last = (last + static_cast<std::uint32_t>(bits.se())) & 0xFF;
+        if (last == 0)  // the rest repeats what came before
+            return;
+    }
+}
+
+void SkipScalingMatrix(GBitReader& bits, std::uint32_t chromaFormat)
+{
+    const int lists = chromaFormat == 3 ? 12 : 8;
+    for (int i = 0; i < lists && bits.Ok(); ++i)
+        if (bits.Flag())
+            SkipScalingList(bits, i < 6 ? 16 : 64);
+}
+
+void SkipHrdParameters(GBitReader& bits)
+{
+    const std::uint32_t schedules = Biased(bits.ue(), 1);
+    bits.Skip(4 + 4);  // scales of the bit rate and of the buffer
+    for (std::uint32_t i = 0; i < schedules && bits.Ok(); ++i) {
+        bits.ue();
+        bits.ue();
+        bits.Skip(1);
+    }
+    bits.Skip(5 * 4);  // lengths of delays and of the time offset
+}
+
+void ReadSampleAspect(GBitReader& bits, GH264Parameters& out)
+{
+    constexpr std::uint32_t kExplicit = 255;
+
+    const std::uint32_t index = bits.Bits(8);
+    if (index == kExplicit) {
+        out.aspectX = bits.Bits(16);
+        out.aspectY = bits.Bits(16);
+    } else if (index < kSampleAspectCodes) {
+        const GRatio ratio = SampleAspect(index);
+        out.aspectX = ratio.x;
+        out.aspectY = ratio.y;
+    }
+}
+
+void ReadVui(GBitReader& bits, GH264Parameters& out)
+{
+    if (bits.Flag())
+        ReadSampleAspect(bits, out);
+    if (bits.Flag())  // overscan
+        bits.Skip(1);
+    if (bits.Flag()) {  // video signal type
+        bits.Skip(3 + 1);
+        if (bits.Flag())
+            bits.Skip(3 * 8);
+    }
+    if (bits.Flag()) {  // chroma sample positions
+        bits.ue();
+        bits.ue();
+    }
+    out.hasTiming = bits.Flag();
+    if (out.hasTiming) {
+        out.numUnitsInTick = bits.Bits(32);
+        out.timeScale = bits.Bits(32);
+        out.fixedFrameRate = bits.Flag();
+    }
+    const bool nalHrd = bits.Flag();
+    if (nalHrd)
+        SkipHrdParameters(bits);
+    const bool vclHrd = bits.Flag();
+    if (vclHrd)
+        SkipHrdParameters(bits);
+    if (nalHrd || vclHrd)
+        bits.Skip(1);  // low delay
+    bits.Skip(1);      // picture structure in messages
+    out.hasReordering = bits.Flag();
+    if (out.hasReordering) {
+        bits.Skip(1);
+        for (int i = 0; i < 4; ++i)  // limits of sizes and of motion vectors
+            bits.ue();
+        out.reorderFrames = bits.ue();
+        out.decodingBuffering = bits.ue();
+    }
+}
+
+void ReadChromaFormat(GBitReader& bits, GH264Parameters& out)
+{
+    out.chromaFormat = 1;
+    out.separateColourPlanes = false;
+    out.bitDepthLuma = out.bitDepthChroma = 8;
+    if (!std::ranges::binary_search(kChromaProfiles, out.profile))
+        return;
+    out.chromaFormat = bits.ue();
+    if (out.chromaFormat == 3)
+        out.separateColourPlanes = bits.Flag();
+    out.bitDepthLuma = Biased(bits.ue(), 8);
+    out.bitDepthChroma = Biased(bits.ue(), 8);
+    bits.Skip(1);  // lossless transform bypass
+    if (bits.Flag())
+        SkipScalingMatrix(bits, out.chromaFormat);
+}
+
+void ReadPictureOrder(GBitReader& bits, GH264Parameters& out)
+{
+    out.pictureOrderType = bits.ue();
+    if (out.pictureOrderType == 0) {
+        out.log2MaxPictureOrder = Biased(bits.ue(), 4);
+    } else if (out.pictureOrderType == 1) {
+        bits.Skip(1);
+        bits.se();
+        bits.se();
+        const std::uint32_t cycle = bits.ue();
+        for (std::uint32_t i = 0; i < cycle && bits.Ok(); ++i)
+            bits.se();
+    }
+}
+
+void ReadFrameSize(GBitReader& bits, GH264Parameters& out)
+{
+    const std::uint32_t columns = Biased(bits.ue(), 1);
+    const std::uint32_t rows = Biased(bits.ue(), 1);
+    out.frameMacroblocksOnly = bits.Flag();
+    const std::uint32_t fields = out.frameMacroblocksOnly ? 1 : 2;
+    if (!out.frameMacroblocksOnly)
+        bits.Skip(1);  // adaptive frame/field macroblocks
+    bits.Skip(1);      // direct 8x8 inference
+    out.codedWidth = Samples(columns, 16);
+    out.codedHeight = Samples(rows, 16 * fields);
+    out.cropLeft = out.cropRight = out.cropTop = out.cropBottom = 0;
+    if (bits.Flag()) {
+        const bool halfWidth = out.chromaFormat == 1 || out.chromaFormat == 2;
+        const std::uint32_t unitX = halfWidth ? 2 : 1;
+        const std::uint32_t unitY = (out.chromaFormat == 1 ? 2 : 1) * fields;
+        out.cropLeft = Crop(bits.ue(), unitX, out.codedWidth);
+        out.cropRight = Crop(bits.ue(), unitX, out.codedWidth - out.cropLeft);
+        out.cropTop = Crop(bits.ue(), unitY, out.codedHeight);
+        out.cropBottom = Crop(bits.ue(), unitY, out.codedHeight - out.cropTop);
+    }
+    out.width = out.codedWidth - out.cropLeft - out.cropRight;
+    out.height = out.codedHeight - out.cropTop - out.cropBottom;
+}
+
+// `bits` is a cursor of its own, past the NAL unit header. It may run into what follows the set. False when it ends before
+// the size of the picture.
+bool ReadSequenceSet(GBitReader bits, GH264Parameters& out)
+{
+    out.profile = static_cast<std::uint8_t>(bits.Bits(8));
+    out.constraints = static_cast<std::uint8_t>(bits.Bits(8));
+    out.level = static_cast<std::uint8_t>(bits.Bits(8));
+    out.sequenceId = bits.ue();
+    ReadChromaFormat(bits, out);
+    out.log2MaxFrameNumber = Biased(bits.ue(), 4);
+    ReadPictureOrder(bits, out);
+    out.referenceFrames = bits.ue();
+    out.frameNumberGaps = bits.Flag();
+    ReadFrameSize(bits, out);
+    const bool hasSize = bits.Ok();
+    out.hasVui = bits.Flag();
+    if (out.hasVui)
+        ReadVui(bits, out);
+    return hasSize;
+}
+
+void ReadPictureSet(GBitReader bits, GH264Parameters& out)
+{
+    out.pictureId = bits.ue();
+    out.pictureSequenceId = bits.ue();
+    out.entropyCabac = bits.Flag();
+    out.bottomFieldOrder = bits.Flag();
+    out.sliceGroups = Biased(bits.ue(), 1);
+}
+
+// Reads `count` sets with their 16-bit lengths, each by a cursor that cannot disturb where the next one starts.
+template <class Read>
+void ForEachSet(GBitReader& bits, std::uint32_t count, GH264Parameters& out, Read&& read)
+{
+    for (std::uint32_t i = 0; i < count && bits.Left() > 0; ++i) {
+        const std::uint32_t length = bits.Bits(16);
+        GBitReader set = bits;
+        set.Skip(8);  // NAL unit header
+        if (set.Left() > 0)
+            read(set, out);
+        bits.Skip(std::uint64_t{length} * 8);
+    }
+}
+
+}  // namespace
+
+bool ReadAvcConfiguration(std::span<const std::uint8_t> avcC, GH264Parameters& out)
+{
+    out = {};
+    if (avcC.size() < kFixedBytes)
+        return false;
+    // The whole record is treated, its lengths too, while those count the bytes that were taken out: a set behind
+    // one that lost bytes is looked for that much too late. Frame durations depend on it, so it stays.
+    const std::vector<std::uint8_t> record = WithoutEmulationPrevention(avcC);
+    GBitReader bits(record);
+    bits.Skip(4 * 8);  // version, profile, compatibility, level
+    bits.Skip(6 + 2);  // size of the lengths in the payloads
+    bits.Skip(3);
+    ForEachSet(bits, bits.Bits(5), out, ReadSequenceSet);
+    ForEachSet(bits, bits.Bits(8), out, ReadPictureSet);
+    return true;
+}
+
+bool ReadSequenceParameterSet(GBytes unit, GH264Parameters& out)
+{
+    out = {};
+    if (unit.empty() || NalType(unit) != GNalType::SequenceSet)
+        return false;
+    const std::vector<std::uint8_t> plain = WithoutEmulationPrevention(unit);
+    if (ReadSequenceSet(GBitReader(GBytes(plain).subspan(1)), out))
+        return true;
+    out = {};
+    return false;
+}
+
+}  // namespace vex

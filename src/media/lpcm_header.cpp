@@ -1,0 +1,35 @@
+#include "media/lpcm_header.h"
+
+#include "io/bit_reader.h"
+
+namespace vex {
+
+std::optional<GLpcmHeader> ReadLpcmHeader(GBytes bytes)
+{
+    GBitReader bits(bytes);
+    GLpcmHeader header;
+    header.subStream = static_cast<std::uint8_t>(bits.Bits(8));
+    header.frames = static_cast<std::uint8_t>(bits.Bits(8));
+    header.firstAccessUnit = static_cast<std::uint16_t>(bits.Bits(16));
+    header.emphasis = bits.Flag();
+    header.mute = bits.Flag();
+    bits.Skip(1);  // reserved
+    header.frameNumber = static_cast<std::uint8_t>(bits.Bits(5));
+    header.quantisation = static_cast<std::uint8_t>(bits.Bits(2));
+    header.rateCode = static_cast<std::uint8_t>(bits.Bits(2));
+    bits.Skip(1);  // reserved
+    header.channels = static_cast<std::uint8_t>(bits.Bits(3) + 1);
+    header.dynamicRange = static_cast<std::uint8_t>(bits.Bits(8));
+    if (!bits.Ok())
+        return std::nullopt;
+    return header;
+}
+
+std::uint16_t GLpcmHeader::BitsPerSample() const
+{
+    return static_cast<std::uint16_t>(quantisation < 3 ? 16 + 4 * quantisation : 0);
+}
+
+std::uint32_t GLpcmHeader::SampleRate() const { return rateCode == 0 ? 48000 : rateCode == 1 ? 96000 : 0; }
+
+}  // namespace vex

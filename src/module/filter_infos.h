@@ -1,0 +1,13 @@
+// The twelve source filters, in the order in which the module registers them.
+#pragma once
+
+#include <span>
+
+#include "framework/contract/filter_info.h"
+
+namespace vex {
+
+// For hosts too: the list does not bring the filters' code with it.
+std::span<const GFilterInfo* const> FilterInfos();
+
+}  // namespace vex

@@ -1,0 +1,201 @@
+// Which bytes a tag delivers, when, and what damage costs.
+#include <gtest/gtest.h>
+
+#include "flv/flv_reading.h"
+#include "support/handler_trial.h"
+
+namespace vex::test {
+namespace {
+
+// The last payload byte of every packet in order: the fill of the builder's payloads.
+std::vector<int> Fills(const std::vector<GFlvReadPacket>& packets)
+{
+    std::vector<int> fills;
+    for (const GFlvReadPacket& packet : packets)
+        fills.push_back(packet.payload.empty() ? -1 : packet.payload.back());
+    return fills;
+}
+
+// Mp3Frame 1 to `count`, 26 ms apart.
+GFlvBuilder& AddSound(GFlvBuilder& file, std::uint8_t first, std::uint8_t count)
+{
+    for (std::uint8_t i = first; i < first + count; ++i)
+        file.Audio(26u * i, Mp3Frame(i));
+    return file;
+}
+
+TEST(FlvTimes, AreTheTagsIn32BitsWithTheCompositionTimeAdded)
+{
+    const struct {
+        std::uint32_t timeMs;
+        std::int32_t compositionMs;
+        REFERENCE_TIME start;
+    } cases[] = {
+        {1'000, 40, 10'400'000}, {0x01123456, 0, 0x01123456LL * 10'000},  {0xFFFFFFFF, 0, 0xFFFFFFFFLL * 10'000},
+        {0, -40, -400'000},      {0x01000000, -1, 0x00FFFFFFLL * 10'000}, {0, -0x800000, -0x800000LL * 10'000},
+    };
+    for (const auto& one : cases) {
+        GFlvBuilder file;
+        file.Video(0, AvcConfiguration()).Video(one.timeMs, AvcPicture(true, 1, one.compositionMs));
+        const auto packets = GFlvReading(file.bytes).ReadAll();
+        ASSERT_EQ(packets.size(), 1u);
+        EXPECT_EQ(packets[0].next.start, one.start);
+        EXPECT_EQ(packets[0].next.stop, one.start + 1);
+    }
+}
+
+TEST(FlvPayload, LacksTheCodecHeaderAndIsNeverEmpty)
+{
+    const struct {
+        std::uint8_t type;
+        GFlvBytes payload;
+        GFlvBytes delivered;
+        std::uint64_t damage = 0;
+    } cases[] = {
+        {kFlvAudio, {0x2F, 1, 2}, {1, 2}},
+        {kFlvAudio, {0xAF, 1, 2, 3}, {2, 3}},
+        {kFlvAudio, {0xAF, 0, 0x12, 0x10}, {}},
+        {kFlvAudio, {0xAF, 0, 0x12, 0x10, 0x56, 0xE5}, {}},
+        {kFlvAudio, {0xAF}, {}, 1},
+        {kFlvAudio, {0x2F}, {}},
+        {kFlvAudio, {}, {}},
+        {kFlvVideo, {0x24, 9, 1, 2}, {1, 2}},
+        {kFlvVideo, {0x25, 9, 0, 0, 7, 1, 2}, {1, 2}},
+        {kFlvVideo, {0x24}, {}, 1},
+        {kFlvVideo, {0x25, 9, 0, 0}, {}, 1},
+        {kFlvVideo, {0x27, 1, 0, 0, 0, 5}, {5}},
+        {kFlvVideo, {0x27, 1, 0, 0}, {}, 1},
+        {kFlvVideo, {0x17, 2, 0, 0, 0}, {}},  // end of sequence
+        {kFlvVideo, {0x17, 0, 0, 0, 0, 1, 2, 3}, {}},
+        {kFlvVideo, {0x22, 1}, {1}},
+        {kFlvVideo, {0x52, 0}, {}},  // a command to the player
+        {kFlvVideo, {}, {}},
+        {kFlvScript, {2, 0, 1}, {}},
+        {15, {2, 0, 1}, {}, 1},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(testing::PrintToString(one.payload));
+        GFlvBuilder file;
+        file.Audio(0, Mp3Frame(1)).Video(0, SorensonPicture(true, 2)).Tag(one.type, 7, one.payload);
+        file.Audio(9, Mp3Frame(3));
+        GFlvReading reading(file.bytes);
+        auto packets = reading.ReadAll();
+        ASSERT_EQ(packets.size(), one.delivered.empty() ? 3u : 4u);
+        if (!one.delivered.empty()) {
+            EXPECT_EQ(packets[2].payload, one.delivered);
+        }
+        EXPECT_EQ(packets.back().next.start, 90'000);
+        EXPECT_EQ(reading.Damage().count, one.damage);
+    }
+}
+
+TEST(FlvPayload, SyncPointsAreAllAudioAndVideoByTheLowBitsOfTheFrameType)
+{
+    GFlvBuilder file;
+    file.Video(0, SorensonPicture(true, 1)).Audio(0, Mp3Frame(1));
+    for (const int first : {0x12, 0x22, 0x32, 0x42, 0x92})
+        file.Video(0, {static_cast<std::uint8_t>(first), 1, 2});
+    EXPECT_EQ(KeyFlags(GFlvReading(file.bytes).ReadAll()), (std::vector{true, true, true, false, false, false, true}));
+}
+
+TEST(FlvUnits, SoundFilesOfCarelessWritersAreNotDamaged)
+{
+    const auto written = [](const GFlvLies& lies, std::size_t cut = 0) {
+        GFlvBuilder file;
+        for (std::uint8_t i = 1; i <= 4; ++i)
+            file.Tag(kFlvAudio, 26u * i, Mp3Frame(i), lies);
+        return file.Cut(cut);
+    };
+    const std::pair<const char*, GFlvBytes> cases[] = {
+        {"PreviousTagSize always 0", written({.previousTagSize = 0})},
+        {"PreviousTagSize always wrong", written({.previousTagSize = 11})},
+        {"a stream number", written({.streamId = 7})},
+        {"the last size is missing", written({}, 4)},
+        {"a part of the last size", written({}, 3)},
+    };
+    for (const auto& [what, bytes] : cases) {
+        GFlvReading reading(bytes);
+        EXPECT_EQ(Fills(reading.ReadAll()), (std::vector{1, 2, 3, 4})) << what;
+        EXPECT_EQ(reading.Damage().count, 0u) << what;
+        EXPECT_EQ(reading.Handler().Duration(), 104 * kMillisecond) << what;
+    }
+}
+
+TEST(FlvDamage, CostsTheTagItIsInAndNoOther)
+{
+    constexpr std::ptrdiff_t kSecondUnit = 9 + 26;  // 15 bytes of unit, 11 of payload
+    const GFlvBytes junk = Payload({}, 1000, 0x42);
+    GFlvBuilder whole;
+    GFlvBuilder behindSize;
+    AddSound(behindSize, 1, 2).Raw(junk);
+    GFlvBytes beforeSize = AddSound(whole, 1, 4).bytes;
+    GFlvBytes unknown = beforeSize;
+    beforeSize.insert(beforeSize.begin() + kSecondUnit, junk.begin(), junk.end());
+    unknown[kSecondUnit + 4] = 0x77;
+    std::vector<std::pair<GFlvBytes, std::vector<int>>> cases{
+        {whole.Cut(4 + 6), {1, 2, 3, 4}},
+        {AddSound(behindSize, 3, 2).bytes, {1, 2, 3, 4}},
+        {beforeSize, {1, 2, 3, 4}},
+        {unknown, {1, 3, 4}},
+    };
+    for (const std::uint32_t lie : {0u, 3u, 12u, 30u, 0xFFFFFFu}) {
+        GFlvBuilder file;
+        AddSound(file, 1, 1).Tag(kFlvAudio, 52, Mp3Frame(2), {.dataSize = lie});
+        cases.emplace_back(AddSound(file, 3, 2).bytes, std::vector{1, 2, 3, 4});
+    }
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        GFlvReading reading(cases[i].first);
+        const auto packets = reading.ReadAll();
+        EXPECT_EQ(Fills(packets), cases[i].second) << i;
+        EXPECT_EQ(packets.back().payload.size(), i == 0 ? 4u : 10u) << i;
+        EXPECT_EQ(packets[1].payload.size(), 10u) << i;
+        EXPECT_EQ(reading.Damage().count, 1u) << i << ": " << reading.Damage().first;
+    }
+}
+
+TEST(FlvDamage, BehindAHoleOfFiveMegabytesReadingEnds)
+{
+    for (const std::size_t hole : {0x4FFFF0u, 0x500010u}) {
+        GFlvBuilder file;
+        AddSound(file, 1, 2).Tag(kFlvAudio, 78, Mp3Frame(3), {.dataSize = 99});
+        file.Raw(Payload({}, hole, 0x42));
+        const auto packets = GFlvReading(AddSound(file, 4, 2).bytes).ReadAll();
+        EXPECT_EQ(packets.size(), hole < 0x500000 ? 5u : 2u);
+    }
+}
+
+// Whatever is broken, a file ends, and nothing in it is made more of than it is.
+std::size_t Survive(const GFlvBytes& bytes)
+{
+    GFlvReading reading(bytes);
+    const auto use = TryHandler(reading, {.targets = {reading.Handler().Duration() - 1, 100 * kMillisecond, 1}});
+    EXPECT_LE(use.packets, bytes.size() / kFlvUnitSize + 1);
+    return use.packets;
+}
+
+TEST(FlvBroken, EveryPrefixGivesNoFewerPacketsThanAShorterOne)
+{
+    const GFlvBuilder film = Film(5, 3);
+    std::size_t most = 0;
+    for (std::size_t cut = film.bytes.size() + 1; cut-- > 0;) {
+        const std::size_t count = Survive(film.Cut(cut));
+        ASSERT_GE(count, most) << "without " << cut;
+        most = count;
+    }
+    EXPECT_EQ(most, 10u);
+}
+
+TEST(FlvBroken, AnyByteMayLieAndCostsNoMoreThanItsTags)
+{
+    const GFlvBytes bytes = Film(5, 3).bytes;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        for (const int lie : {0x00, 0x01, 0x09, 0x7F, 0xFF}) {
+            GFlvBytes broken = bytes;
+            broken[i] = static_cast<std::uint8_t>(lie);
+            EXPECT_GE(Survive(broken), i > 200 ? 8u : 0u) << lie << " at " << i;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace vex::test

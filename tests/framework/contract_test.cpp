@@ -1,0 +1,174 @@
+// What a handler can say beside "here is a packet", and what a rule makes of it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+
+#include "support/scripted_filter.h"
+
+namespace vex::test {
+
+namespace {
+
+using testing::ElementsAre;
+using Kind = GRecordedEvent::Kind;
+
+constexpr std::uint32_t kFilterStream = 7;
+
+GStreamInfo ForTheFilter()
+{
+    GStreamInfo stream = AudioStream(kFilterStream);
+    stream.target = GStreamTarget::Filter;
+    return stream;
+}
+
+}  // namespace
+
+TEST(StreamEnd, EndsOnePinAtOnceAndForThisRunOnly)
+{
+    GScript script = Movie(20);
+    script.ends = {11};  // of the audio, after five packets
+    GRig rig(std::move(script));
+    rig.Log().SetAvailable(16);
+    rig.ConnectAll();
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(1).WaitForEnd();  // nothing comes behind its last packet
+    EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 5u);
+    rig.Sink(0).WaitForSamples(7);
+    EXPECT_EQ(rig.Sink(0).Count(Kind::End), 0);
+    rig.Log().SetAvailable(SIZE_MAX);
+    rig.Sink(0).WaitForEnd();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 20u);
+    EXPECT_EQ(rig.Log().Payloads(), 25u) << "what comes after the end is not read";
+    EXPECT_EQ(rig.Sink(1).Count(Kind::Sample), 5);
+    EXPECT_EQ(rig.Sink(1).Count(Kind::End), 1);
+
+    rig.ForgetEvents();
+    ASSERT_EQ(rig.Seek(0, 12 * kFrame), S_OK);
+    rig.LetGoAndWaitForEnds();
+    EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 8u) << "alive again";
+}
+
+TEST(EmptyPayloads, AreSamplesWhereTheRuleSaysSo)
+{
+    GScript script = Movie(4, false);
+    script.packets[0].size = script.packets[2].size = 0;
+    GRig rig(std::move(script), kOpenRules);
+    rig.PlayToEnd();
+    const auto samples = rig.Sink(0).SegmentSamples();
+    ASSERT_EQ(samples.size(), 4u);
+    EXPECT_EQ(samples[0].bytes.size() + samples[2].bytes.size(), 0u);
+    EXPECT_EQ(samples[2].start, 2 * kFrame);
+}
+
+TEST(Run, BeginsWithTheStreamsThatSomebodyTakes)
+{
+    GScript script = Movie(20);
+    script.streams.push_back(ForTheFilter());
+    script.accepts = [](REFERENCE_TIME time) { return time != 7 * kFrame; };
+    GRig rig(std::move(script));
+    rig.Connect(1);
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(1).WaitForEnd();
+    ASSERT_EQ(rig.Seek(0, 7 * kFrame), S_OK);
+    ASSERT_EQ(rig.Seeking(1)->SetRate(2.0), S_OK);
+    rig.ForgetEvents();
+    ASSERT_EQ(rig.Seek(0, 5 * kFrame), S_OK);
+    rig.Sink(1).WaitForEnd();
+    EXPECT_THAT(rig.Log().Runs(), ElementsAre(ElementsAre(kFilterStream, 1), ElementsAre(kFilterStream, 1)))
+        << "not after a refused seek, nor when only a pin starts again";
+}
+
+TEST(FilterStream, HasNoPinAndItsPacketsGoToTheFilter)
+{
+    GScript script = Movie(10, false);
+    script.streams.insert(script.streams.begin(), ForTheFilter());
+    script.packets[6].stream = script.packets[8].stream = kFilterStream;
+    script.packets[8].size = 0;
+    GRig rig(std::move(script));
+    ASSERT_EQ(rig.Scripted().GetPinCount(), 1);
+    ASSERT_EQ(rig.Seek(0, 4 * kFrame), S_OK);
+    rig.PlayToEnd();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 4u);
+    const GPacketPtr taken = rig.Log().WaitForTaken();
+    EXPECT_EQ(taken->stream, kFilterStream);
+    EXPECT_EQ(taken->start, 2 * kFrame) << "counted from the segment's start";
+    EXPECT_EQ(taken->stop, 3 * kFrame);
+    EXPECT_EQ(taken->mediaStart, 6 * kFrame / kUnitsPerMediaTime);
+    EXPECT_THAT(std::vector<std::uint8_t>(taken->data.Span().begin(), taken->data.Span().end()),
+                testing::AllOf(testing::SizeIs(100), testing::Each(6)));
+}
+
+TEST(DropBeforeSegment, IsAStreamsOwn)
+{
+    GScript script = Movie(20);
+    script.streams[1].dropBeforeSegment = true;
+    for (const std::size_t late : {24u, 25u})  // one of each stream, read after the seek but of long before
+        script.packets[late].start = 3 * kFrame;
+    GRig rig(std::move(script));
+    ASSERT_EQ(rig.Seek(0, 10 * kFrame), S_OK);
+    rig.PlayToEnd();
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 10u);
+    EXPECT_EQ(rig.Sink(0).SegmentSamples().at(2).start, -7 * kFrame);
+    EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 9u);
+    EXPECT_EQ(rig.Log().Payloads(), 19u);
+}
+
+// Each answer costs the reader a millisecond, or a command.
+TEST(Wait, IsNoBusyLoop)
+{
+    const GWatchdog watchdog("a handler that has nothing yet");
+    GRig rig(Movie(5, false));
+    rig.Log().SetAvailable(0);
+    rig.ConnectAll();
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    while (rig.Log().Asks() < 50)
+        std::this_thread::yield();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(45));
+    ASSERT_EQ(rig.Seek(0, kFrame), S_OK);
+    ASSERT_EQ(rig.Filter()->Stop(), S_OK);
+}
+
+TEST(Packets, GoBackToThePinTheyWereMadeFor)
+{
+    std::map<const GPacket2*, std::uint32_t> streams;
+    std::size_t used = 0;
+    GScript script = Movie(200);  // fewer than a pool keeps: no packet is freed, and no address used again
+    script.finishPacket = [&](GPacket2& packet, std::size_t) {
+        ++used;
+        EXPECT_EQ(streams.try_emplace(&packet, packet.stream).first->second, packet.stream);
+    };
+    GRig rig(std::move(script));
+    rig.PlayToEnd();
+    for (int round = 0; round < 3; ++round) {
+        rig.ForgetEvents();
+        ASSERT_EQ(rig.Seek(0, (5 + round) * kFrame), S_OK);
+        rig.LetGoAndWaitForEnds();
+    }
+    EXPECT_LT(streams.size(), used) << "nothing was used again";
+}
+
+TEST(PinId, OfTheFormatFindsThePin)
+{
+    GScript script = Movie(1);
+    script.streams[1].pinId = VEX_W("track 9");
+    GRig rig(std::move(script));
+    const WString ids[] = {VEX_W("1"), VEX_W("track 9")};
+    for (std::size_t pin = 0; pin < 2; ++pin) {
+        LPWSTR id = nullptr;
+        ASSERT_EQ(rig.Pin(pin)->QueryId(&id), S_OK);
+        EXPECT_EQ(WString(id), ids[pin]);
+        GComPtr<IPin> found;
+        EXPECT_EQ(rig.Filter()->FindPin(id, found.Put()), S_OK);
+        EXPECT_EQ(found.Get(), rig.Pin(pin));
+        CoTaskMemFree(id);
+    }
+    GComPtr<IPin> none;
+    EXPECT_EQ(rig.Pin(1)->QueryId(nullptr), E_POINTER);
+    EXPECT_EQ(rig.Filter()->FindPin(VEX_W("track"), none.Put()), VFW_E_NOT_FOUND);
+    EXPECT_EQ(rig.Filter()->FindPin(nullptr, none.Put()), E_POINTER);
+}
+
+}  // namespace vex::test

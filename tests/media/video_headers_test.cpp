@@ -1,0 +1,366 @@
+// Headers of video streams: published bit patterns, values out of range, and every way to be cut off.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "media/avc_record.h"
+#include "media/mpeg_video.h"
+#include "media/nal_units.h"
+#include "media/picture_sizes.h"
+#include "media/vc1_header.h"
+#include "media/xiph_headers.h"
+#include "support/bit_writer.h"
+
+namespace vex {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using test::BitWriter;
+using testing::ElementsAre;
+
+Bytes Copy(GBytes bytes) { return {bytes.begin(), bytes.end()}; }
+
+Bytes Join(std::initializer_list<Bytes> parts)
+{
+    Bytes all;
+    for (const Bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+// Calls `read` with every proper beginning of `whole`, each in an allocation of its size, so that a sanitizer sees any
+// read past the end.
+template <class Read>
+void ForEveryCut(const Bytes& whole, Read read)
+{
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        const auto exact = std::make_unique<std::uint8_t[]>(size);
+        std::copy_n(whole.begin(), size, exact.get());
+        read(GBytes(exact.get(), size));
+    }
+}
+
+TEST(NalUnits, StartCodesOfThreeAndFourBytesAndZerosBetweenUnits)
+{
+    const std::pair<Bytes, std::vector<Bytes>> rows[] = {
+        {{0, 0, 1, 0x67, 9, 0, 0, 1, 0x68}, {{0x67, 9}, {0x68}}},
+        {{7, 7, 0, 0, 0, 1, 0x67, 0, 9, 0, 0, 0, 0, 1, 0x68, 0, 0}, {{0x67, 0, 9}, {0x68}}},
+        {{0, 0, 1, 0, 0, 1, 0x65, 0, 0, 1}, {{0x65}}},  // an empty unit, and a start code with nothing behind it
+        {{0, 0, 1, 0x65, 0, 0, 3, 1}, {{0x65, 0, 0, 3, 1}}},
+        {{0, 0, 2, 0x65}, {}},
+        {{0, 0}, {}},
+        {{}, {}},
+    };
+    for (const auto& [stream, expected] : rows) {
+        GNalUnits units(stream);
+        std::vector<Bytes> found;
+        while (const auto unit = units.Next())
+            found.push_back(Copy(*unit));
+        EXPECT_EQ(found, expected) << testing::PrintToString(stream);
+    }
+    EXPECT_EQ(FindStartCode(Bytes{1, 0, 0, 1}), kNotFound) << "its last byte is missing";
+    EXPECT_EQ(FindStartCode(Bytes{1, 0, 0, 1, 0}), 1u);
+    EXPECT_EQ(FindStartCode(Bytes{0, 0, 1, 9, 0, 0, 1, 9}, 1), 4u);
+    EXPECT_EQ(FindStartCode(Bytes{0, 0, 1, 9}, 100), kNotFound);
+}
+
+TEST(NalUnits, LengthsThatDoNotFitTheirPrefixLeaveTheUnitOut)
+{
+    Bytes out;
+    EXPECT_FALSE(AppendLengthPrefixed(out, Bytes(256), 1));
+    EXPECT_FALSE(AppendLengthPrefixed(out, Bytes(1), 5));
+    EXPECT_TRUE(out.empty());
+    EXPECT_EQ(LengthPrefixedFromByteStream(Bytes{0, 0, 0, 1, 0x67, 1, 0, 0, 1, 0x68}, 4),
+              (Bytes{0, 0, 0, 2, 0x67, 1, 0, 0, 0, 1, 0x68}));
+}
+
+TEST(AvcRecord, SetsAreTakenApartAsFarAsTheyAreWhole)
+{
+    const Bytes whole{1, 77, 64, 31, 0xFD, 0xE2, 0, 2, 0x67, 1, 0, 1, 0x67, 1, 0, 2, 0x68, 5, 0xAA};
+    const auto record = ReadAvcRecord(whole);
+    ASSERT_TRUE(record);
+    EXPECT_TRUE(record->complete);
+    EXPECT_EQ(record->profile, 77);
+    EXPECT_EQ(record->compatibility, 64);
+    EXPECT_EQ(record->level, 31);
+    EXPECT_EQ(record->lengthSize, 2);
+    EXPECT_EQ(AvcSequenceHeader(record->sequenceSets, record->pictureSets),
+              (Bytes{0, 2, 0x67, 1, 0, 1, 0x67, 0, 2, 0x68, 5}));
+    ForEveryCut(Bytes(whole.begin(), whole.end() - 1), [](GBytes cut) {
+        const auto part = ReadAvcRecord(cut);
+        ASSERT_EQ(part.has_value(), cut.size() >= 6);
+        if (!part)
+            return;
+        EXPECT_FALSE(part->complete) << cut.size();
+        EXPECT_EQ(part->declaredSequenceSets, 2) << cut.size();
+        EXPECT_EQ(part->declaredPictureSets, cut.size() > 13 ? 1 : 0) << cut.size();
+        EXPECT_EQ(part->sequenceSets.size(), cut.size() < 10 ? 0u : cut.size() < 13 ? 1u : 2u) << cut.size();
+        EXPECT_TRUE(part->pictureSets.empty()) << cut.size();
+    });
+    const auto empty = ReadAvcRecord(Bytes{1, 66, 0, 10, 0xFF, 0xE1, 0, 0, 0xE1, 0, 0});
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(empty->declaredPictureSets, 0xE1) << "all eight bits";
+    EXPECT_EQ(empty->pictureSets.size(), 1u) << "an empty set is a set";
+    EXPECT_FALSE(empty->complete);
+}
+
+// 720 x 480, 16:9, 29.97 frames a second, 9.8 Mbit/s.
+const Bytes kDvdSequence{0, 0, 1, 0xB3, 0x2D, 0x01, 0xE0, 0x34, 0x17, 0xED, 0x23, 0x80};
+// Main profile at main level, progressive, 4:2:0.
+const Bytes kMainExtension{0, 0, 1, 0xB5, 0x14, 0x8A, 0x00, 0x01, 0x00, 0x00};
+
+TEST(MpegSequence, HeaderAndExtensionsWithTheBytesTheyLieIn)
+{
+    const Bytes picture{0, 0, 1, 0xB5, 0x8F, 0xFF};
+    const Bytes stream = Join({{9, 9}, kDvdSequence, kMainExtension, {0, 0, 1, 0xB8, 1}, picture, {0, 0, 1, 0}});
+    const auto sequence = ReadMpegSequence(stream);
+    ASSERT_TRUE(sequence);
+    EXPECT_EQ(sequence->width, 720);
+    EXPECT_EQ(sequence->height, 480);
+    EXPECT_EQ(sequence->aspectCode, 3);
+    EXPECT_EQ(sequence->frameRateCode, 4);
+    EXPECT_EQ(sequence->bitRate, 24500u);
+    EXPECT_EQ(sequence->bufferSize, 112);
+    EXPECT_FALSE(sequence->constrained || sequence->intraMatrix || sequence->nonIntraMatrix);
+    EXPECT_EQ(Copy(sequence->header), kDvdSequence);
+    EXPECT_EQ(Copy(sequence->firstExtension), kMainExtension);
+    EXPECT_EQ(Copy(sequence->secondExtension), picture);
+    ASSERT_TRUE(sequence->extension);
+    EXPECT_EQ(VideoInfoProfile(sequence->extension->profile), 2u);
+    EXPECT_EQ(VideoInfoLevel(sequence->extension->level), 2u);
+    EXPECT_TRUE(sequence->extension->progressive);
+    EXPECT_EQ(sequence->extension->chromaFormat, 1);
+    EXPECT_TRUE(sequence->extension->whole);
+
+    EXPECT_FALSE(ReadMpegSequence(Join({{0, 0, 1, 0xB8, 0}, kDvdSequence}))) << "another start code comes first";
+    EXPECT_FALSE(ReadMpegSequence(kDvdSequence)->extension) << "MPEG-1";
+    ForEveryCut(kDvdSequence, [](GBytes cut) { EXPECT_FALSE(ReadMpegSequence(cut)) << cut.size(); });
+    EXPECT_FALSE(ReadMpegSequence(Join({{kDvdSequence.begin(), kDvdSequence.end() - 1}, {0, 0, 1, 0xB5, 0x14}})))
+        << "the next start code cuts it";
+}
+
+TEST(MpegSequence, AllBitsOfTheExtensionAndWhatIsCutOff)
+{
+    const auto most = FindMpegSequenceExtension(Bytes{0, 0, 1, 0xB5, 0x1F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
+    ASSERT_TRUE(most);
+    EXPECT_TRUE(most->escape && most->lowDelay && most->whole);
+    EXPECT_THAT((std::vector<unsigned>{most->profile, most->level, most->chromaFormat, most->widthHighBits,
+                                       most->heightHighBits, most->bitRateHighBits, most->bufferHighBits,
+                                       most->rateNumerator, most->rateDenominator}),
+                ElementsAre(7, 15, 3, 3, 3, 0xFFF, 0xFF, 3, 31));
+    EXPECT_EQ(VideoInfoProfile(most->profile), 0u);
+    EXPECT_EQ(VideoInfoLevel(most->level), 0u);
+    ForEveryCut(kMainExtension, [](GBytes cut) {
+        const auto extension = FindMpegSequenceExtension(cut);
+        ASSERT_EQ(extension.has_value(), cut.size() >= 6) << cut.size();
+        EXPECT_TRUE(!extension || (extension->level == 8 && !extension->whole)) << cut.size();
+    });
+    Bytes matrices = Join({kDvdSequence, Bytes(128, 0x10)});
+    matrices[11] = 0x82;
+    matrices[75] = 0x11;
+    EXPECT_TRUE(ReadMpegSequence(matrices)->nonIntraMatrix) << "its flag is the last bit of the first matrix";
+    matrices.resize(40);
+    EXPECT_FALSE(ReadMpegSequence(matrices)->nonIntraMatrix);
+}
+
+TEST(MpegSequence, TablesEndWhereTheirCodesEnd)
+{
+    EXPECT_EQ(std::uint64_t{MpegFramePeriod(4)} * 10 / 27, 333'666u);
+    EXPECT_EQ(MpegFramePeriod(0) + MpegFramePeriod(9) + MpegFramePeriod(15), 0u);
+    EXPECT_EQ(static_cast<int>(352 / Mpeg1PelAspect(12) + 0.5), 321) << "NTSC";
+    EXPECT_EQ(Mpeg1PelAspect(0) + Mpeg1PelAspect(15), 0.0);
+    EXPECT_EQ(Mpeg2DisplayAspect(3), (GRatio{16, 9}));
+    EXPECT_EQ(Mpeg2DisplayAspect(15), (GRatio{1, 1}));
+}
+
+Bytes Vc1(const Bytes& fields) { return Join({{9, 0, 0, 1, 0x0F}, fields, {0, 0, 1, 0x0E, 0x5A, 0, 0, 1, 0x0D, 7}}); }
+
+BitWriter Vc1Head(unsigned profile, bool display)
+{
+    BitWriter bits;
+    bits.U(profile, 2).U(3, 3).U(1, 2).U(2, 3).U(21, 5).U(1, 1).U(959, 12).U(539, 12);
+    return bits.U(0b010001, 6).U(display ? 1 : 0, 1);
+}
+
+TEST(Vc1Sequence, SizesAspectAndBothWaysToGiveTheRate)
+{
+    const Bytes coded = Vc1Head(3, true).U(1919, 14).U(1079, 14).U(1, 1).U(1, 4).U(1, 1).U(0, 1).U(1, 8).U(2, 4).Done();
+    const Bytes stream = Vc1(coded);
+    const auto sequence = ReadVc1Sequence(stream);
+    ASSERT_TRUE(sequence);
+    EXPECT_EQ(sequence->level, 3);
+    EXPECT_EQ(sequence->codedWidth, 1920u);
+    EXPECT_EQ(sequence->codedHeight, 1080u);
+    EXPECT_TRUE(sequence->interlaced && sequence->segmentedFrames && sequence->postProcessing);
+    EXPECT_EQ(sequence->displayWidth, 1920u);
+    EXPECT_EQ(sequence->displayHeight, 1080u);
+    EXPECT_EQ(sequence->aspect, (GRatio{1, 1}));
+    EXPECT_EQ(sequence->rateNumerator, 24000u);
+    EXPECT_EQ(sequence->rateDenominator, 1001u);
+    EXPECT_EQ(Copy(sequence->sequenceHeader), Join({{0, 0, 1, 0x0F}, coded}));
+    EXPECT_EQ(Copy(sequence->entryPoint), (Bytes{0, 0, 1, 0x0E, 0x5A}));
+
+    const Bytes units =
+        Vc1Head(3, true).U(63, 14).U(1, 14).U(1, 1).U(15, 4).U(200, 8).U(7, 8).U(1, 1).U(1, 1).U(799, 16).Done();
+    const Bytes explicitRate = Vc1(units);
+    const auto other = ReadVc1Sequence(explicitRate);
+    ASSERT_TRUE(other);
+    EXPECT_EQ(other->aspect, (GRatio{200, 7}));
+    EXPECT_EQ(other->rateNumerator, 800u);
+    EXPECT_EQ(other->rateDenominator, 32u);
+}
+
+TEST(Vc1Sequence, ReservedCodesOtherProfilesAndCutHeaders)
+{
+    const Bytes reserved =
+        Vc1(Vc1Head(3, true).U(1, 14).U(1, 14).U(1, 1).U(14, 4).U(1, 1).U(0, 1).U(8, 8).U(1, 4).Done());
+    const auto unknown = ReadVc1Sequence(reserved);
+    ASSERT_TRUE(unknown);
+    EXPECT_EQ(unknown->rateNumerator, 0u);
+    EXPECT_EQ(unknown->aspect, GRatio{});
+    const Bytes plain = Vc1(Vc1Head(3, false).Done());
+    EXPECT_FALSE(ReadVc1Sequence(plain)->hasDisplay);
+    const Bytes simple = Vc1(Vc1Head(0, false).Done());
+    EXPECT_EQ(ReadVc1Sequence(simple)->codedWidth, 0u);
+    EXPECT_FALSE(ReadVc1Sequence(Bytes{0, 0, 1, 0x0E, 0x5A}));
+    const Bytes head = Join({{0, 0, 1, 0x0F}, Vc1Head(3, false).Filled()});
+    ForEveryCut(head, [](GBytes cut) { EXPECT_FALSE(ReadVc1Sequence(cut)) << cut.size(); });
+    // The zeros of a size of 2 x 2 need emulation prevention.
+    BitWriter small;
+    small.U(3, 2).U(0, 3).U(1, 2).U(0, 8).U(0, 1).U(0, 12).U(0, 12).U(0, 7);
+    Bytes escaped = small.Filled();
+    escaped.insert(escaped.begin() + 4, 3);
+    const Bytes bytes = Vc1(escaped);
+    EXPECT_EQ(ReadVc1Sequence(bytes)->codedHeight, 2u);
+}
+
+Bytes Text(std::string_view text) { return {text.begin(), text.end()}; }
+
+TEST(XiphHeaders, TheTheoraHeaderIsReadAsFarAsItReaches)
+{
+    const Bytes packet = Join({{0x80},
+                               Text("theora"),
+                               {3, 2, 1, 0, 20, 0, 15, 0, 1, 0x3E, 0, 0, 0xEE, 1, 2},
+                               {0, 0, 0x75, 0x30, 0, 0, 3, 0xE9, 0, 0, 16, 0, 0, 15, 2, 0, 3, 0xE8, 0xC1, 0x98}});
+    const auto header = ReadTheoraIdentification(packet);
+    EXPECT_TRUE(header.valid);
+    EXPECT_THAT((std::vector<std::uint32_t>{header.versionMajor, header.versionMinor, header.versionRevision,
+                                            header.frameColumns, header.frameRows, header.pictureWidth,
+                                            header.pictureHeight, header.pictureX, header.pictureY}),
+                ElementsAre(3, 2, 1, 20, 15, 318, 238, 1, 2));
+    EXPECT_THAT((std::vector<std::uint32_t>{header.rateNumerator, header.rateDenominator, header.aspectX,
+                                            header.aspectY, header.colourSpace, header.nominalBitRate, header.quality,
+                                            header.granuleShift, header.pixelFormat}),
+                ElementsAre(30000, 1001, 16, 15, 2, 1000, 48, 12, 3));
+    ForEveryCut(packet, [](GBytes cut) {
+        const auto part = ReadTheoraIdentification(cut);
+        EXPECT_FALSE(part.valid) << cut.size();
+        EXPECT_EQ(part.pictureWidth, cut.size() >= 17 ? 318u : 0u) << cut.size();
+    });
+    Bytes comment = packet;
+    comment[0] = 0x81;
+    EXPECT_FALSE(ReadTheoraIdentification(comment).valid);
+}
+
+TEST(XiphHeaders, TheVorbisHeaderIsWholeOrNothing)
+{
+    const Bytes packet = Join({{1},
+                               Text("vorbis"),
+                               {0, 0, 0, 0, 2, 0x44, 0xAC, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF},
+                               {0x80, 0xB5, 1, 0, 0, 0, 0, 0, 0xB8, 1}});
+    const auto header = ReadVorbisIdentification(packet);
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->channels, 2);
+    EXPECT_EQ(header->sampleRate, 44100u);
+    EXPECT_EQ(header->upperBitRate, -1);
+    EXPECT_EQ(header->nominalBitRate, 112'000);
+    EXPECT_EQ(header->shortBlock, 256u);
+    EXPECT_EQ(header->longBlock, 2048u);
+    EXPECT_TRUE(header->framing);
+    ForEveryCut(packet, [](GBytes cut) { EXPECT_FALSE(ReadVorbisIdentification(cut)) << cut.size(); });
+    Bytes comment = packet;
+    comment[0] = 3;
+    EXPECT_FALSE(ReadVorbisIdentification(comment));
+}
+
+TEST(XiphHeaders, LacedPacketsAreSplitOrRefusedAsAWhole)
+{
+    const Bytes laced = Join({{2, 255, 1, 0}, Bytes(256, 7), {8, 9}});
+    const auto packets = SplitXiphPackets(laced);
+    ASSERT_EQ(packets.size(), 3u);
+    EXPECT_EQ(packets[0].size(), 256u);
+    EXPECT_EQ(packets[1].size(), 0u);
+    EXPECT_EQ(Copy(packets[2]), (Bytes{8, 9}));
+    for (const Bytes& other : {Bytes{}, Bytes{2, 9, 9, 1}, Bytes{2, 255}, Bytes{1, 255, 255}, Bytes{255, 0, 0}})
+        EXPECT_TRUE(SplitXiphPackets(other).empty()) << testing::PrintToString(other);
+    EXPECT_EQ(SplitXiphPackets(Bytes{0}).size(), 1u);
+}
+
+TEST(PictureSizes, SorensonSizesAreCodedOrExplicit)
+{
+    const auto header = [](unsigned code) { return BitWriter().U(1, 17).U(1, 5).U(77, 8).U(code, 3); };
+    const struct {
+        Bytes bytes;
+        GPictureSize size;
+    } rows[] = {
+        {header(0).U(100, 8).U(50, 8).U(0, 2).Filled(), {100, 50}},
+        {header(1).U(1000, 16).U(65535, 16).U(0, 2).Filled(), {1000, 65535}},
+        {header(2).U(0, 2).Filled(), {352, 288}},
+        {header(6).U(0, 2).Filled(), {160, 120}},
+        {header(7).U(0, 2).Filled(), {0, 0}},
+    };
+    for (const auto& row : rows) {
+        const auto sorenson = ReadSorensonHeader(row.bytes);
+        EXPECT_TRUE(sorenson.startCode && sorenson.whole);
+        EXPECT_EQ(sorenson.temporalReference, 77);
+        EXPECT_EQ(sorenson.size, row.size);
+        ForEveryCut(row.bytes, [](GBytes cut) { EXPECT_FALSE(ReadSorensonHeader(cut).whole) << cut.size(); });
+    }
+    EXPECT_FALSE(ReadSorensonHeader(Bytes(8, 0xFF)).startCode);
+}
+
+TEST(PictureSizes, Vp6KeyFramesHaveTheirSizeBehindAnOptionalOffset)
+{
+    const Bytes advanced{0x78, 0x46, 15, 20, 14, 19};
+    const Bytes simple{0x78, 0x30, 0, 9, 15, 20, 14, 19};
+    const Bytes separated{0x79, 0x46, 0, 9, 15, 20, 14, 19};
+    for (const Bytes& bytes : {advanced, simple, separated}) {
+        const auto header = ReadVp6Header(bytes);
+        ASSERT_TRUE(header);
+        EXPECT_TRUE(header->keyFrame);
+        EXPECT_EQ(header->CodedSize(), (GPictureSize{320, 240}));
+        EXPECT_EQ(header->displayedColumns, 19);
+        ForEveryCut(bytes, [](GBytes cut) { EXPECT_FALSE(ReadVp6Header(cut)) << cut.size(); });
+    }
+    const auto inter = ReadVp6Header(Bytes{0xF8});
+    ASSERT_TRUE(inter);
+    EXPECT_FALSE(inter->keyFrame);
+    EXPECT_EQ(inter->quantiser, 60);
+}
+
+TEST(PictureSizes, Mpeg4SizesLieAtFixedPlacesOfConfigurationsOfOneLength)
+{
+    Bytes configuration(34);
+    configuration[2] = 1;
+    configuration[3] = 0xB0;
+    configuration[28] = 0xFD;  // of which two bits count
+    configuration[29] = 0x68;
+    configuration[30] = 0x44;
+    configuration[31] = 0x81;
+    EXPECT_EQ(Mpeg4ConfigurationSize(configuration), (GPictureSize{720, 576}));
+    configuration[30] = 0x84;
+    EXPECT_EQ(Mpeg4ConfigurationSize(configuration), (GPictureSize{722, 576})) << "its last bit counts two";
+    configuration[3] = 0xB5;
+    EXPECT_FALSE(Mpeg4ConfigurationSize(configuration));
+    configuration[3] = 0xB0;
+    configuration.push_back(0);
+    EXPECT_FALSE(Mpeg4ConfigurationSize(configuration));
+    configuration.resize(33);
+    EXPECT_FALSE(Mpeg4ConfigurationSize(configuration));
+}
+
+}  // namespace
+}  // namespace vex

@@ -1,0 +1,100 @@
+"""A Wine prefix of its own and the programs in it."""
+
+import os
+import signal
+import subprocess
+import tempfile
+import threading
+from pathlib import Path
+
+from formats import Failure, must_succeed, require
+
+
+class Wine:
+    """Everything lies in C:\\vex, as it would on a user's machine. Several threads may run programs at the same time."""
+
+    def __init__(self, command, bits, directory, timeout):
+        self.command = command
+        self.timeout = timeout
+        self.prefix = directory / f"prefix{bits}"
+        self.drive = self.prefix / "drive_c" / "vex"
+        self.environment = {
+            **{key: value for key, value in os.environ.items()
+               if not key.startswith("WINE") and key not in ("DISPLAY", "WAYLAND_DISPLAY")},
+            "WINEPREFIX": str(self.prefix), "WINEDEBUG": "-all", "WINEARCH": f"win{bits}", "LC_ALL": "C.UTF-8",
+            # No questions about what a prefix may lack, no entries in the desktop's menus.
+            "WINEDLLOVERRIDES": "mscoree,mshtml=;winemenubuilder.exe=d",
+        }
+        # The server is started by itself and stays: one that a program starts has the program's output open, and whoever
+        # reads that waits for it. The 300 s are for a run that cannot end it.
+        self.prefix.mkdir()
+        require(self.server("-p300") == 0, "the Wine server does not start")
+        must_succeed(self.run_command("wineboot", "--init", timeout=600), "setting up the prefix")
+        # There is no sound card to look for.
+        self.run_command("reg", "add", r"HKCU\Software\Wine\Drivers", "/v", "Audio", "/d", "", "/f")
+        self.drive.mkdir()
+
+    def start(self, *words, output, errors, directory=None):
+        return subprocess.Popen([self.command, *map(str, words)], cwd=directory or self.drive, env=self.environment,
+                                stdin=subprocess.DEVNULL, stdout=output, stderr=errors, start_new_session=True)
+
+    def run(self, program, *arguments, directory=None, timeout=None):
+        return self.run_command(str(program), *arguments, directory=directory, timeout=timeout)
+
+    def run_command(self, *words, directory=None, timeout=None):
+        """The finished process; its output as bytes, its peak of memory in bytes as `peak`."""
+        directory = directory or (self.drive if self.drive.exists() else self.prefix.parent)
+        with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors:
+            process = self.start(*words, output=output, errors=errors, directory=directory)
+            status, peak = self.wait(process, words, timeout or self.timeout)
+            output.seek(0)
+            errors.seek(0)
+            finished = subprocess.CompletedProcess(words, status, output.read(), errors.read())
+        finished.peak = peak
+        return finished
+
+    @staticmethod
+    def wait(process, words, timeout):
+        """Exit status and peak of resident memory in bytes; one that takes too long is ended."""
+        watch = Watch(timeout, lambda: end(process))
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        if watch.cancel():
+            raise Failure(f"hangs: {' '.join(map(str, words))} was ended after {timeout} s")
+        return process.returncode, usage.ru_maxrss * 1024
+
+    def server(self, option):
+        server = Path(self.command).with_name("wineserver")
+        return subprocess.run([str(server), option], env=self.environment, timeout=60, check=False, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode
+
+    def end_server(self):
+        """Ends every process of this prefix, and only of this one."""
+        self.server("-k")
+
+
+def end(process):
+    try:
+        os.killpg(process.pid, signal.SIGKILL)
+    except ProcessLookupError:
+        pass
+
+
+class Watch:
+    """Calls `late` once when it is not cancelled in time."""
+
+    def __init__(self, seconds, late):
+        self.fired = False
+
+        def run():
+            self.fired = True
+            late()
+
+        self.timer = threading.Timer(seconds, run)
+        self.timer.daemon = True
+        self.timer.start()
+
+    def cancel(self):
+        """True when it was too late."""
+        self.timer.cancel()
+        return self.fired
