@@ -90,10 +90,26 @@ std::uint32_t GCacheFile::ReadBulk(void* buffer, std::uint32_t count)
     const std::int64_t rest = available - cached;
     if (rest <= cacheCapacity)
         return ReadBuffered(destination + cached, rest) ? static_cast<std::uint32_t>(available) : 0;
-    if (!ReadAtPosition(destination + cached, rest))
+    if (!ReadAndCacheAhead(destination + cached, rest))
         return 0;
     position += rest;
     return static_cast<std::uint32_t>(available);
+}
+
+// What follows a payload is the next one's header: the cache takes it along.
+bool GCacheFile::ReadAndCacheAhead(std::uint8_t* destination, std::int64_t count)
+{
+    cacheLength = 0;
+    const std::int64_t ahead = std::min(cacheCapacity, knownSize - position - count);
+    if (OsSeek(position) != position)
+        return false;
+    const std::int64_t got =
+        OsRead(destination, static_cast<std::uint32_t>(count), {cache.get(), static_cast<std::size_t>(ahead)});
+    if (got < count)
+        return false;
+    cacheStart = position + count;
+    cacheLength = got - count;
+    return true;
 }
 
 bool GCacheFile::ReadBuffered(std::uint8_t* destination, std::int64_t count)
@@ -140,7 +156,7 @@ bool GCacheFile::FillCache(std::int64_t count)
 
 bool GCacheFile::ReadAtPosition(void* destination, std::int64_t count)
 {
-    return OsSeek(position) == position && OsRead(destination, static_cast<std::uint32_t>(count)) == count;
+    return OsSeek(position) == position && OsRead(destination, static_cast<std::uint32_t>(count), {}) == count;
 }
 
 std::int64_t GCacheFile::CopyFromCache(std::uint8_t* destination, std::int64_t count)

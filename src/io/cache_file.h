@@ -37,6 +37,7 @@ private:
     std::int64_t Available(std::uint32_t count);
     bool ReadBuffered(std::uint8_t* destination, std::int64_t count);
     bool FillCache(std::int64_t count);
+    bool ReadAndCacheAhead(std::uint8_t* destination, std::int64_t count);
     bool ReadAtPosition(void* destination, std::int64_t count);
     std::int64_t CopyFromCache(std::uint8_t* destination, std::int64_t count);
 

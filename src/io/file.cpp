@@ -58,7 +58,7 @@ std::uint32_t GFile::Read(void* buffer, std::uint32_t count)
 {
     if (!IsOpen() || buffer == nullptr)
         return 0;
-    const std::int64_t got = OsRead(buffer, count);
+    const std::int64_t got = OsRead(buffer, count, {});
     return got > 0 ? static_cast<std::uint32_t>(std::min<std::int64_t>(got, count)) : 0;
 }
 
@@ -87,9 +87,9 @@ std::int64_t GFile::OsSeek(std::int64_t position)
     return filePointer;
 }
 
-std::int64_t GFile::OsRead(void* buffer, std::uint32_t count)
+std::int64_t GFile::OsRead(void* buffer, std::uint32_t count, std::span<std::uint8_t> ahead)
 {
-    const std::int64_t got = file.ReadAt(filePointer, buffer, count);
+    const std::int64_t got = file.ReadAt(filePointer, buffer, count, ahead);
     if (got > 0)
         filePointer += got;
     return got;

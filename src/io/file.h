@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 
 #include "io/file_base.h"
 #include "platform/file.h"
@@ -41,9 +42,10 @@ public:
 
 protected:
     // All that reaches the operating system once a file is open. A test overrides them to count or to fail.
-    virtual std::int64_t OsSeek(std::int64_t position);              // the position reached, or -1
-    virtual std::int64_t OsRead(void* buffer, std::uint32_t count);  // at the file pointer; bytes read, or -1
-    virtual std::int64_t OsSize();                                   // bytes, or -1
+    virtual std::int64_t OsSeek(std::int64_t position);  // the position reached, or -1
+    // At the file pointer; bytes read, or -1. More than `count` when some of what follows came along into `ahead`.
+    virtual std::int64_t OsRead(void* buffer, std::uint32_t count, std::span<std::uint8_t> ahead);
+    virtual std::int64_t OsSize();  // bytes, or -1
 
 private:
     using GPath = std::array<char, kMaxPathBytes + 1>;

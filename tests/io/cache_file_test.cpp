@@ -52,6 +52,7 @@ public:
     int sizes = 0;
     std::function<std::int64_t(std::int64_t)> breakSeek = [](std::int64_t reached) { return reached; };
     std::int64_t failReadsFrom = kNever;
+    bool takesAhead = true;  // not every system does
 
 protected:
     std::int64_t OsSeek(std::int64_t target) override
@@ -60,11 +61,11 @@ protected:
         pointer = target;
         return breakSeek(GCacheFile::OsSeek(target));
     }
-    std::int64_t OsRead(void* buffer, std::uint32_t count) override
+    std::int64_t OsRead(void* buffer, std::uint32_t count, std::span<std::uint8_t> ahead) override
     {
         reads.emplace_back(pointer, count);
         if (pointer < failReadsFrom)
-            return GCacheFile::OsRead(buffer, count);
+            return GCacheFile::OsRead(buffer, count, takesAhead ? ahead : std::span<std::uint8_t>{});
         std::fill_n(static_cast<std::uint8_t*>(buffer), count / 2, std::uint8_t{0xEE});
         return count / 2;
     }
@@ -122,13 +123,22 @@ TEST_F(CacheFileCalls, ADirectReadLeavesTheCacheAsItWas)
 
 TEST_F(CacheFileCalls, APayloadTakesWhatIsCachedAndTheRestInOneSystemRead)
 {
-    file.ReadBytes(1'000);
     GBytes bytes(8'000);
-    ASSERT_EQ(file.ReadBulk(bytes.data(), 8'000), 8'000u);
-    EXPECT_EQ(bytes, Pattern(8'000, 1'000));
-    EXPECT_EQ(file.Tell(), 9'000);
-    EXPECT_EQ(file.ReadBulk(bytes.data(), 8'000), 1'000u) << "to the end of the file";
-    EXPECT_EQ(file.reads, (GOsReads{{0, 2048}, {2048, 6952}, {9000, 1000}}));
+    for (const bool ahead : {false, true}) {
+        file.takesAhead = ahead;
+        file.Seek(0);
+        file.ForgetCalls();
+        file.ReadBytes(1'000);
+        ASSERT_EQ(file.ReadBulk(bytes.data(), 6'500), 6'500u);
+        EXPECT_TRUE(std::ranges::equal(std::span(bytes).first(6'500), Pattern(6'500, 1'000)));
+        EXPECT_EQ(file.Tell(), 7'500);
+        EXPECT_EQ(file.ReadBytes(20), Pattern(20, 7'500)) << "the next header";
+        EXPECT_EQ(file.ReadBulk(bytes.data(), 8'000), 2'480u) << "to the end of the file";
+        EXPECT_TRUE(std::ranges::equal(std::span(bytes).first(2'480), Pattern(2'480, 7'520)));
+        const GOsReads one = {{0, 2048}, {2048, 5452}, {9548, 452}};
+        const GOsReads two = {{0, 2048}, {2048, 5452}, {7500, 2048}, {9548, 452}};
+        EXPECT_EQ(file.reads, ahead ? one : two);
+    }
     file.Seek(2'500);
     file.failReadsFrom = 2'500;
     EXPECT_EQ(file.ReadBulk(bytes.data(), 4'000), 0u);

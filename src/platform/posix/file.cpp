@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -96,18 +98,19 @@ void GOsFile::Close()
         ::close(static_cast<int>(std::exchange(handle, kClosed)));
 }
 
-std::int64_t GOsFile::ReadAt(std::int64_t position, void* buffer, std::uint32_t count)
+std::int64_t GOsFile::ReadAt(std::int64_t position, void* buffer, std::uint32_t count, std::span<std::uint8_t> ahead)
 {
     if (!IsOpen() || position < 0)
         return -1;
-    std::uint32_t done = 0;
+    std::int64_t done = 0;
     while (done < count) {
-        const ssize_t got =
-            ::pread(static_cast<int>(handle), static_cast<char*>(buffer) + done, count - done, position + done);
+        const std::array<iovec, 2> parts = {
+            {{static_cast<char*>(buffer) + done, static_cast<std::size_t>(count - done)}, {ahead.data(), ahead.size()}}};
+        const ssize_t got = ::preadv(static_cast<int>(handle), parts.data(), ahead.empty() ? 1 : 2, position + done);
         if (got == 0)
             break;
         if (got > 0)
-            done += static_cast<std::uint32_t>(got);
+            done += got;
         else if (errno != EINTR)
             return -1;
     }

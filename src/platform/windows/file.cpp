@@ -94,7 +94,8 @@ void GOsFile::Close()
         CloseHandle(AsHandle(std::exchange(handle, kClosed)));
 }
 
-std::int64_t GOsFile::ReadAt(std::int64_t position, void* buffer, std::uint32_t count)
+// Scattered reads want pages and a handle without a cache: nothing is read ahead.
+std::int64_t GOsFile::ReadAt(std::int64_t position, void* buffer, std::uint32_t count, std::span<std::uint8_t>)
 {
     if (!IsOpen() || position < 0)
         return -1;
