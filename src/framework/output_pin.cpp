@@ -47,20 +47,17 @@ REFERENCE_TIME ScaleTime(REFERENCE_TIME time, double rate)
 // has already passed, or that never comes because nobody knew of the call.
 class CVexOutputPin::GDelivery {
 public:
-    enum class Kind : std::uint8_t { Data, Flush };
-
-    explicit GDelivery(CVexOutputPin& deliveringPin, Kind kind = Kind::Data) : pin(deliveringPin)
+    explicit GDelivery(CVexOutputPin& deliveringPin, GPeerCall kind = GPeerCall::Data) : pin(deliveringPin)
     {
-        const GMutexLock held(pin.deliveryLock);
-        allowed = !pin.halting;
-        pin.inDelivery = allowed;
-        pin.flushingPeer = allowed && kind == Kind::Flush;
+        pin.peerCall.store(kind);
+        allowed = !pin.halting.load();
+        if (!allowed)
+            Leave();
     }
     ~GDelivery()
     {
-        const GMutexLock held(pin.deliveryLock);
-        pin.inDelivery = pin.flushingPeer = false;
-        pin.deliveryDone.notify_all();
+        if (allowed)
+            Leave();
     }
     GDelivery(const GDelivery&) = delete;
     GDelivery& operator=(const GDelivery&) = delete;
@@ -68,6 +65,17 @@ public:
     bool Allowed() const { return allowed; }
 
 private:
+    // The pair to a halt, which sets `halting` and then looks for a call: one of the two sees the other, and a call without
+    // a halt costs no lock.
+    void Leave()
+    {
+        pin.peerCall.store(GPeerCall::None);
+        if (!pin.halting.load())
+            return;
+        const GMutexLock held(pin.deliveryLock);
+        pin.deliveryDone.notify_all();
+    }
+
     CVexOutputPin& pin;
     bool allowed = false;
 };
@@ -187,9 +195,9 @@ HRESULT CVexOutputPin::Active()
 // that follows.
 void CVexOutputPin::StopDeliveries()
 {
-    GMutexLock held(deliveryLock);
     halting = true;
-    while (flushingPeer)
+    GMutexLock held(deliveryLock);
+    while (peerCall.load() == GPeerCall::Flush)
         held.Wait(deliveryDone);
 }
 
@@ -217,8 +225,8 @@ bool CVexOutputPin::LeavePeer(GSteadyClock::time_point deadline)
 {
     BeginStop();
     GMutexLock held(deliveryLock);
-    while (inDelivery && held.WaitUntil(deliveryDone, deadline)) {}
-    return !inDelivery;
+    while (peerCall.load() != GPeerCall::None && held.WaitUntil(deliveryDone, deadline)) {}
+    return peerCall.load() == GPeerCall::None;
 }
 
 void CVexOutputPin::FlushForStop()
@@ -342,7 +350,7 @@ void CVexOutputPin::PushEnd()
 // Default: one packet, one sample, held back until something is queued behind it.
 CVexOutputPin::GUnitStatus CVexOutputPin::PrepareUnit()
 {
-    switch (queue.WaitReady(true)) {
+    switch (queue.Take(true, current)) {
     case GPacketQueue::Ready::No:
         return GUnitStatus::NotYet;
     case GPacketQueue::Ready::End:
@@ -350,9 +358,6 @@ CVexOutputPin::GUnitStatus CVexOutputPin::PrepareUnit()
     case GPacketQueue::Ready::Packet:
         break;
     }
-    current = queue.Pop();
-    if (!current)
-        return GUnitStatus::NotYet;
     if (current->start == kNoTime) {
         FinishUnit();
         return GUnitStatus::NotYet;
@@ -535,7 +540,7 @@ HRESULT CVexOutputPin::Enlarge(GComPtr<IMediaSample>& sample, LONG needed)
 {
     sample.Reset();
     if (owner->Rules().resize == GResizeRule::FlushPeerOrAbort) {
-        const GDelivery inside(*this, GDelivery::Kind::Flush);
+        const GDelivery inside(*this, GPeerCall::Flush);
         if (!inside.Allowed())
             return VFW_E_WRONG_STATE;
         DeliverBeginFlush();

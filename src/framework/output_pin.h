@@ -107,6 +107,7 @@ protected:
 
 private:
     enum class GStep : std::uint8_t { Continue, Stop };
+    enum class GPeerCall : std::uint8_t { None, Data, Flush };
 
     class GDelivery;
 
@@ -137,11 +138,10 @@ private:
     bool started = false;                  // the reader has begun: leads may go; written while the thread is parked
     HRESULT startFailure = S_OK;           // why the last restart has no buffers; written while the thread is parked
     std::atomic<bool> peerRefused{false};  // Deliver failed: nothing more is queued until the next start
-    std::atomic<bool> halting{false};      // set under deliveryLock: no call to the peer begins, none that fails counts
-    GMutex deliveryLock;
+    std::atomic<bool> halting{false};      // no call to the peer begins, none that fails counts
+    std::atomic<GPeerCall> peerCall{GPeerCall::None};  // what the streaming thread is doing in the peer
+    GMutex deliveryLock;                               // for the wait until it is out of there
     GCondition deliveryDone;
-    bool inDelivery G_GUARDED_BY(deliveryLock) = false;    // the streaming thread is inside the peer
-    bool flushingPeer G_GUARDED_BY(deliveryLock) = false;  // and there it flushes
 };
 
 }  // namespace vex

@@ -44,8 +44,10 @@ GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr& packet, const std::funct
             packets.push_back(std::move(packet));
         bytes += size;
         wake = pinWaits && BatchLocked();
-        if (wake)
+        if (wake) {
+            pinWaits = false;  // it takes a while to wake, and one call is enough
             wakeAt = std::min(kBatch, std::max(kFirstWake, maxPackets / 4));
+        }
     }
     // After unlocking, so that the pin does not wake and block at once.
     if (wake)
@@ -67,34 +69,55 @@ GPacketQueue::Ready GPacketQueue::ReadyLocked(bool holdBack) const
     return holdBack && packets.size() < 2 && !ended ? Ready::No : Ready::Packet;
 }
 
-GPacketQueue::Ready GPacketQueue::WaitReady(bool holdBack)
+GPacketQueue::Ready GPacketQueue::Take(bool holdBack, GPacketPtr& packet)
 {
-    GMutexLock held(lock);
-    const Ready now = ReadyLocked(holdBack);
-    if (now != Ready::No)
-        return now;
-    pinWaits = true;
-    held.WaitFor(filled, kLongestWait);
-    pinWaits = false;
-    return ReadyLocked(holdBack);
+    if (fetchedPackets.load(std::memory_order_relaxed) == 0) {
+        const Ready ready = Fetch(holdBack);
+        if (ready != Ready::Packet)
+            return ready;
+    }
+    packet = std::move(fetched[nextFetched++]);
+    // Written by this thread alone.
+    fetchedBytes.store(fetchedBytes.load(std::memory_order_relaxed) - packet->GetSize(), std::memory_order_relaxed);
+    fetchedPackets.store(fetchedPackets.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
+    return Ready::Packet;
 }
 
-GPacketPtr GPacketQueue::Pop()
+GPacketQueue::Ready GPacketQueue::Fetch(bool holdBack)
 {
-    GPacketPtr packet;
     bool wake = false;
     {
-        const GMutexLock held(lock);
-        if (packets.empty())
-            return nullptr;
-        packet = std::move(packets.front());
-        packets.pop_front();
-        bytes -= packet->GetSize();
+        GMutexLock held(lock);
+        Ready ready = ReadyLocked(holdBack);
+        if (ready == Ready::No) {
+            if (readerWaits)  // for what was taken out of `fetched` since
+                drained.notify_one();
+            pinWaits = true;
+            held.WaitFor(filled, kLongestWait);
+            pinWaits = false;
+            ready = ReadyLocked(holdBack);
+        }
+        if (ready != Ready::Packet)
+            return ready;
+        std::uint64_t taken = 0;
+        nextFetched = 0;
+        std::size_t count = 0;
+        while (count < fetched.size() && ReadyLocked(holdBack) == Ready::Packet) {
+            taken += packets.front()->GetSize();
+            fetched[count++] = std::move(packets.front());
+            packets.pop_front();
+        }
+        bytes -= taken;
         wake = readerWaits && RoomLocked();
+        if (wake)
+            readerWaits = false;
+        fetchedPackets.store(count, std::memory_order_relaxed);
+        fetchedBytes.store(taken, std::memory_order_relaxed);
     }
+    // After unlocking, so that the reader does not wake and block at once.
     if (wake)
         drained.notify_one();
-    return packet;
+    return Ready::Packet;
 }
 
 void GPacketQueue::DropLocked()
@@ -105,14 +128,24 @@ void GPacketQueue::DropLocked()
     drained.notify_one();
 }
 
+void GPacketQueue::DropFetched()
+{
+    fetchedPackets.store(0, std::memory_order_relaxed);
+    fetchedBytes.store(0, std::memory_order_relaxed);
+    for (GPacketPtr& packet : fetched)
+        packet.reset();
+}
+
 void GPacketQueue::DropPackets()
 {
+    DropFetched();
     const GMutexLock held(lock);
     DropLocked();
 }
 
 void GPacketQueue::Clear()
 {
+    DropFetched();
     const GMutexLock held(lock);
     DropLocked();
     ended = false;

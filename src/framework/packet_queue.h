@@ -2,6 +2,8 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <deque>
 #include <functional>
 
@@ -25,24 +27,25 @@ public:
     void PushEnd();
 
     enum class Ready : std::uint8_t { No, Packet, End };
-    // Pin thread: what Pop would give. A packet counts only when something is queued behind it (it may still grow by
-    // continuations) unless `holdBack` is false. Waits at most 1 ms when there is nothing.
-    Ready WaitReady(bool holdBack);
-    // Pin thread: takes the first packet, null when there is none. The end marker stays until Clear.
-    GPacketPtr Pop();
+    // Pin thread: the next packet. The last one is ready only when something is queued behind it (it may still grow by
+    // continuations) unless `holdBack` is false. Waits at most 1 ms when nothing is ready. The end marker stays until Clear.
+    Ready Take(bool holdBack, GPacketPtr& packet);
 
-    // Any thread.
+    // Pin thread: everything but the end marker.
     void DropPackets();
     // The end marker too; the streaming thread is parked.
     void Clear();
 
 private:
     Ready ReadyLocked(bool holdBack) const G_REQUIRES(lock);
+    Ready Fetch(bool holdBack);
     void DropLocked() G_REQUIRES(lock);
+    void DropFetched();
     // A held-back packet does not count towards the limit; otherwise it could block the packet that releases it.
     bool FullLocked() const G_REQUIRES(lock)
     {
-        return packets.size() >= maxPackets || (bytes >= byteLimit && packets.size() > 1);
+        const std::size_t count = packets.size() + fetchedPackets.load(std::memory_order_relaxed);
+        return count >= maxPackets || (bytes + fetchedBytes.load(std::memory_order_relaxed) >= byteLimit && count > 1);
     }
 
     // Room enough to wake a reader that found the queue full: a quarter of it, so that the two threads do not take turns at
@@ -55,6 +58,7 @@ private:
 
     // A pin that waits for the start of a segment is woken at once, one that keeps up with the reader in batches: waking
     // it for every packet costs more than handing the packet over. Its wait ends after 1 ms in any case.
+    static constexpr std::size_t kFetch = 32;  // packets that the pin takes over at once, to save locks
     static constexpr std::size_t kFirstWake = 2;
     static constexpr std::size_t kBatch = 40;
     static constexpr std::uint64_t kBatchBytes = kMiB;
@@ -76,6 +80,12 @@ private:
     bool pinWaits G_GUARDED_BY(lock) = false;
     std::size_t wakeAt G_GUARDED_BY(lock) = kFirstWake;  // packets queued when a waiting pin is woken
     bool readerWaits G_GUARDED_BY(lock) = false;
+
+    // Taken out of `packets` and not yet taken by the pin: still counted, though a reader that waits is not woken for each.
+    std::array<GPacketPtr, kFetch> fetched;  // pin thread; from nextFetched on
+    std::size_t nextFetched = 0;             // pin thread
+    std::atomic<std::size_t> fetchedPackets{0};
+    std::atomic<std::uint64_t> fetchedBytes{0};
 };
 
 }  // namespace vex

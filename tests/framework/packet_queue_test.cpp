@@ -33,6 +33,14 @@ GPacketQueue::PushResult Push(GPacketQueue& queue, GPacketPtr packet, const std:
     return queue.Push(packet, giveUp);
 }
 
+// The next packet that is ready, or null.
+GPacketPtr Pop(GPacketQueue& queue)
+{
+    GPacketPtr packet;
+    queue.Take(false, packet);
+    return packet;
+}
+
 constexpr auto kDone = GPacketQueue::PushResult::Done;
 constexpr auto kRefused = GPacketQueue::PushResult::Refused;
 using Ready = GPacketQueue::Ready;
@@ -42,18 +50,42 @@ using Ready = GPacketQueue::Ready;
 TEST(PacketQueue, TheLastPacketIsHeldBackUntilSomethingFollows)
 {
     GPacketQueue queue(kLimits, 0);
-    EXPECT_EQ(queue.WaitReady(true), Ready::No);
+    GPacketPtr taken;
+    EXPECT_EQ(queue.Take(true, taken), Ready::No);
     ASSERT_EQ(Push(queue, Packet(10)), kDone);
-    EXPECT_EQ(queue.WaitReady(true), Ready::No);
-    EXPECT_EQ(queue.WaitReady(false), Ready::Packet);
+    EXPECT_EQ(queue.Take(true, taken), Ready::No);
+    ASSERT_EQ(Push(queue, Packet(11)), kDone);
+    ASSERT_EQ(queue.Take(true, taken), Ready::Packet);
+    EXPECT_EQ(taken->GetSize(), 10u);
+    EXPECT_EQ(queue.Take(true, taken), Ready::No);
     queue.PushEnd();
-    EXPECT_EQ(queue.WaitReady(true), Ready::Packet);
-    EXPECT_EQ(queue.Pop()->GetSize(), 10u);
-    EXPECT_EQ(queue.WaitReady(true), Ready::End);
+    ASSERT_EQ(queue.Take(true, taken), Ready::Packet);
+    EXPECT_EQ(taken->GetSize(), 11u);
+    EXPECT_EQ(queue.Take(true, taken), Ready::End);
     queue.DropPackets();
-    EXPECT_EQ(queue.WaitReady(true), Ready::End) << "the marker has to stay for a restart";
+    EXPECT_EQ(queue.Take(true, taken), Ready::End) << "the marker has to stay for a restart";
     queue.Clear();
-    EXPECT_EQ(queue.WaitReady(true), Ready::No);
+    EXPECT_EQ(queue.Take(true, taken), Ready::No);
+}
+
+// The pin takes packets over in batches. Those that it has not looked at yet keep their place, count, and are dropped with the
+// rest.
+TEST(PacketQueue, WhatWasTakenOverAtOnceCountsAndIsDropped)
+{
+    for (const bool clear : {false, true}) {
+        GPacketQueue queue(kLimits, 0);
+        for (std::size_t i = 1; i <= 10; ++i)
+            ASSERT_EQ(Push(queue, Packet(i)), kDone);
+        EXPECT_EQ(Pop(queue)->GetSize(), 1u);
+        for (std::size_t i = 11; i <= 301; ++i)
+            ASSERT_EQ(Push(queue, Packet(1)), kDone) << i;
+        EXPECT_EQ(Push(queue, Packet(1)), kRefused);
+        EXPECT_EQ(Pop(queue)->GetSize(), 2u);
+        clear ? queue.Clear() : queue.DropPackets();
+        EXPECT_EQ(Pop(queue), nullptr);
+        EXPECT_EQ(Push(queue, Packet(2000)), kDone);
+        EXPECT_EQ(Push(queue, Packet(1)), kDone);
+    }
 }
 
 TEST(PacketQueue, AContinuationGrowsTheLastPacketOnlyWhenItMay)
@@ -69,8 +101,8 @@ TEST(PacketQueue, AContinuationGrowsTheLastPacketOnlyWhenItMay)
     ASSERT_EQ(Push(queue, std::move(broken)), kDone);
     ASSERT_EQ(Push(queue, Continuation(2)), kDone);  // the packet before it has no time either
     std::vector<std::size_t> sizes;
-    while (queue.WaitReady(false) == Ready::Packet)
-        sizes.push_back(queue.Pop()->GetSize());
+    while (const GPacketPtr packet = Pop(queue))
+        sizes.push_back(packet->GetSize());
     EXPECT_EQ(sizes, (std::vector<std::size_t>{22, 3, 4, 2}));
 }
 
@@ -81,8 +113,8 @@ TEST(PacketQueue, AContinuationGrowsAPacketNoFurtherThanAPacketMayBe)
     ASSERT_EQ(Push(queue, Packet(kMaxPacketSize - 10)), kDone);
     ASSERT_EQ(Push(queue, Continuation(10)), kDone);
     ASSERT_EQ(Push(queue, Continuation(1)), kDone);
-    EXPECT_EQ(queue.Pop()->GetSize(), kMaxPacketSize);
-    EXPECT_EQ(queue.Pop()->GetSize(), 1u) << "and what does not fit is not joined to it";
+    EXPECT_EQ(Pop(queue)->GetSize(), kMaxPacketSize);
+    EXPECT_EQ(Pop(queue)->GetSize(), 1u) << "and what does not fit is not joined to it";
 }
 
 TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
@@ -91,7 +123,7 @@ TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
     for (int i = 0; i < 300; ++i)
         ASSERT_EQ(Push(many, Packet(1)), kDone) << i;
     EXPECT_EQ(Push(many, Packet(1)), kRefused);
-    many.Pop();
+    Pop(many);
     EXPECT_EQ(Push(many, Packet(1)), kDone);
 
     GPacketQueue heavy(kLimits, 0);
@@ -101,7 +133,7 @@ TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
     EXPECT_EQ(Push(heavy, Packet(700)), kDone) << "still below the limit when it came";
     EXPECT_EQ(Push(heavy, Packet(1)), kRefused);
     for (int i = 0; i < 3; ++i)
-        heavy.Pop();
+        Pop(heavy);
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(Push(heavy, Packet(333)), kDone) << "the bytes of what was taken still count";
     EXPECT_EQ(Push(heavy, Packet(1)), kDone);
@@ -113,8 +145,11 @@ TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
     GPacketQueue huge(kLimits, 0);
     ASSERT_EQ(Push(huge, Packet(5000)), kDone);
     EXPECT_EQ(Push(huge, Packet(5000)), kDone);
-    EXPECT_EQ(huge.WaitReady(true), Ready::Packet);
     EXPECT_EQ(Push(huge, Packet(1)), kRefused);
+    GPacketPtr taken;
+    EXPECT_EQ(huge.Take(true, taken), Ready::Packet);
+    EXPECT_EQ(Push(huge, Packet(5000)), kDone);
+        EXPECT_EQ(Push(huge, Packet(1)), kRefused);
 }
 
 TEST(PacketQueue, TheByteLimitFollowsTheSampleSizeBetweenItsBounds)
@@ -145,7 +180,7 @@ TEST(PacketQueue, AWaitingReaderIsWokenByThePinAndByAReasonToGiveUp)
     });
     while (looks < 3)
         std::this_thread::yield();
-    queue.Pop();
+    Pop(queue);
     const int seen = looks;
     while (looks < seen + 3)
         std::this_thread::yield();

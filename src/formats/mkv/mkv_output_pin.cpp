@@ -24,14 +24,15 @@ CVexOutputPin::GUnitStatus CMKV_OutputPin::PrepareUnit()
         return GUnitStatus::Unit;
     // A Block may complete those behind it that have a duration of their own: they go before anything new is taken.
     if (!ending && !FrontIsComplete()) {
-        switch (queue.WaitReady(false)) {
+        GPacketPtr packet;
+        switch (queue.Take(false, packet)) {
         case GPacketQueue::Ready::No:
             return GUnitStatus::NotYet;
         case GPacketQueue::Ready::End:
             ending = true;
             break;
         case GPacketQueue::Ready::Packet:
-            Take(GBlockPtr(static_cast<GMkvBlockPacket*>(queue.Pop().release())));
+            Take(GBlockPtr(static_cast<GMkvBlockPacket*>(packet.release())));
             break;
         }
     }
