@@ -23,6 +23,10 @@ endif()
 # Bounds checks of the standard library, everywhere but in what is shipped.
 target_compile_definitions(vex_flags INTERFACE $<$<NOT:$<CONFIG:Release>>:_GLIBCXX_ASSERTIONS>)
 
+if(VEX_TRACE)
+    target_compile_definitions(vex_flags INTERFACE VEX_TRACE)
+endif()
+
 if(VEX_SANITIZE)
     target_compile_options(vex_flags INTERFACE
         -fsanitize=${VEX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -104,12 +104,30 @@ if(VEX_SANITIZE OR VEX_COVERAGE)
     set(VEX_TEST_TIMEOUT 1800)
 endif()
 
+# What nearly every test includes, compiled once. An executable, so that its flags are those of the tests.
+function(vex_test_headers target)
+    if(NOT TARGET vex_test_headers)
+        set(empty ${PROJECT_BINARY_DIR}/generated/test_headers.cpp)
+        file(CONFIGURE OUTPUT ${empty} CONTENT "int main() {}\n")
+        vex_executable(vex_test_headers SOURCES ${empty} DEPS GTest::gmock GTest::gtest)
+        target_include_directories(vex_test_headers PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+        target_compile_options(vex_test_headers PRIVATE -O0)
+        target_precompile_headers(vex_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <algorithm> <array> <functional>
+            <memory> <optional> <random> <span> <string> <vector>)
+    endif()
+    target_compile_options(${target} PRIVATE -O0)
+    target_precompile_headers(${target} REUSE_FROM vex_test_headers)
+endfunction()
+
 # vex_test(<name> SOURCES <file>... [DEPS <target>...]): a GoogleTest program and its ctest entry. One entry for a whole
 # program: starting a process for every case would cost more than most cases do, above all under a sanitizer.
 function(vex_test name)
     vex_executable(${name} ${ARGN})
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest GTest::gtest_main)
+    if(VEX_FRESH_BUILD)
+        vex_test_headers(${name})
+    endif()
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${VEX_TEST_TIMEOUT})
 endfunction()
