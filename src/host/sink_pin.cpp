@@ -54,16 +54,19 @@ private:
     std::atomic<long> references{1};
 };
 
-GSampleView Describe(std::size_t pin, IMediaSample& sample, const char*& violation)
+}  // namespace
+
+GSampleView DescribeSample(IMediaSample& sample, const char** violation)
 {
     GSampleView view;
-    view.pin = pin;
     BYTE* bytes = nullptr;
     const LONG length = sample.GetActualDataLength();
-    if (length < 0 || length > sample.GetSize() || FAILED(sample.GetPointer(&bytes)) || (length > 0 && !bytes))
-        violation = "a sample claims more bytes than its buffer has";
-    else
+    if (length < 0 || length > sample.GetSize() || FAILED(sample.GetPointer(&bytes)) || (length > 0 && !bytes)) {
+        if (violation)
+            *violation = "a sample claims more bytes than its buffer has";
+    } else {
         view.data = {bytes, static_cast<std::size_t>(length)};
+    }
 
     const HRESULT timed = sample.GetTime(&view.start, &view.stop);
     if (FAILED(timed))
@@ -78,12 +81,10 @@ GSampleView Describe(std::size_t pin, IMediaSample& sample, const char*& violati
     return view;
 }
 
-}  // namespace
-
 CSinkPin::CSinkPin(std::size_t pinIndex, GSinkOptions sinkOptions, std::shared_ptr<GProgress> shared)
-    : index(pinIndex),
+    : progress(std::move(shared)),
+      index(pinIndex),
       options(std::move(sinkOptions)),
-      progress(std::move(shared)),
       offered(options.offerAllocator ? new CMemAllocator : nullptr)
 {
 }
@@ -159,15 +160,17 @@ HRESULT CSinkPin::ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt)
 {
     if (!pConnector || !pmt)
         return E_POINTER;
-    const CMediaType wanted(*pmt);
-    if (options.accepts && !options.accepts(wanted))
-        return VFW_E_TYPE_NOT_ACCEPTED;
-    GMutexLock held(lock);
-    if (peer)
-        return VFW_E_ALREADY_CONNECTED;
-    peer = GComPtr<IPin>(pConnector);
-    type = wanted;
-    return S_OK;
+    return ComGuard([&]() -> HRESULT {
+        CMediaType wanted(*pmt);
+        if (options.accepts && !options.accepts(wanted))
+            return VFW_E_TYPE_NOT_ACCEPTED;
+        GMutexLock held(lock);
+        if (peer)
+            return VFW_E_ALREADY_CONNECTED;
+        peer = GComPtr<IPin>(pConnector);
+        std::swap(type, wanted);
+        return S_OK;
+    });
 }
 
 HRESULT CSinkPin::Disconnect()
@@ -247,8 +250,8 @@ HRESULT CSinkPin::EnumMediaTypes(IEnumMediaTypes** ppEnum)
 {
     if (!ppEnum)
         return E_POINTER;
-    *ppEnum = new CNoMediaTypes;
-    return S_OK;
+    *ppEnum = new (std::nothrow) CNoMediaTypes;
+    return *ppEnum ? S_OK : E_OUTOFMEMORY;
 }
 
 HRESULT CSinkPin::EndOfStream()
@@ -398,7 +401,8 @@ HRESULT CSinkPin::Receive(IMediaSample* pSample)
     }
 
     const char* violation = nullptr;
-    GSampleView view = Describe(index, *pSample, violation);
+    GSampleView view = DescribeSample(*pSample, &violation);
+    view.pin = index;
     view.segment = segment;
     const HRESULT result = options.onSample ? options.onSample(view) : S_OK;
 
@@ -408,10 +412,12 @@ HRESULT CSinkPin::Receive(IMediaSample* pSample)
         ViolationLocked(violation);
     if (flushing)  // what the callback got belongs to the old position
         return S_FALSE;
-    if (result == S_OK)
+    if (result == S_OK) {
         CountLocked(view);
-    else
+        TakenLocked(*pSample, view);
+    } else {
         report.refused = true;
+    }
     if (result != S_OK || report.segmentSamples == announceAt)
         progress->Changed();
     return result;

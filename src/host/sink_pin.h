@@ -28,6 +28,9 @@ struct GSampleView {
     bool preroll = false;
 };
 
+// What a sample says of itself; `violation`, unless null, is set when it cannot be true. `pin` and `segment` are left alone.
+GSampleView DescribeSample(IMediaSample& sample, const char** violation = nullptr);
+
 // Called on the pin's streaming thread, with no lock held; `data` is valid until it returns. What it returns is what
 // Receive returns.
 using GSampleCallback = std::function<HRESULT(const GSampleView&)>;
@@ -65,7 +68,7 @@ struct GSinkReport {
 };
 
 // Registered with the graph only by being connected. Any thread may call any method.
-class CSinkPin final : public IPin, public IMemInputPin {
+class CSinkPin : public IPin, public IMemInputPin {
 public:
     CSinkPin(std::size_t pinIndex, GSinkOptions sinkOptions, std::shared_ptr<GProgress> shared);
 
@@ -108,9 +111,18 @@ public:
     HRESULT STDMETHODCALLTYPE ReceiveMultiple(IMediaSample** pSamples, LONG nSamples, LONG* nSamplesProcessed) override;
     HRESULT STDMETHODCALLTYPE ReceiveCanBlock() override { return S_OK; }
 
-private:
-    ~CSinkPin() = default;
+protected:
+    virtual ~CSinkPin() = default;
+    // Under the lock, for a sample that is answered with S_OK; the view's bytes are still there.
+    virtual void TakenLocked(IMediaSample&, const GSampleView&) G_REQUIRES(lock) {}
+    bool LetsGoLocked() const G_REQUIRES(lock) { return flushing || !isActive; }
 
+    const std::shared_ptr<GProgress> progress;
+    std::atomic<long> references{1};
+    GMutex lock;
+    GCondition changed;  // behaviour, flush, activity or connection
+
+private:
     HRESULT AdmitLocked() const G_REQUIRES(lock);
     bool MustHoldLocked() const G_REQUIRES(lock);
     void ViolationLocked(const char* what) G_REQUIRES(lock);
@@ -119,13 +131,9 @@ private:
 
     const std::size_t index;
     const GSinkOptions options;
-    const std::shared_ptr<GProgress> progress;
     const GComPtr<IMemAllocator> offered;  // may be empty
-    std::atomic<long> references{1};
     std::atomic<std::uint64_t> sampleCount{0};
 
-    GMutex lock;
-    GCondition changed;  // behaviour, flush, activity or connection
     GComPtr<IPin> peer G_GUARDED_BY(lock);
     GComPtr<IMemAllocator> agreed G_GUARDED_BY(lock);
     CMediaType type G_GUARDED_BY(lock);

@@ -16,13 +16,14 @@ namespace vex {
 
 namespace {
 
-constexpr std::array<const GFilterInfo*, 12> kFilters{
+constexpr auto kFilters = std::to_array<const GFilterInfo*>({
     &kAviFilter, &kOgg1Filter, &kMpeg1Filter, &kMkvFilter, &kMp4Filter, &kAsf1Filter,
     &kFlvFilter, &kAsfFilter,  &kOggFilter,   &kMp3Filter, &kAacFilter, &kMpegFilter,
-};
+});
+static_assert(kFilters.size() == kFilterCount);
 
 }  // namespace
 
-std::span<const GFilterInfo* const> FilterInfos() { return kFilters; }
+std::span<const GFilterInfo* const, kFilterCount> FilterInfos() { return kFilters; }
 
 }  // namespace vex

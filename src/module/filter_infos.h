@@ -1,4 +1,4 @@
-// The twelve source filters, in the order in which the module registers them.
+// The source filters, in the order in which the module registers them.
 #pragma once
 
 #include <span>
@@ -7,7 +7,9 @@
 
 namespace vex {
 
+inline constexpr std::size_t kFilterCount = 12;
+
 // For hosts too: the list does not bring the filters' code with it.
-std::span<const GFilterInfo* const> FilterInfos();
+std::span<const GFilterInfo* const, kFilterCount> FilterInfos();
 
 }  // namespace vex

@@ -61,9 +61,9 @@ CFactoryTemplate Row(const GFilterInfo& info)
             {info.clsid, info.displayName, kMeritDoNotUse, kOutputPin}};
 }
 
-std::array<CFactoryTemplate, 12> MakeTable()
+std::array<CFactoryTemplate, kFilterCount> MakeTable()
 {
-    std::array<CFactoryTemplate, 12> table{};
+    std::array<CFactoryTemplate, kFilterCount> table{};
     std::ranges::transform(FilterInfos(), table.begin(), [](const GFilterInfo* info) { return Row(*info); });
     return table;
 }
@@ -72,7 +72,7 @@ std::array<CFactoryTemplate, 12> MakeTable()
 
 std::span<const CFactoryTemplate> FilterTable()
 {
-    static const std::array<CFactoryTemplate, 12> table = MakeTable();
+    static const std::array<CFactoryTemplate, kFilterCount> table = MakeTable();
     return table;
 }
 

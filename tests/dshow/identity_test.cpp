@@ -5,6 +5,7 @@
 #include "formats/avi/avi_interface.h"
 #include "platform/exports.h"
 #include "support/scripted_filter.h"
+#include "support/test_object.h"
 
 namespace vex::test {
 

@@ -5,6 +5,7 @@
 
 #include "host/graph_site.h"
 #include "support/scripted_filter.h"
+#include "support/test_object.h"
 
 namespace vex::test {
 

@@ -8,74 +8,69 @@ namespace {
 
 using Kind = GRecordedEvent::Kind;
 
-GRecordedSample Describe(IMediaSample& sample, bool withBytes)
+// The sink itself plays what a host may ask of it.
+GSinkBehaviour BehaviourFor(GSinkTrick trick)
 {
-    GRecordedSample seen;
-    BYTE* bytes = nullptr;
-    sample.GetPointer(&bytes);
-    if (withBytes)
-        seen.bytes.assign(bytes, bytes + sample.GetActualDataLength());
-    const HRESULT timed = sample.GetTime(&seen.start, &seen.stop);
-    if (FAILED(timed))
-        seen.start = seen.stop = kNoTime;
-    else if (timed == VFW_S_NO_STOP_TIME)
-        seen.stop = kNoTime;
-    if (FAILED(sample.GetMediaTime(&seen.mediaStart, &seen.mediaStop)))
-        seen.mediaStart = seen.mediaStop = kNoTime;
-    seen.sync = sample.IsSyncPoint() == S_OK;
-    seen.discontinuity = sample.IsDiscontinuity() == S_OK;
-    seen.preroll = sample.IsPreroll() == S_OK;
-    return seen;
+    switch (trick) {
+    case GSinkTrick::BlockReceive:
+        return GSinkBehaviour::Hold;
+    case GSinkTrick::Refuse:
+        return GSinkBehaviour::Refuse;
+    case GSinkTrick::NoMore:
+        return GSinkBehaviour::Finish;
+    default:
+        return GSinkBehaviour::Accept;
+    }
 }
 
 }  // namespace
 
+CRecordingSink::CRecordingSink() : CSinkPin(0, {.onSample = {}, .offerAllocator = false, .accepts = {}}, std::make_shared<GProgress>()) { SetActive(true); }
+
 void CRecordingSink::Play(GSinkTrick wanted)
 {
-    const std::lock_guard held(lock);
-    trick = wanted;
-    changed.notify_all();
-}
-
-void CRecordingSink::SetStopped(bool stop)
-{
-    const std::lock_guard held(lock);
-    stopped = stop;
-    changed.notify_all();
+    {
+        const GMutexLock held(lock);
+        trick = wanted;
+    }
+    SetBehaviour(BehaviourFor(wanted));
 }
 
 void CRecordingSink::GiveSamplesBack()
 {
     std::vector<GComPtr<IMediaSample>> released;
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     released.swap(kept);
 }
 
 void CRecordingSink::WaitUntil(const std::function<bool()>& done)
 {
     const GWatchdog watchdog("what a sink was to be told");
-    std::unique_lock held(lock);
-    changed.wait(held, done);
+    progress->Until(GSteadyClock::now() + std::chrono::hours(1), done);
 }
 
 void CRecordingSink::WaitForEnd()
 {
-    WaitUntil([this] { return CountLocked(Kind::End) > 0; });
+    WaitUntil([this] { return Count(Kind::End) > 0; });
 }
 
 void CRecordingSink::WaitForSamples(std::size_t count)
 {
-    WaitUntil([&] { return CountLocked(Kind::Sample) >= static_cast<std::ptrdiff_t>(count); });
+    WaitUntil([&] { return Count(Kind::Sample) >= static_cast<std::ptrdiff_t>(count); });
 }
 
 void CRecordingSink::WaitUntilBlocked()
 {
-    WaitUntil([this] { return blocked; });
+    WaitUntil([this] {
+        const bool holding = Report().holding;
+        const GMutexLock held(lock);
+        return holding || blocked;
+    });
 }
 
 std::vector<GRecordedEvent> CRecordingSink::Events()
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     return events;
 }
 
@@ -103,102 +98,95 @@ std::vector<GRecordedSample> CRecordingSink::Samples(bool ofSegment)
     return samples;
 }
 
-std::ptrdiff_t CRecordingSink::CountLocked(Kind kind) const
-{
-    return std::ranges::count(events, kind, &GRecordedEvent::kind);
-}
-
 std::ptrdiff_t CRecordingSink::Count(Kind kind)
 {
-    const std::lock_guard held(lock);
-    return CountLocked(kind);
+    const GMutexLock held(lock);
+    return std::ranges::count(events, kind, &GRecordedEvent::kind);
 }
 
 void CRecordingSink::ForgetEvents()
 {
-    const std::lock_guard held(lock);
+    const GMutexLock held(lock);
     events.clear();
-}
-
-GComPtr<IMemAllocator> CRecordingSink::Allocator()
-{
-    const std::lock_guard held(lock);
-    return agreed;
 }
 
 HRESULT CRecordingSink::QueryInterface(REFIID riid, void** ppv)
 {
-    if (riid == IID_IUnknown || riid == IID_IPin)
-        *ppv = static_cast<IPin*>(this);
-    else if (riid == IID_IMemInputPin && takesSamples)
-        *ppv = static_cast<IMemInputPin*>(this);
-    else
-        return GTestObject::QueryInterface(riid, ppv);
-    AddRef();
-    return S_OK;
+    if (riid != IID_IMemInputPin || takesSamples)
+        return CSinkPin::QueryInterface(riid, ppv);
+    *ppv = nullptr;
+    return E_NOINTERFACE;
 }
 
 HRESULT CRecordingSink::ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt)
 {
-    if (accepts && !accepts(*pmt))
-        return VFW_E_TYPE_NOT_ACCEPTED;
-    const std::lock_guard held(lock);
-    peer = GComPtr<IPin>(pConnector);
+    return accepts && !accepts(*pmt) ? VFW_E_TYPE_NOT_ACCEPTED : CSinkPin::ReceiveConnection(pConnector, pmt);
+}
+
+HRESULT CRecordingSink::QueryDirection(PIN_DIRECTION* pPinDir)
+{
+    *pPinDir = direction;
     return S_OK;
 }
 
-HRESULT CRecordingSink::Disconnect()
+HRESULT CRecordingSink::EnumMediaTypes(IEnumMediaTypes** ppEnum)
 {
-    GComPtr<IPin> oldPeer;  // released with no lock held
-    GComPtr<IMemAllocator> oldAllocator;
-    const std::lock_guard held(lock);
-    std::swap(oldPeer, peer);
-    std::swap(oldAllocator, agreed);
-    return S_OK;
+    return likes ? likes->EnumMediaTypes(ppEnum) : E_NOTIMPL;
 }
 
-// Only while the call's own trick is played; a flush or a stop lets go.
-void CRecordingSink::BlockIf(GSinkTrick blocking, std::unique_lock<GNativeMutex>& held)
+// Waits while the call's own trick is played; false when a flush or a stop let go.
+bool CRecordingSink::BlocksIn(GSinkTrick call)
 {
-    const auto goes = [&] { return trick != blocking || flushing || stopped; };
-    if (goes())
-        return;
-    blocked = true;
-    changed.notify_all();
-    changed.wait(held, goes);
+    GMutexLock held(lock);
+    while (trick == call && !LetsGoLocked()) {
+        if (!std::exchange(blocked, true))
+            progress->Changed();
+        held.Wait(changed);
+    }
     blocked = false;
+    return LetsGoLocked();
 }
 
-void CRecordingSink::WriteLocked(GRecordedEvent event)
+void CRecordingSink::Write(GRecordedEvent event)
 {
-    events.push_back(std::move(event));
-    changed.notify_all();
+    {
+        const GMutexLock held(lock);
+        events.push_back(std::move(event));
+    }
+    progress->Changed();
 }
 
-HRESULT CRecordingSink::Flush(Kind kind)
+// A flush is written down when no sample of before can follow it, and its end before one of after can.
+HRESULT CRecordingSink::BeginFlush()
 {
-    const std::lock_guard held(lock);
-    flushing = kind == Kind::BeginFlush;
-    WriteLocked({.kind = kind});
-    return S_OK;
+    if (onBeginFlush)
+        onBeginFlush();
+    const HRESULT result = CSinkPin::BeginFlush();
+    Write({.kind = Kind::BeginFlush});
+    return result;
+}
+
+HRESULT CRecordingSink::EndFlush()
+{
+    Write({.kind = Kind::EndFlush});
+    return CSinkPin::EndFlush();
 }
 
 HRESULT CRecordingSink::EndOfStream()
 {
-    std::unique_lock held(lock);
-    BlockIf(GSinkTrick::BlockEndOfStream, held);
-    if (flushing || stopped)
+    if (BlocksIn(GSinkTrick::BlockEndOfStream))
         return S_FALSE;
-    WriteLocked({.kind = Kind::End});
-    return S_OK;
+    const HRESULT result = CSinkPin::EndOfStream();
+    if (result == S_OK)
+        Write({.kind = Kind::End});
+    return result;
 }
 
 HRESULT CRecordingSink::NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate)
 {
-    std::unique_lock held(lock);
-    BlockIf(GSinkTrick::BlockNewSegment, held);
-    WriteLocked({.kind = Kind::Segment, .start = tStart, .stop = tStop, .rate = dRate});
-    return S_OK;
+    BlocksIn(GSinkTrick::BlockNewSegment);
+    Write({.kind = Kind::Segment, .start = tStart, .stop = tStop, .rate = dRate});
+    return CSinkPin::NewSegment(tStart, tStop, dRate);
 }
 
 HRESULT CRecordingSink::GetAllocator(IMemAllocator** ppAllocator)
@@ -209,11 +197,8 @@ HRESULT CRecordingSink::GetAllocator(IMemAllocator** ppAllocator)
 
 HRESULT CRecordingSink::NotifyAllocator(IMemAllocator* pAllocator, BOOL bReadOnly)
 {
-    if (const HRESULT answer = onAllocator ? onAllocator(pAllocator, bReadOnly) : S_OK; FAILED(answer))
-        return answer;
-    const std::lock_guard held(lock);
-    agreed = GComPtr<IMemAllocator>(pAllocator);
-    return S_OK;
+    const HRESULT answer = onAllocator ? onAllocator(pAllocator, bReadOnly) : S_OK;
+    return FAILED(answer) ? answer : CSinkPin::NotifyAllocator(pAllocator, bReadOnly);
 }
 
 HRESULT CRecordingSink::GetAllocatorRequirements(ALLOCATOR_PROPERTIES* pProps)
@@ -229,26 +214,26 @@ HRESULT CRecordingSink::Receive(IMediaSample* pSample)
     if (onReceive)
         if (const HRESULT answer = onReceive(pSample); answer != S_OK)
             return answer;
-    GRecordedEvent event{.kind = Kind::Sample, .sample = Describe(*pSample, keepsBytes)};
-    GComPtr<IPin> lost;
-    std::unique_lock held(lock);
-    BlockIf(GSinkTrick::BlockReceive, held);
-    if (stopped)
-        return VFW_E_WRONG_STATE;
-    if (flushing)
-        return S_FALSE;
-    if (trick == GSinkTrick::Refuse)
-        return E_FAIL;
-    if (trick == GSinkTrick::NoMore)
-        return S_FALSE;
-    if (trick == GSinkTrick::LetGo && !events.empty())
-        std::swap(lost, peer);
-    if (!peer)
-        return VFW_E_NOT_CONNECTED;
+    bool letGo = false;
+    {
+        const GMutexLock held(lock);
+        letGo = trick == GSinkTrick::LetGo && !events.empty();
+    }
+    if (letGo)
+        Disconnect();
+    return CSinkPin::Receive(pSample);
+}
+
+void CRecordingSink::TakenLocked(IMediaSample& sample, const GSampleView& view)
+{
+    GRecordedSample recorded{view, {}};
+    recorded.data = {};
+    if (keepsBytes)
+        recorded.bytes.assign(view.data.begin(), view.data.end());
     if (trick == GSinkTrick::KeepSamples)
-        kept.emplace_back(pSample);
-    WriteLocked(std::move(event));
-    return S_OK;
+        kept.emplace_back(&sample);
+    events.push_back({.kind = Kind::Sample, .sample = std::move(recorded)});
+    progress->Changed();
 }
 
 }  // namespace vex::test

@@ -1,25 +1,17 @@
-// An input pin that writes down what it is told, in order, and misbehaves on request.
+// The host's sink, writing down what it is told, in order, and with more ways to misbehave.
 #pragma once
 
 #include <functional>
 #include <vector>
 
-#include "platform/pipeline.h"
-#include "platform/threads.h"
-#include "support/test_object.h"
+#include "host/sink_pin.h"
 #include "support/watchdog.h"
 
 namespace vex::test {
 
-struct GRecordedSample {
+// `data` is empty.
+struct GRecordedSample : GSampleView {
     std::vector<std::uint8_t> bytes;
-    REFERENCE_TIME start = kNoTime;  // 100 ns
-    REFERENCE_TIME stop = kNoTime;
-    LONGLONG mediaStart = kNoTime;
-    LONGLONG mediaStop = kNoTime;
-    bool sync = false;
-    bool discontinuity = false;
-    bool preroll = false;
 };
 
 struct GRecordedEvent {
@@ -43,8 +35,10 @@ enum class GSinkTrick : std::uint8_t {
     LetGo,        // disconnects itself in the middle
 };
 
-class CRecordingSink final : public GTestObject<IPin, IMemInputPin> {
+class CRecordingSink final : public CSinkPin {
 public:
+    CRecordingSink();
+
     // To be set before connecting.
     PIN_DIRECTION direction = PINDIR_INPUT;
     bool takesSamples = true;             // answers IMemInputPin
@@ -61,7 +55,7 @@ public:
 
     void Play(GSinkTrick wanted);
     // Like a filter that stops: every call that waits returns, samples are refused.
-    void SetStopped(bool stop);
+    void SetStopped(bool stop) { SetActive(!stop); }
     void GiveSamplesBack();
 
     // A hang ends the program.
@@ -74,63 +68,32 @@ public:
     std::vector<GRecordedSample> SegmentSamples() { return Samples(true); }  // those after the last Segment
     std::ptrdiff_t Count(GRecordedEvent::Kind kind);
     void ForgetEvents();
-    GComPtr<IMemAllocator> Allocator();
+    ULONG References() const { return static_cast<ULONG>(references.load()); }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
-
-    HRESULT STDMETHODCALLTYPE Connect(IPin*, const AM_MEDIA_TYPE*) override { return E_UNEXPECTED; }
     HRESULT STDMETHODCALLTYPE ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt) override;
-    HRESULT STDMETHODCALLTYPE Disconnect() override;
-    HRESULT STDMETHODCALLTYPE ConnectedTo(IPin**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ConnectionMediaType(AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE QueryPinInfo(PIN_INFO*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE QueryDirection(PIN_DIRECTION* pPinDir) override
-    {
-        *pPinDir = direction;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE QueryId(LPWSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE QueryAccept(const AM_MEDIA_TYPE*) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE EnumMediaTypes(IEnumMediaTypes** ppEnum) override
-    {
-        return likes ? likes->EnumMediaTypes(ppEnum) : E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE QueryInternalConnections(IPin**, ULONG*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE QueryDirection(PIN_DIRECTION* pPinDir) override;
+    HRESULT STDMETHODCALLTYPE EnumMediaTypes(IEnumMediaTypes** ppEnum) override;
     HRESULT STDMETHODCALLTYPE EndOfStream() override;
-    HRESULT STDMETHODCALLTYPE BeginFlush() override
-    {
-        if (onBeginFlush)
-            onBeginFlush();
-        return Flush(GRecordedEvent::Kind::BeginFlush);
-    }
-    HRESULT STDMETHODCALLTYPE EndFlush() override { return Flush(GRecordedEvent::Kind::EndFlush); }
+    HRESULT STDMETHODCALLTYPE BeginFlush() override;
+    HRESULT STDMETHODCALLTYPE EndFlush() override;
     HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate) override;
-
     HRESULT STDMETHODCALLTYPE GetAllocator(IMemAllocator** ppAllocator) override;
     HRESULT STDMETHODCALLTYPE NotifyAllocator(IMemAllocator* pAllocator, BOOL bReadOnly) override;
     HRESULT STDMETHODCALLTYPE GetAllocatorRequirements(ALLOCATOR_PROPERTIES* pProps) override;
     HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override;
-    HRESULT STDMETHODCALLTYPE ReceiveMultiple(IMediaSample**, LONG, LONG*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ReceiveCanBlock() override { return S_OK; }
 
 private:
+    void TakenLocked(IMediaSample& sample, const GSampleView& view) override G_REQUIRES(lock);
     void WaitUntil(const std::function<bool()>& done);
     std::vector<GRecordedSample> Samples(bool ofSegment);
-    std::ptrdiff_t CountLocked(GRecordedEvent::Kind kind) const;
-    void BlockIf(GSinkTrick blocking, std::unique_lock<GNativeMutex>& held);
-    HRESULT Flush(GRecordedEvent::Kind kind);
-    void WriteLocked(GRecordedEvent event);
+    bool BlocksIn(GSinkTrick call);
+    void Write(GRecordedEvent event);
 
-    GNativeMutex lock;  // guards all below
-    GCondition changed;
-    std::vector<GRecordedEvent> events;
-    GComPtr<IPin> peer;
-    GComPtr<IMemAllocator> agreed;
-    std::vector<GComPtr<IMediaSample>> kept;
-    GSinkTrick trick = GSinkTrick::None;
-    bool flushing = false;
-    bool stopped = false;
-    bool blocked = false;
+    std::vector<GRecordedEvent> events G_GUARDED_BY(lock);
+    std::vector<GComPtr<IMediaSample>> kept G_GUARDED_BY(lock);
+    GSinkTrick trick G_GUARDED_BY(lock) = GSinkTrick::None;
+    bool blocked G_GUARDED_BY(lock) = false;
 };
 
 }  // namespace vex::test

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/sink_pin.h"
 #include "windows/support.h"
 
 namespace vex::wintest {
@@ -25,30 +26,22 @@ std::string ToJson(std::size_t pin, const GSampleRecord& sample)
 
 GSampleRecord ReadSample(IMediaSample& sample, GKept kept)
 {
-    GSampleRecord record;
-    REFERENCE_TIME start = 0, stop = 0;
-    const HRESULT timed = sample.GetTime(&start, &stop);
-    if (SUCCEEDED(timed)) {
-        record.start = start;
-        if (timed != VFW_S_NO_STOP_TIME)
-            record.stop = stop;
-    }
-    LONGLONG mediaStart = 0, mediaStop = 0;
-    if (SUCCEEDED(sample.GetMediaTime(&mediaStart, &mediaStop))) {
-        record.mediaStart = mediaStart;
-        record.mediaStop = mediaStop;
-    }
-    record.size = sample.GetActualDataLength();
-    record.sync = sample.IsSyncPoint() == S_OK;
-    record.discontinuity = sample.IsDiscontinuity() == S_OK;
-    record.preroll = sample.IsPreroll() == S_OK;
-    BYTE* bytes = nullptr;
-    Check(sample.GetPointer(&bytes), "GetPointer of a sample");
-    const std::span payload(bytes, static_cast<std::size_t>(record.size));
+    const char* violation = nullptr;
+    const GSampleView view = DescribeSample(sample, &violation);
+    Require(!violation, violation ? violation : "");
+    const auto known = [](LONGLONG time) { return time != kNoTime ? std::optional(time) : std::nullopt; };
+    GSampleRecord record{.start = known(view.start),
+                         .stop = known(view.stop),
+                         .mediaStart = known(view.mediaStart),
+                         .mediaStop = known(view.mediaStop),
+                         .size = static_cast<long>(view.data.size()),
+                         .sync = view.sync,
+                         .discontinuity = view.discontinuity,
+                         .preroll = view.preroll};
     if (kept == GKept::Bytes)
-        record.bytes.assign(payload.begin(), payload.end());
+        record.bytes.assign(view.data.begin(), view.data.end());
     else
-        record.md5 = GMd5::Of(payload);
+        record.md5 = GMd5::Of(view.data);
     return record;
 }
 
