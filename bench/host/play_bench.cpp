@@ -1,5 +1,5 @@
-// A whole filter, threads and all: opening, playing to the end and seeking the bundled sample, or the file that VEX_BENCH_FILE
-// names.
+// A whole filter, threads and all: opening, playing to the end and seeking the bundled sample, or the file that
+// VEX_BENCH_FILE names.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
-// A whole filter, threads and all, over hostile files: loaded, run, seeked, blocked, stopped and released through the host.
-// The last byte of an input is not part of the file: it says how the sinks behave and where to seek. The file's first bytes
-// choose the filter.
+// A whole filter, threads and all, over hostile files: loaded, run, seeked, blocked, stopped and released through the
+// host. The last byte of an input is not part of the file: it says how the sinks behave and where to seek. The file's
+// first bytes choose the filter.
 
 #include <unistd.h>
 

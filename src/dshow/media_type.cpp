@@ -22,7 +22,7 @@ BYTE* CopyBlock(std::span<const BYTE> bytes)
     return block;
 }
 
-// The block of a record from outside: a length without a block is no block.
+// The format block of a record from outside: a length without a pointer counts as none.
 std::span<const BYTE> BlockOf(const AM_MEDIA_TYPE& type)
 {
     return type.pbFormat ? std::span<const BYTE>(type.pbFormat, type.cbFormat) : std::span<const BYTE>();

@@ -15,7 +15,8 @@ std::atomic<CUnknown*> CUnknown::waiting{nullptr};
 
 namespace {
 
-// Of CUnknown's finishers. Nothing of this is destroyed when the module is: a static destructor must not wait for a thread.
+// Of CUnknown's finishers. Nothing of this is destroyed when the module is: a static destructor must not wait for a
+// thread.
 GMutex finishersLock;
 GNativeThread* lastFinisher G_GUARDED_BY(finishersLock) = nullptr;  // joins the one before it
 

@@ -65,8 +65,8 @@ public:
     bool Allowed() const { return allowed; }
 
 private:
-    // The pair to a halt, which sets `halting` and then looks for a call: one of the two sees the other, and a call without
-    // a halt costs no lock.
+    // The pair to a halt, which sets `halting` and then looks for a call: one of the two sees the other, and a call
+    // without a halt costs no lock.
     void Leave()
     {
         pin.peerCall.store(GPeerCall::None);
@@ -289,8 +289,8 @@ HRESULT CVexOutputPin::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LO
         const GSegment before = Segment();
         bool sought = false;
         if (request.moveStart) {
-            // The seek may move the start, and with it a stop that counts from there. The segment that it starts ends at
-            // the new stop already.
+            // The seek may move the start, and with it a stop that counts from there. The segment that it starts ends
+            // at the new stop already.
             const auto placeStop = [&] {
                 const LONGLONG reached = request.start;
                 if ((dwStopFlags & AM_SEEKING_PositioningBitsMask) == AM_SEEKING_IncrementalPositioning)
@@ -451,8 +451,8 @@ CVexOutputPin::GStep CVexOutputPin::AwaitHalt()
     return GStep::Continue;
 }
 
-// A codec header that does not fit the buffer ends the stream: without it the data is useless. The buffer is the one agreed
-// with the peer, whatever comes later.
+// A codec header that does not fit the buffer ends the stream: without it the data is useless. The buffer is the one
+// agreed with the peer, whatever comes later.
 CVexOutputPin::GStep CVexOutputPin::DeliverLead(const GLeadSample& lead)
 {
     GComPtr<IMediaSample> sample;

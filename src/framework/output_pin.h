@@ -56,9 +56,9 @@ public:
 
     GPacketPool& Pool() { return pool; }
 
-    // Reader thread. Refused, and left to the caller, when the streaming thread does not exist or `giveUp` says so while
-    // the queue is full; a packet for a pin whose peer has refused a sample is taken and dropped, so that the other pins
-    // go on.
+    // Reader thread. Refused, and left to the caller, when the streaming thread does not exist or `giveUp` says so
+    // while the queue is full; a packet for a pin whose peer has refused a sample is taken and dropped, so that the
+    // other pins go on.
     GPacketQueue::PushResult Push(GPacketPtr& packet, const std::function<bool()>& giveUp);
     // Reader thread: the end marker, once per run.
     void PushEnd();

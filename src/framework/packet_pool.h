@@ -8,13 +8,13 @@
 
 namespace vex {
 
-// Packets given back by a pin, for the reader. Bounded in number and bytes. One pool per pin, so that a pin with a packet
-// class of its own never gets another's.
+// Packets given back by a pin, for the reader. Bounded in number and bytes. One pool per pin, so that a pin with a
+// packet class of its own never gets another's.
 class GPacketPool {
 public:
     explicit GPacketPool(std::size_t mostPackets);
-    // Reader thread: a packet whose buffer suits `bytes`, or null: memory that is much larger than needed would make queues,
-    // whose limits count payload, hold far more than they say.
+    // Reader thread: a packet whose buffer suits `bytes`, or null: memory that is much larger than needed would make
+    // queues, whose limits count payload, hold far more than they say.
     GPacketPtr Take(std::size_t bytes);
     // Any thread.
     void Give(GPacketPtr packet);

@@ -19,16 +19,17 @@ public:
 
     GPacketQueue(const GQueueLimits& queueLimits, std::uint32_t sampleSize);
 
-    // Reader thread, before PushEnd. Takes the packet, or refuses and leaves it: while the queue is full it waits, at most
-    // 1 ms between looks at `giveUp`, whose true refuses. A continuation without a time of its own is joined to the last
-    // packet queued, up to kMaxPacketSize; it is Done too, and left to be used again. Throws std::bad_alloc.
+    // Reader thread, before PushEnd. Takes the packet, or refuses and leaves it: while the queue is full it waits, at
+    // most 1 ms between looks at `giveUp`, whose true refuses. A continuation without a time of its own is joined to
+    // the last packet queued, up to kMaxPacketSize; it is Done too, and left to be used again. Throws std::bad_alloc.
     PushResult Push(GPacketPtr& packet, const std::function<bool()>& giveUp);
     // Reader thread: the end marker, behind all packets. It needs no memory.
     void PushEnd();
 
     enum class Ready : std::uint8_t { No, Packet, End };
     // Pin thread: the next packet. The last one is ready only when something is queued behind it (it may still grow by
-    // continuations) unless `holdBack` is false. Waits at most 1 ms when nothing is ready. The end marker stays until Clear.
+    // continuations) unless `holdBack` is false. Waits at most 1 ms when nothing is ready. The end marker stays until
+    // Clear.
     Ready Take(bool holdBack, GPacketPtr& packet);
 
     // Pin thread: everything but the end marker.
@@ -48,16 +49,16 @@ private:
         return count >= maxPackets || (bytes + fetchedBytes.load(std::memory_order_relaxed) >= byteLimit && count > 1);
     }
 
-    // Room enough to wake a reader that found the queue full: a quarter of it, so that the two threads do not take turns at
-    // every packet.
+    // Room enough to wake a reader that found the queue full: a quarter of it, so that the two threads do not take
+    // turns at every packet.
     bool RoomLocked() const G_REQUIRES(lock)
     {
         return packets.size() <= 1 ||
                (packets.size() <= maxPackets - maxPackets / 4 && bytes <= byteLimit - byteLimit / 4);
     }
 
-    // A pin that waits for the start of a segment is woken at once, one that keeps up with the reader in batches: waking
-    // it for every packet costs more than handing the packet over. Its wait ends after 1 ms in any case.
+    // A pin that waits for the start of a segment is woken at once, one that keeps up with the reader in batches:
+    // waking it for every packet costs more than handing the packet over. Its wait ends after 1 ms in any case.
     static constexpr std::size_t kFetch = 32;  // packets that the pin takes over at once, to save locks
     static constexpr std::size_t kFirstWake = 2;
     static constexpr std::size_t kBatch = 40;
@@ -81,7 +82,8 @@ private:
     std::size_t wakeAt G_GUARDED_BY(lock) = kFirstWake;  // packets queued when a waiting pin is woken
     bool readerWaits G_GUARDED_BY(lock) = false;
 
-    // Taken out of `packets` and not yet taken by the pin: still counted, though a reader that waits is not woken for each.
+    // Taken out of `packets` and not yet taken by the pin: still counted, though a reader that waits is not woken for
+    // each.
     std::array<GPacketPtr, kFetch> fetched;  // pin thread; from nextFetched on
     std::size_t nextFetched = 0;             // pin thread
     std::atomic<std::size_t> fetchedPackets{0};

@@ -238,8 +238,8 @@ HRESULT CVexFilter::Reposition(REFERENCE_TIME& position, bool moved)
         return S_OK;
     });
     if (FAILED(hr)) {
-        // Out of memory halfway: times stay right, they count from the file's start, but what comes next may lie anywhere,
-        // and the next seek counts wherever it goes.
+        // Out of memory halfway: times stay right, they count from the file's start, but what comes next may lie
+        // anywhere, and the next seek counts wherever it goes.
         handlerMoved = true;
         lastTarget = kNoTime;
     }

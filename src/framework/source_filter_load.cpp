@@ -9,7 +9,7 @@ namespace vex {
 
 namespace {
 
-// A function, since an error with its text is no constant expression for every compiler.
+// A function, because not every compiler takes an error with its text for a constant expression.
 GError OutOfMemory()
 {
     return {GErrorKind::Limit, "out of memory", 0};

@@ -150,7 +150,9 @@ bool CVexFilter::PassToPin(const GNextPacket& next, CVexOutputPin& pin)
     if (!packet)
         packet = handler->NewPacket(next.stream);
     Describe(next, *packet);
-    if (!handler->ReadPayload(*packet)) {
+    // A payload may turn out to be empty only when it is read.
+    const bool skips = rules.emptyPayloads == GEmptyPayloads::Skip;
+    if (!handler->ReadPayload(*packet) || (skips && packet->GetSize() == 0)) {
         pin.Pool().Give(std::move(packet));
         return true;
     }

@@ -28,7 +28,8 @@ struct GSampleView {
     bool preroll = false;
 };
 
-// What a sample says of itself; `violation`, unless null, is set when it cannot be true. `pin` and `segment` are left alone.
+// What a sample says of itself; `violation`, unless null, is set when it cannot be true. `pin` and `segment` are left
+// alone.
 GSampleView DescribeSample(IMediaSample& sample, const char** violation = nullptr);
 
 // Called on the pin's streaming thread, with no lock held; `data` is valid until it returns. What it returns is what

@@ -26,7 +26,8 @@ std::optional<GError> WhyRefused(std::string_view path)
     const bool marked = path.starts_with(kUtf8PathMark);
     if (!marked && path.size() > GFile::kMaxPathLength)
         return GError{GErrorKind::Limit, "the path is longer than 259 bytes"};
-    // The bytes as well: of a text that is no UTF-8 any number may be part of one unit. The mark is one more.
+    // The bytes are limited too: in a text that is not UTF-8, one counted character may have any number of bytes. The
+    // mark counts as one more character.
     if (marked && (path.size() > GFile::kMaxPathBytes || Utf16Units(path) - 1 > GFile::kMaxPathLength))
         return GError{GErrorKind::Limit, "the path is longer than 259 characters"};
     return std::nullopt;

@@ -30,8 +30,8 @@ struct GError {
     std::string detail{};       // follows `what` behind a blank, UTF-8; empty for most
 };
 
-// Appends a four-character code to a list in quotes ("'rtp ', 'tmcd'"), with '?' for what cannot be printed. A code that is
-// listed counts once; a list of 48 characters takes no more.
+// Appends a four-character code to a list in quotes ("'rtp ', 'tmcd'"), with '?' for what cannot be printed. A code
+// that is listed counts once; a list of 48 characters takes no more.
 void AddCode(std::string& list, std::uint32_t fourCC);
 
 // For people: "what detail: what the system says (at byte N)", in UTF-8.

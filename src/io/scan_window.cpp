@@ -10,7 +10,8 @@ GScanWindow::GScanWindow(GFileBase& byteSource, const std::atomic<bool>* interru
 {
 }
 
-// A large read fails as a whole. So that one bad sector does not cost the block, the rest is read in small pieces up to it.
+// A large read fails as a whole. So that one bad sector does not cost the block, the rest is read in small pieces up to
+// it.
 std::size_t GScanWindow::Read(std::int64_t from, std::size_t offset, std::size_t count)
 {
     if (source.Seek(from) != from)

@@ -24,20 +24,20 @@ struct GScanResult {
     bool Found() const { return end == GScanEnd::Found; }
 };
 
-// Reads the source in blocks, so that a search costs the bytes it passes and each of them once, in either direction. Moves
-// the source's position. One thread at a time.
+// Reads the source in blocks, so that a search costs the bytes it passes and each of them once, in either direction.
+// Moves the source's position. One thread at a time.
 class GScanWindow {
 public:
     static constexpr std::size_t kDefaultBlock = 64u << 10;  // bytes
 
-    // Both outlive the window. `interrupt`, which may be null, ends a search that it finds set between two blocks. Memory:
-    // one block, allocated at the first use.
+    // Both outlive the window. `interrupt`, which may be null, ends a search that it finds set between two blocks.
+    // Memory: one block, allocated at the first use.
     explicit GScanWindow(GFileBase& byteSource, const std::atomic<bool>* interrupt = nullptr,
                          std::size_t block = kDefaultBlock);
 
-    // The bytes at `position`: `count` of them, or fewer where the file ends or cannot be read. Valid until the next call.
-    // `count` is at most half a block. A position ahead of the window reads on from there, one behind it reads the block
-    // that ends there.
+    // The bytes at `position`: `count` of them, or fewer where the file ends or cannot be read. Valid until the next
+    // call. `count` is at most half a block. A position ahead of the window reads on from there, one behind it reads
+    // the block that ends there.
     GBytes At(std::int64_t position, std::size_t count)
     {
         if (count > capacity / 2 || !Holds(position, count)) [[unlikely]]
@@ -45,7 +45,8 @@ public:
         return {memory.get() + (count > 0 ? static_cast<std::size_t>(position - start) : 0), count};
     }
 
-    // Those of the `count` bytes at `position` that are in the window already. Reads nothing; valid until the next call.
+    // Those of the `count` bytes at `position` that are in the window already. Reads nothing; valid until the next
+    // call.
     GBytes Held(std::int64_t position, std::size_t count) const
     {
         if (!Holds(position, 0))

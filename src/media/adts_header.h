@@ -28,8 +28,8 @@ struct GAdtsHeader {
     std::uint8_t rawBlocks = 0;        // raw data blocks less 1
 };
 
-// The header that `bytes` begin with. Needs 7 bytes; nothing when the 12 bits of the syncword or the two zero bits of the
-// layer are not there.
+// The header that `bytes` begin with. Needs 7 bytes; nothing when the 12 bits of the syncword or the two zero bits of
+// the layer are not there.
 std::optional<GAdtsHeader> ReadAdtsHeader(GBytes bytes);
 
 }  // namespace vex

@@ -19,7 +19,8 @@ struct GAvcRecord {
     std::uint8_t level = 0;
     std::uint8_t lengthSize = 0;  // bytes of a NAL unit's length in the payloads, 1 to 4
 
-    // The sets that are whole, each without its length, empty ones included. Reading stops at the first one that is cut.
+    // The sets that are whole, each without its length, empty ones included. Reading stops at the first one that is
+    // cut.
     std::vector<GBytes> sequenceSets;
     std::vector<GBytes> pictureSets;
     std::uint8_t declaredSequenceSets = 0;  // 0 to 31

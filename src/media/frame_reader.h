@@ -91,8 +91,8 @@ public:
     // Of the last step that was Passed.
     const GFrameLoss& Loss() const { return loss; }
 
-    // The first frame in [from, until) that another one, or the end, follows; ID3v2 tags are skipped. NotFound comes with
-    // the position to go on at.
+    // The first frame in [from, until) that another one, or the end, follows; ID3v2 tags are skipped. NotFound comes
+    // with the position to go on at.
     GScanResult FindFrame(std::int64_t from, std::int64_t until);
     // The size of the ID3v2 tag at `at`; 0 without one, or when it claims more than the file has.
     std::int64_t TagSize(std::int64_t at)

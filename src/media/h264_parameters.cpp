@@ -182,8 +182,8 @@ void ReadFrameSize(GBitReader& bits, GH264Parameters& out)
     out.height = out.codedHeight - out.cropTop - out.cropBottom;
 }
 
-// `bits` is a cursor of its own, past the NAL unit header. It may run into what follows the set. False when it ends before
-// the size of the picture.
+// `bits` is a cursor of its own, past the NAL unit header. It may run into what follows the set. False when it ends
+// before the size of the picture.
 bool ReadSequenceSet(GBitReader bits, GH264Parameters& out)
 {
     out.profile = static_cast<std::uint8_t>(bits.Bits(8));

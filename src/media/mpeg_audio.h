@@ -52,9 +52,9 @@ inline constexpr std::array<std::uint32_t, 9> kMpegAudioRates{44100, 48000, 3200
                                                               16000, 11025, 12000, 8000};
 // kbit/s; 0 for index 0 and 15 and above, and for layers other than 1 to 3.
 std::uint16_t MpegAudioBitRate(bool lowSamplingFrequency, unsigned layer, unsigned index);
-// Bytes. Layer I: (12000 * bitRate / sampleRate + padding) * 4; layer II: 144000 * bitRate / sampleRate + padding; layer
-// III: the same, with half of 144000 * bitRate when `lowSamplingFrequency`. Integer division; bitRate in kbit/s. 0 for a
-// rate of 0 or another layer.
+// Bytes. Layer I: (12000 * bitRate / sampleRate + padding) * 4; layer II: 144000 * bitRate / sampleRate + padding;
+// layer III: the same, with half of 144000 * bitRate when `lowSamplingFrequency`. Integer division; bitRate in kbit/s.
+// 0 for a rate of 0 or another layer.
 std::uint32_t MpegAudioFrameSize(unsigned layer, bool lowSamplingFrequency, std::uint32_t bitRate,
                                  std::uint32_t sampleRate, bool padding);
 

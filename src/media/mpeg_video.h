@@ -53,8 +53,8 @@ struct GMpegSequence {
     std::optional<GMpegSequenceExtension> extension;  // out of these two; none: MPEG-1
 };
 
-// The sequence header that the first start code in `bytes` must begin; nothing when it is another one, or when the header
-// ends within its fixed fields. Needs 12 bytes from the start code.
+// The sequence header that the first start code in `bytes` must begin; nothing when it is another one, or when the
+// header ends within its fixed fields. Needs 12 bytes from the start code.
 std::optional<GMpegSequence> ReadMpegSequence(GBytes bytes);
 
 // The time of one frame, in ticks of 27 MHz, of frame rate codes 1 to 8; 0 for all others.

@@ -13,8 +13,8 @@ namespace vex {
 // code byte is bytes[offset + 3].
 std::size_t FindStartCode(GBytes bytes, std::size_t from = 0);
 
-// Walks the NAL units of a byte stream (ITU-T H.264, annex B): GNalUnits units(bytes); while (auto unit = units.Next()).
-// Bytes before the first start code are passed over.
+// Walks the NAL units of a byte stream (ITU-T H.264, annex B): GNalUnits units(bytes); while (auto unit =
+// units.Next()). Bytes before the first start code are passed over.
 class GNalUnits {
 public:
     explicit GNalUnits(GBytes byteStream) : rest(byteStream) {}

@@ -1,6 +1,6 @@
 // Builders of video media types. Each makes a type of MEDIATYPE_Video with samples of variable size and temporal
-// compression (change these afterwards where a format differs), and may throw std::bad_alloc. The reading counterpart is
-// codec_tags.h (GetBitmapHeader) and SequenceHeader below.
+// compression (change these afterwards where a format differs), and may throw std::bad_alloc. The reading counterpart
+// is codec_tags.h (GetBitmapHeader) and SequenceHeader below.
 #pragma once
 
 #include <cstdint>
@@ -25,9 +25,9 @@ CMediaType MakeVideoInfo2Type(REFGUID subtype, const VIDEOINFOHEADER2& info, GBy
 // FORMAT_MPEGVideo: `info`, its cbSequenceHeader replaced, then the sequence header. The block has at least
 // sizeof(MPEG1VIDEOINFO) bytes.
 CMediaType MakeMpeg1VideoType(REFGUID subtype, const MPEG1VIDEOINFO& info, GBytes sequenceHeader);
-// FORMAT_MPEG2Video, likewise: at least sizeof(MPEG2VIDEOINFO) bytes, and at least `blockSize`; what the sequence header
-// leaves is zero. For H.264 the sequence header holds the parameter sets (avc_record.h) and dwFlags the bytes of a NAL
-// unit's length.
+// FORMAT_MPEG2Video, likewise: at least sizeof(MPEG2VIDEOINFO) bytes, and at least `blockSize`; what the sequence
+// header leaves is zero. For H.264 the sequence header holds the parameter sets (avc_record.h) and dwFlags the bytes of
+// a NAL unit's length.
 CMediaType MakeMpeg2VideoType(REFGUID subtype, const MPEG2VIDEOINFO& info, GBytes sequenceHeader,
                               std::size_t blockSize = 0);
 

@@ -27,9 +27,12 @@ public:
     bool IsOpen() const { return handle != kClosed; }
 
     // Bytes read at the absolute position, fewer at the end of the file; -1 on error. Retries interrupted reads.
-    std::int64_t ReadAt(std::int64_t position, void* buffer, std::uint32_t count) { return ReadAt(position, buffer, count, {}); }
-    // The same, and as much of what follows into `ahead` as the same call of the system brings, which may be nothing: more
-    // than `count` is returned then.
+    std::int64_t ReadAt(std::int64_t position, void* buffer, std::uint32_t count)
+    {
+        return ReadAt(position, buffer, count, {});
+    }
+    // The same, and as much of what follows into `ahead` as the same call of the system brings, which may be nothing:
+    // more than `count` is returned then.
     std::int64_t ReadAt(std::int64_t position, void* buffer, std::uint32_t count, std::span<std::uint8_t> ahead);
     // Bytes written, or -1.
     std::int64_t WriteAt(std::int64_t position, const void* buffer, std::uint32_t count);

@@ -18,7 +18,7 @@ WString WideFromAnsi(std::string_view text);
 
 // A path for GOsFile: the ANSI form, or, when that would name another file, UTF-8 behind kUtf8PathMark.
 std::string NarrowPathFromWide(WStringView path);
-// Linux file names are bytes: those that are no UTF-8 become U+DC80..U+DCFF here and bytes again there.
+// Linux file names are bytes: those that are not UTF-8 become U+DC80..U+DCFF here and bytes again there.
 WString WideFromNarrowPath(std::string_view path);
 inline constexpr std::string_view kUtf8PathMark = "\xEF\xBB\xBF";
 // A path out of CommandLineArguments: UTF-8, on Linux any bytes.

@@ -1,8 +1,8 @@
 // The locks, conditions, threads and the clock that threads.h is built on.
 //
 // On Windows they are the system's own, under the standard's names. The C++ library there has none (threading variant
-// `win32` of the toolchain), or takes them from a pthread emulation (variant `posix`), which keeps handles of every host
-// thread that it meets and cannot be unloaded without leaving them behind.
+// `win32` of the toolchain), or takes them from a pthread emulation (variant `posix`), which keeps handles of every
+// host thread that it meets and cannot be unloaded without leaving them behind.
 #pragma once
 
 #include <chrono>

@@ -109,8 +109,8 @@ public:
     CAMThread(const CAMThread&) = delete;
     CAMThread& operator=(const CAMThread&) = delete;
 
-    // Starts ThreadProc, with COM initialised for it; false when there is a thread that was not closed, the system refuses
-    // one or memory is short. Never throws.
+    // Starts ThreadProc, with COM initialised for it; false when there is a thread that was not closed, the system
+    // refuses one or memory is short. Never throws.
     bool Create();
     // Waits for ThreadProc to return; requests are still accepted meanwhile. Harmless when there is no thread; of
     // several callers each returns only when the thread is gone. Not to be called from the worker itself.

@@ -1,4 +1,5 @@
-// Every way in which a file can be broken: it opens or it does not, it ends, and nothing in it makes more of it than it is.
+// Every way in which a file can be broken: it opens or it does not, it ends, and nothing in it makes more of it than it
+// is.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

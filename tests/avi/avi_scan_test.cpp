@@ -113,8 +113,8 @@ TEST(AviScan, ARecordingWhoseSizesWereNeverFilledInOpensAndPlays)
 
 TEST(AviScan, IndexesInAndBehindTheDataAreNotTakenForData)
 {
-    // 200 frames of at most 1024 bytes: both the index chunk at the end of the data, which names the code of the chunks,
-    // and the idx1 behind it are larger than that.
+    // 200 frames of at most 1024 bytes: both the index chunk at the end of the data, which names the code of the
+    // chunks, and the idx1 behind it are larger than that.
     GAviTestFile file = NumberedVideo(200, GAviTestIndex::OpenDml);
     file.streams[0].format = BitmapFormat("XVID", 16, 16);
     auto bytes = file.Build();

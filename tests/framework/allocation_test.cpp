@@ -1,5 +1,5 @@
-// Memory that runs short at every single allocation of a call: the call fails whole or not at all, and the filter can be
-// stopped, released and used again.
+// Memory that runs short at every single allocation of a call: the call fails whole or not at all, and the filter can
+// be stopped, released and used again.
 #include <gtest/gtest.h>
 
 #include "support/failing_allocator.h"
@@ -180,8 +180,8 @@ TEST(Allocation, EveryOneOfTheReaderAndOfAStreamingThread)
     }
 }
 
-// The last reference comes back from a peer, on a thread that cannot finish the filter, and there is no memory for one that
-// could: the host does it, when it asks whether it may unload.
+// The last reference comes back from a peer, on a thread that cannot finish the filter, and there is no memory for one
+// that could: the host does it, when it asks whether it may unload.
 TEST(Allocation, EveryOneOfALastReleaseByAPeer)
 {
     ForEveryAllocation("Release", [](int index) {

@@ -21,14 +21,6 @@ std::vector<Kind> KindsSinceFlush(CRecordingSink& sink)
     return kinds;
 }
 
-std::vector<std::size_t> Sizes(const std::vector<GRecordedSample>& samples)
-{
-    std::vector<std::size_t> sizes;
-    for (const auto& sample : samples)
-        sizes.push_back(sample.bytes.size());
-    return sizes;
-}
-
 }  // namespace
 
 TEST(Delivery, EveryPacketBecomesOneSampleBetweenSegmentAndEnd)

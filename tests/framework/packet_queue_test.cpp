@@ -68,8 +68,8 @@ TEST(PacketQueue, TheLastPacketIsHeldBackUntilSomethingFollows)
     EXPECT_EQ(queue.Take(true, taken), Ready::No);
 }
 
-// The pin takes packets over in batches. Those that it has not looked at yet keep their place, count, and are dropped with the
-// rest.
+// The pin takes packets over in batches. Those that it has not looked at yet keep their place, count, and are dropped
+// with the rest.
 TEST(PacketQueue, WhatWasTakenOverAtOnceCountsAndIsDropped)
 {
     for (const bool clear : {false, true}) {
@@ -149,7 +149,7 @@ TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
     GPacketPtr taken;
     EXPECT_EQ(huge.Take(true, taken), Ready::Packet);
     EXPECT_EQ(Push(huge, Packet(5000)), kDone);
-        EXPECT_EQ(Push(huge, Packet(1)), kRefused);
+    EXPECT_EQ(Push(huge, Packet(1)), kRefused);
 }
 
 TEST(PacketQueue, TheByteLimitFollowsTheSampleSizeBetweenItsBounds)

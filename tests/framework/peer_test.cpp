@@ -148,7 +148,8 @@ TEST(Peers, AreAllFlushedBeforeOneIsWaitedFor)
     EXPECT_EQ(rig.Filter()->Stop(), S_OK) << "of the filter alone: a graph would stop the peer first";
 }
 
-// It holds a packet that asks for a larger buffer, which it may not ask for any more, while another pin is being flushed.
+// It holds a packet that asks for a larger buffer, which it may not ask for any more, while another pin is being
+// flushed.
 TEST(Peers, AHaltThatTakesItsTimeCostsNoProcessor)
 {
     const GWatchdog watchdog("a halt that takes its time");

@@ -284,8 +284,8 @@ int CountBlocks(GMkvElement& cluster)
     return blocks;
 }
 
-// A live recording: Clusters without sizes, one after the other. In the variants the walk over the blocks comes first, is
-// left out, or ends at damage.
+// A live recording: Clusters without sizes, one after the other. In the variants the walk over the blocks comes first,
+// is left out, or ends at damage.
 TEST(MkvElement, EveryClusterOfALiveRecordingIsFound)
 {
     const auto recorded = [](std::uint8_t time, const GEbmlBytes& behind) {

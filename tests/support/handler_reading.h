@@ -24,9 +24,9 @@
 
 namespace vex::test {
 
-// A handler on bytes in memory, which may be made to grow or to fail, or on a file of the disk. H is constructed from its
-// byte source and what is given behind the bytes. The handler of a file that cannot be opened has no packets. A packet that
-// no file may lead to is thrown as a std::logic_error: it fails a test and ends a fuzz target.
+// A handler on bytes in memory, which may be made to grow or to fail, or on a file of the disk. H is constructed from
+// its byte source and what is given behind the bytes. The handler of a file that cannot be opened has no packets. A
+// packet that no file may lead to is thrown as a std::logic_error: it fails a test and ends a fuzz target.
 template <class H, class Read = GReadPacket>
 class GHandlerReading {
 public:
@@ -152,8 +152,9 @@ public:
         return Seek(time, mode) ? ReadAll() : std::vector<Read>();
     }
 
-    // For GHandlerTrial; the class of a format hides what differs. AskMore: what only this handler can be asked. SeekFault:
-    // what is wrong with the place that a seek reached, or null. kRereads: a second reading from 0 gives the same packets.
+    // For GHandlerTrial; the class of a format hides what differs. AskMore: what only this handler can be asked.
+    // SeekFault: what is wrong with the place that a seek reached, or null. kRereads: a second reading from 0 gives the
+    // same packets.
     void AskMore() {}
     const char* SeekFault(REFERENCE_TIME, GSeekMode, REFERENCE_TIME) const { return nullptr; }
     static constexpr bool kRereads = true;

@@ -63,8 +63,8 @@ GOggBytes CommentHeader(const std::vector<std::string>& comments);
 // The pages of the headers: the first alone, then the others.
 GOggBytes HeaderPages(std::uint32_t serial, const std::vector<GOggBytes>& headers);
 
-// A Theora stream of serial 1 with `frames` frames of 25 a second, one a page, a key frame every 8; then sound of serial 2
-// when there is any. The page number of frame n is n + 2.
+// A Theora stream of serial 1 with `frames` frames of 25 a second, one a page, a key frame every 8; then sound of
+// serial 2 when there is any. The page number of frame n is n + 2.
 GOggBytes TheoraFile(unsigned frames, std::size_t frameSize = 40, bool sound = false);
 GOggBytes TheoraPage(unsigned frame, std::size_t size);
 // A Vorbis stream of serial 1 at 48 kHz: `pages` pages of `perPage` long blocks.

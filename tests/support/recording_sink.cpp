@@ -25,7 +25,11 @@ GSinkBehaviour BehaviourFor(GSinkTrick trick)
 
 }  // namespace
 
-CRecordingSink::CRecordingSink() : CSinkPin(0, {.onSample = {}, .offerAllocator = false, .accepts = {}}, std::make_shared<GProgress>()) { SetActive(true); }
+CRecordingSink::CRecordingSink()
+    : CSinkPin(0, {.onSample = {}, .offerAllocator = false, .accepts = {}}, std::make_shared<GProgress>())
+{
+    SetActive(true);
+}
 
 void CRecordingSink::Play(GSinkTrick wanted)
 {

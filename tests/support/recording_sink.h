@@ -14,6 +14,14 @@ struct GRecordedSample : GSampleView {
     std::vector<std::uint8_t> bytes;
 };
 
+inline std::vector<std::size_t> Sizes(const std::vector<GRecordedSample>& samples)
+{
+    std::vector<std::size_t> sizes;
+    for (const auto& sample : samples)
+        sizes.push_back(sample.bytes.size());
+    return sizes;
+}
+
 struct GRecordedEvent {
     enum class Kind : std::uint8_t { Segment, Sample, End, BeginFlush, EndFlush };
     Kind kind = Kind::Sample;

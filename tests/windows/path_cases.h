@@ -7,8 +7,9 @@
 
 namespace vex::wintest {
 
-// Copies `file` under difficult names into `directory` (absolute, existing), each beside decoys that a mangled name would
-// hit, and loads the copies. `decoy` is a playable file with other samples than `file`. Throws on the first wrong answer.
+// Copies `file` under difficult names into `directory` (absolute, existing), each beside decoys that a mangled name
+// would hit, and loads the copies. `decoy` is a playable file with other samples than `file`. Throws on the first wrong
+// answer.
 int TryPaths(const GModuleAccess& access, REFCLSID clsid, const std::wstring& directory, const std::wstring& file,
              const std::wstring& decoy);
 

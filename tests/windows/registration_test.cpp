@@ -170,8 +170,8 @@ DWORD Word(const std::vector<BYTE>& data, std::size_t position)
     return word;
 }
 
-// FilterData begins {version, merit, pins, reserved}, then one record per pin {"0pi3" signature, flags, instances, media
-// types, ...}; the platform's two-version layout writes the same words for version 1 filters.
+// FilterData begins {version, merit, pins, reserved}, then one record per pin {"0pi3" signature, flags, instances,
+// media types, ...}; the platform's two-version layout writes the same words for version 1 filters.
 void CheckMapping(const GClass& expected, const GMapped& mapped)
 {
     const std::string name = Utf8FromWide(expected.name);

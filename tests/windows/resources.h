@@ -15,8 +15,8 @@ struct GResources {
 
 GResources CountResources();
 
-// Counts until the numbers are no larger than `limit`, or no longer change: a thread that has signalled its end is still
-// counted for a moment.
+// Counts until the numbers are no larger than `limit`, or no longer change: a thread that has signalled its end is
+// still counted for a moment.
 GResources SettledResources(const GResources& limit);
 
 // Throws unless the counters see handles and threads that are made on purpose.

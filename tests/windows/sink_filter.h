@@ -1,5 +1,5 @@
-// A renderer that takes any media type, logs what arrives and behaves towards the graph like one that shows it: it holds
-// the first sample while paused, lets go of it on flush and stop, and reports its end of stream once it runs.
+// A renderer that takes any media type, logs what arrives and behaves towards the graph like one that shows it: it
+// holds the first sample while paused, lets go of it on flush and stop, and reports its end of stream once it runs.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,8 @@ namespace vex::wintest {
 // What the test steers of a sink; safe from any thread.
 class IGSinkControl {
 public:
-    // From so many samples since the log was cleared on, Receive waits until the hold is lifted (0), or a flush or stop.
+    // From so many samples since the log was cleared on, Receive waits until the hold is lifted (0), or a flush or
+    // stop.
     virtual void HoldAt(std::size_t samples) = 0;
 
 protected:

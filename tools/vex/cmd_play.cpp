@@ -155,7 +155,7 @@ int RunPlay(const GSettings& settings)
             widest = std::max(widest, Columns(ValueText(pin["name"])));
         for (const GJson& pin : json["pins"])
             Print(PinText(pin, std::min(widest, kWidestName)));
-        if (terminal)  // not the same in every run, so it is no part of the result
+        if (terminal)  // not the same in every run, so the result leaves it out
             ShowSpeed(graph, took.count());
     }
     return std::max(session->Verdict(damage), complete ? kSound : kDamaged);

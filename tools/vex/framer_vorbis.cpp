@@ -1,5 +1,5 @@
-// Vorbis packets in an Ogg file. The positions on its pages are counted from the packets' own block sizes, which is exact
-// where the times of a container are rounded.
+// Vorbis packets in an Ogg file. The positions on its pages are counted from the packets' own block sizes, which is
+// exact where the times of a container are rounded.
 #include <array>
 #include <optional>
 #include <vector>
@@ -127,7 +127,7 @@ private:
         return true;
     }
 
-    // 0 for what is no audio packet.
+    // 0 for a packet without audio.
     unsigned BlockSamples(GBytes packet) const
     {
         if (!begun || packet.empty() || (packet[0] & 1) != 0)

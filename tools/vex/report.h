@@ -34,7 +34,7 @@ GJson ProblemJson(const GProblem& problem);
 
 // Bytes to standard output, as they are.
 void Print(std::string_view text);
-// A whole JSON document and a line end. Text that is no UTF-8 is repaired.
+// A whole JSON document and a line end. Text that is not UTF-8 is repaired.
 void PrintDocument(const GJson& document);
 // False, after a complaint, when not all of what was printed could be written.
 bool FinishOutput();
@@ -44,7 +44,8 @@ GJson FilesDocument(GJson files);
 GJson FileDocument(GJson file);  // about one
 GJson FailureDocument(const std::string& file, const GProblem& problem);
 
-// A text for people with its control characters escaped: names and titles come from files, and must not steer a terminal.
+// A text for people with its control characters escaped: names and titles come from files, and must not steer a
+// terminal.
 std::string OneLine(std::string_view raw);
 // The same of a JSON string; anything else as JSON writes it.
 std::string ValueText(const GJson& value);

@@ -13,8 +13,8 @@ struct GAviCoverage {
     std::int64_t unnamed = 0;  // bytes of other chunks of the streams, as far as they were looked for
 };
 
-// Fillers and index chunks between the named chunks are not data. Reads the headers of at most some thousands of chunks,
-// and none where the tables leave little of the "movi" lists over. Moves the source.
+// Fillers and index chunks between the named chunks are not data. Reads the headers of at most some thousands of
+// chunks, and none where the tables leave little of the "movi" lists over. Moves the source.
 GAviCoverage MeasureCoverage(GFileBase& source, const GAviLayout& layout);
 
 }  // namespace vex

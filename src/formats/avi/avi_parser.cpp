@@ -49,8 +49,8 @@ GResult<GAviLayout> GAviParser::Parse()
     return std::move(layout);
 }
 
-// Cameras leave an idx1 of a few entries beside a complete OpenDML index. One that names less than half of the data is not
-// believed; what no index names is found by a scan.
+// Cameras leave an idx1 of a few entries beside a complete OpenDML index. One that names less than half of the data is
+// not believed; what no index names is found by a scan.
 void GAviParser::SettleIndex()
 {
     if (layout.index == GAviIndex::None)

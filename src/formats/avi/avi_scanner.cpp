@@ -204,8 +204,8 @@ GAviIndexScanner::GStep GAviIndexScanner::NextRange()
     return layout.expectedEnd > range.end ? WaitForGrowth(pauses.betweenParts) : GStep::Done;
 }
 
-// Goes on in the first "movi" list behind the present one among the chunks of [from, until): in the RIFF that they lie in,
-// or in a continuation.
+// Goes on in the first "movi" list behind the present one among the chunks of [from, until): in the RIFF that they lie
+// in, or in a continuation.
 GAviIndexScanner::GSearch GAviIndexScanner::FindMovi(std::int64_t from, std::int64_t until, GWhere where)
 {
     GRiffWalker walker(*source, from, until);

@@ -1,5 +1,5 @@
-// Builds the chunk tables of an AVI file without a usable index, from its data, on a thread of its own, and keeps pace with
-// a file that is still being written.
+// Builds the chunk tables of an AVI file without a usable index, from its data, on a thread of its own, and keeps pace
+// with a file that is still being written.
 #pragma once
 
 #include <chrono>

@@ -7,8 +7,8 @@
 
 namespace vex {
 
-// "Video", "Audio 01", "Subtitle 02", "Stream 03", by major type; `stream` is the stream's 0-based place in the file. The
-// video pin has no number: there is only one.
+// "Video", "Audio 01", "Subtitle 02", "Stream 03", by major type; `stream` is the stream's 0-based place in the file.
+// The video pin has no number: there is only one.
 WString AviPinName(REFGUID majorType, std::size_t stream);
 
 }  // namespace vex

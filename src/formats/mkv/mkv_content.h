@@ -21,8 +21,8 @@ public:
     GMkvContentDecoder(const GMkvContentDecoder&) = delete;
     GMkvContentDecoder& operator=(const GMkvContentDecoder&) = delete;
 
-    // Applies to `data` the track's encodings whose scope has one of `scopeBits` (GMkvContentEncoding::kFrames, kPrivate).
-    // False when one cannot be undone; the data are then as the last step that succeeded left them.
+    // Applies to `data` the track's encodings whose scope has one of `scopeBits` (GMkvContentEncoding::kFrames,
+    // kPrivate). False when one cannot be undone; the data are then as the last step that succeeded left them.
     bool Decode(const GMkvTrack& track, std::uint64_t scopeBits, GBuffer& data);
 
 private:

@@ -181,7 +181,8 @@ GMkvElement::GStep GMkvElement::StepOver()
     return GStep::Moved;
 }
 
-// A Cluster of unknown size ends before the next element of its own level, a Segment before the next file appended to it.
+// A Cluster of unknown size ends before the next element of its own level, a Segment before the next file appended to
+// it.
 bool GMkvElement::EndsParent() const
 {
     if (!parent->size.unknown)
@@ -243,7 +244,8 @@ GMkvStep GMkvElement::SearchFor(GWanted wanted, std::uint64_t budget)
 
 void GMkvElement::ReportUnreadable() const
 {
-    // Neither a walk that reaches the end of the file nor a Cluster cut here, which is searched past later, loses anything.
+    // Neither a walk that reaches the end of the file nor a Cluster cut here, which is searched past later, loses
+    // anything.
     const std::int64_t end = std::min(parent->End(), reader->FileSize());
     if (headerPos < end)
         reader->Damage().Add("an unreadable element header", headerPos, static_cast<std::uint64_t>(end - headerPos));

@@ -29,9 +29,9 @@ enum class GMkvStep : std::uint8_t { Moved, End, Searching };
 enum class GMkvScan : std::uint8_t { No, Yes };    // whether siblings are walked when no index has the element
 enum class GMkvKind : std::uint8_t { Any, Same };  // whether a sibling must be of the same kind
 
-// A value: a copy is an independent cursor on the same element. A cursor points to its parent, which must outlive it and
-// stay where it is (so none can be taken from a temporary), and shares its reader's position with all others: whoever
-// moves one reads with Seek first. Moving never goes backwards except through the index, so every walk ends.
+// A value: a copy is an independent cursor on the same element. A cursor points to its parent, which must outlive it
+// and stay where it is (so none can be taken from a temporary), and shares its reader's position with all others:
+// whoever moves one reads with Seek first. Moving never goes backwards except through the index, so every walk ends.
 //
 // An element of unknown size reaches to the end of the file. A Cluster of that kind is cut to its real end as soon as a
 // walk over its children meets the next level-1 element, and NextCluster looks for that end.
@@ -47,21 +47,23 @@ public:
     // Reads ID and size at the reader's position, and leaves it at the data. 0, or E_FAIL.
     HRESULT ReadHeader();
 
-    // The first child, or the one that Find gives for `id` from there. In a Segment an unreadable header is searched past.
+    // The first child, or the one that Find gives for `id` from there. In a Segment an unreadable header is searched
+    // past.
     std::optional<GMkvElement> FirstChild(std::uint32_t childId = 0, GMkvScan scan = GMkvScan::No) &;
 
     // Moves to the element of that ID: for a child of a Segment to where the index says, else by walking from here.
     // Whether this cursor now stands on one; an index that lies gives false.
     bool Find(std::uint32_t wanted, GMkvScan scan);
 
-    // Moves to the next element of the same parent; false at the end of the parent or of the file, the cursor then being
-    // where the walk ended. With Same it goes on to one of the same ID (the block kinds are one), but not past a level-1
-    // element of another ID. In a Segment an unreadable header is searched past, to the next level-1 ID.
+    // Moves to the next element of the same parent; false at the end of the parent or of the file, the cursor then
+    // being where the walk ended. With Same it goes on to one of the same ID (the block kinds are one), but not past a
+    // level-1 element of another ID. In a Segment an unreadable header is searched past, to the next level-1 ID.
     bool NextSibling(GMkvKind kind = GMkvKind::Any);
 
     // In a Segment: to the next Cluster, past whatever cannot be read.
     bool NextCluster();
-    // The same in pieces: gives up for now after about `budget` bytes, so that a thread can be stopped in a ruined file.
+    // The same in pieces: gives up for now after about `budget` bytes, so that a thread can be stopped in a ruined
+    // file.
     GMkvStep StepToCluster(std::uint64_t budget);
 
     // Absolute position behind the data as the header claims it; never overflows.

@@ -16,7 +16,7 @@ constexpr std::uint32_t kMagic = mkv_id::kEbml;
 // Info, SeekHead and Tracks: with so many of them met, the rest is asked of the index.
 constexpr int kHeadElements = 3;
 
-// Duration * TimecodeScale * 0.01 towards zero. A number that is no duration is none.
+// Duration * TimecodeScale * 0.01 towards zero. Zero, negative and not-a-number durations count as none.
 std::int64_t DurationFrom(const GMkvInfo& info)
 {
     const double time = info.duration.value * static_cast<double>(info.timecodeScale.value) * 0.01;
@@ -197,9 +197,9 @@ void GMkvFile::LoadFromIndex()
             ParseMkvAttachments(*element, attachments);
 }
 
-// Older writers list what they wrote last, the Cues above all, in a second SeekHead at the end of the file, and only that
-// one in the first. It is followed once, so a SeekHead that names itself costs one more look at it. What it says of
-// Clusters is left alone: the first entry of such a list need not be the first Cluster.
+// Older writers list what they wrote last, the Cues above all, in a second SeekHead at the end of the file, and only
+// that one in the first. It is followed once, so a SeekHead that names itself costs one more look at it. What it says
+// of Clusters is left alone: the first entry of such a list need not be the first Cluster.
 void GMkvFile::FollowSeekHead()
 {
     auto element = FromIndex(mkv_id::kSeekHead);

@@ -8,8 +8,8 @@
 
 namespace vex {
 
-// All give 0; 1 when the element has no child; E_FAIL when a value could not be read: it keeps its default, the rest of the
-// element is read all the same, and the place is in the reader's damage log. Lists are appended to.
+// All give 0; 1 when the element has no child; E_FAIL when a value could not be read: it keeps its default, the rest of
+// the element is read all the same, and the place is in the reader's damage log. Lists are appended to.
 HRESULT ParseMkvHeader(GMkvElement& element, GMkvHeader& header);
 HRESULT ParseMkvInfo(GMkvElement& element, GMkvInfo& info);
 HRESULT ParseMkvSeekHead(GMkvElement& element, GMkvSeekHead& seekHead);

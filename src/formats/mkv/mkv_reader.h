@@ -1,5 +1,5 @@
-// A read cursor over a Matroska file with a small read-ahead buffer, so that walking element headers costs one read of the
-// source for every 2048 bytes at most.
+// A read cursor over a Matroska file with a small read-ahead buffer, so that walking element headers costs one read of
+// the source for every 2048 bytes at most.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,8 @@ class GMkvReader {
 public:
     static constexpr std::uint32_t kDefaultBufferCapacity = 2048;
 
-    // Both outlive the reader. The source is open; its size is asked for once. With a capacity of 0 nothing is read ahead.
+    // Both outlive the reader. The source is open; its size is asked for once. With a capacity of 0 nothing is read
+    // ahead.
     GMkvReader(GFileBase& openSource, GDamageLog& damageLog, std::uint32_t capacity = kDefaultBufferCapacity);
 
     std::int64_t FileSize() const { return fileSize; }
@@ -31,8 +32,8 @@ public:
         return position < 0 || position >= fileSize ? 0 : static_cast<std::uint64_t>(fileSize - position);
     }
 
-    // 0 when all `count` bytes were delivered; 1 when the end of the file came first, with the bytes up to it delivered;
-    // E_FAIL when the source failed. The position moves by what was delivered.
+    // 0 when all `count` bytes were delivered; 1 when the end of the file came first, with the bytes up to it
+    // delivered; E_FAIL when the source failed. The position moves by what was delivered.
     HRESULT Read(void* destination, std::uint64_t count);
     // The same, then the bytes reversed, but only after a complete read.
     HRESULT ReadBigEndian(void* destination, std::uint64_t count);

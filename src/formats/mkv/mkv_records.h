@@ -131,8 +131,8 @@ struct GMkvAttachment {
     std::uint64_t dataSize = 0;  // bytes
 };
 
-// Entries kept of one list; later ones are dropped. Every entry costs up to a hundred times the two bytes it may take in
-// the file, so a list is not believed beyond what a long film needs.
+// Entries kept of one list; later ones are dropped. Every entry costs up to a hundred times the two bytes it may take
+// in the file, so a list is not believed beyond what a long film needs.
 inline constexpr std::size_t kMaxMkvTracks = 1024;
 inline constexpr std::size_t kMaxMkvEncodings = 32;  // of one track
 inline constexpr std::size_t kMaxMkvSeekEntries = 1 << 16;

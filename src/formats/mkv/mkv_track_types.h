@@ -15,12 +15,12 @@ struct GMkvDescribedTrack {
     GBuffer decodedPrivate;  // CodecPrivate with the content encodings taken off
 };
 
-// One entry per track that a pin can be made for, in file order. Describing the first subtitle track makes the fonts among
-// the attachments known to the process.
+// One entry per track that a pin can be made for, in file order. Describing the first subtitle track makes the fonts
+// among the attachments known to the process.
 std::vector<GMkvDescribedTrack> DescribeMkvTracks(GMkvFile& file);
 
-// The media types of one kind of track, most wanted first; empty when the codec is unknown or its private data do not hold
-// what the type needs. `codecPrivate` is decoded.
+// The media types of one kind of track, most wanted first; empty when the codec is unknown or its private data do not
+// hold what the type needs. `codecPrivate` is decoded.
 std::vector<CMediaType> MkvVideoTypes(const GMkvTrack& track, std::span<const std::uint8_t> codecPrivate);
 std::vector<CMediaType> MkvAudioTypes(const GMkvTrack& track, std::span<const std::uint8_t> codecPrivate);
 std::vector<CMediaType> MkvSubtitleTypes(const GMkvTrack& track, std::span<const std::uint8_t> codecPrivate);

@@ -108,9 +108,9 @@ struct CFloat final : GSimpleVar<double, CFloat> {
 // Longest text kept, in bytes; more is cut. It is meant for people.
 inline constexpr std::uint32_t kMaxMkvTextSize = 1u << 20;
 
-// The data of the element, from its start, as far as the element's parents and the file hold them: 0, 1 when they were cut
-// short there, or E_FAIL with the target untouched. UTF-8 text ends at its first NUL, and malformed sequences become
-// U+FFFD; 8-bit text loses trailing NULs; bytes beyond kMaxCodecDataSize are refused with E_FAIL.
+// The data of the element, from its start, as far as the element's parents and the file hold them: 0, 1 when they were
+// cut short there, or E_FAIL with the target untouched. UTF-8 text ends at its first NUL, and malformed sequences
+// become U+FFFD; 8-bit text loses trailing NULs; bytes beyond kMaxCodecDataSize are refused with E_FAIL.
 HRESULT ReadUtf8Text(const GMkvElement& element, WString& text);
 HRESULT ReadAsciiText(const GMkvElement& element, std::string& text);
 HRESULT ReadBinary(const GMkvElement& element, GMkvBytes& bytes);

@@ -1,5 +1,5 @@
-// A thread of a read handler that builds an index beside the reader, through a byte source of its own, and may keep pace
-// with a file that is still being written.
+// A thread of a read handler that builds an index beside the reader, through a byte source of its own, and may keep
+// pace with a file that is still being written.
 #pragma once
 
 #include <atomic>
@@ -18,8 +18,8 @@ class GIndexThread : private CAMThread {
 public:
     ~GIndexThread() override = default;
 
-    // Opens `closedSource` on `path` on the new thread. False when there is no source or the system gives no thread; the
-    // index is then finished, and empty.
+    // Opens `closedSource` on `path` on the new thread. False when there is no source or the system gives no thread;
+    // the index is then finished, and empty.
     bool Start(std::unique_ptr<GFileBase> closedSource, const std::string& path);
     // Returns when the thread has ended. Harmless when it already has, or never began.
     void Stop();

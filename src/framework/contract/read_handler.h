@@ -43,10 +43,10 @@ struct GNextPacket {
     LONGLONG mediaStop = kNoTime;
 };
 
-// One open container. The frame owns it and calls it from one thread at a time: Open on the thread that loads, StartRun,
-// ReadPacket and ReadPayload on the reader thread, Seek and Close only while that thread is parked or gone. Damage, the
-// durations, IsIndexComplete, AcceptsSeek, ReadAttachment and Interrupt may be called from any thread while it is open.
-// No method throws but by std::bad_alloc.
+// One open container. The frame owns it and calls it from one thread at a time: Open on the thread that loads,
+// StartRun, ReadPacket and ReadPayload on the reader thread, Seek and Close only while that thread is parked or gone.
+// Damage, the durations, IsIndexComplete, AcceptsSeek, ReadAttachment and Interrupt may be called from any thread while
+// it is open. No method throws but by std::bad_alloc.
 class GReadHandler {
 public:
     virtual ~GReadHandler() = default;
@@ -63,7 +63,8 @@ public:
     virtual std::span<const GStreamInfo> Streams() const = 0;
     // The longest stream as known now (an index may still grow), 100 ns.
     virtual REFERENCE_TIME LongestStreamDuration() const { return Duration(); }
-    // False while a thread of the handler still builds an index out of what is in the file: seeks land short of the end.
+    // False while a thread of the handler still builds an index out of what is in the file: seeks land short of the
+    // end.
     virtual bool IsIndexComplete() const { return true; }
 
     // The reader begins to read, at the start and after every seek. `wanted`: the numbers of the streams whose packets
@@ -81,8 +82,8 @@ public:
         return std::make_unique<GPacket2>();
     }
 
-    // Codec headers to be sent in-band ahead of the stream's data after every start, given the connected type. They pass
-    // through the queue and are rebased like data; headers that stay outside are GStreamInfo::leadSamples.
+    // Codec headers to be sent in-band ahead of the stream's data after every start, given the connected type. They
+    // pass through the queue and are rebased like data; headers that stay outside are GStreamInfo::leadSamples.
     virtual std::vector<GPacketPtr> HeaderPackets(std::uint32_t, const CMediaType&) { return {}; }
 
     // False for a time that Seek would refuse, 100 ns; asked before playback is disturbed.
@@ -91,12 +92,12 @@ public:
         static_cast<void>(time);
         return true;
     }
-    // Repositions every stream; returns the time reached (100 ns from the start of the file), or nothing when the seek is
-    // refused and reading goes on where it was.
+    // Repositions every stream; returns the time reached (100 ns from the start of the file), or nothing when the seek
+    // is refused and reading goes on where it was.
     virtual std::optional<REFERENCE_TIME> Seek(REFERENCE_TIME time, GSeekMode mode) = 0;
 
-    // While set, what runs inside the handler returns as soon as it can: ReadPacket with Again, a search in Open with an
-    // error. For a stop or a seek that must not wait for a long search.
+    // While set, what runs inside the handler returns as soon as it can: ReadPacket with Again, a search in Open with
+    // an error. For a stop or a seek that must not wait for a long search.
     void Interrupt(bool set) { interrupted.store(set, std::memory_order_release); }
 
     GDamageReport Damage() const { return damage.Report(); }
@@ -115,8 +116,8 @@ protected:
 
     // Reads what Open needs out of `source`, which is open. After a failure CloseContainer is called.
     virtual GStatus OpenContainer() = 0;
-    // Forgets everything that OpenContainer made; harmless when there is nothing. A handler with threads of its own also
-    // calls Close in its destructor: this base can no longer reach the override then.
+    // Forgets everything that OpenContainer made; harmless when there is nothing. A handler with threads of its own
+    // also calls Close in its destructor: this base can no longer reach the override then.
     virtual void CloseContainer() = 0;
 
     // A second byte source on the open file, for another thread; null when it cannot be opened.

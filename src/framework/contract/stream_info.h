@@ -19,8 +19,8 @@ struct GAttachmentInfo {
     std::uint64_t size = 0;   // bytes, already checked against the file's size
 };
 
-// A sample that a pin delivers by itself ahead of its data after every start: a codec header, or the empty text that lets
-// a subtitle renderer begin. Its times are not moved by seeks or rates; it carries no media times.
+// A sample that a pin delivers by itself ahead of its data after every start: a codec header, or the empty text that
+// lets a subtitle renderer begin. Its times are not moved by seeks or rates; it carries no media times.
 struct GLeadSample {
     std::vector<std::uint8_t> data;
     REFERENCE_TIME start = 0;  // 100 ns
@@ -46,7 +46,7 @@ struct GStreamInfo {
     GStreamTarget target = GStreamTarget::Pin;
     std::vector<GLeadSample> leadSamples;
     std::uint32_t minimumBuffer = 0;  // bytes; the pin asks its peer for buffers of at least this size
-    bool dropBeforeSegment = false;  // packets that start before the segment's start are not delivered
+    bool dropBeforeSegment = false;   // packets that start before the segment's start are not delivered
 };
 
 }  // namespace vex

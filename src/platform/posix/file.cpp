@@ -105,7 +105,8 @@ std::int64_t GOsFile::ReadAt(std::int64_t position, void* buffer, std::uint32_t 
     std::int64_t done = 0;
     while (done < count) {
         const std::array<iovec, 2> parts = {
-            {{static_cast<char*>(buffer) + done, static_cast<std::size_t>(count - done)}, {ahead.data(), ahead.size()}}};
+            {{static_cast<char*>(buffer) + done, static_cast<std::size_t>(count - done)},
+             {ahead.data(), ahead.size()}}};
         const ssize_t got = ::preadv(static_cast<int>(handle), parts.data(), ahead.empty() ? 1 : 2, position + done);
         if (got == 0)
             break;

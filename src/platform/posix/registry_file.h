@@ -1,6 +1,6 @@
 // The text file that stands for the class registry: `["key"]` lines, each followed by its `"name"="value"` lines (`@`
-// for the default value), in UTF-8; inside quotes a backslash goes before a quote or a backslash, and \xHHHH is one unit
-// of UTF-16.
+// for the default value), in UTF-8; inside quotes a backslash goes before a quote or a backslash, and \xHHHH is one
+// unit of UTF-16.
 #pragma once
 
 #include <optional>

@@ -25,7 +25,7 @@ bool IsBelow(WStringView path, WStringView parent)
 
 bool IsSurrogate(WCHAR character) { return character >= 0xD800 && character <= 0xDFFF; }
 
-// In quotes; what would end the line or is no character by itself as \xHHHH.
+// In quotes; line ends and lone surrogates as \xHHHH.
 std::string Quoted(WStringView text)
 {
     constexpr const char* kDigits = "0123456789ABCDEF";

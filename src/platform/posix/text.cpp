@@ -5,7 +5,7 @@
 
 namespace vex {
 
-// A byte of a file name that is no UTF-8 travels as the lone low surrogate U+DC00 + byte.
+// A byte of a file name that is not UTF-8 travels as the lone low surrogate U+DC00 + byte.
 constexpr WCHAR kEscapedBytes = 0xDC00;
 
 std::string AnsiFromWide(WStringView text, bool* lossy)

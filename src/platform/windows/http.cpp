@@ -264,8 +264,8 @@ GHttpResult GHttpClient::GTransfer::Receive(const std::string& url, GHttpSink& s
     return {BadStatus, status, std::to_string(status) + (reason.empty() ? "" : " ") + reason};
 }
 
-// Closes the handles, and waits a little until WinINet's threads have left `call`. What they do not let go of in time is
-// kept for them.
+// Closes the handles, and waits a little until WinINet's threads have left `call`. What they do not let go of in time
+// is kept for them.
 void GHttpClient::GTransfer::Close()
 {
     const bool known = request != nullptr;
