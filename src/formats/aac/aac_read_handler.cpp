@@ -135,9 +135,8 @@ std::optional<REFERENCE_TIME> GAacReadHandler::Seek(REFERENCE_TIME time, GSeekMo
     frames.Window().Forget();
     frames.GoTo(dataStart);
     if (time != 0 && duration > 0) {
-        const double part = static_cast<double>(time) / static_cast<double>(duration);
-        const auto offset = static_cast<std::int64_t>(part * static_cast<double>(dataLength));
-        frames.SearchFrom(dataStart + std::min(offset, dataLength));
+        const double part = std::clamp(static_cast<double>(time) / static_cast<double>(duration), 0.0, 1.0);
+        frames.SearchFrom(dataStart + static_cast<std::int64_t>(part * static_cast<double>(dataLength)));
     }
     return time;
 }
