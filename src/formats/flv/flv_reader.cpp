@@ -223,7 +223,7 @@ bool GFlvReader::EndsFile(GBytes rest, std::int64_t end, std::uint32_t dataSize)
 }
 
 // Whether the tag of a unit ends where another one begins, or the file does. Some writers get every PreviousTagSize wrong,
-// so a sound header in the right place is enough.
+// so a well-formed header in the right place is enough.
 bool GFlvReader::LeadsOn(std::int64_t unitPos, const GFlvUnit& found)
 {
     const std::int64_t next = unitPos + kUnit + found.dataSize;
@@ -231,7 +231,7 @@ bool GFlvReader::LeadsOn(std::int64_t unitPos, const GFlvUnit& found)
     if (bytes.size() < kFlvUnitSize)
         return bytes.size() <= kFlvTrailerSize && EndsFile(bytes, next, found.dataSize);
     const GFlvUnit following = ReadFlvUnit(bytes);
-    return following.IsSound() || FlvFollows(following, found.dataSize);
+    return following.IsWellFormed() || FlvFollows(following, found.dataSize);
 }
 
 // `next`: what follows the declared payload, and is no unit that fits it.
@@ -244,17 +244,17 @@ GFlvStep GFlvReader::BeginResync(GBytes next)
     if (next.size() == kFlvUnitSize) {
         const GFlvUnit following = ReadFlvUnit(next);
         resync.confirmed = FlvSizesAgree(following.previousTagSize, unit.dataSize);
-        if (following.IsSound() && LeadsOn(declaredEnd, following)) {
+        if (following.IsWellFormed() && LeadsOn(declaredEnd, following)) {
             sizesLie = true;
             return FinishTag(unit.dataSize, declaredEnd);
         }
     } else {
         resync.confirmed = false;
     }
-    const std::int64_t end = source.GetSize();
-    resync.cutOff = declaredEnd > end;
+    resync.end = source.GetSize();
+    resync.cutOff = declaredEnd > resync.end;
     resync.from = resync.confirmed ? declaredEnd + 1 : payload;
-    resync.until = std::min(resync.from + kMaxResync, end);
+    resync.until = std::min(resync.from + kMaxResync, resync.end);
     resync.active = true;
     return GFlvStep::Again;
 }
@@ -264,7 +264,7 @@ GFlvStep GFlvReader::Resync()
     const std::int64_t payload = position + kUnit;
     const std::int64_t stepEnd = std::min(resync.from + kStepBytes, resync.until);
     for (int checks = 0; checks < kStepChecks; ++checks) {
-        const GScanResult result = window.FindForward(resync.from, stepEnd, kFlvUnitSize, IsSoundFlvUnit);
+        const GScanResult result = window.FindForward(resync.from, stepEnd, kFlvUnitSize, IsWellFormedFlvUnit);
         if (result.end == GScanEnd::Interrupted)
             return GFlvStep::Again;
         if (!result.Found()) {
@@ -289,7 +289,7 @@ GFlvStep GFlvReader::EndResync(std::int64_t found)
 {
     resync.active = false;
     const std::int64_t payload = position + kUnit;
-    const std::int64_t end = source.GetSize();
+    const std::int64_t end = resync.end;
     if (resync.confirmed) {
         const std::int64_t declaredEnd = payload + unit.dataSize;
         const std::int64_t next = found >= 0 ? found : end;

@@ -82,6 +82,7 @@ private:
         bool confirmed = false;  // the payload has its size behind it: what follows it is damaged
         std::int64_t from = 0;   // next window to look at
         std::int64_t until = 0;  // no window from here on
+        std::int64_t end = 0;    // of the file when the search began: it may grow meanwhile
     };
 
     // Opening (flv_reader.cpp).
@@ -126,7 +127,7 @@ private:
     std::array<std::uint8_t, kFlvCodecHeaderMax> start{};
     std::size_t startSize = 0;
     GResync resync;
-    bool sizesLie = false;  // a sound tag was met whose PreviousTagSize is neither right nor 0
+    bool sizesLie = false;  // a valid tag was met whose PreviousTagSize is neither right nor 0
     std::array<std::uint8_t, kFlvUnitSize + kFlvCodecHeaderMax> scratch{};  // what Peek returns
 
     int checksLeft = 0;  // candidates that the seek in progress may still follow

@@ -119,7 +119,7 @@ std::optional<GFlvReader::GHit> GFlvReader::FindTag(std::int64_t from, std::int6
     until = std::min(until, from + kMaxSearch);
     for (; checksLeft > 0; --checksLeft) {
         const GScanResult result = window.FindForward(from, until, kFlvUnitSize, [](GBytes bytes) {
-            if (!IsSoundFlvUnit(bytes))
+            if (!IsWellFormedFlvUnit(bytes))
                 return false;
             const GFlvUnit found = ReadFlvUnit(bytes);
             return found.IsMedia() && found.dataSize != 0;

@@ -30,7 +30,7 @@ std::int32_t Signed24(std::uint32_t value)
     return static_cast<std::int32_t>(value) - ((value & 0x800000) != 0 ? 0x1000000 : 0);
 }
 
-void MakeSilent(FlvTag& tag)
+void Withhold(FlvTag& tag)
 {
     tag.type = kFlvScript;
     tag.header = 0;
@@ -55,7 +55,7 @@ bool FlvFollows(const GFlvUnit& next, std::uint32_t dataSize)
 {
     if (FlvSizesAgree(next.previousTagSize, dataSize))
         return next.streamId == 0 || next.IsMedia() || next.type == kFlvScript;
-    return next.previousTagSize == 0 && next.IsSound();
+    return next.previousTagSize == 0 && next.IsWellFormed();
 }
 
 bool FillFromPayload(FlvTag& tag, const GFlvUnit& unit, std::uint32_t dataSize, GBytes start)
@@ -70,26 +70,26 @@ bool FillFromPayload(FlvTag& tag, const GFlvUnit& unit, std::uint32_t dataSize, 
     GByteReader reader(start);
     tag.header = reader.U8();
     if (!reader.Ok() || dataSize == 0) {
-        MakeSilent(tag);
+        Withhold(tag);
         return true;
     }
     if (tag.IsVideo() && FlvFrameType(tag.header) == kFrameTypeCommand) {
-        MakeSilent(tag);
+        Withhold(tag);
         return true;
     }
     const std::uint32_t codecHeader = CodecHeaderSize(tag);
     if (codecHeader > tag.size || codecHeader > reader.Left()) {
         tag.size = 0;
-        MakeSilent(tag);
+        Withhold(tag);
         return false;
     }
     tag.size -= codecHeader;
     tag.payloadPos += codecHeader;
     if (tag.IsAudio() && codecHeader != 0 && reader.U8() == kFlvSequenceHeader) {
-        MakeSilent(tag);
+        Withhold(tag);
     } else if (tag.IsVideo() && FlvCodecId(tag.header) == flv_codec::kAvc) {
         if (reader.U8() == kFlvSequenceHeader)
-            MakeSilent(tag);
+            Withhold(tag);
         else
             tag.time += REFERENCE_TIME{Signed24(reader.U24BE())} * kFlvUnitsPerMillisecond;
     }

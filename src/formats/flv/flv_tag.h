@@ -31,16 +31,16 @@ struct GFlvUnit {
     REFERENCE_TIME Time() const { return REFERENCE_TIME{timeMs} * kFlvUnitsPerMillisecond; }
     bool IsMedia() const { return type == kFlvAudio || type == kFlvVideo; }
     // Known type and the reserved stream number.
-    bool IsSound() const { return (IsMedia() || type == kFlvScript) && streamId == 0; }
+    bool IsWellFormed() const { return (IsMedia() || type == kFlvScript) && streamId == 0; }
 };
 
 // `bytes` has at least kFlvUnitSize.
 GFlvUnit ReadFlvUnit(GBytes bytes);
-// Whether `bytes` begin with a unit that is sound: asked of every byte of a search, so it looks at few.
-inline bool IsSoundFlvUnit(GBytes bytes)
+// Whether `bytes` begin with a well-formed unit. Called at every byte of a search, so it tests the type first.
+inline bool IsWellFormedFlvUnit(GBytes bytes)
 {
     return bytes.size() >= kFlvUnitSize && (bytes[4] == kFlvAudio || bytes[4] == kFlvVideo || bytes[4] == kFlvScript) &&
-           ReadFlvUnit(bytes).IsSound();
+           ReadFlvUnit(bytes).IsWellFormed();
 }
 
 // Whether a tag of `dataSize` bytes has `previousTagSize` behind it. Live recorders leave it at 0.
@@ -49,7 +49,7 @@ inline bool FlvSizesAgree(std::uint32_t previousTagSize, std::uint32_t dataSize)
     return previousTagSize == kFlvTagHeaderSize + dataSize;
 }
 // Whether `next` can be what follows a tag of `dataSize` bytes. With a matching size one of type and stream number may be
-// unknown; without a size both have to be sound.
+// unknown; without a size both have to be valid.
 bool FlvFollows(const GFlvUnit& next, std::uint32_t dataSize);
 
 // The tag that reading has come to. Positions are bytes from the start of the file.
