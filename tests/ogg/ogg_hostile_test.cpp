@@ -110,6 +110,32 @@ TEST(OggHostile, ACodeBookOfMillionsOfEntriesIsRefused)
     EXPECT_FALSE(GOggReading(HeaderPages(1, VorbisHeaders(48'000, {}, true))).IsOpen());
 }
 
+// They take no bytes of the limit on what is held back, but an entry in libogg's tables each.
+TEST(OggHostile, EmptyPacketsAreNotHeldBackWithoutEnd)
+{
+    GOggBytes file = HeaderPages(1, VorbisHeaders(48'000));
+    for (unsigned page = 0; page < 200; ++page)
+        file = Join({file, Page({.number = page + 2, .granule = -1, .packets = std::vector<GOggBytes>(255)})});
+    GMemoryFile source(std::make_shared<GMemoryDisk>(file));
+    source.Open("memory");
+    GDamageLog damage;
+    auto streams = ReadOggHeaders(source, damage);
+    ASSERT_TRUE(streams.Ok());
+    GOGG2ReadStream& stream = *streams.Value()[0];
+    stream.Reset();
+    GOggPageSource pages(source, nullptr, 65'536);
+    pages.MoveTo(0);
+    GOggPage page;
+    GOggPacket packet;
+    std::int64_t budget = GOggPageSource::kNoLimit;
+    auto peeked = GOGG2ReadStream::GPeek::None;
+    while (peeked != GOGG2ReadStream::GPeek::Packet && pages.Next(page, budget)) {
+        stream.PageIn(page);
+        peeked = stream.Peek(packet);
+    }
+    EXPECT_EQ(peeked, GOGG2ReadStream::GPeek::Packet);
+}
+
 TEST(OggHostile, ThousandsOfStreamsGetNoMoreThanTheirShare)
 {
     GOggBytes file;

@@ -18,8 +18,10 @@ namespace {
 constexpr int kLacingSize = 0xFF;   // a segment's size; 255: the packet goes on
 constexpr int kLacingHole = 0x400;  // pages are missing here
 
-// Packets are held back until this much waits for a granule; one page holds less than 64 KiB.
+// Packets are held back until this much waits for a granule: bytes, and segments, which an empty packet has too. One page
+// holds less than 64 KiB in at most 255 segments.
 constexpr long kMostHeld = 1L << 20;
+constexpr long kMostHeldSegments = 1L << 14;
 
 constexpr REFERENCE_TIME kLongestTime = REFERENCE_TIME{1} << 60;
 
@@ -251,7 +253,8 @@ bool GOGG2ReadStream::CountBack(bool lastChance)
         return true;
     }
     position = lowest();
-    positionKnown = hole || lastChance || state.body_fill - state.body_returned > kMostHeld;
+    positionKnown = hole || lastChance || state.body_fill - state.body_returned > kMostHeld ||
+                    state.lacing_fill - state.lacing_returned > kMostHeldSegments;
     return positionKnown;
 }
 
