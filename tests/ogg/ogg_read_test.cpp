@@ -109,6 +109,8 @@ TEST(OggTimes, OgmTextLastsAsLongAsItsLengthBytesSay)
         EXPECT_EQ(packets[0].next.mediaStart, 40);
         EXPECT_EQ(packets[0].next.mediaStop, 40 + one.length);
     }
+    GOggReading odd(Join({HeaderPages(1, {header}), Data(1, 1, 40, {{0x00, 'a'}}), Data(1, 2, -1, {{0x01, 'b'}})}));
+    EXPECT_THAT(Starts(odd.ReadAll()), ElementsAre(400'000, 410'000)) << "the header bit means nothing in a text";
 }
 
 TEST(OggTypes, OgmHeadersGiveFormatsAndTheirExtraDataIsCutToThePacket)
@@ -191,6 +193,9 @@ TEST(OggStreams, OnesThatLackHeadersAreLeftOutAndAFileOfOthersSaysWhatTheyAre)
     GOggReading others(Join({HeaderPages(1, {skeleton}), HeaderPages(2, {opus})}));
     ASSERT_FALSE(others.IsOpen());
     EXPECT_THAT(Describe(others.Opened().Error()), HasSubstr("Skeleton, Opus"));
+    GOggReading unknown(HeaderPages(1, {{'n', 'o', 'n', 'e'}}));
+    ASSERT_FALSE(unknown.IsOpen());
+    EXPECT_THAT(Describe(unknown.Opened().Error()), HasSubstr("an unknown codec"));
 }
 
 }  // namespace

@@ -38,9 +38,7 @@ constexpr struct {
     {"YUV4MPEG", "YUV4MPEG"},
     {"UVS ", "uncompressed video"},
     {"Annodex", "Annodex"},
-    {"\x00\x00\x00\x00"
-     "Midi",
-     "MIDI"},
+    {"OggMIDI", "MIDI"},
 };
 
 const char* NameOfOther(GBytes packet)

@@ -69,6 +69,8 @@ public:
 
     std::uint32_t BuildMediaType(CMediaType& type) const override;
     bool IsKeyFrame(const GOggPacket&) const override { return true; }
+    // No packet is a header here: the bit has no meaning in texts.
+    REFERENCE_TIME PacketTime(const GOggPacket& packet) override { return GOGG2ReadStream::PacketTime(packet); }
     REFERENCE_TIME CurrentTime() const override { return 0; }
     REFERENCE_TIME StopTime(const GOggPacket& packet) const override;
     LONGLONG MediaTimeStart(const GOggPacket& packet) const override { return packet.granule; }
