@@ -145,12 +145,7 @@ TEST(Mp4Order, OfTwoVideoTracksTheOneWithMoreChunksStays)
 
 TEST(Mp4Arrival, AFileThatShrankIsWaitedForAndTheTimeItHoldsIsKnown)
 {
-    const GMp4TestFile film{.tracks = {NumberedVideo(50)}};
-    const auto [data, movie] = film.DataAndMovie();
-    GMp4TestFile ahead = film;  // the header first, as a download needs it
-    ahead.start = Glue({film.start, movie});
-    auto [body, moved] = ahead.DataAndMovie();
-    std::ranges::copy(moved, body.begin() + static_cast<std::ptrdiff_t>(film.start.size()));
+    const GMp4Bytes body = HeaderFirst({.tracks = {NumberedVideo(50)}});
     const GTempFile file(body);
     GMp4Reading reading(file);
     ASSERT_TRUE(reading.IsOpen());
@@ -164,6 +159,10 @@ TEST(Mp4Arrival, AFileThatShrankIsWaitedForAndTheTimeItHoldsIsKnown)
     file.Resize(body.size());
     EXPECT_EQ(reading.ReadAvailable().size(), 5u);
     EXPECT_EQ(reading.Handler().AvailableTime(), 2 * kSecond);
+
+    GMp4Bytes sound = HeaderFirst({.tracks = {PcmSound({44'100, 44'100})}});
+    sound.resize(sound.size() - 3 * 22'050 * 2 - 1);
+    EXPECT_EQ(GMp4Reading(sound).Handler().AvailableTime(), (88'200 - 33'076) * kSecond / 44'100);
 }
 
 }  // namespace

@@ -168,23 +168,26 @@ REFERENCE_TIME Mp4Track::TimeAtOffset(std::uint64_t offset) const
     }
     if (!found)
         return 0;
-    // The last sample whose packet begins at most where the bytes end, when packets follow each other.
-    std::uint32_t low = found->firstSample;
-    std::uint64_t end = found->offset;
-    GMp4TimeCursor time = found->start;
-    while (low < found->EndSample()) {
-        std::uint64_t size = tables.SizeOf(low);
-        std::uint32_t samples = 1;
-        if (packing == GMp4Packing::Block || packing == GMp4Packing::WholeChunk) {
-            samples = std::min(samplesPerPacket, found->EndSample() - low);
-            size = bytesPerFrame;
+    const std::uint64_t bytes = offset - found->offset;
+    std::uint64_t samples = 0;
+    if (packing == GMp4Packing::Varying) {
+        std::uint64_t end = 0;
+        while (samples < found->sampleCount) {
+            const std::uint64_t size = tables.SizeOf(found->firstSample + static_cast<std::uint32_t>(samples));
+            if (size > bytes - end)
+                break;
+            end += size;
+            ++samples;
         }
-        if (size > offset - end)
-            break;
-        end += size;
-        low += samples;
-        time.Advance(tables.durations, samples);
+    } else {  // a chunk may claim to hold 2^31 samples
+        const bool blocks = packing == GMp4Packing::Block || packing == GMp4Packing::WholeChunk;
+        const std::uint32_t unitBytes = blocks ? bytesPerFrame : tables.sampleSize;
+        const std::uint32_t unitSamples = blocks ? samplesPerPacket : 1;
+        const std::uint64_t units = unitBytes != 0 ? bytes / unitBytes : found->sampleCount;
+        samples = units < found->sampleCount / unitSamples + 1 ? units * unitSamples : found->sampleCount;
     }
+    GMp4TimeCursor time = found->start;
+    time.Advance(tables.durations, std::min<std::uint64_t>(samples, found->sampleCount));
     return TimeFromUnits(time.Dts(), timescale);
 }
 
