@@ -26,7 +26,6 @@ TEST(FlvOpen, AFileThatCannotBePlayedSaysWhy)
         {GFlvBuilder().bytes, "no tag"},
         {GFlvBuilder().Tag(kFlvScript, 0, Payload({2}, 20)).bytes, "neither an audio nor a video"},
         {GFlvBuilder().Audio(0, speex).Video(0, screen).bytes, "has Speex audio and Screen 1 video"},
-        {GFlvBuilder().Video(0, Payload({0x16}, 20)).bytes, "Screen 2"},
         {GFlvBuilder().Video(0, Payload({0x90, 'h', 'v', 'c', '1'}, 20)).bytes, "FourCC"},
         {GFlvBuilder(1).Audio(0, Mp3Frame(1)).bytes, "announces video alone"},
     };

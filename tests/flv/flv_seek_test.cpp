@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <tuple>
 
 #include "flv/flv_reading.h"
 
@@ -19,24 +20,18 @@ TEST(FlvDuration, IsTheTimeOfTheLastTagOfSoundOrPictures)
 {
     const GFlvBuilder film = Film(10, 5);
     const auto with = [&](const GFlvBytes& more) { return GFlvBuilder(film).Raw(more).bytes; };
-    const struct {
-        const char* what;
-        GFlvBytes bytes;
-        REFERENCE_TIME ms;
-    } cases[] = {
-        {"whole", film.bytes, 360},
-        {"cut off within the tag", film.Cut(7), 360},
-        {"a script tag behind it", GFlvBuilder(film).Tag(kFlvScript, 999, Payload({2}, 30)).bytes, 360},
-        {"junk behind it", with(Payload({}, 5'000, 0x42)), 360},
-        {"too much junk", with(Payload({}, 0x100010, 0x42)), 0},
-        {"sizes of 0", Film(10, 5, 0, {.previousTagSize = 0}).bytes, 360},
-        {"a payload that looks like a tag", GFlvBuilder(film).Audio(400, GFlvBuilder(0, 5).Audio(9, {1}).bytes).bytes,
-         400},
+    const std::pair<GFlvBytes, REFERENCE_TIME> cases[] = {
+        {film.Cut(7), 360},
+        {GFlvBuilder(film).Tag(kFlvScript, 999, Payload({2}, 30)).bytes, 360},
+        {with(Payload({}, 5'000, 0x42)), 360},
+        {with(Payload({}, 0x100010, 0x42)), 0},  // too much junk
+        {Film(10, 5, 0, {.previousTagSize = 0}).bytes, 360},
+        {GFlvBuilder(film).Audio(400, GFlvBuilder(0, 5).Audio(9, {1}).bytes).bytes, 400},  // looks like a tag inside
     };
-    for (const auto& one : cases) {
-        GFlvReading reading(one.bytes);
-        EXPECT_EQ(reading.Handler().Duration(), one.ms * kMillisecond) << one.what;
-        EXPECT_GE(reading.ReadAll().size(), 20u) << one.what;
+    for (const auto& [bytes, ms] : cases) {
+        GFlvReading reading(bytes);
+        EXPECT_EQ(reading.Handler().Duration(), ms * kMillisecond) << bytes.size();
+        EXPECT_GE(reading.ReadAll().size(), 20u) << bytes.size();
     }
     GFlvReading far(with(Payload({}, 3u << 20, 0x42)));
     EXPECT_LT(far.Watch().bytes, (1u << 20) + (128u << 10)) << "a megabyte is read once";
@@ -44,20 +39,14 @@ TEST(FlvDuration, IsTheTimeOfTheLastTagOfSoundOrPictures)
 
 TEST(FlvSeek, LandsOnTheLastKeyFrameBeforeTheTargetOrTheFirstOneAfter)
 {
-    const struct {
-        const char* what;
-        unsigned group, firstKey;
-        REFERENCE_TIME targetMs, landingMs;
-    } cases[] = {
-        {"the start", 10, 0, 0, 0},
-        {"between two", 10, 0, 1'000, 800},
-        {"exactly on one: the one before", 10, 0, 800, 400},
-        {"none before", 10, 20, 500, 800},
-        {"none behind the first", 100, 0, 1'900, 0},
+    const std::tuple<unsigned, unsigned, REFERENCE_TIME, REFERENCE_TIME> cases[] = {
+        {10, 0, 0, 0},      {10, 0, 1'000, 800}, {10, 0, 800, 400},  // exactly on one: the one before
+        {10, 20, 500, 800},                                          // none before
+        {100, 0, 1'900, 0},                                          // none behind the first
     };
-    for (const auto& one : cases) {
-        GFlvReading reading(Film(50, one.group, one.firstKey).bytes);
-        EXPECT_EQ(FirstStart(reading, one.targetMs * kMillisecond), one.landingMs * kMillisecond) << one.what;
+    for (const auto& [group, firstKey, targetMs, landingMs] : cases) {
+        GFlvReading reading(Film(50, group, firstKey).bytes);
+        EXPECT_EQ(FirstStart(reading, targetMs * kMillisecond), landingMs * kMillisecond) << targetMs;
     }
     GFlvReading without(Film(50, 100, 60).bytes);
     EXPECT_EQ(FirstStart(without, kSecond), kNoTime) << "no key frame at all: the end";
