@@ -50,6 +50,7 @@ public:
     STDMETHODIMP ReadAttachment(ULONG index, ULONGLONG offset, BYTE* pBuffer, ULONG cb) override;
     STDMETHODIMP GetLoadState(VexLoadState* pState, BSTR* pReason) override;
     STDMETHODIMP SetSeekOptions(BOOL keyFrames, BOOL preroll) override;
+    STDMETHODIMP GetLoadProgress(ULONGLONG* pDone, ULONGLONG* pTotal) override;
 
     // ISupportErrorInfo
     STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
@@ -72,8 +73,8 @@ public:
 protected:
     virtual std::unique_ptr<CVexOutputPin> MakePin(const GStreamInfo& stream);
     // What has to be done before `path` can be opened, on a thread of its own; null when nothing has. Load then returns
-    // at once, without pins.
-    virtual std::unique_ptr<GPreparation> Prepare(const WString& path);
+    // at once, without pins. An error fails Load. Under changeLock, and never while an earlier preparation runs.
+    virtual GResult<std::unique_ptr<GPreparation>> Prepare(const WString& path);
     // Reader thread: a packet of a stream whose target is the filter.
     virtual void TakePacket(GPacketPtr packet) { static_cast<void>(packet); }
 
@@ -129,11 +130,12 @@ private:
     HRESULT LoadLocked(const WString& path);
     GStatus Open(const WString& path);
     GStatus MakePins();
-    HRESULT FinishLoad(const GStatus& opened);
+    HRESULT FinishLoad(const GStatus& opened, std::string remark = {});
     HRESULT BeginPreparation();
     void LoadPrepared();
     void SetName(WString path);
     void SetLoadError(const GError& error);
+    void SetLoadReason(std::string text);
 
     // Reader thread.
     enum class GLoopEnd : std::uint8_t { EndOfStream, Interrupted };
@@ -165,13 +167,13 @@ private:
     std::atomic<VexLoadState> loadState{VexLoad_None};  // written under changeLock
     GMutex nameLock;
     WString fileName G_GUARDED_BY(nameLock);
-    std::string loadError G_GUARDED_BY(nameLock);  // UTF-8
-    std::unique_ptr<GPreparation> preparation;     // constant while the loader runs
-    std::atomic<REFERENCE_TIME> duration{0};       // 100 ns; only grows once loaded
-    std::vector<CVexOutputPin*> pins;              // constant once loaded; owned by CSource
-    std::vector<std::uint32_t> filterStreams;      // constant once loaded
-    std::vector<GProperty> properties;             // constant once loaded
-    std::vector<GAttachmentInfo> attachments;      // constant once loaded
+    std::string loadReason G_GUARDED_BY(nameLock);  // why it failed, or is not whole; UTF-8
+    std::unique_ptr<GPreparation> preparation;      // constant while the loader runs
+    std::atomic<REFERENCE_TIME> duration{0};        // 100 ns; only grows once loaded
+    std::vector<CVexOutputPin*> pins;               // constant once loaded; owned by CSource
+    std::vector<std::uint32_t> filterStreams;       // constant once loaded
+    std::vector<GProperty> properties;              // constant once loaded
+    std::vector<GAttachmentInfo> attachments;       // constant once loaded
 
     CCritSec seekingLock;                         // the pins' seeking values
     std::atomic<REFERENCE_TIME> segmentStart{0};  // 100 ns

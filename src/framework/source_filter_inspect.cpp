@@ -95,12 +95,20 @@ HRESULT CVexFilter::GetLoadState(VexLoadState* pState, BSTR* pReason)
     *pState = loadState.load(std::memory_order_acquire);
     if (pReason)
         *pReason = nullptr;
-    if (*pState != VexLoad_Failed)
-        return S_OK;
     return ComGuard([&] {
         const GMutexLock held(nameLock);
-        return HandOut(loadError, pReason);
+        const bool told = *pState == VexLoad_Failed || (*pState == VexLoad_Done && !loadReason.empty());
+        return told ? HandOut(loadReason, pReason) : S_OK;
     });
+}
+
+// A filter that prepares its files has its own.
+HRESULT CVexFilter::GetLoadProgress(ULONGLONG* pDone, ULONGLONG* pTotal)
+{
+    if (!pDone || !pTotal)
+        return E_POINTER;
+    *pDone = *pTotal = 0;
+    return S_FALSE;
 }
 
 HRESULT CVexFilter::SetSeekOptions(BOOL keyFrames, BOOL preroll)

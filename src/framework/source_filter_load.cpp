@@ -15,6 +15,14 @@ GError OutOfMemory()
     return {GErrorKind::Limit, "out of memory", 0};
 }
 
+constexpr char kNotWhole[] = "the file did not arrive whole:";
+
+// Of a file that may have failed to open only because it is not whole.
+GError AddToError(const GError& error, const std::string& shortfall)
+{
+    return {error.kind, kNotWhole, 0, 0, shortfall + "; " + Describe(error)};
+}
+
 // For the calling thread's error object. Best effort: a load that failed for lack of memory may have no words.
 void SetErrorObject(const GError& error)
 {
@@ -63,7 +71,10 @@ HRESULT CVexFilter::Load(LPCOLESTR pszFileName, const AM_MEDIA_TYPE*)
 HRESULT CVexFilter::LoadLocked(const WString& path)
 {
     WString loadedPath = path;  // once there are pins nothing may fail
-    preparation = Prepare(path);
+    GResult<std::unique_ptr<GPreparation>> prepared = Prepare(path);
+    if (!prepared.Ok())
+        return FinishLoad(prepared.Error());
+    preparation = std::move(prepared).Value();
     if (preparation) {
         SetName(std::move(loadedPath));
         return BeginPreparation();
@@ -130,9 +141,10 @@ std::unique_ptr<CVexOutputPin> CVexFilter::MakePin(const GStreamInfo& stream)
     return std::make_unique<CVexOutputPin>(this, stream);
 }
 
-HRESULT CVexFilter::FinishLoad(const GStatus& opened)
+HRESULT CVexFilter::FinishLoad(const GStatus& opened, std::string remark)
 {
     if (opened.Ok()) {
+        SetLoadReason(std::move(remark));
         loadState.store(VexLoad_Done, std::memory_order_release);
         return S_OK;
     }
@@ -142,7 +154,7 @@ HRESULT CVexFilter::FinishLoad(const GStatus& opened)
     return E_FAIL;
 }
 
-std::unique_ptr<GPreparation> CVexFilter::Prepare(const WString&) { return nullptr; }
+GResult<std::unique_ptr<GPreparation>> CVexFilter::Prepare(const WString&) { return nullptr; }
 
 HRESULT CVexFilter::BeginPreparation()
 {
@@ -168,10 +180,14 @@ void CVexFilter::LoadPrepared()
         if (!path.Ok() && path.Error().kind == GErrorKind::Aborted)
             return;
         if (path.Ok()) {
+            const std::string shortfall = preparation->Shortfall();
+            std::string remark = shortfall.empty() ? shortfall : kNotWhole + (" " + shortfall);
             const CAutoLock change(&changeLock);
             status = Open(path.Value());
             if (status.Ok())
-                FinishLoad(status);
+                FinishLoad(status, std::move(remark));
+            else if (!shortfall.empty())
+                status = AddToError(status.Error(), shortfall);
         } else {
             status = path.Error();
         }
@@ -195,13 +211,19 @@ void CVexFilter::SetName(WString path)
 void CVexFilter::SetLoadError(const GError& error)
 {
     SetErrorObject(error);
-    const GMutexLock held(nameLock);
-    loadError.clear();
+    std::string text;
     try {
-        loadError = Describe(error);
+        text = Describe(error);
     } catch (const std::bad_alloc&) {
         Trace("Memory ran short for the reason of a failed load\n");
     }
+    SetLoadReason(std::move(text));
+}
+
+void CVexFilter::SetLoadReason(std::string text)
+{
+    const GMutexLock held(nameLock);
+    loadReason.swap(text);
 }
 
 HRESULT CVexFilter::GetCurFile(LPOLESTR* ppszFileName, AM_MEDIA_TYPE*)

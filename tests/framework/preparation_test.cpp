@@ -11,6 +11,7 @@ namespace {
 struct GFetch {
     std::function<GResult<WString>()> result = [] { return WString(VEX_W("fetched")); };
     std::function<void()> onLoaded = [] {};
+    std::string shortfall;
     CAMEvent begun{true};
     CAMEvent goOn{true};
     CAMEvent loaded{true};
@@ -30,6 +31,7 @@ public:
             return GError{GErrorKind::Aborted, "aborted", 0};
         return fetch.result();
     }
+    std::string Shortfall() const override { return fetch.shortfall; }
     void Abort() override
     {
         fetch.aborted = true;
@@ -50,7 +52,9 @@ private:
 // Paths that begin with "http" are fetched, others opened as they are.
 GComPtr<CScriptedFilter> Filter(GFetch& fetch, GScript script = Movie(10))
 {
-    script.prepare = [&fetch](const WString& path) -> std::unique_ptr<GPreparation> {
+    script.prepare = [&fetch](const WString& path) -> GResult<std::unique_ptr<GPreparation>> {
+        if (path == VEX_W("http://refused"))
+            return GError{GErrorKind::Limit, "refused", 0};
         return path.starts_with(VEX_W("http")) ? std::make_unique<GFetching>(fetch) : nullptr;
     };
     return GComPtr<CScriptedFilter>(new CScriptedFilter(std::move(script)));
@@ -61,7 +65,8 @@ VexLoadState StateOf(CScriptedFilter& filter, std::string* reason = nullptr)
     VexLoadState state = VexLoad_None;
     BSTR text = nullptr;
     EXPECT_EQ(filter.GetLoadState(&state, &text), S_OK);
-    EXPECT_EQ(text != nullptr, state == VexLoad_Failed);
+    EXPECT_TRUE(text || state != VexLoad_Failed);
+    EXPECT_TRUE(!text || reason) << "a reason where a test expects none";
     if (reason && text)
         *reason = Utf8FromWide(WString(text, SysStringLen(text)));
     SysFreeString(text);
@@ -174,6 +179,38 @@ TEST(Preparation, ThatFailsKeepsItsReasonAndLeavesRoomForAnotherFile)
         EXPECT_EQ(filter->Load(VEX_W("local"), nullptr), S_OK);
         EXPECT_EQ(StateOf(*filter), VexLoad_Done);
         ExpectPlays(*filter);
+    }
+}
+
+TEST(Preparation, ThatIsRefusedFailsLoadAtOnce)
+{
+    GFetch fetch;
+    const auto filter = Filter(fetch);
+    std::string reason;
+    EXPECT_EQ(filter->Load(VEX_W("http://refused"), nullptr), E_FAIL);
+    EXPECT_EQ(StateOf(*filter, &reason), VexLoad_Failed);
+    EXPECT_EQ(reason, "refused");
+    EXPECT_EQ(CurrentFile(*filter), WString());
+    ASSERT_EQ(filter->Load(VEX_W("local"), nullptr), S_OK);
+    EXPECT_EQ(StateOf(*filter), VexLoad_Done) << "the reason of before is gone";
+}
+
+TEST(Preparation, OfAFileThatDidNotArriveWholeSaysSoWhetherItOpensOrNot)
+{
+    for (const bool opens : {true, false}) {
+        const GWatchdog watchdog("half a file");
+        GFetch fetch;
+        fetch.shortfall = "cut off";
+        GScript script = Movie(10);
+        script.brokenPath = opens ? "" : "fetched";
+        const auto filter = Filter(fetch, std::move(script));
+        ASSERT_EQ(filter->Load(VEX_W("http://x"), nullptr), S_OK);
+        fetch.goOn.Set();
+        fetch.loaded.Wait();
+        std::string reason;
+        EXPECT_EQ(StateOf(*filter, &reason), opens ? VexLoad_Done : VexLoad_Failed);
+        EXPECT_EQ(reason, std::string("the file did not arrive whole: cut off") +
+                              (opens ? "" : "; the script does not open (at byte 42)"));
     }
 }
 

@@ -172,7 +172,7 @@ CScriptedFilter::CScriptedFilter(GScript script, const GFilterRules& filterRules
 {
 }
 
-std::unique_ptr<GPreparation> CScriptedFilter::Prepare(const WString& path)
+GResult<std::unique_ptr<GPreparation>> CScriptedFilter::Prepare(const WString& path)
 {
     return prepare ? prepare(path) : nullptr;
 }

@@ -31,7 +31,7 @@ struct GScript {
     std::function<bool(REFERENCE_TIME)> accepts;  // absent: every seek
     std::function<bool(REFERENCE_TIME)> refuses;  // a seek that has begun; absent: none
     std::set<std::size_t> ends;                   // packets that are the end of their stream instead
-    std::function<std::unique_ptr<GPreparation>(const WString& path)> prepare;
+    std::function<GResult<std::unique_ptr<GPreparation>>(const WString& path)> prepare;
     std::function<void(GPacket2&, std::size_t packet)> finishPacket;  // after the payload is in
 };
 
@@ -106,12 +106,12 @@ public:
 
 protected:
     std::unique_ptr<CVexOutputPin> MakePin(const GStreamInfo& stream) override;
-    std::unique_ptr<GPreparation> Prepare(const WString& path) override;
+    GResult<std::unique_ptr<GPreparation>> Prepare(const WString& path) override;
     void TakePacket(GPacketPtr packet) override;
 
 private:
     const std::shared_ptr<GScriptLog> log;
-    const std::function<std::unique_ptr<GPreparation>(const WString& path)> prepare;
+    const std::function<GResult<std::unique_ptr<GPreparation>>(const WString& path)> prepare;
 };
 
 // Makes pins of a class derived from CVexOutputPin, whose constructor gets `arguments` besides.
