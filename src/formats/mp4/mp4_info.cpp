@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "formats/mp4/mp4_interface.h"
+#include "formats/mp4/mp4_url.h"
 #include "io/bytes.h"
 
 namespace vex {
@@ -31,6 +32,7 @@ const GFilterInfo kMp4Filter{
     .formats = "MP4, QuickTime, 3GP",
     .extensions = " mp4 m4v m4a m4b m4r f4v mov qt 3gp 3gpp 3g2 ",
     .recognises = IsMp4,
+    .takesUrl = IsUrl,
 };
 
 }  // namespace vex

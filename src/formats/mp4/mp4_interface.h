@@ -11,10 +11,14 @@ inline constexpr IID IID_IVexMP4{0xD18284FF, 0xDE51, 0x4F33, {0xA9, 0xBB, 0xA8, 
 
 // Values of IVexMP4::GetDownloadState.
 enum VexMp4DownloadState : ULONG {
-    VexMp4Download_None = 0,     // nothing was downloaded
-    VexMp4Download_Running = 2,  // also after a download that was stopped
-    VexMp4Download_Done = 3,
+    VexMp4Download_None = 0,     // no download, or the server has not answered yet
+    VexMp4Download_Running = 2,  // the body arrives; also after a download that was stopped
+    VexMp4Download_Done = 3,     // loading is over: the pins are there, or it failed
 };
+
+// Event for the graph while a file of known length is downloaded: the first parameter is the percentage that has arrived,
+// the second is 0.
+inline constexpr LONG kVexMp4DownloadEvent = 0xB011;
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "platform/types.h"
 
@@ -18,6 +19,8 @@ struct GFilterInfo {
     const char* extensions;  // lower case, each between blanks: " avi divx "
     // Whether a file that starts with these bytes (up to 64 KiB) is of this container; null: never asked.
     bool (*recognises)(std::span<const std::uint8_t> start);
+    // Whether this path, UTF-8, is a URL that the filter downloads; null: it takes none.
+    bool (*takesUrl)(std::string_view path) = nullptr;
 };
 
 }  // namespace vex
