@@ -48,6 +48,11 @@ const GFilterInfo* FindByContent(std::span<const std::uint8_t> start)
     return FindFirst([&](const GFilterInfo& info) { return info.recognises && info.recognises(start); });
 }
 
+const GFilterInfo* FindByUrl(std::string_view path)
+{
+    return FindFirst([&](const GFilterInfo& info) { return info.takesUrl && info.takesUrl(path); });
+}
+
 const GFilterInfo* FindByExtension(std::string_view path)
 {
     const std::size_t dot = path.find_last_of('.');

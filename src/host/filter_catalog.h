@@ -19,6 +19,8 @@ inline constexpr std::size_t kContentProbeBytes = 64 * 1024;
 const GFilterInfo* FindByName(std::string_view name);
 // By the first bytes of a file; null when they tell nothing.
 const GFilterInfo* FindByContent(std::span<const std::uint8_t> start);
+// The one that downloads this path, UTF-8, because it is a URL; null when it is none.
+const GFilterInfo* FindByUrl(std::string_view path);
 // By a path's extension; null when it has none that is known.
 const GFilterInfo* FindByExtension(std::string_view path);
 

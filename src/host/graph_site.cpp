@@ -2,6 +2,12 @@
 
 namespace vex {
 
+namespace {
+
+constexpr LONG kFirstPrivateEvent = 0x8000;
+
+}  // namespace
+
 std::vector<GGraphEvent> CGraphSite::Events()
 {
     GMutexLock held(lock);
@@ -44,8 +50,11 @@ ULONG CGraphSite::Release()
 HRESULT CGraphSite::Notify(LONG EventCode, LONG_PTR EventParam1, LONG_PTR EventParam2)
 {
     {
+        const GGraphEvent event{EventCode, EventParam1, EventParam2};
         GMutexLock held(lock);
-        events.push_back({EventCode, EventParam1, EventParam2});
+        if (EventCode >= kFirstPrivateEvent && !events.empty() && events.back() == event)
+            return S_OK;
+        events.push_back(event);
     }
     progress->Changed();
     return S_OK;

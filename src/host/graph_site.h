@@ -14,6 +14,7 @@ struct GGraphEvent {
     LONG code = 0;
     LONG_PTR param1 = 0;
     LONG_PTR param2 = 0;
+    bool operator==(const GGraphEvent&) const = default;
 };
 
 // Handed to IBaseFilter::JoinFilterGraph. Building and searching a graph is refused with E_NOTIMPL.
@@ -21,7 +22,8 @@ class CGraphSite final : public IFilterGraph, public IMediaEventSink {
 public:
     explicit CGraphSite(std::shared_ptr<GProgress> shared) : progress(std::move(shared)) {}
 
-    // The events so far, in order. Any thread.
+    // The events so far, in order; a filter's private event that is repeated at once counts as one, since a download tells
+    // its progress with every 10 KiB. Any thread.
     std::vector<GGraphEvent> Events();
     // The code of the first EC_ERRORABORT so far, S_OK when there was none. Any thread.
     HRESULT FirstError();

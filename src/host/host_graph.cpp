@@ -14,6 +14,9 @@ constexpr DWORD kStateTimeoutMs = 60'000;
 
 constexpr std::chrono::milliseconds kTick{500};
 
+constexpr std::chrono::milliseconds kLoadPoll{10};
+constexpr std::chrono::milliseconds kLoadTick{100};
+
 // What the filter left as the calling thread's error object, as UTF-8.
 std::string TakeErrorText()
 {
@@ -70,7 +73,7 @@ HRESULT GHostGraph::Create(REFCLSID clsid)
     return result;
 }
 
-HRESULT GHostGraph::Load(const WString& path)
+HRESULT GHostGraph::Load(const WString& path, const GLoadTick& tick)
 {
     errorText.clear();
     const auto source = Control<IFileSourceFilter>(IID_IFileSourceFilter);
@@ -82,7 +85,34 @@ HRESULT GHostGraph::Load(const WString& path)
         errorText = TakeErrorText();
         return result;
     }
+    if (const HRESULT loaded = WaitUntilLoaded(tick); FAILED(loaded))
+        return loaded;
     return EnumeratePins();
+}
+
+// A filter that fetches its file says how far it is only when it is asked.
+HRESULT GHostGraph::WaitUntilLoaded(const GLoadTick& tick)
+{
+    const auto inspect = Control<IVexInspect>(IID_IVexInspect);
+    if (!inspect)
+        return S_OK;
+    VexLoadState state = VexLoad_None;
+    const auto loaded = [&] { return FAILED(inspect->GetLoadState(&state, nullptr)) || state != VexLoad_Running; };
+    for (auto nextTick = GSteadyClock::now() + kLoadTick; !WaitUntil(kLoadPoll, loaded);) {
+        if (progress->Cancelled())
+            return E_ABORT;
+        if (!tick || GSteadyClock::now() < nextTick)
+            continue;
+        nextTick = GSteadyClock::now() + kLoadTick;
+        ULONGLONG done = 0;
+        ULONGLONG total = 0;
+        if (SUCCEEDED(inspect->GetLoadProgress(&done, &total)))
+            tick(done, total);
+    }
+    BSTR reason = nullptr;
+    if (SUCCEEDED(inspect->GetLoadState(&state, &reason)))
+        errorText = TakeText(reason);
+    return state == VexLoad_Failed ? E_FAIL : S_OK;
 }
 
 HRESULT GHostGraph::EnumeratePins()
@@ -265,6 +295,8 @@ GEnd GHostGraph::WaitForEnd(std::chrono::milliseconds stall, const std::function
             return GEnd::Failed;
         if (ended)
             return GEnd::Complete;
+        if (progress->Cancelled())
+            return GEnd::Cancelled;
         if (tick)
             tick();
         const auto now = GSteadyClock::now();

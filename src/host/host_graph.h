@@ -23,6 +23,7 @@ struct GSeekResult {
 enum class GEnd : std::uint8_t {
     Complete,  // every connected pin said its end of stream, or stopped delivering because its sink refused a sample
     Failed,    // the filter reported an error; see ErrorCode
+    Cancelled,
     Stalled,   // no pin delivered anything for the allowed time
 };
 
@@ -36,8 +37,13 @@ public:
 
     // Creates the filter and lets it join the graph. Once.
     HRESULT Create(REFCLSID clsid);
-    // IFileSourceFilter::Load. After a failure ErrorText says why, as far as the filter told.
-    HRESULT Load(const WString& path);
+    // How many bytes of a file that has to be fetched are there, and how many there will be; 0 when that is not known.
+    using GLoadTick = std::function<void(std::uint64_t done, std::uint64_t total)>;
+
+    // IFileSourceFilter::Load, and waits until the filter has the file and its pins. `tick`, when given, is called about
+    // ten times a second meanwhile. After a failure ErrorText says why, as far as the filter told; after a success, why the
+    // file is not whole. E_ABORT after a Cancel.
+    HRESULT Load(const WString& path, const GLoadTick& tick = {});
     const std::string& ErrorText() const { return errorText; }
 
     IBaseFilter* Filter() const { return filter.Get(); }
@@ -83,6 +89,8 @@ public:
     {
         return progress->Until(GSteadyClock::now() + bound, std::forward<Predicate>(done));
     }
+    // What this graph waits with: its Cancel ends all waits here, from any thread and also when the graph is gone.
+    std::shared_ptr<GProgress> Progress() const { return progress; }
     // The code of the first EC_ERRORABORT, or S_OK. Final once stopped: a filter may end a stream first and then say that
     // it was given up. Any thread.
     HRESULT ErrorCode() const { return site->FirstError(); }
@@ -94,6 +102,7 @@ private:
         GComPtr<CSinkPin> sink;
     };
 
+    HRESULT WaitUntilLoaded(const GLoadTick& tick);
     HRESULT EnumeratePins();
     bool AllEnded() const;
     std::uint64_t Delivered() const;

@@ -1,6 +1,7 @@
 // What the objects of one host graph share: a way to wait until one of them has news.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 
@@ -23,7 +24,15 @@ public:
         changed.notify_all();
     }
 
-    // Waits until `done()` holds, asking again after each change; false when the deadline passed first.
+    // Ends every wait, now and from now on.
+    void Cancel()
+    {
+        cancelled = true;
+        Changed();
+    }
+    bool Cancelled() const { return cancelled; }
+
+    // Waits until `done()` holds, asking again after each change; false when the deadline passed first, or after a Cancel.
     template <class Predicate>
     bool Until(GDeadline deadline, Predicate&& done)
     {
@@ -31,7 +40,7 @@ public:
             const std::uint64_t seen = Count();
             if (done())
                 return true;
-            if (!WaitForChange(seen, deadline))
+            if (cancelled || !WaitForChange(seen, deadline))
                 return done();
         }
     }
@@ -55,6 +64,7 @@ private:
         return true;
     }
 
+    std::atomic<bool> cancelled{false};
     GMutex lock;
     GCondition changed;
     std::uint64_t changes G_GUARDED_BY(lock) = 0;

@@ -1,6 +1,7 @@
 // The command line and the standard streams of a console program.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,5 +15,21 @@ void PrepareStandardOutput();
 
 // Whether somebody watches standard error as it is written.
 bool StandardErrorIsTerminal();
+
+// While one exists, what would end the program at once (Ctrl-C, a request to terminate, output into a closed pipe) is
+// noted instead, so that the program can clean up. A second Ctrl-C ends it. One at a time.
+class GInterruptWatch {
+public:
+    // Called once, on a thread of its own.
+    explicit GInterruptWatch(std::function<void()> onInterrupt);
+    ~GInterruptWatch();
+    GInterruptWatch(const GInterruptWatch&) = delete;
+    GInterruptWatch& operator=(const GInterruptWatch&) = delete;
+};
+
+// Whether a watch has noted something. Any thread.
+bool WasInterrupted();
+// Ends the program as it would have ended then; returns when nothing was noted.
+void EndIfInterrupted();
 
 }  // namespace vex

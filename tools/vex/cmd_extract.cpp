@@ -87,8 +87,7 @@ std::string GExtraction::PathFor(std::size_t pin, const std::string& extension) 
 {
     if (settings.pin)
         return settings.output;
-    const std::string stem = Utf8Of(PathOf(session.File()).stem());
-    return Utf8Of(PathOf(settings.output) / PathOf(stem + "_" + std::to_string(pin) + "." + extension));
+    return Utf8Of(PathOf(settings.output) / PathOf(session.BaseName() + "_" + std::to_string(pin) + "." + extension));
 }
 
 bool GExtraction::IsTheInput(const std::string& path) const

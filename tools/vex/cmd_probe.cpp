@@ -166,6 +166,8 @@ int RunProbe(const GSettings& settings)
     GJson files = GJson::array();
     for (const std::string& file : settings.files) {
         GProblem problem;
+        if (WasInterrupted())
+            break;
         const auto session = GSession::Open(settings, file, problem);
         if (!session) {
             Complain(problem);

@@ -167,6 +167,8 @@ int RunSeek(const GSettings& settings)
     bool allSound = true;
     GJson seeks = GJson::array();
     for (const std::string& time : settings.times) {
+        if (WasInterrupted())
+            break;
         bool sound = true;
         GJson seek = SeekJson(*session, first, ParseTime(time).value_or(0), sound);
         if (!sound)

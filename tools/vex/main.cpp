@@ -64,5 +64,6 @@ int main(int argc, char** argv)
     } catch (const std::exception& error) {
         Complain(error.what());
     }
+    EndIfInterrupted();
     return FinishOutput() ? status : kUnusable;
 }

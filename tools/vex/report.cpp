@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/console.h"
+
 namespace vex {
 
 namespace {
@@ -12,8 +14,11 @@ int writeError = 0;  // errno of the first write that failed
 
 }  // namespace
 
+// A program that was interrupted ends without a word.
 void Complain(std::string_view message)
 {
+    if (WasInterrupted())
+        return;
     std::fprintf(stderr, "vex: %.*s\n", static_cast<int>(message.size()), message.data());
 }
 
@@ -34,7 +39,7 @@ GJson ProblemJson(const GProblem& problem)
 
 void Print(std::string_view text)
 {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() && writeError == 0)
+    if (!WasInterrupted() && std::fwrite(text.data(), 1, text.size(), stdout) != text.size() && writeError == 0)
         writeError = errno;
 }
 

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <thread>
 
 #include "media/id3.h"
 #include "platform/file.h"
 #include "platform/text.h"
+#include "tools/vex/download_bar.h"
 #include "tools/vex/time_text.h"
 
 namespace vex {
@@ -63,6 +65,12 @@ std::optional<std::vector<std::uint8_t>> ReadStart(const std::string& file, GPro
 
 const GFilterInfo* ChooseFilter(const GSettings& settings, const std::string& file, GProblem& problem)
 {
+    if (const GFilterInfo* loader = FindByUrl(file)) {
+        if (settings.filter.empty() || FindByName(settings.filter) == loader)
+            return loader;
+        problem.message = "a URL can only be opened with the filter '" + std::string(loader->shortName) + "'";
+        return nullptr;
+    }
     const auto start = ReadStart(file, problem);
     if (!start)
         return nullptr;
@@ -131,7 +139,16 @@ std::unique_ptr<GSession> GSession::Open(const GSettings& settings, const std::s
 
 bool GSession::Load(GProblem& problem)
 {
-    const HRESULT result = graph.Load(WideFromPathArgument(file));
+    GDownloadBar bar;
+    GHostGraph::GLoadTick tick;
+    if (FindByUrl(file)) {
+        interrupts = std::make_unique<GInterruptWatch>([progress = graph.Progress()] { progress->Cancel(); });
+        if (StandardErrorIsTerminal())
+            tick = [&](std::uint64_t done, std::uint64_t total) { bar.Show(done, total); };
+    }
+    const HRESULT result = graph.Load(WideFromPathArgument(file), tick);
+    bar.Clear();
+    notWhole = graph.ErrorText();
     if (FAILED(result)) {
         problem.message = graph.ErrorText().empty() ? "the filter cannot open it" : graph.ErrorText();
         problem.code = result;
@@ -209,6 +226,9 @@ bool GSession::Play(GProblem& problem, const std::function<void()>& tick)
     if (end == GEnd::Failed) {
         problem.code = graph.ErrorCode();
         problem.message = "playback was aborted: " + ResultText(problem.code);
+    } else if (end == GEnd::Cancelled) {
+        problem.code = E_ABORT;
+        problem.message = "interrupted";
     } else if (end == GEnd::Stalled) {
         problem.code = VFW_E_TIMEOUT;
         problem.message = "the filter stopped delivering before the end";
@@ -258,6 +278,23 @@ GDamage GSession::Damage() const
     return damage;
 }
 
+std::string GSession::BaseName() const
+{
+    namespace fs = std::filesystem;
+    if (!FindByUrl(file)) {
+        const std::u8string stem = fs::path(std::u8string(file.begin(), file.end())).stem().u8string();
+        return {stem.begin(), stem.end()};
+    }
+    // The last part of a URL's path; what a file system may take for something else is replaced.
+    std::string name = file.substr(0, file.find_first_of("?#"));
+    name.erase(0, name.find_last_of('/') + 1);
+    name.erase(std::min(name.size(), name.find_last_of('.')));
+    for (char& c : name)
+        if (static_cast<unsigned char>(c) < 0x20 || std::string_view("\\:*\"<>|").find(c) != std::string_view::npos)
+            c = '_';
+    return name.empty() ? "download" : name;
+}
+
 GJson GSession::Head() const
 {
     GJson head;
@@ -270,9 +307,11 @@ GJson GSession::Head() const
 
 int GSession::Verdict(const GDamage& damage)
 {
+    if (!notWhole.empty())
+        Complain({file, notWhole, S_OK, {}});
     if (damage.places > 0)
         Complain({file, "damaged: " + DamageText(damage), S_OK, {}});
-    int verdict = damage.places > 0 ? kDamaged : kSound;
+    int verdict = damage.places > 0 || !notWhole.empty() ? kDamaged : kSound;
     for (std::size_t pin = 0; pin < graph.PinCount(); ++pin) {
         if (!graph.Sink(pin))
             continue;

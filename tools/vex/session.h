@@ -8,6 +8,7 @@
 
 #include "host/filter_catalog.h"
 #include "host/host_graph.h"
+#include "platform/console.h"
 #include "tools/vex/report.h"
 #include "tools/vex/settings.h"
 
@@ -43,6 +44,8 @@ public:
     GDamage Damage() const;
     IVexInspect* Inspect() const { return inspect.Get(); }
 
+    // The file's name without directory and extension, to make other names of, UTF-8.
+    std::string BaseName() const;
     // The keys that every result for a file begins with: file, container, filter, duration.
     GJson Head() const;
     // kDamaged, after a complaint, when there is damage or a pin broke the rules of delivery, else kSound.
@@ -57,10 +60,12 @@ private:
     bool Load(GProblem& problem);
     bool SetOptions(const GSettings& settings, GProblem& problem);
 
+    std::unique_ptr<GInterruptWatch> interrupts;  // of a download; until the graph is gone and its file with it
     GHostGraph graph;
     const GFilterInfo* const filter;
     const std::string file;
     GComPtr<IVexInspect> inspect;  // may be empty
+    std::string notWhole;          // why the file is not; empty when it is
 };
 
 // The module of the settings: the one in a file, or the one that is linked in. Unusable, with `problem` filled, when the
