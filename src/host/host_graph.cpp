@@ -75,19 +75,27 @@ HRESULT GHostGraph::Create(REFCLSID clsid)
 
 HRESULT GHostGraph::Load(const WString& path, const GLoadTick& tick)
 {
+    const HRESULT result = BeginLoad(path);
+    return FAILED(result) ? result : FinishLoad(tick);
+}
+
+HRESULT GHostGraph::BeginLoad(const WString& path)
+{
     errorText.clear();
     const auto source = Control<IFileSourceFilter>(IID_IFileSourceFilter);
     if (!source)
         return E_NOINTERFACE;
     SetErrorInfo(0, nullptr);
     const HRESULT result = source->Load(path.c_str(), nullptr);
-    if (FAILED(result)) {
+    if (FAILED(result))
         errorText = TakeErrorText();
-        return result;
-    }
-    if (const HRESULT loaded = WaitUntilLoaded(tick); FAILED(loaded))
-        return loaded;
-    return EnumeratePins();
+    return result;
+}
+
+HRESULT GHostGraph::FinishLoad(const GLoadTick& tick)
+{
+    const HRESULT loaded = WaitUntilLoaded(tick);
+    return FAILED(loaded) ? loaded : EnumeratePins();
 }
 
 // A filter that fetches its file says how far it is only when it is asked.

@@ -44,6 +44,9 @@ public:
     // ten times a second meanwhile. After a failure ErrorText says why, as far as the filter told; after a success, why the
     // file is not whole. E_ABORT after a Cancel.
     HRESULT Load(const WString& path, const GLoadTick& tick = {});
+    // The two halves of it, for a host that does something else while the filter fetches the file.
+    HRESULT BeginLoad(const WString& path);
+    HRESULT FinishLoad(const GLoadTick& tick = {});
     const std::string& ErrorText() const { return errorText; }
 
     IBaseFilter* Filter() const { return filter.Get(); }

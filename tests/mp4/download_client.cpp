@@ -1,0 +1,239 @@
+// A host of the MP4 filter that loads URLs; download_cases.py runs it beside a server and reads what it prints.
+//
+//   make FILE [BYTES]          writes a film with its movie header in front, padded with data that no track refers to
+//   load URL                   loads, meddles meanwhile, plays what came to the end, releases
+//   release URL STATE FILE     releases as soon as the download state is STATE and FILE exists; the server has to stall
+//   storm COUNT SEED URL...    releases that many filters at any moment, three of them alive at a time
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "formats/mp4/mp4_interface.h"
+#include "host/host_graph.h"
+#include "platform/temp_files.h"
+#include "platform/text.h"
+#include "support/mp4_builder.h"
+#include "support/watchdog.h"
+
+namespace vex::test {
+namespace {
+
+constexpr std::chrono::milliseconds kMoment{1};
+
+// Ends the program: what is wrong is on standard error.
+void Require(bool condition, const char* what)
+{
+    if (condition)
+        return;
+    std::fprintf(stderr, "wrong: %s\n", what);
+    std::exit(1);
+}
+
+template <class... Values>
+void Say(const char* format, Values... values)
+{
+    std::printf(format, values...);
+    std::fflush(stdout);
+}
+
+int Make(const char* path, std::size_t padding)
+{
+    const GMp4TestFile film{.tracks = {NumberedVideo(50), PcmSound({400, 400, 400, 400, 400})}};
+    const std::size_t movieSize = film.DataAndMovie().second.size();
+    GMp4TestFile moved = film;
+    moved.offsetsLess = std::uint64_t{0} - movieSize;
+    const auto [data, movie] = moved.DataAndMovie();
+    std::ofstream out(path, std::ios::binary);
+    // "ftyp" has to stay the first box.
+    const auto start = static_cast<std::ptrdiff_t>(film.start.size());
+    const GMp4Bytes file = Glue({GMp4Bytes(data.begin(), data.begin() + start), movie,
+                                 GMp4Bytes(data.begin() + start, data.end()), Box("free", GMp4Bytes(padding))});
+    out.write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+    return out.flush() ? 0 : 1;
+}
+
+// One filter and what it says of its download.
+struct GLoad {
+    GHostGraph graph{LinkedModule()};
+    GComPtr<IVexMP4> control;
+    HRESULT result = E_FAIL;
+
+    explicit GLoad(const char* url)
+    {
+        Require(graph.Create(CLSID_VexMp4) == S_OK, "the filter cannot be created");
+        control = graph.Control<IVexMP4>(IID_IVexMP4);
+        result = graph.BeginLoad(WideFromPathArgument(url));
+    }
+    ULONG State()
+    {
+        ULONG state = 99;
+        Require(control->GetDownloadState(&state) == S_OK, "no download state");
+        return state;
+    }
+    // At most `moments`: a server that never answers leaves it in state 0.
+    void WaitFor(ULONG state, int moments)
+    {
+        for (; moments > 0 && State() != state && State() != VexMp4Download_Done; --moments)
+            graph.WaitUntil(kMoment, [] { return false; });
+    }
+};
+
+// What a host may do while there are no pins.
+void Meddle(GLoad& load, int round)
+{
+    LONGLONG available = -1;
+    Require(load.control->GetAvailableTime(&available) == S_OK && available >= 0, "no available time");
+    if (round % 3 == 0)
+        Require(SUCCEEDED(load.graph.Pause()), "it does not pause");
+    else if (round % 3 == 1)
+        Require(SUCCEEDED(load.graph.Run()), "it does not run");
+    else
+        Require(SUCCEEDED(load.graph.Stop()), "it does not stop");
+}
+
+void Play(GLoad& load)
+{
+    Require(load.graph.Stop() == S_OK && load.graph.ConnectAll() == S_OK && load.graph.Run() == S_OK, "it does not play");
+    Require(load.graph.WaitForEnd(std::chrono::minutes(1)) == GEnd::Complete, "it does not come to its end");
+    load.graph.Stop();
+    for (std::size_t pin = 0; pin < load.graph.PinCount(); ++pin)
+        Say("samples %llu\n", static_cast<unsigned long long>(load.graph.Sink(pin)->Report().samples));
+    LONGLONG available = 0;
+    load.control->GetAvailableTime(&available);
+    Say("available %lld\n", static_cast<long long>(available));
+}
+
+int LeftOver() { return static_cast<int>(ListFiles("mp4", ".tmp").size()); }
+
+int Load(const char* url)
+{
+    {
+        const GWatchdog watchdog("a load");
+        GLoad load(url);
+        Say("load %08lX\n", static_cast<unsigned long>(static_cast<std::uint32_t>(load.result)));
+        ULONG seen = 99;
+        for (int round = 0; SUCCEEDED(load.result) && seen != VexMp4Download_Done; ++round) {
+            const ULONG state = load.State();
+            if (state != seen)
+                Say("state %lu\n", static_cast<unsigned long>(state));
+            seen = state;
+            Meddle(load, round);
+            load.graph.WaitUntil(kMoment, [] { return false; });
+        }
+        if (SUCCEEDED(load.result))
+            load.result = load.graph.FinishLoad();
+        Say("pins %zu\n", load.graph.PinCount());
+        Say("reason %s\n", load.graph.ErrorText().c_str());
+        for (const GGraphEvent& event : load.graph.Events())
+            if (event.code == kVexMp4DownloadEvent)
+                Say("percent %ld\n", static_cast<long>(event.param1));
+        if (SUCCEEDED(load.result))
+            Play(load);
+        Say("files %d\n", LeftOver());
+    }
+    Say("left %d\n", LeftOver());
+    Require(LinkedModule().canUnloadNow() == S_OK, "something of the module is left");
+    return 0;
+}
+
+int Release(const char* url, ULONG state, const char* file)
+{
+    {
+        const GWatchdog watchdog("a release");
+        GLoad load(url);
+        Require(load.result == S_OK, "it does not load");
+        load.WaitFor(state, INT_MAX);
+        while (!std::filesystem::exists(file))
+            load.graph.WaitUntil(kMoment, [] { return false; });
+        Say("state %lu\n", static_cast<unsigned long>(load.State()));
+        const auto source = load.graph.Control<IFileSourceFilter>(IID_IFileSourceFilter);
+        Require(source->Load(VEX_W("www.another.invalid"), nullptr) == E_FAIL, "a second load is taken");
+    }
+    Say("left %d\n", LeftOver());
+    Require(LinkedModule().canUnloadNow() == S_OK, "something of the module is left");
+    return 0;
+}
+
+// Entries of a directory of /proc/self; 0 where there is no such thing.
+long Count(const char* what)
+{
+    std::error_code error;
+    long count = 0;
+    for (std::filesystem::directory_iterator i(std::string("/proc/self/") + what, error), end; !error && i != end;
+         i.increment(error))
+        ++count;
+    return count;
+}
+
+int Storm(int count, unsigned seed, std::deque<const char*> urls)
+{
+    constexpr std::size_t kAlive = 3;
+    std::mt19937 random(seed);
+    GLockedTempFile foreign;
+    Require(foreign.Create("mp4"), "no file of another program");
+    std::deque<std::unique_ptr<GLoad>> loads;
+    long threads = 0;
+    long files = 0;
+    const auto release = [&] {
+        const GWatchdog watchdog("a release");
+        const std::size_t which = random() % loads.size();
+        loads.erase(loads.begin() + static_cast<std::ptrdiff_t>(which));
+        // A filter of the storm has its file as long as it lives.
+        Require(ListFiles("mp4", ".tmp").size() > loads.size(), "a file in use is gone");
+    };
+    for (int i = 0; i < count; ++i) {
+        if (loads.size() == kAlive)
+            release();
+        loads.push_back(std::make_unique<GLoad>(urls[random() % urls.size()]));
+        Require(loads.back()->result == S_OK, "it does not load");
+        switch (random() % 4) {
+        case 0:
+            break;
+        case 1:
+            loads.back()->WaitFor(VexMp4Download_Running, 20);
+            break;
+        default:
+            loads.back()->graph.WaitUntil(std::chrono::milliseconds(random() % 8), [] { return false; });
+            break;
+        }
+        if (i == count / 10) {  // by then everything that is made once was made
+            while (!loads.empty())
+                release();
+            threads = Count("task");
+            files = Count("fd");
+        }
+    }
+    while (!loads.empty())
+        release();
+    Require(std::filesystem::exists(foreign.Path()), "the file of another program is gone");
+    foreign.Release();
+    Require(DeleteIfUnused(foreign.Path()), "the file of another program cannot be deleted");
+    Say("left %d\n", LeftOver());
+    Require(LinkedModule().canUnloadNow() == S_OK, "something of the module is left");
+    Say("threads %ld\nfiles %ld\n", Count("task") - threads, Count("fd") - files + 1);
+    return 0;
+}
+
+}  // namespace
+}  // namespace vex::test
+
+int main(int argc, char** argv)
+{
+    using namespace vex::test;
+    const std::string mode = argc > 2 ? argv[1] : "";
+    if (mode == "make")
+        return Make(argv[2], argc > 3 ? std::strtoul(argv[3], nullptr, 10) : 0);
+    if (mode == "load")
+        return Load(argv[2]);
+    if (mode == "release" && argc > 4)
+        return Release(argv[2], static_cast<ULONG>(std::atol(argv[3])), argv[4]);
+    if (mode == "storm" && argc > 4)
+        return Storm(std::atoi(argv[2]), static_cast<unsigned>(std::atol(argv[3])), {argv + 4, argv + argc});
+    std::fputs("see the comment in download_client.cpp\n", stderr);
+    return 2;
+}
