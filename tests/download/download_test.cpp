@@ -1,4 +1,4 @@
-// The parts of a download that need no server. Those that do are in download_test.py.
+// The parts of a download that need no server. Those that do are in downloads_test.py.
 #include "formats/mp4/mp4_download.h"
 
 #include <gmock/gmock.h>

@@ -10,7 +10,7 @@ import unittest
 
 import download_cases
 
-CLIENT = os.environ["VEX_PROGRAM_MP4_DOWNLOAD_CLIENT"]
+CLIENT = os.environ["VEX_PROGRAM_DOWNLOAD_CLIENT"]
 ROUNDS = int(os.environ.get("VEX_DOWNLOAD_ROUNDS", "1000"))
 TIMEOUT = 1500  # far beyond what anything takes, also under a sanitizer
 
