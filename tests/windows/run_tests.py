@@ -20,6 +20,8 @@ from pathlib import Path
 from typing import NamedTuple
 
 import decoded
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "download"))
+import download_cases  # noqa: E402  (found through the line above)
 from formats import DECOY, EARLY_LANDING, FORMATS, SECOND_FILTERS, Failure, make_file, make_large, must_succeed, require
 from wine import Wine, end
 
@@ -316,6 +318,55 @@ def test_interrupt(context):
     return f"ends after {len(said)} of {len(expected)} bytes"
 
 
+# Filters that the test of downloads releases.
+STORM = 200
+
+
+def url_commands(context, downloads):
+    """vex.exe with a URL: the same as natively, and Ctrl-C leaves no file."""
+    with downloads.server() as server:
+        for words in (("probe",), ("play", "--json"), ("dump",), ("seek", "--json", "0.5")):
+            command = (words[0], server.url + "length", *words[1:])
+            expected = must_succeed(subprocess.run([context.native, *command], capture_output=True, check=False), "vex")
+            result = must_succeed(context.wine.run("vex.exe", *command), "vex.exe")
+            require(result.stdout == expected.stdout, f"vex.exe {words} says {result.stdout[:500]}")
+        result = context.wine.run("vex.exe", "probe", server.url + "gone")
+        require((result.returncode, b"404 Not Found" in result.stderr) == (2, True), f"a missing file: {result}")
+        process = context.wine.start("vex.exe", "probe", server.url + "stalled", output=subprocess.PIPE,
+                                     errors=subprocess.DEVNULL)
+        while not any(file.stat().st_size for file in context.wine.prefix.rglob("mp4*.tmp")):
+            require(process.poll() is None, "vex.exe ends before its file is there")
+            time.sleep(0.05)
+        process.send_signal(signal.SIGINT)
+        require(process.communicate(timeout=context.wine.timeout)[0] == b"", "vex.exe says something after Ctrl-C")
+
+
+def test_downloads(context):
+    """One after the other, because all programs have one directory for temporary files."""
+    test_suite(context, "download_test.exe")
+    film = context.wine.drive / "film.mp4"
+
+    def run(*words, environment_more=None):
+        result = must_succeed(context.wine.run("download_client.exe", *words, environment=environment_more), " ".join(words))
+        return result.stdout.decode("utf-8").replace("\r\n", "\n")
+
+    def start(*words):
+        return context.wine.start("download_client.exe", *words, output=subprocess.PIPE, errors=subprocess.DEVNULL)
+
+    run("make", film.name)
+    downloads = download_cases.Downloads(run, start, film, wine=True)
+    wrong = []
+    for name, test in (*downloads.all(STORM), ("commands", lambda: url_commands(context, downloads))):
+        try:
+            test()
+            left = list(context.wine.prefix.rglob("mp4*.tmp"))
+            require(not left, f"left behind: {left}")
+        except (Failure, download_cases.Failure) as failure:
+            wrong.append(f"{name}: {failure}")
+    require(not wrong, "\n".join(wrong))
+    return f"{len(download_cases.CASES)} answers of a server, {STORM} filters released on the way"
+
+
 def command_tests(context, everything):
     sample = context.sample
     commands = (("filters",), ("probe", sample.name), ("play", sample.name), ("dump", sample.name),
@@ -351,6 +402,7 @@ def all_tests(context, everything):
     for kind in ("own", "grabber") if everything else ():
         yield f"play again {kind}", lambda kind=kind: test_again(context, kind)
     yield "paths", lambda: test_paths(context)
+    yield "downloads", lambda: test_downloads(context)
     for one in context.formats:
         for row in one.decoded:
             yield f"decoded {row.file.name} {row.decoder}", lambda name=one.name, row=row: test_decoded(context, name, row)
@@ -433,7 +485,8 @@ class Tree(NamedTuple):
 def prepare(arguments, tree, directory, built, report):
     """The prefix of a tree with its programs and files in it, and the module registered: the other tests use that."""
     wine = Wine(tree.wine, tree.bits, directory, arguments.timeout)
-    for name in ("VEX.ax", "vex.exe", "graph_test.exe", "registration_test.exe", *SUITES):
+    for name in ("VEX.ax", "vex.exe", "graph_test.exe", "registration_test.exe", "download_client.exe",
+                 "download_test.exe", *SUITES):
         shutil.copy(tree.build / "bin" / name, wine.drive)
     for file in (directory / "inputs").iterdir():
         os.link(file, wine.drive / file.name)

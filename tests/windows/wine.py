@@ -20,7 +20,8 @@ class Wine:
         self.drive = self.prefix / "drive_c" / "vex"
         self.environment = {
             **{key: value for key, value in os.environ.items()
-               if not key.startswith("WINE") and key not in ("DISPLAY", "WAYLAND_DISPLAY")},
+               if not key.startswith("WINE") and not key.lower().endswith("_proxy")
+               and key not in ("DISPLAY", "WAYLAND_DISPLAY")},
             "WINEPREFIX": str(self.prefix), "WINEDEBUG": "-all", "WINEARCH": f"win{bits}", "LC_ALL": "C.UTF-8",
             # No questions about what a prefix may lack, no entries in the desktop's menus.
             "WINEDLLOVERRIDES": "mscoree,mshtml=;winemenubuilder.exe=d",
@@ -34,18 +35,19 @@ class Wine:
         self.run_command("reg", "add", r"HKCU\Software\Wine\Drivers", "/v", "Audio", "/d", "", "/f")
         self.drive.mkdir()
 
-    def start(self, *words, output, errors, directory=None):
-        return subprocess.Popen([self.command, *map(str, words)], cwd=directory or self.drive, env=self.environment,
+    def start(self, *words, output, errors, directory=None, environment=None):
+        return subprocess.Popen([self.command, *map(str, words)], cwd=directory or self.drive,
+                                env={**self.environment, **(environment or {})},
                                 stdin=subprocess.DEVNULL, stdout=output, stderr=errors, start_new_session=True)
 
-    def run(self, program, *arguments, directory=None, timeout=None):
-        return self.run_command(str(program), *arguments, directory=directory, timeout=timeout)
+    def run(self, program, *arguments, directory=None, timeout=None, environment=None):
+        return self.run_command(str(program), *arguments, directory=directory, timeout=timeout, environment=environment)
 
-    def run_command(self, *words, directory=None, timeout=None):
+    def run_command(self, *words, directory=None, timeout=None, environment=None):
         """The finished process; its output as bytes, its peak of memory in bytes as `peak`."""
         directory = directory or (self.drive if self.drive.exists() else self.prefix.parent)
         with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors:
-            process = self.start(*words, output=output, errors=errors, directory=directory)
+            process = self.start(*words, output=output, errors=errors, directory=directory, environment=environment)
             status, peak = self.wait(process, words, timeout or self.timeout)
             output.seek(0)
             errors.seek(0)

@@ -37,7 +37,9 @@ void AddOption(CLI::App& command, const GOptionRow& row, GSettings& settings)
 
 std::string Description(const GCommandRow& row)
 {
-    const std::string description = row.description;
+    std::string description = row.description;
+    if (row.command != GCommand::Filters)
+        description += std::string("\n\n") + kUrlHelp;
     return row.command == GCommand::Seek ? description + "\n\n" + kTimeHelp : description;
 }
 

@@ -69,6 +69,7 @@ std::string Man()
     }
     text += ".SH OPTIONS OF EVERY COMMAND\n.TP\n\\fB\\-h\\fR, \\fB\\-\\-help\\fR\nPrint how it is used.\n.TP\n"
             "\\fB\\-\\-version\\fR\nPrint the version.\n";
+    text += ".SH URLS\n" + Roff(kUrlHelp) + "\n";
     text += ".SH TIMES\n" + Roff(kTimeHelp) + "\n";
     text += ".SH FILTERS\nThe short names of the filters are " + Roff(FilterNames(", ")) + ".\n";
     text += ".SH EXIT STATUS\n" + Roff(kExitStatus) + "\n";

@@ -73,6 +73,9 @@ const char kTimeHelp[] =
     "A TIME is a number of seconds (12.5), h:mm:ss.fff or m:ss.fff (1:02:03.5), milliseconds with the suffix ms "
     "(12500ms), or units of 100 ns with the suffix hns (125000000hns).";
 
+const char kUrlHelp[] =
+    "A FILE that begins with http:// or www. is the URL of an MP4 file, which is downloaded into a temporary file first.";
+
 const char kSummary[] = "Inspects and plays media files through the source filters of the VEX module";
 
 const char kExitStatus[] = "0 when the file is sound, 1 when it was played but is damaged, 2 when it cannot be read or "

@@ -63,6 +63,8 @@ std::span<const GOptionRow> OptionTable();
 
 // What a TIME may look like, for help and manual.
 extern const char kTimeHelp[];
+// What a FILE may be besides a file.
+extern const char kUrlHelp[];
 extern const char kSummary[];     // the program in a line
 extern const char kExitStatus[];  // what the exit statuses mean
 

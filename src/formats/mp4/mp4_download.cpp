@@ -1,9 +1,11 @@
 #include "formats/mp4/mp4_download.h"
 
+#include <new>
 #include <utility>
 
 #include "formats/mp4/mp4_interface.h"
 #include "formats/mp4/mp4_url.h"
+#include "platform/trace.h"
 
 namespace vex {
 namespace {
@@ -84,7 +86,11 @@ GMp4Download::~GMp4Download()
 {
     request.file.Close();
     cacheFile.Release();
-    DeleteIfUnused(CachePath());
+    try {
+        DeleteIfUnused(CachePath());
+    } catch (const std::bad_alloc&) {
+        Trace("Memory ran short for the deletion of a temporary file\n");
+    }
 }
 
 GStatus GMp4Download::Run()
