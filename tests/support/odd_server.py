@@ -60,7 +60,8 @@ class Connection(socketserver.BaseRequestHandler):
         self.request.sendall(self.server.film if body is None else body)
 
     def half(self):
-        return self.server.film[:len(self.server.film) // 2]
+        """Not less than 50 %."""
+        return self.server.film[:(len(self.server.film) + 1) // 2]
 
     def wait_for_close(self, timeout=None):
         """True when the client has closed the connection, False when it is still there after `timeout` seconds."""
