@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "aac/aac_reading.h"
 #include "media/audio_types.h"
 #include "support/audio_frames.h"
@@ -11,27 +13,21 @@ constexpr std::size_t kSize = 107;  // bytes of the usual frame
 
 TEST(AacType, CarriesTheConfigurationOfTheFirstFrame)
 {
-    const struct {
-        GAdtsTestFrame frame;
-        WORD channels;
-        DWORD rate;
-        GAudioBytes config;
-    } rows[]{
-        {{}, 2, 44100, {0x12, 0x10}},
-        {{.channels = 7}, 2, 44100, {0x12, 0x10}},
-        {{.channels = 6, .crc = true}, 6, 44100, {0x12, 0x30}},
-        {{.channels = 0}, 0, 44100, {0x12, 0x00}},
-        {{.profile = 0, .rateIndex = 0, .channels = 1}, 1, 96000, {0x08, 0x08}},
-        {{.profile = 3, .rateIndex = 11}, 2, 8000, {0x25, 0x90}},
+    const std::tuple<GAdtsTestFrame, WORD, DWORD, GAudioBytes> rows[]{
+        {GAdtsTestFrame{}, 2, 44100, {0x12, 0x10}},
+        {GAdtsTestFrame{.channels = 7}, 2, 44100, {0x12, 0x10}},
+        {GAdtsTestFrame{.channels = 6, .crc = true}, 6, 44100, {0x12, 0x30}},
+        {GAdtsTestFrame{.channels = 0}, 0, 44100, {0x12, 0x00}},
+        {GAdtsTestFrame{.profile = 0, .rateIndex = 0, .channels = 1}, 1, 96000, {0x08, 0x08}},
+        {GAdtsTestFrame{.profile = 3, .rateIndex = 11}, 2, 8000, {0x25, 0x90}},
     };
-    for (const auto& row : rows) {
-        GAacReading reading(Times(3, AdtsFrame(row.frame)));
+    for (const auto& [frame, channels, rate, config] : rows) {
+        GAacReading reading(Times(3, AdtsFrame(frame)));
         ASSERT_TRUE(reading.IsOpen());
-        const WAVEFORMATEX format{0xFF, row.channels, row.rate, static_cast<DWORD>(kSize * row.rate >> 11), kSize, 0,
-                                  2};
-        EXPECT_TRUE(reading.Streams()[0].mediaTypes[0] == MakeWaveType(format, row.config)) << row.rate;
+        const WAVEFORMATEX format{0xFF, channels, rate, static_cast<DWORD>(kSize * rate >> 11), kSize, 0, 2};
+        EXPECT_TRUE(reading.Streams()[0].mediaTypes[0] == MakeWaveType(format, config)) << rate;
         const auto packets = reading.ReadAll();
-        const auto length = static_cast<REFERENCE_TIME>(10'240'000'000. / row.rate);
+        const auto length = static_cast<REFERENCE_TIME>(10'240'000'000. / rate);
         ASSERT_EQ(Starts(packets), (std::vector<REFERENCE_TIME>{0, length, 2 * length}));
         EXPECT_EQ(packets[2].payload, GAudioBytes(100, 1)) << "without the header, with the CRC";
     }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "io/checked_math.h"
 #include "media/audio_types.h"
 #include "mp3/mp3_reading.h"
@@ -24,13 +26,7 @@ GAudioBytes XingFrame(std::uint32_t frames, std::uint32_t bytes, std::size_t off
 
 TEST(Mp3Headers, SayRateChannelsSizeAndLengthOfAFrame)
 {
-    const struct {
-        std::uint32_t header;
-        std::size_t size;
-        DWORD rate;
-        WORD channels;
-        REFERENCE_TIME length;
-    } rows[]{
+    const std::tuple<std::uint32_t, std::size_t, DWORD, WORD, REFERENCE_TIME> rows[]{
         {0xFFFB9000, 417, 44100, 2, 261'224},  // MPEG-1
         {0xFFFB9200, 418, 44100, 2, 261'224},  // padded
         {0xFFFA9440, 384, 48000, 2, 240'000},  // with a CRC, joint stereo
@@ -40,13 +36,13 @@ TEST(Mp3Headers, SayRateChannelsSizeAndLengthOfAFrame)
         {0xFFEB8000, 417, 11025, 2, 522'448},  // the reserved version counts as MPEG-2.5
         {0xFFFB9C00, 835, 22050, 2, 522'448},  // the reserved rate of MPEG-1 is the first one of MPEG-2
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.header);
-        GMp3Reading reading(Times(3, MpegFrame(1, row.header, row.size)));
+    for (const auto& [header, size, rate, channels, length] : rows) {
+        SCOPED_TRACE(header);
+        GMp3Reading reading(Times(3, MpegFrame(1, header, size)));
         const auto packets = reading.ReadAll();
-        ASSERT_EQ(Starts(packets), (std::vector<REFERENCE_TIME>{0, row.length, 2 * row.length}));
-        EXPECT_EQ(packets.back().payload, MpegFrame(1, row.header, row.size));
-        const WAVEFORMATEX format{0x55, row.channels, row.rate, 0, 4, static_cast<WORD>(8 * row.channels), 0};
+        ASSERT_EQ(Starts(packets), (std::vector<REFERENCE_TIME>{0, length, 2 * length}));
+        EXPECT_EQ(packets.back().payload, MpegFrame(1, header, size));
+        const WAVEFORMATEX format{0x55, channels, rate, 0, 4, static_cast<WORD>(8 * channels), 0};
         EXPECT_TRUE(reading.Streams()[0].mediaTypes[0] == MakeWaveType(format));
     }
 }
@@ -103,24 +99,20 @@ TEST(Mp3Seek, LandsWhereTheRateOrTheTableSays)
     // The table says 2 i / 256 of 100 frames.
     const GAudioBytes xing = Joined({XingFrame(101, 100 * kUsualSize), MpegFrames(100)});
     const REFERENCE_TIME xingDuration = std::int64_t{101} * 11'520'000'000 / 44'100;
-    const struct {
-        const GAudioBytes& file;
-        REFERENCE_TIME time;
-        int mark;
-    } rows[]{
+    const std::tuple<const GAudioBytes&, REFERENCE_TIME, int> rows[]{
         {steady, 0, 1},
         {steady, 97 * kUsualLength + 100, 98},
         {xing, xingDuration / 2, 40},           // 100 / 256 of 41700 bytes: 16289, within frame 39 of the numbered
         {xing, xingDuration / 100, 1},          // 2 / 256: 325, within the first frame
         {xing, xingDuration * 995 / 1000, 89},  // half way from 198 to 256
     };
-    for (const auto& row : rows) {
-        GMp3Reading reading(row.file);
-        ASSERT_EQ(reading.Seek(row.time), row.time);
+    for (const auto& [file, time, mark] : rows) {
+        GMp3Reading reading(file);
+        ASSERT_EQ(reading.Seek(time), time);
         const auto next = reading.Next();
         ASSERT_TRUE(next);
-        EXPECT_EQ(next->payload.back(), row.mark) << row.time;
-        EXPECT_EQ(next->next.start, row.time) << "times restart at the target";
+        EXPECT_EQ(next->payload.back(), mark) << time;
+        EXPECT_EQ(next->next.start, time) << "times restart at the target";
         EXPECT_EQ(reading.Damage().count, 0u);
     }
     EXPECT_FALSE(GMp3Reading(Joined({XingFrame(0, 1000), MpegFrames(4)})).Seek(0)) << "no frames are counted";
