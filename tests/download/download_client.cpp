@@ -1,6 +1,6 @@
 // A host of the MP4 filter that loads URLs; download_cases.py runs it beside a server and reads what it prints.
 //
-//   make FILE [BYTES]          writes a film with its movie header in front, padded with data that no track refers to
+//   make FILE                  writes a film with its movie header in front
 //   load URL                   loads, meddles meanwhile, plays what came to the end, releases
 //   release URL STATE FILE     releases as soon as the download state is STATE and FILE exists; the server has to stall
 //   storm COUNT SEED URL...    releases that many filters at any moment, three of them alive at a time
@@ -8,13 +8,14 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <vector>
 
 #include "formats/mp4/mp4_interface.h"
 #include "host/host_graph.h"
+#include "platform/console.h"
 #include "platform/temp_files.h"
 #include "platform/text.h"
 #include "support/mp4_builder.h"
@@ -41,7 +42,7 @@ void Say(const char* format, Values... values)
     std::fflush(stdout);
 }
 
-int Make(const char* path, std::size_t padding)
+int Make(const std::string& path)
 {
     const GMp4TestFile film{.tracks = {NumberedVideo(50), PcmSound({400, 400, 400, 400, 400})}};
     const std::size_t movieSize = film.DataAndMovie().second.size();
@@ -52,7 +53,7 @@ int Make(const char* path, std::size_t padding)
     // "ftyp" has to stay the first box.
     const auto start = static_cast<std::ptrdiff_t>(film.start.size());
     const GMp4Bytes file = Glue({GMp4Bytes(data.begin(), data.begin() + start), movie,
-                                 GMp4Bytes(data.begin() + start, data.end()), Box("free", GMp4Bytes(padding))});
+                                 GMp4Bytes(data.begin() + start, data.end())});
     out.write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
     return out.flush() ? 0 : 1;
 }
@@ -63,7 +64,7 @@ struct GLoad {
     GComPtr<IVexMP4> control;
     HRESULT result = E_FAIL;
 
-    explicit GLoad(const char* url)
+    explicit GLoad(const std::string& url)
     {
         Require(graph.Create(CLSID_VexMp4) == S_OK, "the filter cannot be created");
         control = graph.Control<IVexMP4>(IID_IVexMP4);
@@ -110,7 +111,7 @@ void Play(GLoad& load)
 
 int LeftOver() { return static_cast<int>(ListFiles("mp4", ".tmp").size()); }
 
-int Load(const char* url)
+int Load(const std::string& url)
 {
     {
         const GWatchdog watchdog("a load");
@@ -141,7 +142,7 @@ int Load(const char* url)
     return 0;
 }
 
-int Release(const char* url, ULONG state, const char* file)
+int Release(const std::string& url, ULONG state, const std::string& file)
 {
     {
         const GWatchdog watchdog("a release");
@@ -160,23 +161,23 @@ int Release(const char* url, ULONG state, const char* file)
 }
 
 // Entries of a directory of /proc/self; 0 where there is no such thing.
-long Count(const char* what)
+long Count(const std::string& what)
 {
     std::error_code error;
     long count = 0;
-    for (std::filesystem::directory_iterator i(std::string("/proc/self/") + what, error), end; !error && i != end;
+    for (std::filesystem::directory_iterator i("/proc/self/" + what, error), end; !error && i != end;
          i.increment(error))
         ++count;
     return count;
 }
 
-int Storm(int count, unsigned seed, std::deque<const char*> urls)
+int Storm(int count, unsigned seed, const std::vector<std::string>& urls)
 {
     constexpr std::size_t kAlive = 3;
     std::mt19937 random(seed);
     GLockedTempFile foreign;
     Require(foreign.Create("mp4"), "no file of another program");
-    std::deque<std::unique_ptr<GLoad>> loads;
+    std::vector<std::unique_ptr<GLoad>> loads;
     long threads = 0;
     long files = 0;
     const auto release = [&] {
@@ -191,16 +192,10 @@ int Storm(int count, unsigned seed, std::deque<const char*> urls)
             release();
         loads.push_back(std::make_unique<GLoad>(urls[random() % urls.size()]));
         Require(loads.back()->result == S_OK, "it does not load");
-        switch (random() % 4) {
-        case 0:
-            break;
-        case 1:
+        if (random() % 4 == 0)
             loads.back()->WaitFor(VexMp4Download_Running, 20);
-            break;
-        default:
+        else
             loads.back()->graph.WaitUntil(std::chrono::milliseconds(random() % 8), [] { return false; });
-            break;
-        }
         if (i == count / 10) {  // by then everything that is made once was made
             while (!loads.empty())
                 release();
@@ -225,15 +220,16 @@ int Storm(int count, unsigned seed, std::deque<const char*> urls)
 int main(int argc, char** argv)
 {
     using namespace vex::test;
-    const std::string mode = argc > 2 ? argv[1] : "";
+    const std::vector<std::string> words = vex::CommandLineArguments(argc, argv);
+    const std::string mode = words.size() > 2 ? words[1] : "";
     if (mode == "make")
-        return Make(argv[2], argc > 3 ? std::strtoul(argv[3], nullptr, 10) : 0);
+        return Make(words[2]);
     if (mode == "load")
-        return Load(argv[2]);
-    if (mode == "release" && argc > 4)
-        return Release(argv[2], static_cast<ULONG>(std::atol(argv[3])), argv[4]);
-    if (mode == "storm" && argc > 4)
-        return Storm(std::atoi(argv[2]), static_cast<unsigned>(std::atol(argv[3])), {argv + 4, argv + argc});
+        return Load(words[2]);
+    if (mode == "release" && words.size() > 4)
+        return Release(words[2], static_cast<ULONG>(std::stoul(words[3])), words[4]);
+    if (mode == "storm" && words.size() > 4)
+        return Storm(std::stoi(words[2]), static_cast<unsigned>(std::stoul(words[3])), {words.begin() + 4, words.end()});
     std::fputs("see the comment in download_client.cpp\n", stderr);
     return 2;
 }

@@ -98,44 +98,6 @@ TEST(Download, EndsWhenItsLimitIsReached)
     EXPECT_FALSE(none.Take(1));
 }
 
-TEST(Download, RefusesAUrlOf2048CharactersAndTakesOneOf2047)
-{
-    GDownloadStatus status;
-    const auto start = [&](const std::string& url) {
-        return GMp4Download::StartDownload(url, status, [](std::int32_t) {});
-    };
-    const std::string longest = "http://h/" + std::string(2047 - 9, 'x');
-    std::string path;
-    {
-        const auto download = start(longest);
-        ASSERT_TRUE(download.Ok());
-        path = download.Value()->CachePath();
-        EXPECT_TRUE(fs::is_empty(path));
-    }
-    EXPECT_FALSE(fs::exists(path));
-    for (const std::string& url : {longest + "x", "http://h/" + std::string(2047 - 11, 'x') + " ",
-                                   "www.h/" + std::string(2047 - 12, 'x')}) {
-        const auto download = start(url);
-        ASSERT_FALSE(download.Ok()) << url.size();
-        EXPECT_EQ(download.Error().kind, GErrorKind::Limit);
-    }
-    EXPECT_TRUE(start("www.h/" + std::string(2047 - 13, 'x')).Ok());
-}
-
-TEST(Download, ThatWasStoppedBeforeItRanAsksNobody)
-{
-    GDownloadStatus status;
-    int posts = 0;
-    const auto download = GMp4Download::StartDownload("http://127.0.0.1:1/", status, [&](std::int32_t) { ++posts; });
-    ASSERT_TRUE(download.Ok());
-    download.Value()->StopDownload();
-    const GStatus ended = download.Value()->Run();
-    ASSERT_FALSE(ended.Ok());
-    EXPECT_EQ(ended.Error().kind, GErrorKind::Aborted);
-    EXPECT_EQ(status.downloadState, VexMp4Download_None);
-    EXPECT_EQ(posts, 0);
-}
-
 TEST(Cleaning, TakesWhatNobodyUsesAndOnlyFilesOfDownloads)
 {
     const GTempDirectory directory;

@@ -53,8 +53,6 @@ private:
 GComPtr<CScriptedFilter> Filter(GFetch& fetch, GScript script = Movie(10))
 {
     script.prepare = [&fetch](const WString& path) -> GResult<std::unique_ptr<GPreparation>> {
-        if (path == VEX_W("http://refused"))
-            return GError{GErrorKind::Limit, "refused", 0};
         return path.starts_with(VEX_W("http")) ? std::make_unique<GFetching>(fetch) : nullptr;
     };
     return GComPtr<CScriptedFilter>(new CScriptedFilter(std::move(script)));
@@ -182,19 +180,6 @@ TEST(Preparation, ThatFailsKeepsItsReasonAndLeavesRoomForAnotherFile)
     }
 }
 
-TEST(Preparation, ThatIsRefusedFailsLoadAtOnce)
-{
-    GFetch fetch;
-    const auto filter = Filter(fetch);
-    std::string reason;
-    EXPECT_EQ(filter->Load(VEX_W("http://refused"), nullptr), E_FAIL);
-    EXPECT_EQ(StateOf(*filter, &reason), VexLoad_Failed);
-    EXPECT_EQ(reason, "refused");
-    EXPECT_EQ(CurrentFile(*filter), WString());
-    ASSERT_EQ(filter->Load(VEX_W("local"), nullptr), S_OK);
-    EXPECT_EQ(StateOf(*filter), VexLoad_Done) << "the reason of before is gone";
-}
-
 TEST(Preparation, OfAFileThatDidNotArriveWholeSaysSoWhetherItOpensOrNot)
 {
     for (const bool opens : {true, false}) {
@@ -211,6 +196,10 @@ TEST(Preparation, OfAFileThatDidNotArriveWholeSaysSoWhetherItOpensOrNot)
         EXPECT_EQ(StateOf(*filter, &reason), opens ? VexLoad_Done : VexLoad_Failed);
         EXPECT_EQ(reason, std::string("the file did not arrive whole: cut off") +
                               (opens ? "" : "; the script does not open (at byte 42)"));
+        EXPECT_EQ(filter->Load(VEX_W("local"), nullptr), opens ? E_FAIL : S_OK);
+        reason.clear();
+        EXPECT_EQ(StateOf(*filter, &reason), VexLoad_Done);
+        EXPECT_EQ(reason.empty(), !opens);
     }
 }
 

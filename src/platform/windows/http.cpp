@@ -258,6 +258,8 @@ GHttpResult GHttpClient::GTransfer::Receive(const std::string& url, GHttpSink& s
     if (!HttpQueryInfoA(request, HTTP_QUERY_STATUS_CODE | HTTP_QUERY_FLAG_NUMBER, &number, &bytes, nullptr))
         return Error(GetLastError());
     status = number;
+    if (status == 0)  // a connection that was closed without an answer
+        return Error(ERROR_HTTP_INVALID_SERVER_RESPONSE);
     if (status >= 200 && status < 300)
         return ReadBody(sink);
     const std::string reason = QueryText(request, HTTP_QUERY_STATUS_TEXT);
