@@ -37,14 +37,14 @@ struct IVexInspect : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE ReadAttachment(ULONG index, ULONGLONG offset, BYTE* pBuffer, ULONG cb) = 0;
     // S_FALSE while an index is still being built out of what is in the file; until then seeks may land short of the end.
     virtual HRESULT STDMETHODCALLTYPE IsIndexComplete() = 0;
-    // Never VFW_E_WRONG_STATE. `pReason`, which may be null: why the load failed, or why the file that was loaded is not
-    // whole; null when neither is the case.
+    // Never VFW_E_WRONG_STATE. `pReason`, which may be null: why the load failed, or why the file that was loaded is
+    // not whole; null when neither is the case.
     virtual HRESULT STDMETHODCALLTYPE GetLoadState(VexLoadState* pState, BSTR* pReason) = 0;
     // The options of the formats' own interfaces, for a host that treats all filters alike; E_NOTIMPL for a filter without
     // them. `keyFrames`: seeks land on a key frame (needs `preroll` too). `preroll`: samples ahead of the segment are marked.
     virtual HRESULT STDMETHODCALLTYPE SetSeekOptions(BOOL keyFrames, BOOL preroll) = 0;
-    // Bytes fetched so far of a file that has to be fetched, and how many there are; S_FALSE and a total of 0 as long as
-    // the latter is not known. Never VFW_E_WRONG_STATE.
+    // Bytes fetched so far of a file that has to be fetched, and how many there are; S_FALSE and a total of 0 as long
+    // as the latter is not known. Never VFW_E_WRONG_STATE.
     virtual HRESULT STDMETHODCALLTYPE GetLoadProgress(ULONGLONG* pDone, ULONGLONG* pTotal) = 0;
 };
 

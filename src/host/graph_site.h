@@ -22,8 +22,8 @@ class CGraphSite final : public IFilterGraph, public IMediaEventSink {
 public:
     explicit CGraphSite(std::shared_ptr<GProgress> shared) : progress(std::move(shared)) {}
 
-    // The events so far, in order; a filter's private event that is repeated at once counts as one, since a download tells
-    // its progress with every 10 KiB. Any thread.
+    // The events so far, in order; a filter's private event that is repeated at once counts as one, since a download
+    // tells its progress with every 10 KiB. Any thread.
     std::vector<GGraphEvent> Events();
     // The code of the first EC_ERRORABORT so far, S_OK when there was none. Any thread.
     HRESULT FirstError();

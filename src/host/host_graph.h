@@ -40,9 +40,9 @@ public:
     // How many bytes of a file that has to be fetched are there, and how many there will be; 0 when that is not known.
     using GLoadTick = std::function<void(std::uint64_t done, std::uint64_t total)>;
 
-    // IFileSourceFilter::Load, and waits until the filter has the file and its pins. `tick`, when given, is called about
-    // ten times a second meanwhile. After a failure ErrorText says why, as far as the filter told; after a success, why the
-    // file is not whole. E_ABORT after a Cancel.
+    // IFileSourceFilter::Load, and waits until the filter has the file and its pins. `tick`, when given, is called
+    // about ten times a second meanwhile. After a failure ErrorText says why, as far as the filter told; after a
+    // success, why the file is not whole. E_ABORT after a Cancel.
     HRESULT Load(const WString& path, const GLoadTick& tick = {});
     // The two halves of it, for a host that does something else while the filter fetches the file.
     HRESULT BeginLoad(const WString& path);

@@ -32,7 +32,8 @@ public:
     }
     bool Cancelled() const { return cancelled; }
 
-    // Waits until `done()` holds, asking again after each change; false when the deadline passed first, or after a Cancel.
+    // Waits until `done()` holds, asking again after each change; false when the deadline passed first, or after a
+    // Cancel.
     template <class Predicate>
     bool Until(GDeadline deadline, Predicate&& done)
     {

@@ -52,8 +52,8 @@ int Make(const std::string& path)
     std::ofstream out(path, std::ios::binary);
     // "ftyp" has to stay the first box.
     const auto start = static_cast<std::ptrdiff_t>(film.start.size());
-    const GMp4Bytes file = Glue({GMp4Bytes(data.begin(), data.begin() + start), movie,
-                                 GMp4Bytes(data.begin() + start, data.end())});
+    const GMp4Bytes file =
+        Glue({GMp4Bytes(data.begin(), data.begin() + start), movie, GMp4Bytes(data.begin() + start, data.end())});
     out.write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
     return out.flush() ? 0 : 1;
 }
@@ -99,7 +99,8 @@ void Meddle(GLoad& load, int round)
 
 void Play(GLoad& load)
 {
-    Require(load.graph.Stop() == S_OK && load.graph.ConnectAll() == S_OK && load.graph.Run() == S_OK, "it does not play");
+    Require(load.graph.Stop() == S_OK && load.graph.ConnectAll() == S_OK && load.graph.Run() == S_OK,
+            "it does not play");
     Require(load.graph.WaitForEnd(std::chrono::minutes(1)) == GEnd::Complete, "it does not come to its end");
     load.graph.Stop();
     for (std::size_t pin = 0; pin < load.graph.PinCount(); ++pin)
@@ -229,7 +230,8 @@ int main(int argc, char** argv)
     if (mode == "release" && words.size() > 4)
         return Release(words[2], static_cast<ULONG>(std::stoul(words[3])), words[4]);
     if (mode == "storm" && words.size() > 4)
-        return Storm(std::stoi(words[2]), static_cast<unsigned>(std::stoul(words[3])), {words.begin() + 4, words.end()});
+        return Storm(std::stoi(words[2]), static_cast<unsigned>(std::stoul(words[3])),
+                     {words.begin() + 4, words.end()});
     std::fputs("see the comment in download_client.cpp\n", stderr);
     return 2;
 }

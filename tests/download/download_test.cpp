@@ -64,14 +64,15 @@ TEST(Download, ReportsPercentAfterHalfASecondWithEveryBlockOfAKnownLength)
     EXPECT_TRUE(known.Take(100));
     EXPECT_THAT(known.posts, IsEmpty());
     fakeNow += std::chrono::milliseconds(1);
-    for (const std::size_t bytes : {900, 999, 1, 1000})
+    for (const std::size_t bytes : {900u, 999u, 1u, 1000u})
         EXPECT_TRUE(known.Take(bytes));
     EXPECT_THAT(known.posts, ElementsAre(33, 66, 66, 100));
     EXPECT_EQ(known.status.received, 3000u);
     known.request.file.Close();
     EXPECT_EQ(fs::file_size(known.file.Path()), 3000u);
 
-    for (const std::optional<std::uint64_t> length : {std::optional<std::uint64_t>(), std::optional<std::uint64_t>(0)}) {
+    for (const std::optional<std::uint64_t> length :
+         {std::optional<std::uint64_t>(), std::optional<std::uint64_t>(0)}) {
         GSinkTrial unknown;
         EXPECT_TRUE(unknown.sink.Begin(length));
         fakeNow += std::chrono::seconds(1);

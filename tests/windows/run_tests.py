@@ -320,6 +320,7 @@ def test_interrupt(context):
 
 # Filters that the test of downloads releases.
 STORM = 200
+STATUS_CONTROL_C_EXIT = 0xC000013A
 
 
 def url_commands(context, downloads):
@@ -339,6 +340,7 @@ def url_commands(context, downloads):
             time.sleep(0.05)
         process.send_signal(signal.SIGINT)
         require(process.communicate(timeout=context.wine.timeout)[0] == b"", "vex.exe says something after Ctrl-C")
+        require(process.returncode == STATUS_CONTROL_C_EXIT & 0xFF, f"vex.exe ends with the status {process.returncode}")
 
 
 def test_downloads(context):

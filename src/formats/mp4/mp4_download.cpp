@@ -74,11 +74,10 @@ GMp4Download::GMp4Download(GLockedTempFile cache, HttpRequest wanted, GDownloadS
                            GDownloadSink::GPost post)
     : cacheFile(std::move(cache)),
       request(std::move(wanted)),
-      sink(request, status,
-           [this, to = std::move(post)](std::int32_t percent) {
-               if (!stopDownload)
-                   to(percent);
-           })
+      sink(request, status, [this, to = std::move(post)](std::int32_t percent) {
+          if (!stopDownload)
+              to(percent);
+      })
 {
 }
 

@@ -72,8 +72,8 @@ private:
 // One download into one temporary file. The file is deleted with the object, so whoever reads it has to close it first.
 class GMp4Download {
 public:
-    // `url` is escaped here, and "http://" put in front of one that begins with "www.". `post` is called on the thread of
-    // Run and not once StopDownload was called. An error: the URL is too long, or there can be no temporary file.
+    // `url` is escaped here, and "http://" put in front of one that begins with "www.". `post` is called on the thread
+    // of Run and not once StopDownload was called. An error: the URL is too long, or there can be no temporary file.
     static GResult<std::unique_ptr<GMp4Download>> StartDownload(std::string_view url, GDownloadStatus& status,
                                                                 GDownloadSink::GPost post);
     ~GMp4Download();
@@ -102,7 +102,8 @@ private:
     std::string shortfall;
 };
 
-// Deletes the temporary files of downloads ("mp4*.tmp") that nobody uses: those of programs that were killed. Any thread.
+// Deletes the temporary files of downloads ("mp4*.tmp") that nobody uses: those of programs that were killed. Any
+// thread.
 void DeleteStaleDownloads(const std::string& directory = TemporaryDirectory());
 
 }  // namespace vex

@@ -16,8 +16,8 @@ enum VexMp4DownloadState : ULONG {
     VexMp4Download_Done = 3,     // loading is over: the pins are there, or it failed
 };
 
-// Event for the graph while a file of known length is downloaded: the first parameter is the percentage that has arrived,
-// the second is 0.
+// Event for the graph while a file of known length is downloaded: the first parameter is the percentage that has
+// arrived, the second is 0.
 inline constexpr LONG kVexMp4DownloadEvent = 0xB011;
 
 #pragma GCC diagnostic push

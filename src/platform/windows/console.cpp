@@ -15,8 +15,8 @@
 namespace vex {
 namespace {
 
-// How long the end of a console window, of a session or of the system waits for a program is up to the system: about five
-// seconds, less when many programs end.
+// How long the end of a console window, of a session or of the system waits for a program is up to the system: about
+// five seconds, less when many programs end.
 constexpr DWORD kEndWaitMs = 4000;
 
 std::atomic<bool> noted{false};
