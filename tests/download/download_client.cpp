@@ -137,6 +137,9 @@ int Load(const std::string& url)
         if (SUCCEEDED(load.result))
             Play(load);
         Say("files %d\n", LeftOver());
+        GLockedTempFile stale;  // of a program that was killed: it goes with the filter, too
+        Require(stale.Create("mp4"), "no stale file");
+        stale.Release();
     }
     Say("left %d\n", LeftOver());
     Require(LinkedModule().canUnloadNow() == S_OK, "something of the module is left");

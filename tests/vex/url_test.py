@@ -58,6 +58,12 @@ class Urls(unittest.TestCase):
         self.assertEqual(os.listdir(self.temp), [], "a file is left behind")
         return process.returncode, output.decode("latin-1"), errors.decode("utf-8")
 
+    @staticmethod
+    def validated(command, output):
+        document = json.loads(output)
+        jsonschema.Draft7Validator(json.loads((SCHEMAS / f"{command}.json").read_text())).validate(document)
+        return document
+
     def test_every_command_says_the_same_as_of_the_file(self):
         with odd_server.FileServer(self.film.parent) as base:
             url = base + self.film.name
@@ -70,7 +76,7 @@ class Urls(unittest.TestCase):
             status, output, _ = self.run_vex("extract", url + "?session=../../x", "-o", "streams", "--json")
             self.assertEqual(status, 0)
             self.assertEqual(sorted(os.listdir(self.folder / "streams")), ["film_0.bin", "film_1.pcm"])
-            jsonschema.Draft7Validator(json.loads((SCHEMAS / "extract.json").read_text())).validate(json.loads(output))
+            self.assertNotIn("incomplete", self.validated("extract", output)["files"][0])
 
     def test_what_did_not_arrive_is_status_2_in_the_words_of_the_server(self):
         for path, why in (("gone", "the server answered 404 Not Found"), ("broken", "500 Internal Server Error"),
@@ -92,6 +98,9 @@ class Urls(unittest.TestCase):
             status, output, errors = self.run_vex("probe", self.server.url + path)
             self.assertEqual((status, output.count("\n")), (1, 3))
             self.assertIn("the file did not arrive whole: ", errors)
+            for command in (["probe"], ["play"], ["seek", "0"], ["extract", "-o", "x"]):
+                _, output, _ = self.run_vex(command[0], self.server.url + path, *command[1:], "--json")
+                self.assertIn("not arrive whole", self.validated(command[0], output)["files"][0]["incomplete"])
 
     def test_a_full_disk_is_said(self):
         def small_files():

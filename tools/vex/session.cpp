@@ -302,6 +302,8 @@ GJson GSession::Head() const
     head["container"] = *filter->container ? filter->container : filter->formats;
     head["filter"] = DisplayName(*filter);
     head["duration"] = JsonTime(graph.Duration().value_or(kNoTime));
+    if (!notWhole.empty())
+        head["incomplete"] = notWhole;
     return head;
 }
 

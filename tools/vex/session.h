@@ -46,7 +46,7 @@ public:
 
     // The file's name without directory and extension, to make other names of, UTF-8.
     std::string BaseName() const;
-    // The keys that every result for a file begins with: file, container, filter, duration.
+    // The keys that every result for a file begins with: file, container, filter, duration, incomplete.
     GJson Head() const;
     // kDamaged, after a complaint, when there is damage or a pin broke the rules of delivery, else kSound.
     int Verdict(const GDamage& damage);
