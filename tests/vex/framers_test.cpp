@@ -93,6 +93,8 @@ TEST(AnnexBFramer, ParameterSetsComeFirstAndEveryUnitGetsAStartCode)
     EXPECT_EQ(framed.bytes, (GBytes{0, 0, 0, 1, 0x67, 1, 0, 0, 0, 1, 0x68, 0, 0, 0, 1, 0x65, 0, 0, 0, 1, 0x41, 9}));
     EXPECT_EQ(framed.misshapen, 0u);
     EXPECT_EQ(Framed(type, {sample}, true).bytes, sample) << "raw means raw for every type";
+    const GJson byteStream{{"byte_stream", true}};
+    EXPECT_EQ(Framed(type, {sample}, false, byteStream).bytes, sample) << "start codes are there already";
 }
 
 TEST(AnnexBFramer, WhatClaimsMoreThanIsThereIsCutAndCounted)
@@ -124,6 +126,8 @@ TEST(AdtsFramer, TheHeaderSaysProfileFrequencyChannelsAndLengthOrThereIsNone)
     const GFramed checked = Framed(stereo, {{1, 2, 0xAA}, {1}}, false, source);
     EXPECT_EQ(checked.bytes, (GBytes{0xFF, 0xF1, 0x51, 0xC0, 0x01, 0x1F, 0xFC, 0xAA})) << "without the CRC";
     EXPECT_EQ(checked.misshapen, 1u) << "too short to have one";
+    const GJson byteStream{{"byte_stream", true}};
+    EXPECT_EQ(Framed(stereo, {{0xFF, 0xF1}}, false, byteStream).bytes, (GBytes{0xFF, 0xF1})) << "headers are there already";
 }
 
 TEST(VorbisFramer, WhatIsNoAudioPacketIsLeftOutAndHeadersThatAreNotThereMeanNoFrame)

@@ -21,6 +21,7 @@ public:
 
     void Describe(const GJson& properties) override
     {
+        byteStream = properties.value("byte_stream", false);
         crcBytes = properties.value("crc", false) ? 2 : 0;
         channels = properties.value("channel_configuration", channels);
     }
@@ -28,6 +29,10 @@ public:
     // The CRC of a source counts its headers too, so it is left out.
     void Sample(const GSampleView& sample, const GByteSink& out) override
     {
+        if (byteStream) {
+            out(sample.data);
+            return;
+        }
         const std::size_t length = sample.data.size() - crcBytes + kAdtsHeaderSize;
         if (sample.data.size() < crcBytes || length > kMostFrameBytes) {
             ++misshapen;
@@ -50,6 +55,7 @@ private:
     const unsigned frequency;  // index of the core's sampling frequency
     unsigned channels;
     std::size_t crcBytes = 0;  // at the start of every sample
+    bool byteStream = false;   // the samples have their headers
 };
 
 }  // namespace

@@ -18,11 +18,18 @@ public:
     {
     }
 
-    void Begin(const GByteSink& out) override { Units(parameterSets, 2, out); }
+    void Describe(const GJson& properties) override { byteStream = properties.value("byte_stream", false); }
+    void Begin(const GByteSink& out) override
+    {
+        if (!byteStream)
+            Units(parameterSets, 2, out);
+    }
 
     void Sample(const GSampleView& sample, const GByteSink& out) override
     {
-        if (!Units(sample.data, prefixBytes, out))
+        if (byteStream)
+            out(sample.data);
+        else if (!Units(sample.data, prefixBytes, out))
             ++misshapen;
     }
 
@@ -51,6 +58,7 @@ private:
 
     const unsigned prefixBytes;
     const std::vector<std::uint8_t> parameterSets;  // each behind a two-byte length
+    bool byteStream = false;                        // the samples have start codes and need nothing
 };
 
 }  // namespace
