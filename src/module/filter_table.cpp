@@ -15,6 +15,8 @@
 #include "formats/mp3/mp3_info.h"
 #include "formats/mp4/mp4_filter.h"
 #include "formats/mp4/mp4_info.h"
+#include "formats/mpeg/mpeg_filter.h"
+#include "formats/mpeg/mpeg_info.h"
 #include "formats/ogg/ogg_filter.h"
 #include "formats/ogg/ogg_info.h"
 #include "framework/create_filter.h"
@@ -48,6 +50,8 @@ constexpr GCreator kCreators[]{
     {&kMp3Filter, CreateFilter<CMP3_Filter>},
     {&kAacFilter, CreateFilter<CAAC_Filter>},
     {&kMp4Filter, CreateFilter<CMP4_Filter>},
+    {&kMpeg1Filter, CreateFilter<CMPG_Filter>},
+    {&kMpegFilter, CreateFilter<CMPG2_Filter>},
     {&kOgg1Filter, CreateFilter<COGG_Filter>},
     {&kOggFilter, CreateFilter<COGG2_Filter>},
 };

@@ -113,7 +113,7 @@ FORMATS += tuple(Format(name, files=tuple(File(file, tuple(arguments)) for file,
 # Whose seeks land on a sample at or before the target that has the time it has in the file: what the rounds look for.
 EARLY_LANDING = {"avi", "mkv"}
 # Older filters over the handler of another.
-SECOND_FILTERS = {"ogg1"}
+SECOND_FILTERS = {"mpeg1", "ogg1"}
 
 # Played where a mangled name would lead: its samples are none of the others'.
 DECOY = File("decoy.avi", (*picture(2, "80x60"), *tone(2), "-c:v", "mpeg4", "-c:a", "pcm_s16le"))
