@@ -9,21 +9,33 @@ namespace vex {
 
 namespace {
 
-// Sync bytes at a packet's distance from each other: five in a row, or as many as a shorter file has room for.
+constexpr std::size_t kPackets = 5;  // that have to follow each other
+constexpr struct {
+    std::size_t packetBytes;
+    std::size_t offset;
+} kLayouts[] = {{188, 0}, {192, 4}, {204, 0}};
+
+// How many sync bytes there are at a packet's distance from each other, up to five; 0 when one is missing.
+std::size_t SyncsFrom(GBytes start, std::size_t first, std::size_t packetBytes)
+{
+    std::size_t seen = 0;
+    for (std::size_t at = first; seen < kPackets && at < start.size(); at += packetBytes, ++seen) {
+        if (start[at] != 0x47)
+            return 0;
+    }
+    return seen;
+}
+
+// At the start of a file as many as a shorter file has room for will do; behind a part of a packet or garbage all five.
 bool IsTransportStream(GBytes start)
 {
-    constexpr std::size_t kPackets = 5;
-    constexpr struct {
-        std::size_t packetBytes;
-        std::size_t offset;
-    } kLayouts[] = {{188, 0}, {192, 4}, {204, 0}};
+    constexpr std::size_t kGarbage = 384;  // bytes
     for (const auto& layout : kLayouts) {
-        std::size_t seen = 0;
-        bool all = true;
-        for (std::size_t at = layout.offset; seen < kPackets && at < start.size(); at += layout.packetBytes, ++seen)
-            all = all && start[at] == 0x47;
-        if (all && seen >= 2)
+        if (SyncsFrom(start, layout.offset, layout.packetBytes) >= 2)
             return true;
+        for (std::size_t first = 0; first < kGarbage; ++first)
+            if (SyncsFrom(start, first, layout.packetBytes) == kPackets)
+                return true;
     }
     return false;
 }
