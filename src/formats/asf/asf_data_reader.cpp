@@ -1,0 +1,296 @@
+#include "formats/asf/asf_data_reader.h"
+
+#include <algorithm>
+
+#include "io/limits.h"
+#include "platform/trace.h"
+
+namespace vex {
+namespace {
+
+constexpr std::size_t kBlock = 128u << 10;            // bytes read at once
+constexpr std::uint64_t kWorkPerCall = 1u << 20;      // bytes
+constexpr std::uint64_t kWorkPerStep = 64;            // counted for a header, in bytes
+constexpr std::uint64_t kTriesPerCall = 32u << 10;    // positions of a search for a packet
+constexpr std::uint64_t kTriesInPackets = 3;          // after so many packet sizes a search gives up
+constexpr REFERENCE_TIME kUnitsPerMillisecond = 10'000;
+
+}  // namespace
+
+GAsfDataReader::GAsfDataReader(GFileBase& byteSource, const GAsfHeader& fileHeader, GDamageLog& damageLog,
+                               const std::atomic<bool>& interruptFlag)
+    : source(byteSource), header(fileHeader), damage(damageLog), interrupted(interruptFlag),
+      window(byteSource, &interruptFlag, kBlock), fileSize(byteSource.GetSize())
+{
+    for (const auto& stream : header.streams)
+        if (stream->enabled && stream->selected)
+            selected[stream->number] = stream.get();
+    wanted = selected;
+    limits = {header.packetSize, header.DataSize(fileSize)};
+    const auto first = ReadAsfPacket(window.At(header.dataStart, kAsfPacketHeaderMax), limits);
+    corrections = first && first->correction;
+    MoveTo(header.dataStart);
+}
+
+void GAsfDataReader::Want(std::span<const std::uint32_t> numbers)
+{
+    wanted = {};
+    for (const std::uint32_t number : numbers)
+        if (number < wanted.size())
+            wanted[number] = selected[number];
+}
+
+void GAsfDataReader::MoveTo(std::int64_t packetPosition)
+{
+    for (const auto& stream : header.streams)
+        stream->Drop();
+    walk.reset();
+    compressed.reset();
+    resync.reset();
+    complete = nullptr;
+    suspect = gaveUp = false;
+    position = packetPosition;
+    window.Forget();
+}
+
+// Of the file as it is now: asked for again when a read would pass the end known.
+std::int64_t GAsfDataReader::DataEnd(std::int64_t needed)
+{
+    if (needed > fileSize) {
+        fileSize = source.GetSize();
+        limits.dataSize = header.DataSize(fileSize);
+        window.Forget();
+    }
+    return header.DataEnd(fileSize);
+}
+
+GAsfStep GAsfDataReader::Next()
+{
+    if (complete)
+        complete->Drop();
+    complete = nullptr;
+    workDone = 0;
+    while (workDone < kWorkPerCall && !interrupted.load(std::memory_order_acquire)) {
+        workDone += kWorkPerStep;
+        const GAsfStep step = Step();
+        if (step == GAsfStep::End)
+            return step;
+        if (complete)
+            return GAsfStep::Object;
+    }
+    return GAsfStep::Again;
+}
+
+// Again: something was done, or an object is complete.
+GAsfStep GAsfDataReader::Step()
+{
+    if (gaveUp)
+        return GAsfStep::End;
+    if (resync)
+        return Resync();
+    if (compressed) {
+        ReadSubPayload();
+        return GAsfStep::Again;
+    }
+    if (!walk)
+        return BeginPacket();
+    if (const auto payload = walk->Next(window)) {
+        if (!TakePayload(*payload))
+            suspect = true;
+        return GAsfStep::Again;
+    }
+    FinishPacket();
+    return GAsfStep::Again;
+}
+
+GAsfStep GAsfDataReader::BeginPacket()
+{
+    const std::int64_t end = DataEnd(position + limits.packetSize);
+    const std::int64_t left = end - position;
+    if (left < kAsfSmallestPacket) {
+        if (end < header.dataEnd && header.dataEnd != kAsfUntilFileEnd)
+            damage.Add("the file ends inside its data", end);
+        return GAsfStep::End;
+    }
+    const auto count = static_cast<std::size_t>(std::min<std::int64_t>(left, kAsfPacketHeaderMax));
+    const auto packet = ReadAsfPacket(window.At(position, count), limits);
+    if (!packet) {
+        damage.Add("not a data packet", position, limits.packetSize);
+        BeginResync();
+        return GAsfStep::Again;
+    }
+    suspect = false;
+    packetEnd = position + static_cast<std::int64_t>(std::max(packet->length, limits.packetSize));
+    walk.emplace(*packet, position, end);
+    return GAsfStep::Again;
+}
+
+// A packet in which something is wrong may not be one: then the next one is where one makes sense.
+void GAsfDataReader::FinishPacket()
+{
+    const bool cutOff = walk->CutOff();
+    if (walk->Broken()) {
+        suspect = true;
+        damage.Add("a data packet contradicts itself", position);
+    }
+    walk.reset();
+    if (cutOff) {
+        damage.Add("the last data packet is cut off", position);
+        position = DataEnd(0);
+    } else if (!suspect) {
+        position = packetEnd;
+    } else if (FollowsOn(position + limits.packetSize)) {
+        position += limits.packetSize;
+    } else if (FollowsOn(packetEnd)) {
+        position = packetEnd;
+    } else {
+        BeginResync();
+    }
+}
+
+void GAsfDataReader::BeginResync()
+{
+    resync = GResync{position + 1, std::uint64_t{limits.packetSize} * kTriesInPackets};
+}
+
+// A packet makes sense there, or the data ends there.
+bool GAsfDataReader::FollowsOn(std::int64_t next)
+{
+    const std::int64_t end = DataEnd(next);
+    if (next >= end)
+        return next == end;
+    const std::uint8_t first = window.At(next, 1).empty() ? std::uint8_t{0} : window.At(next, 1)[0];
+    return (first >> 7 != 0) == corrections && IsSoundAsfPacket(window, next, end, limits);
+}
+
+GAsfStep GAsfDataReader::Resync()
+{
+    workDone = kWorkPerCall;
+    for (std::uint64_t tries = std::min(resync->triesLeft, kTriesPerCall); tries > 0; --tries) {
+        const std::int64_t end = DataEnd(resync->next);
+        if (end - resync->next < kAsfSmallestPacket)
+            break;
+        --resync->triesLeft;
+        const std::int64_t behind = resync->next + limits.packetSize;
+        if (FollowsOn(resync->next) && (behind >= end || FollowsOn(behind))) {
+            position = resync->next;
+            resync.reset();
+            return GAsfStep::Again;
+        }
+        ++resync->next;
+    }
+    if (resync->triesLeft > 0 && DataEnd(resync->next) - resync->next >= kAsfSmallestPacket)
+        return GAsfStep::Again;
+    Trace("No data packet within three packet sizes\n");
+    gaveUp = true;
+    return GAsfStep::End;
+}
+
+// False when it is malformed.
+bool GAsfDataReader::TakePayload(const GAsfPayload& payload)
+{
+    if (payload.replicatedLength >= 2 && !payload.DescribesObject()) {
+        damage.Add("a payload has 2 to 7 replicated bytes", payload.dataPosition, payload.dataSize);
+        return false;
+    }
+    if (payload.DescribesObject()) {
+        if (payload.objectSize > limits.dataSize || payload.objectSize > kMaxPacketSize) {
+            Trace("%d - %d", static_cast<int>(payload.objectSize), static_cast<int>(limits.dataSize));
+            damage.Add("a media object is larger than the data", payload.dataPosition, payload.dataSize);
+            return false;
+        }
+        const REFERENCE_TIME time = payload.presentationMs * kUnitsPerMillisecond;
+        if (header.playDuration > 0 && time > header.preroll + header.playDuration) {
+            damage.Add("a media object lies behind the duration", payload.dataPosition, payload.dataSize);
+            return false;
+        }
+    }
+    GAsfEXReadStream* const stream = wanted[payload.stream];
+    return !stream || JoinPayload(payload, *stream);
+}
+
+bool GAsfDataReader::JoinPayload(const GAsfPayload& payload, GAsfEXReadStream& stream)
+{
+    if (payload.IsCompressed()) {
+        compressed = GCompressed{&stream,
+                                 payload.dataPosition,
+                                 payload.dataPosition + static_cast<std::int64_t>(payload.dataSize),
+                                 payload.offset,
+                                 payload.deltaMs,
+                                 payload.keyFrame};
+        return true;
+    }
+    GAsfJoin joined{};
+    if (payload.DescribesObject())
+        joined = stream.Begin({payload.keyFrame, payload.objectSize, payload.offset,
+                               payload.presentationMs * kUnitsPerMillisecond + stream.timeOffset},
+                              payload.dataSize);
+    else
+        joined = stream.Continue(payload.dataSize);
+    if (joined == GAsfJoin::Malformed) {
+        damage.Add("a payload does not fit its media object", payload.dataPosition, payload.dataSize);
+        return false;
+    }
+    if (joined == GAsfJoin::Joined) {
+        AppendBytes(stream, payload.dataPosition, payload.dataSize);
+        if (stream.IsComplete())
+            SetComplete(stream);
+    }
+    return true;
+}
+
+void GAsfDataReader::ReadSubPayload()
+{
+    GCompressed& inside = *compressed;
+    if (inside.position >= inside.end) {
+        compressed.reset();
+        return;
+    }
+    const GBytes length = window.At(inside.position, 1);
+    const std::int64_t data = inside.position + 1;
+    if (length.empty() || length[0] > inside.end - data) {
+        damage.Add("a sub-payload is longer than its payload", inside.position,
+                  static_cast<std::uint64_t>(inside.end - inside.position));
+        suspect = true;
+        compressed.reset();
+        return;
+    }
+    const std::uint32_t size = length[0];
+    GAsfEXReadStream& stream = *inside.stream;
+    stream.Drop();
+    const REFERENCE_TIME time =
+        static_cast<REFERENCE_TIME>(inside.presentationMs) * kUnitsPerMillisecond + stream.timeOffset;
+    stream.Begin({inside.keyFrame, size, 0, time}, size);
+    AppendBytes(stream, data, size);
+    inside.position = data + size;
+    inside.presentationMs += inside.deltaMs;
+    if (stream.IsComplete())
+        SetComplete(stream);
+}
+
+void GAsfDataReader::AppendBytes(GAsfEXReadStream& stream, std::int64_t from, std::uint64_t size)
+{
+    workDone += size;
+    while (size > 0) {
+        const GBytes bytes = window.At(from, static_cast<std::size_t>(std::min<std::uint64_t>(size, kBlock / 2)));
+        if (bytes.empty()) {
+            stream.Drop();
+            damage.Add("a payload cannot be read", from, size);
+            return;
+        }
+        stream.Append(bytes);
+        from += static_cast<std::int64_t>(bytes.size());
+        size -= bytes.size();
+    }
+}
+
+// Objects of no bytes are passed over.
+void GAsfDataReader::SetComplete(GAsfEXReadStream& stream)
+{
+    if (stream.objectSize == 0)
+        stream.Drop();
+    else
+        complete = &stream;
+}
+
+}  // namespace vex
