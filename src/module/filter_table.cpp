@@ -5,6 +5,8 @@
 
 #include "formats/aac/aac_filter.h"
 #include "formats/aac/aac_info.h"
+#include "formats/asf/asf_filter.h"
+#include "formats/asf/asf_info.h"
 #include "formats/avi/avi_filter.h"
 #include "formats/avi/avi_info.h"
 #include "formats/flv/flv_filter.h"
@@ -45,6 +47,8 @@ struct GCreator {
 };
 constexpr GCreator kCreators[]{
     {&kAviFilter, CreateFilter<CAVI2_Filter>},
+    {&kAsf1Filter, CreateFilter<CASF_Filter>},
+    {&kAsfFilter, CreateFilter<CAsfEx_Filter>},
     {&kFlvFilter, CreateFilter<CFLV_Filter>},
     {&kMkvFilter, CreateFilter<CMKV_Filter>},
     {&kMp3Filter, CreateFilter<CMP3_Filter>},

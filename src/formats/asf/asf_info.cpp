@@ -24,7 +24,7 @@ const GFilterInfo kAsf1Filter{
     .displayName = VEX_W("Orvane ASF Source Filter"),
     .clsid = CLSID_VexAsf,
     .container = "",
-    .formats = "ASF through the platform's reader",
+    .formats = "ASF (older filter)",
     .extensions = "",
     .recognises = nullptr,
 };
