@@ -8,19 +8,23 @@
 namespace vex {
 namespace {
 
-constexpr std::size_t kBlock = 128u << 10;            // bytes read at once
-constexpr std::uint64_t kWorkPerCall = 1u << 20;      // bytes
-constexpr std::uint64_t kWorkPerStep = 64;            // counted for a header, in bytes
-constexpr std::uint64_t kTriesPerCall = 32u << 10;    // positions of a search for a packet
-constexpr std::uint64_t kTriesInPackets = 3;          // after so many packet sizes a search gives up
+constexpr std::size_t kBlock = 128u << 10;          // bytes read at once
+constexpr std::uint64_t kWorkPerCall = 1u << 20;    // bytes
+constexpr std::uint64_t kWorkPerStep = 64;          // counted for a header, in bytes
+constexpr std::uint64_t kTriesPerCall = 32u << 10;  // positions of a search for a packet
+constexpr std::uint64_t kTriesInPackets = 3;        // after so many packet sizes a search gives up
 constexpr REFERENCE_TIME kUnitsPerMillisecond = 10'000;
 
 }  // namespace
 
 GAsfDataReader::GAsfDataReader(GFileBase& byteSource, const GAsfHeader& fileHeader, GDamageLog& damageLog,
                                const std::atomic<bool>& interruptFlag)
-    : source(byteSource), header(fileHeader), damage(damageLog), interrupted(interruptFlag),
-      window(byteSource, &interruptFlag, kBlock), fileSize(byteSource.GetSize())
+    : source(byteSource),
+      header(fileHeader),
+      damage(damageLog),
+      interrupted(interruptFlag),
+      window(byteSource, &interruptFlag, kBlock),
+      fileSize(byteSource.GetSize())
 {
     for (const auto& stream : header.streams)
         if (stream->enabled && stream->selected)
@@ -212,12 +216,9 @@ bool GAsfDataReader::TakePayload(const GAsfPayload& payload)
 bool GAsfDataReader::JoinPayload(const GAsfPayload& payload, GAsfEXReadStream& stream)
 {
     if (payload.IsCompressed()) {
-        compressed = GCompressed{&stream,
-                                 payload.dataPosition,
-                                 payload.dataPosition + static_cast<std::int64_t>(payload.dataSize),
-                                 payload.offset,
-                                 payload.deltaMs,
-                                 payload.keyFrame};
+        compressed = GCompressed{
+            &stream,        payload.dataPosition, payload.dataPosition + static_cast<std::int64_t>(payload.dataSize),
+            payload.offset, payload.deltaMs,      payload.keyFrame};
         return true;
     }
     GAsfJoin joined{};
@@ -250,7 +251,7 @@ void GAsfDataReader::ReadSubPayload()
     const std::int64_t data = inside.position + 1;
     if (length.empty() || length[0] > inside.end - data) {
         damage.Add("a sub-payload is longer than its payload", inside.position,
-                  static_cast<std::uint64_t>(inside.end - inside.position));
+                   static_cast<std::uint64_t>(inside.end - inside.position));
         suspect = true;
         compressed.reset();
         return;

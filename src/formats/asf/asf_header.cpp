@@ -11,9 +11,9 @@
 namespace vex {
 namespace {
 
-constexpr std::int64_t kHeaderFieldsSize = 6;            // number of objects, two reserved bytes
+constexpr std::int64_t kHeaderFieldsSize = 6;             // number of objects, two reserved bytes
 constexpr std::size_t kExtensionFieldsSize = 16 + 2 + 4;  // two reserved fields, size
-constexpr std::int64_t kDataFieldsSize = 16 + 8 + 2;     // file ID, packets, reserved
+constexpr std::int64_t kDataFieldsSize = 16 + 8 + 2;      // file ID, packets, reserved
 constexpr std::size_t kIndexFieldsSize = 16 + 8 + 4 + 4;
 constexpr std::size_t kIndexEntrySize = 6;
 constexpr std::uint64_t kMaxIndexEntries = 1u << 22;  // of all indexes; at one a second they cover 48 days
@@ -200,9 +200,9 @@ GAsfSimpleIndex ReadSimpleIndex(GFileBase& source, const GAsfObject& object, std
     index.interval = reader.U64LE();
     reader.Skip(4);  // maximum packet count
     const std::uint64_t declared = reader.U32LE();
-    const std::uint64_t room =
-        (std::max<std::uint64_t>(object.size, kAsfObjectHeaderSize + kIndexFieldsSize) - kAsfObjectHeaderSize -
-         kIndexFieldsSize) / kIndexEntrySize;
+    const std::uint64_t room = (std::max<std::uint64_t>(object.size, kAsfObjectHeaderSize + kIndexFieldsSize) -
+                                kAsfObjectHeaderSize - kIndexFieldsSize) /
+                               kIndexEntrySize;
     for (std::uint64_t left = std::min({declared, room, entriesLeft}); left > 0;) {
         std::array<std::uint8_t, 4096 * kIndexEntrySize> block{};
         const auto wanted = static_cast<std::uint32_t>(std::min<std::uint64_t>(left * kIndexEntrySize, block.size()));

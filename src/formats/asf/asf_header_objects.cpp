@@ -193,7 +193,8 @@ bool ReadAsfExtendedStream(GByteReader body, GAsfStreamFacts& facts, std::option
     const GAsfId id = ReadAsfId(body);
     const std::uint64_t size = body.U64LE();
     if (id == GAsfId::StreamProperties && size >= static_cast<std::uint64_t>(kAsfObjectHeaderSize))
-        embedded = body.Window(std::min<std::uint64_t>(size - static_cast<std::uint64_t>(kAsfObjectHeaderSize), body.Left()));
+        embedded =
+            body.Window(std::min<std::uint64_t>(size - static_cast<std::uint64_t>(kAsfObjectHeaderSize), body.Left()));
     return true;
 }
 

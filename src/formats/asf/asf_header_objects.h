@@ -23,7 +23,7 @@ struct GAsfExtendedStream {
 // What is known of streams before all of them are.
 struct GAsfStreamFacts {
     std::vector<GAsfExtendedStream> extended;
-    std::vector<std::string> languages;                         // UTF-8
+    std::vector<std::string> languages;                           // UTF-8
     std::array<std::uint32_t, kAsfStreamNumbers> averageRates{};  // bit/s
 };
 

@@ -63,8 +63,10 @@ std::optional<GAsfPacket> ReadAsfPacket(GBytes bytes, const GAsfLimits& limits)
 }
 
 GAsfPayloadWalk::GAsfPayloadWalk(const GAsfPacket& announced, std::int64_t position, std::int64_t dataEnd)
-    : packet(announced), at(position + announced.headerSize),
-      padding(position + static_cast<std::int64_t>(announced.PayloadsEnd())), end(std::min(padding, dataEnd)),
+    : packet(announced),
+      at(position + announced.headerSize),
+      padding(position + static_cast<std::int64_t>(announced.PayloadsEnd())),
+      end(std::min(padding, dataEnd)),
       left(announced.PayloadCount())
 {
     broken = at > padding;
@@ -122,9 +124,10 @@ std::optional<GAsfPayload> GAsfPayloadWalk::Next(GScanWindow& window)
 bool IsSoundAsfPacket(GScanWindow& window, std::int64_t position, std::int64_t dataEnd, const GAsfLimits& limits)
 {
     const auto room = static_cast<std::uint64_t>(std::max<std::int64_t>(dataEnd - position, 0));
-    const auto packet =
-        ReadAsfPacket(window.At(position, static_cast<std::size_t>(std::min<std::uint64_t>(room, kAsfPacketHeaderMax))), limits);
-    if (!packet || packet->length > std::max<std::uint64_t>(limits.packetSize, kAsfSmallestPacket) || packet->PayloadCount() == 0)
+    const auto packet = ReadAsfPacket(
+        window.At(position, static_cast<std::size_t>(std::min<std::uint64_t>(room, kAsfPacketHeaderMax))), limits);
+    if (!packet || packet->length > std::max<std::uint64_t>(limits.packetSize, kAsfSmallestPacket) ||
+        packet->PayloadCount() == 0)
         return false;
     GAsfPayloadWalk walk(*packet, position, dataEnd);
     while (const auto payload = walk.Next(window)) {

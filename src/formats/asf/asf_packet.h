@@ -73,10 +73,10 @@ private:
     std::optional<GAsfPayload> Fail();
 
     GAsfPacket packet;
-    std::int64_t at = 0;      // of the next payload
+    std::int64_t at = 0;       // of the next payload
     std::int64_t padding = 0;  // position of the padding
-    std::int64_t end = 0;     // of the bytes that are there
-    std::uint32_t left = 0;   // payloads
+    std::int64_t end = 0;      // of the bytes that are there
+    std::uint32_t left = 0;    // payloads
     bool broken = false;
     bool cutOff = false;
 };

@@ -21,7 +21,7 @@ struct GAsfScanPlan {
     std::int64_t dataStart = 0;
     std::int64_t dataEnd = 0;  // kAsfUntilFileEnd: the data ends with the file
     REFERENCE_TIME preroll = 0;
-    REFERENCE_TIME latest = 0;                 // no object is later, preroll included; 0: not known
+    REFERENCE_TIME latest = 0;                   // no object is later, preroll included; 0: not known
     std::chrono::milliseconds growthPause{500};  // between looks at a file that lacks data
 };
 
