@@ -1,28 +1,10 @@
 #include "support/asf_builder.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace vex::test {
 namespace {
-
-constexpr const char* kIds[] = {
-    "",
-    "3026B2758E66CF11A6D900AA0062CE6C",  // Header
-    "3626B2758E66CF11A6D900AA0062CE6C",
-    "90080033B1E5CF1189F400A0C90349CB",
-    "A1DCAB8C47A9CF118EE400C00C205365",  // FileProperties
-    "9107DCB7B7A9CF118EE600C00C205365",
-    "B503BF5F2EA9CF118EE300C00C205365",
-    "DC29E2D6DA35D111903400A0C90349BE",
-    "CE75F87B8D46D1118D82006097C9A2B2",
-    "CBA5E61472C632438399A96952065B5A",  // ExtendedStreamProperties
-    "CF4986A0754770468A166E35357566CD",
-    "405A46D1795A3843B71BE36B8FD6C249",
-    "A946437CE0EFFC4BB229393EDE415C85",
-    "409E69F84D5BCF11A8FD00805F5C442B",  // AudioMedia
-    "C0EF19BC4D5BCF11A8FD00805F5C442B",
-    "50CDC3BF8F61CF118BB200AA00B4E220",
-};
 
 unsigned Width(unsigned lengthType) { return lengthType == 3 ? 4 : lengthType; }
 
@@ -43,10 +25,9 @@ GAsfBytes& GAsfBytes::Raw(const std::vector<std::uint8_t>& more)
 
 GAsfBytes& GAsfBytes::Id(GAsfId id)
 {
-    const std::string text = id == GAsfId::Unknown ? std::string(32, '5') : kIds[static_cast<unsigned>(id)];
-    for (std::size_t i = 0; i < text.size(); i += 2)
-        Number(std::stoul(text.substr(i, 2), nullptr, 16), 1);
-    return *this;
+    const auto row = std::ranges::find(kAsfIds, id, &GAsfIdRow::id);
+    const GUID guid = row != std::end(kAsfIds) ? row->guid : GUID_NULL;
+    return Number(guid.Data1, 4).Number(guid.Data2, 2).Number(guid.Data3, 2).Raw({guid.Data4, guid.Data4 + 8});
 }
 
 GAsfBytes& GAsfBytes::Object(GAsfId id, const GAsfBytes& body, std::optional<std::uint64_t> size)

@@ -8,11 +8,14 @@
 namespace vex {
 namespace {
 
-constexpr std::size_t kBlock = 128u << 10;          // bytes read at once
-constexpr std::uint64_t kWorkPerCall = 1u << 20;    // bytes
-constexpr std::uint64_t kWorkPerStep = 64;          // counted for a header, in bytes
-constexpr std::uint64_t kTriesPerCall = 32u << 10;  // positions of a search for a packet
-constexpr std::uint64_t kTriesInPackets = 3;        // after so many packet sizes a search gives up
+constexpr std::size_t kBlock = 128u << 10;  // bytes read at once
+// A search looks at places a packet size apart: of large packets it reads the headers alone.
+constexpr std::uint32_t kLargePacket = 16u << 10;    // bytes
+constexpr std::size_t kLargePacketBlock = 2u << 10;  // bytes
+constexpr std::uint64_t kWorkPerCall = 1u << 20;     // bytes
+constexpr std::uint64_t kWorkPerStep = 64;           // counted for a header, in bytes
+constexpr std::uint64_t kTriesPerCall = 8u << 10;    // positions of a search for a packet
+constexpr std::uint64_t kTriesInPackets = 3;         // after so many packet sizes a search gives up
 constexpr REFERENCE_TIME kUnitsPerMillisecond = 10'000;
 
 }  // namespace
@@ -24,6 +27,7 @@ GAsfDataReader::GAsfDataReader(GFileBase& byteSource, const GAsfHeader& fileHead
       damage(damageLog),
       interrupted(interruptFlag),
       window(byteSource, &interruptFlag, kBlock),
+      probe(byteSource, &interruptFlag, fileHeader.packetSize > kLargePacket ? kLargePacketBlock : kBlock),
       fileSize(byteSource.GetSize())
 {
     for (const auto& stream : header.streams)
@@ -55,15 +59,18 @@ void GAsfDataReader::MoveTo(std::int64_t packetPosition)
     suspect = gaveUp = false;
     position = packetPosition;
     window.Forget();
+    probe.Forget();
 }
 
 // Of the file as it is now: asked for again when a read would pass the end known.
 std::int64_t GAsfDataReader::DataEnd(std::int64_t needed)
 {
-    if (needed > fileSize) {
-        fileSize = source.GetSize();
-        limits.dataSize = header.DataSize(fileSize);
+    const std::int64_t now = needed > fileSize ? source.GetSize() : fileSize;
+    if (now != fileSize) {
+        fileSize = now;
+        limits.dataSize = header.DataSize(now);
         window.Forget();
+        probe.Forget();
     }
     return header.DataEnd(fileSize);
 }
@@ -163,8 +170,8 @@ bool GAsfDataReader::FollowsOn(std::int64_t next)
     const std::int64_t end = DataEnd(next);
     if (next >= end)
         return next == end;
-    const std::uint8_t first = window.At(next, 1).empty() ? std::uint8_t{0} : window.At(next, 1)[0];
-    return (first >> 7 != 0) == corrections && IsSoundAsfPacket(window, next, end, limits);
+    const GBytes first = probe.At(next, 1);
+    return !first.empty() && (first[0] >> 7 != 0) == corrections && IsSoundAsfPacket(probe, next, end, limits);
 }
 
 GAsfStep GAsfDataReader::Resync()
@@ -175,8 +182,7 @@ GAsfStep GAsfDataReader::Resync()
         if (end - resync->next < kAsfSmallestPacket)
             break;
         --resync->triesLeft;
-        const std::int64_t behind = resync->next + limits.packetSize;
-        if (FollowsOn(resync->next) && (behind >= end || FollowsOn(behind))) {
+        if (FollowsOn(resync->next) && FollowsOn(resync->next + limits.packetSize)) {
             position = resync->next;
             resync.reset();
             return GAsfStep::Again;

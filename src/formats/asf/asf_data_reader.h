@@ -67,7 +67,8 @@ private:
     const GAsfHeader& header;
     GDamageLog& damage;
     const std::atomic<bool>& interrupted;
-    GScanWindow window;
+    GScanWindow window;  // of the packet being read
+    GScanWindow probe;   // of a search
     GAsfLimits limits;
     std::int64_t fileSize = 0;  // as last asked for
     bool corrections = false;   // packets of this file have error-correction data
