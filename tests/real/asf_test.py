@@ -5,7 +5,7 @@ import random
 import subprocess
 import unittest
 
-from real_media import VEX, RealMedia, Rules, dumped, make, probed, shown, tone, video
+from real_media import VEX, RealMedia, Rules, dumped, make, probed, tone, video
 
 # The file counts from the preroll, and ffprobe from there too; ASF has no times but presentation times.
 RULES = Rules(time="pts", tolerance=1)
@@ -44,9 +44,9 @@ class Asf(RealMedia):
         self.assertEqual(sorted(samples), [0, 1, 2])
         for pin, stream in enumerate((0, 2, 3)):
             self.assert_same_packets(samples[pin], packets[stream], f"stream {stream}")
-        streams = json.loads(subprocess.run([VEX, "probe", "--json", str(path)], check=True, capture_output=True,
-                                            timeout=60).stdout)["files"][0]["streams"]
-        self.assertEqual([stream["name"] for stream in streams], ["Video Pin", "Audio Pin.English", "Audio Pin.German"])
+        pins = json.loads(subprocess.run([VEX, "probe", "--json", str(path)], check=True, capture_output=True,
+                                         timeout=60).stdout)["files"][0]["pins"]
+        self.assertEqual([pin["name"] for pin in pins], ["Video Pin", "Audio Pin.English", "Audio Pin.German"])
 
     def test_a_file_cut_in_the_middle_plays_up_to_the_cut(self):
         path = self.film()

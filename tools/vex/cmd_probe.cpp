@@ -106,7 +106,7 @@ std::string PairsText(const GJson& object, const char* indent)
 std::string Marks(const GJson& properties)
 {
     std::string text;
-    for (const char* mark : {"default", "forced"}) {
+    for (const char* mark : {"default", "forced", "encrypted"}) {
         const auto found = properties.find(mark);
         if (found != properties.end() && *found == true)
             text += std::string(" ") + mark;

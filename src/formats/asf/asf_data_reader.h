@@ -15,7 +15,7 @@
 namespace vex {
 
 enum class GAsfStep : std::uint8_t {
-    Object,  // Complete() has one
+    Object,  // Complete() is valid
     Again,   // the work of one call is done
     End,     // no packet is left
 };

@@ -54,7 +54,7 @@ public:
         for (const GAsfExtendedStream& extended : facts.extended) {
             GAsfEXReadStream* const stream = Find(extended.number);
             if (!stream) {
-                Trace("Extended Stream Properties of stream %d, which there is not\n", int{extended.number});
+                Trace("Extended Stream Properties of an unknown stream %d\n", int{extended.number});
                 continue;
             }
             if (extended.languageIndex < facts.languages.size())

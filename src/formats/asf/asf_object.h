@@ -71,7 +71,7 @@ struct GAsfObject {
     std::int64_t BodyPosition() const { return position + kAsfObjectHeaderSize; }
 };
 
-// Nothing is checked but that 24 bytes can be read.
+// Fails only if 24 bytes cannot be read; the size is not checked.
 GResult<GAsfObject> ReadAsfObject(GFileBase& source, std::int64_t position);
 
 // True when the object has room for its own header and ends at or before `end`.

@@ -38,7 +38,7 @@ struct GAsfLimits {
 };
 
 // Reads the packet header at the start of `bytes`, which has kAsfPacketHeaderMax bytes of the file or what is left of it.
-// Nothing when it contradicts itself or does not lie in `bytes` as a whole.
+// Empty if it contradicts itself or is not complete.
 std::optional<GAsfPacket> ReadAsfPacket(GBytes bytes, const GAsfLimits& limits);
 
 struct GAsfPayload {
@@ -62,8 +62,8 @@ public:
     // The packet starts at `position`. What lies at or behind `dataEnd` is not there.
     GAsfPayloadWalk(const GAsfPacket& announced, std::int64_t position, std::int64_t dataEnd);
 
-    // The next payload's header, and a step over its data. Nothing behind the last one, and where the packet is malformed
-    // or cut off: Broken and CutOff tell.
+    // The next payload's header, and a step over its data. Empty behind the last one, and where the packet is malformed or
+    // cut off: see Broken and CutOff.
     std::optional<GAsfPayload> Next(GScanWindow& window);
     bool Broken() const { return broken; }
     bool CutOff() const { return cutOff; }

@@ -107,7 +107,8 @@ void GAsfExReadHandler::StartUserIndex()
     GAsfScanPlan plan;
     plan.stream = reference->number;
     plan.video = reference->kind == GAsfKind::Video;
-    plan.limits = {header.packetSize, header.DataSize(source->GetSize())};
+    // A broadcast may still grow.
+    plan.limits = {header.packetSize, header.dataEnd == kAsfUntilFileEnd ? UINT64_MAX : header.DataSize(0)};
     plan.dataStart = header.dataStart;
     plan.dataEnd = header.dataEnd;
     plan.preroll = header.preroll;

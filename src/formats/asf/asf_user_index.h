@@ -32,8 +32,8 @@ public:
 
     // The time of the last entry, without preroll; 0 when there is none. Any thread.
     REFERENCE_TIME IndexedUpTo() const { return upTo.load(std::memory_order_acquire); }
-    // The packet to start from for a time without preroll: of the last entry at or before it, or the first one. Nothing
-    // when there is no entry or the time lies behind the duration. Any thread.
+    // The packet to start from for a time without preroll: of the last entry at or before it, or the first one. Empty
+    // if there is no entry or the time lies behind the duration. Any thread.
     std::optional<std::int64_t> Find(REFERENCE_TIME time) const G_EXCLUDES(lock);
 
 private:
