@@ -1,4 +1,4 @@
-// The frames of a raw audio file (MP3, ADTS): one after the other, found again behind what is none.
+// The frames of a raw audio file (MP3, ADTS): one after the other, with resynchronisation behind damage.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 
 namespace vex {
 
-// A stretch of the file that was passed over.
+// A range of the file that was skipped.
 struct GFrameLoss {
     std::int64_t position = 0;  // bytes
     std::uint64_t bytes = 0;

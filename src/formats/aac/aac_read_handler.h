@@ -35,7 +35,7 @@ struct GAdtsSyntax {
     {
         return !bytes.empty() && bytes[0] == 0xFF && (bytes.size() < 2 || (bytes[1] & 0xF0) == 0xF0);
     }
-    // What is left over of 100 ns is dropped at every frame.
+    // Truncated to 100 ns at every frame.
     static REFERENCE_TIME StopTime(const GAdtsHeader& header, REFERENCE_TIME start)
     {
         const double length = static_cast<double>(kUnitsPerSecond) / (header.sampleRate / kSamplesPerFrame);

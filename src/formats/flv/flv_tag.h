@@ -57,10 +57,10 @@ struct FlvTag {
     std::int64_t unitPos = 0;     // of its PreviousTagSize
     std::int64_t payloadPos = 0;  // of what is delivered
     std::int64_t nextPos = 0;     // of the next unit
-    std::uint8_t type = 0;  // kFlvScript for tags that carry nothing to be decoded: codec headers, commands, empty ones
-    std::uint8_t header = 0;  // first payload byte of an audio or video tag
-    std::uint32_t size = 0;   // bytes to deliver
-    REFERENCE_TIME time = 0;  // 100 ns, composition time included: may be negative
+    std::uint8_t type = 0;        // kFlvScript for tags that are not delivered: codec headers, commands, empty ones
+    std::uint8_t header = 0;      // first payload byte of an audio or video tag
+    std::uint32_t size = 0;       // bytes to deliver
+    REFERENCE_TIME time = 0;      // 100 ns, composition time included: may be negative
 
     bool IsAudio() const { return type == kFlvAudio; }
     bool IsVideo() const { return type == kFlvVideo; }

@@ -43,7 +43,7 @@ struct GMp3Syntax {
     {
         return bytes.size() >= 3 && bytes[0] == 0xFF && (bytes[1] & 0xE0) == 0xE0 && (bytes[2] & 0xF0) != 0xF0;
     }
-    // What is left over of 100 ns is dropped at every frame.
+    // Truncated to 100 ns at every frame.
     static REFERENCE_TIME StopTime(const GMp3Header& header, REFERENCE_TIME start)
     {
         return start + kMp3FrameUnits / header.ScaledRate();
