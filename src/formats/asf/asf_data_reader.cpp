@@ -139,8 +139,9 @@ GAsfStep GAsfDataReader::BeginPacket()
 // A packet in which something is wrong may not be one: then the next one is where one makes sense.
 void GAsfDataReader::FinishPacket()
 {
-    const bool cutOff = walk->CutOff();
-    if (walk->Broken()) {
+    // A packet that reaches beyond the data only by what it says of itself is not cut off, it lies.
+    const bool cutOff = walk->CutOff() && position + limits.packetSize > DataEnd(0);
+    if (walk->Broken() || (walk->CutOff() && !cutOff)) {
         suspect = true;
         damage.Add("a data packet contradicts itself", position);
     }
@@ -177,7 +178,8 @@ bool GAsfDataReader::FollowsOn(std::int64_t next)
 GAsfStep GAsfDataReader::Resync()
 {
     workDone = kWorkPerCall;
-    for (std::uint64_t tries = std::min(resync->triesLeft, kTriesPerCall); tries > 0; --tries) {
+    for (std::uint64_t tries = std::min(resync->triesLeft, kTriesPerCall);
+         tries > 0 && !interrupted.load(std::memory_order_acquire); --tries) {
         const std::int64_t end = DataEnd(resync->next);
         if (end - resync->next < kAsfSmallestPacket)
             break;
@@ -229,7 +231,8 @@ bool GAsfDataReader::JoinPayload(const GAsfPayload& payload, GAsfEXReadStream& s
     }
     GAsfJoin joined{};
     if (payload.DescribesObject())
-        joined = stream.Begin({payload.keyFrame, payload.objectSize, payload.offset,
+        joined = stream.Begin({payload.keyFrame, payload.objectSize,
+                               payload.hasOffset ? std::optional(payload.offset) : std::nullopt,
                                payload.presentationMs * kUnitsPerMillisecond + stream.timeOffset},
                               payload.dataSize);
     else
@@ -285,7 +288,8 @@ void GAsfDataReader::AppendBytes(GAsfEXReadStream& stream, std::int64_t from, st
             damage.Add("a payload cannot be read", from, size);
             return;
         }
-        stream.Append(bytes);
+        if (!stream.Append(bytes))
+            return;
         from += static_cast<std::int64_t>(bytes.size());
         size -= bytes.size();
     }

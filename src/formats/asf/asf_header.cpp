@@ -18,11 +18,12 @@ constexpr std::size_t kIndexFieldsSize = 16 + 8 + 4 + 4;
 constexpr std::size_t kIndexEntrySize = 6;
 constexpr std::uint64_t kMaxIndexEntries = 1u << 22;  // of all indexes; at one a second they cover 48 days
 constexpr int kMaxObjectsBehindData = 4096;
-constexpr std::size_t kMaxExtendedStreams = 1024;  // of honest files at most 127
+constexpr int kMaxHeaderObjects = 64 << 10;           // honest headers have a few dozen
+constexpr std::uint64_t kMaxHeaderBytes = 64u << 20;  // of all objects that are read
+constexpr std::size_t kMaxExtendedStreams = 1024;     // of honest files at most 127
 
 GError AsfError(GErrorKind kind, const char* what, std::int64_t position)
 {
-    Trace("AsfEX File Handler Error(%s)\n", what);
     return {kind, what, static_cast<std::uint64_t>(position)};
 }
 
@@ -36,7 +37,9 @@ public:
 
     GStatus ReadChildren(std::int64_t position, std::int64_t end)
     {
-        while (end - position >= kAsfObjectHeaderSize) {
+        for (int left = kMaxHeaderObjects; end - position >= kAsfObjectHeaderSize; --left) {
+            if (left == 0)
+                return AsfError(GErrorKind::Limit, "the header has too many objects", position);
             G_TRY(const GAsfObject object, ReadAsfObject(source, position));
             if (!FitsBefore(object, end))
                 return AsfError(GErrorKind::Malformed, "an object does not fit the header", position);
@@ -75,7 +78,13 @@ private:
     struct GSeen {
         std::uint32_t bits = 0;
         bool contains(GAsfId id) const { return (bits >> static_cast<unsigned>(id) & 1) != 0; }
-        bool Insert(GAsfId id) { return std::exchange(bits, bits | 1u << static_cast<unsigned>(id)) != bits; }
+        // False when it is in there already.
+        bool Insert(GAsfId id)
+        {
+            const bool fresh = !contains(id);
+            bits |= 1u << static_cast<unsigned>(id);
+            return fresh;
+        }
     };
 
     GStatus ReadChild(const GAsfObject& object)
@@ -93,6 +102,9 @@ private:
         default:
             return {};
         }
+        bytesRead += object.size;
+        if (bytesRead > kMaxHeaderBytes)
+            return AsfError(GErrorKind::Limit, "the objects of the header are too large", object.position);
         G_TRY(const std::vector<std::uint8_t> bytes, ReadAsfBody(source, object));
         const GByteReader body(bytes, static_cast<std::uint64_t>(object.BodyPosition()));
         if (object.id == GAsfId::FileProperties)
@@ -139,7 +151,7 @@ private:
             std::optional<GByteReader> embedded;
             Check(ReadAsfExtendedStream(body, facts, embedded), position);
             if (embedded)
-                return AddStream(*embedded);
+                Check(AddStream(*embedded).Ok(), position);
         }
         return {};
     }
@@ -171,6 +183,7 @@ private:
     GAsfHeader& header;
     GAsfStreamFacts facts;
     GSeen seen;
+    std::uint64_t bytesRead = 0;
 };
 
 // A broadcast has no sizes: what is there when it ends is its data.

@@ -92,6 +92,7 @@ std::optional<GAsfPayload> GAsfPayloadWalk::Next(GScanWindow& window)
     payload.stream = number & kStreamMask;
     payload.keyFrame = (number & kKeyFrameFlag) != 0;
     ReadField(reader, packet.propertyFlags >> 4);  // media object number
+    payload.hasOffset = (packet.propertyFlags >> 2 & 3) != 0;
     payload.offset = ReadField(reader, packet.propertyFlags >> 2);
     payload.replicatedLength = ReadField(reader, packet.propertyFlags);
     const std::size_t headerSize = reader.Pos();

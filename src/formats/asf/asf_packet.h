@@ -37,13 +37,14 @@ struct GAsfLimits {
     std::uint64_t dataSize = 0;    // of the Data Object
 };
 
-// Reads the packet header at the start of `bytes`, which has kAsfPacketHeaderMax bytes of the file or what is left of it.
-// Empty if it contradicts itself or is not complete.
+// Reads the packet header at the start of `bytes`, which has kAsfPacketHeaderMax bytes of the file or what is left of
+// it. Empty if it contradicts itself or is not complete.
 std::optional<GAsfPacket> ReadAsfPacket(GBytes bytes, const GAsfLimits& limits);
 
 struct GAsfPayload {
     std::uint16_t stream = 0;
     bool keyFrame = false;
+    bool hasOffset = false;              // the packet has such a field
     std::uint32_t offset = 0;            // into the media object; a time in ms when compressed
     std::uint32_t replicatedLength = 0;  // bytes
     std::uint32_t objectSize = 0;        // bytes; with 8 or more replicated bytes
@@ -62,8 +63,8 @@ public:
     // The packet starts at `position`. What lies at or behind `dataEnd` is not there.
     GAsfPayloadWalk(const GAsfPacket& announced, std::int64_t position, std::int64_t dataEnd);
 
-    // The next payload's header, and a step over its data. Empty behind the last one, and where the packet is malformed or
-    // cut off: see Broken and CutOff.
+    // The next payload's header, and a step over its data. Empty behind the last one, and where the packet is malformed
+    // or cut off: see Broken and CutOff.
     std::optional<GAsfPayload> Next(GScanWindow& window);
     bool Broken() const { return broken; }
     bool CutOff() const { return cutOff; }

@@ -26,7 +26,7 @@ std::string LanguageName(const std::string& code)
     return name.empty() ? code : name;
 }
 
-GStreamInfo Describe(const GAsfEXReadStream& stream)
+GStreamInfo DescribeStream(const GAsfEXReadStream& stream)
 {
     GStreamInfo info;
     info.number = stream.number;
@@ -72,9 +72,12 @@ GAsfExReadHandler::GAsfExReadHandler(std::unique_ptr<GFileBase> file, std::chron
 
 GStatus GAsfExReadHandler::OpenContainer()
 {
-    {
-        G_TRY(header, ReadAsfHeader(*source, damage, Interrupted()));
+    auto read = ReadAsfHeader(*source, damage, Interrupted());
+    if (!read.Ok()) {
+        Trace("AsfEX File Handler Error(%s)\n", Describe(read.Error()).c_str());
+        return read.Error();
     }
+    header = std::move(read).Value();
     SelectAsfStreams(header);
     DescribeStreams();
     reader = std::make_unique<GAsfDataReader>(*source, header, damage, Interrupted());
@@ -94,7 +97,7 @@ void GAsfExReadHandler::DescribeStreams()
 {
     for (const auto& stream : header.streams)
         if (stream->enabled && stream->selected)
-            infos.push_back(Describe(*stream));
+            infos.push_back(DescribeStream(*stream));
 }
 
 void GAsfExReadHandler::StartUserIndex()
@@ -133,6 +136,7 @@ GReadStatus GAsfExReadHandler::ReadPacket(GNextPacket& next)
     case GAsfStep::Again:
         return GReadStatus::Again;
     case GAsfStep::End:
+        Trace("-----FAILED(hr) - GetPacketInfo()\n");
         return GReadStatus::End;
     case GAsfStep::Object:
         break;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "platform/trace.h"
@@ -16,11 +17,15 @@ constexpr std::uint32_t kFirstRoom = 256u << 10;
 void Reorder(const GAsfSpread& spread, GBytes rows, std::span<std::uint8_t> order)
 {
     std::size_t written = 0;
-    for (std::size_t column = 0; column < std::size_t{spread.packetLength} / spread.chunkLength; ++column) {
-        for (std::size_t row = 0; row < spread.span; ++row) {
+    // A few bytes must not cost a walk over all the places that 255 rows of 64 KiB have.
+    const std::size_t rowsThere =
+        std::min<std::size_t>(spread.span, (rows.size() + spread.packetLength - 1) / spread.packetLength);
+    const std::size_t columns = std::size_t{spread.packetLength} / spread.chunkLength;
+    for (std::size_t column = 0; column < columns && written < rows.size(); ++column) {
+        for (std::size_t row = 0; row < rowsThere; ++row) {
             const std::size_t from = row * spread.packetLength + column * spread.chunkLength;
             if (from >= rows.size())
-                continue;
+                break;
             const std::size_t count = std::min<std::size_t>(spread.chunkLength, rows.size() - from);
             std::memcpy(order.data() + written, rows.data() + from, count);
             written += count;
@@ -50,20 +55,20 @@ GAsfJoin GAsfEXReadStream::Begin(const GObjectStart& start, std::uint64_t payloa
     if (receiving && presentationTime > start.time)
         return GAsfJoin::Malformed;
     if (receiving && presentationTime == start.time) {
-        if (start.offset > object.Size()) {  // a part between is lost, and with it the object
+        const std::size_t offset = start.offset.value_or(static_cast<std::uint32_t>(object.Size()));
+        if (offset > object.Size()) {  // a part between is lost, and with it the object
             Drop();
             return GAsfJoin::Malformed;
         }
-        return start.offset < object.Size() ? GAsfJoin::Malformed : Continue(payloadSize);
+        return offset < object.Size() ? GAsfJoin::Malformed : Continue(payloadSize);
     }
-    if (start.offset != 0) {
+    if (start.offset.value_or(0) != 0) {
         Drop();
-        return start.offset > start.size ? GAsfJoin::Malformed : GAsfJoin::Skipped;
+        return *start.offset > start.size ? GAsfJoin::Malformed : GAsfJoin::Skipped;
     }
     if (payloadSize > start.size)
         return GAsfJoin::Malformed;
-    Start(start);
-    return GAsfJoin::Joined;
+    return Start(start) ? GAsfJoin::Joined : GAsfJoin::Skipped;
 }
 
 GAsfJoin GAsfEXReadStream::Continue(std::uint64_t payloadSize)
@@ -73,14 +78,34 @@ GAsfJoin GAsfEXReadStream::Continue(std::uint64_t payloadSize)
     return payloadSize > objectSize - object.Size() ? GAsfJoin::Malformed : GAsfJoin::Joined;
 }
 
-void GAsfEXReadStream::Start(const GObjectStart& start)
+// False without memory: then there is no object, and what belongs to it is skipped.
+bool GAsfEXReadStream::Start(const GObjectStart& start)
 {
-    object.Resize(std::min(start.size, kFirstRoom));
+    Drop();
+    try {
+        object.Resize(std::min(start.size, kFirstRoom));
+    } catch (const std::bad_alloc&) {
+        Trace("No memory for a media object of stream %d\n", int{number});
+        return false;
+    }
     object.Clear();
     receiving = true;
     keyFrame = start.keyFrame || kind == GAsfKind::Audio;
     objectSize = start.size;
     presentationTime = start.time;
+    return true;
+}
+
+bool GAsfEXReadStream::Append(GBytes bytes)
+{
+    try {
+        object.Append(bytes);
+        return true;
+    } catch (const std::bad_alloc&) {
+        Trace("No memory for a media object of stream %d\n", int{number});
+        Drop();
+        return false;
+    }
 }
 
 void GAsfEXReadStream::Take(GBuffer& data)

@@ -43,18 +43,18 @@ public:
     // A payload whose replicated data describe its object.
     struct GObjectStart {
         bool keyFrame = false;
-        std::uint32_t size = 0;    // bytes of the whole object
-        std::uint32_t offset = 0;  // bytes of the object ahead of this payload
-        REFERENCE_TIME time = 0;   // 100 ns, preroll included
+        std::uint32_t size = 0;                 // bytes of the whole object
+        std::optional<std::uint32_t> offset{};  // bytes of the object ahead of this payload; nothing: not said
+        REFERENCE_TIME time = 0;                // 100 ns, preroll included
     };
 
     // Decides whether `payloadSize` bytes may be appended, and starts an object where one is due. Joined: Append what
-    // was announced. Throws std::bad_alloc.
+    // was announced. Skipped, too, when there is no memory for the object.
     GAsfJoin Begin(const GObjectStart& start, std::uint64_t payloadSize);
     // The same for a payload without replicated data.
     GAsfJoin Continue(std::uint64_t payloadSize);
-    // Bytes of a payload that Begin or Continue took.
-    void Append(GBytes bytes) { object.Append(bytes); }
+    // Bytes of a payload that Begin or Continue took. False when memory ran short: the object is dropped.
+    bool Append(GBytes bytes);
     // The object in progress has all its bytes. One of no bytes counts too.
     bool IsComplete() const { return receiving && object.Size() == objectSize; }
     // Hands the complete object out, in order. `data` gets its bytes, and its own buffer serves the next object.
@@ -81,7 +81,7 @@ public:
     REFERENCE_TIME presentationTime = 0;  // 100 ns, preroll included
 
 private:
-    void Start(const GObjectStart& start);
+    bool Start(const GObjectStart& start);
 
     GBuffer object;  // the bytes received
     GBuffer spare;   // for the descrambler
