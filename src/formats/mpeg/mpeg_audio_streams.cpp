@@ -83,6 +83,10 @@ GMpegParse GMpeg2AC3Stream::Parse(GBytes payload, GMpegTrust trust)
 {
     if (FindBytes(payload, kDtsSync) != kNotFound)
         return {};
+    // Where any place counts the first sync word decides: E-AC-3 has the same one, and its data have more by chance.
+    const std::size_t first = FindBytes(payload, kAc3Sync);
+    if (trust == GMpegTrust::Anywhere && (first == kNotFound || !ReadAc3(payload.subspan(first))))
+        return {};
     const auto [header, at] =
         FindFrame(payload, kAc3Sync[0], trust, ReadAc3, [](const GAc3Header& found) { return found.FrameSize(); });
     if (!header)
@@ -113,7 +117,7 @@ GMpegParse GMpeg2DTSStream::Parse(GBytes payload)
     return {.stream = std::make_unique<GMpeg2DTSStream>(*header)};
 }
 
-// The average is 1000 times the bit rate, in bytes: what decoders of this type have always been given.
+// The average is 1000 times the bit rate, in bytes: decoders of this type expect it.
 std::vector<CMediaType> GMpeg2DTSStream::MediaTypes() const
 {
     const WAVEFORMATEX wave =

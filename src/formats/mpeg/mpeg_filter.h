@@ -5,12 +5,7 @@
 
 namespace vex {
 
-inline constexpr GFilterRules kMpegRules{
-    .queue = {.minimumBytes = 16 * kMiB},
-    .mediaTimes = GMediaTimeRule::None,
-    .preroll = GPrerollRule::BeforeZero,
-    .resize = GResizeRule::Abort,
-};
+inline constexpr GFilterRules kMpegRules{.queue = {.minimumBytes = 16 * kMiB}};
 
 class CMPG2_Filter final : public CVexFilter {
 public:

@@ -13,7 +13,7 @@ constexpr std::size_t kPackets = 5;  // that have to follow each other
 constexpr struct {
     std::size_t packetBytes;
     std::size_t offset;
-} kLayouts[] = {{188, 0}, {192, 4}, {204, 0}};
+} kLayouts[] = {{188, 0}, {192, 4}};
 
 // How many sync bytes there are at a packet's distance from each other, up to five; 0 when one is missing.
 std::size_t SyncsFrom(GBytes start, std::size_t first, std::size_t packetBytes)

@@ -64,11 +64,13 @@ GMpeg2ReadHandler::GMpeg2ReadHandler(std::unique_ptr<GFileBase> file, GMpegPinNa
 
 GStatus GMpeg2ReadHandler::OpenContainer()
 {
-    lookWindow = std::make_unique<GScanWindow>(*source, nullptr, kLookBlock);
+    lookWindow = std::make_unique<GScanWindow>(*source, &Interrupted(), kLookBlock);
+    readWindow = std::make_unique<GScanWindow>(*source, &Interrupted(), kReadBlock);
     layout = DetectMpegLayout(*lookWindow);
     if (layout.containerType == GMpegContainer::Unknown)
         return GError{GErrorKind::Malformed, "neither a transport stream nor a program stream begins here", 0};
-    GMpegStreamFinder finder(*lookWindow, layout, Interrupted());
+    // A packet and what follows it are in the window: a look from one to the other does not move it.
+    GMpegStreamFinder finder(*readWindow, layout, Interrupted());
     finder.Scan(damage);
     if (finder.WasInterrupted())
         return GError{GErrorKind::Aborted, "the search for streams was interrupted", 0};
@@ -81,9 +83,10 @@ GStatus GMpeg2ReadHandler::OpenContainer()
         navigation.Extend(*lookWindow, size);
     search = std::make_unique<GMpegSearch>(*lookWindow, layout, streams, navigation, size);
     search->ComputeDuration();
+    if (finder.WasInterrupted())
+        return GError{GErrorKind::Aborted, "the search for the duration was interrupted", 0};
     for (const GMpeg2StreamPtr& stream : streams)
         infos.push_back(Describe(*stream));
-    readWindow = std::make_unique<GScanWindow>(*source, &Interrupted(), kReadBlock);
     if (layout.IsTransport())
         transport = std::make_unique<GTransportWalker>(*readWindow, layout);
     else

@@ -112,7 +112,8 @@ int GMpegSearch::ProgramDuration()
     std::int64_t until = fileSize - kProgramTail;
     const std::int64_t from = std::max<std::int64_t>(kProgramHead, until - kProgramLook);
     for (;;) {
-        const GScanResult result = window.FindBackward(from, until, 4, IsPacketCode);
+        // As wide as what ProgramTime looks at: a look ahead of the window would move it with every start code.
+        const GScanResult result = window.FindBackward(from, until, kMostPesHeader + 1, IsPacketCode);
         if (!result.Found())
             return 0;
         const auto time = ProgramTime(result.position);
@@ -144,10 +145,12 @@ std::optional<REFERENCE_TIME> GMpegSearch::FindTime(std::int64_t from, std::int6
         const GMpegStep step = walker.Next(packet);
         if (step == GMpegStep::End)
             break;
-        if (step == GMpegStep::Lost)
-            walker.Resync(until);
-        else if (const auto time = TransportTime(packet, position))
+        if (step == GMpegStep::Lost) {
+            if (!walker.Resync(until))  // interrupted, it does not move
+                break;
+        } else if (const auto time = TransportTime(packet, position)) {
             return time;
+        }
     }
     return std::nullopt;
 }
@@ -182,11 +185,15 @@ std::int64_t GMpegSearch::SeekTo(REFERENCE_TIME target)
     for (int step = 1; high.position - low.position > kNearEnough; ++step) {
         const std::int64_t guess = Guess(low, high, early, step % kHalving == 0);
         const auto time = FindTime(guess, std::min(fileSize, guess + kProbeLook));
-        if (time && *time < early)
+        if (time)
+            Trace("SEARCH : %lld", static_cast<long long>(*time));
+        if (time && *time < early) {
             low = {guess, *time};
-        else
+            Trace("(-%lld)\n", static_cast<long long>(early - *time));
+        } else {
             high = {guess, time.value_or(high.time)};
-        Trace("SEARCH : %lld", static_cast<long long>(time.value_or(-1)));
+            Trace("(%lld)\n", static_cast<long long>(high.time - early));
+        }
     }
     Trace("\nSEEKPOS %lld\n\n", static_cast<long long>(low.position));
     lastSeek = {low.position, target};

@@ -12,6 +12,8 @@ constexpr std::int64_t kTablePackets = 5577;
 constexpr std::int64_t kStreamPackets = 55770;
 constexpr int kProgramSteps = 700;
 constexpr int kProgramStepsAtLeast = 100;
+// Looked at for first times, whether or not the streams are found before.
+constexpr int kProgramTimePackets = 100;
 constexpr std::size_t kProgramOffer = 2048;       // bytes of a packet that are offered to the parsers
 constexpr std::int64_t kProgramSearch = 1 << 20;  // bytes passed over in the whole scan
 
@@ -29,10 +31,11 @@ struct GOfferRules {
     bool last = false;                     // no more bytes of the packet are going to come
 };
 
-// Private data of a known kind of sound: a sync word is believed wherever it is.
-bool IsListedSound(const GProgramEntry* entry)
+// The map says that it is AC-3: a sync word is believed wherever it is. Other private data has some by chance.
+bool IsListedAc3(const GProgramEntry* entry)
 {
-    return entry && (entry->streamType == 0x06 || (entry->streamType >= 0x80 && entry->streamType <= 0x87));
+    constexpr std::uint8_t kAc3Type = 0x81;
+    return entry && (entry->streamType == kAc3Type || entry->ac3);
 }
 
 GMpegParse ParseAudio(GBytes payload, const GOfferRules& rules)
@@ -64,7 +67,7 @@ GMpegParse ParsePrivate(GBytes payload, const GOfferRules& rules)
 {
     if (GMpegParse dts = GMpeg2DTSStream::Parse(payload); dts.stream)
         return dts;
-    const bool anywhere = !rules.transport || (rules.last && IsListedSound(rules.entry));
+    const bool anywhere = !rules.transport || (rules.last && IsListedAc3(rules.entry));
     if (GMpegParse ac3 = GMpeg2AC3Stream::Parse(payload, anywhere ? GMpegTrust::Anywhere : GMpegTrust::Confirmed);
         ac3.stream)
         return ac3;
@@ -226,6 +229,7 @@ void GMpegStreamFinder::ScanProgram()
 {
     GProgramWalker walker(window, layout);
     std::int64_t searched = 0;
+    int packets = 0;
     GProgramUnit unit;
     for (int step = 0; step < kProgramSteps && searched < kProgramSearch && !WasInterrupted();) {
         switch (walker.Next(unit)) {
@@ -245,7 +249,9 @@ void GMpegStreamFinder::ScanProgram()
             SeeNavigation(walker.Bytes(unit, kNavigationBytes), unit.position);
         else if (unit.IsPacket())
             TakeProgram(unit, walker.Bytes(unit, kProgramOffer));
-        if (step > kProgramStepsAtLeast && HasPictureAndSound())
+        packets += unit.IsPacket() ? 1 : 0;
+        allFound = allFound || (step > kProgramStepsAtLeast && HasPictureAndSound());
+        if (allFound && packets >= kProgramTimePackets)
             return;
     }
 }
@@ -278,7 +284,7 @@ void GMpegStreamFinder::TakeProgram(const GProgramUnit& unit, GBytes bytes)
     if (!laterPart)
         SeeTime(number, header);
     bool cut = false;
-    if (!Find(number))
+    if (!allFound && !Find(number))
         Offer(number, bytes, nullptr, true, cut);
 }
 
@@ -334,7 +340,7 @@ std::string GMpegStreamFinder::Met() const
     std::string list;
     const auto add = [&list](const std::string& name) {
         constexpr std::size_t kLongest = 160;
-        if (list.find(name) == std::string::npos && list.size() < kLongest)
+        if ((", " + list + ", ").find(", " + name + ", ") == std::string::npos && list.size() < kLongest)
             list += (list.empty() ? "" : ", ") + name;
     };
     for (const GProgramEntry& entry : tables.Entries()) {

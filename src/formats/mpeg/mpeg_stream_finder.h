@@ -26,7 +26,7 @@ public:
 
     std::vector<GMpeg2StreamPtr> streams;  // in the order of discovery
     GMpegNavigation navigation;
-    // Of what was met, for an error: "H.265, private data", "0xE0".
+    // Of what was met, for an error: "H.265, private data", "stream 0xE0".
     std::string Met() const;
     bool WasInterrupted() const { return interrupted.load(std::memory_order_acquire); }
 
@@ -60,6 +60,7 @@ private:
     GProgramTables tables;
     std::map<std::uint32_t, GFirst> firsts;  // by stream number
     std::map<std::uint32_t, GPending> pending;
+    bool allFound = false;   // of a program stream: only times are looked for now
     bool laterPart = false;  // a part of a DVD behind the first one was met
 };
 

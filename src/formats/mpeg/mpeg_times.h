@@ -13,8 +13,7 @@ inline constexpr std::int64_t kPtsWrap = std::int64_t{1} << 33;
 // A fall of more than this is a wrap. Smaller ones are reordered pictures or a joined recording.
 inline constexpr std::int64_t kPtsFall = std::int64_t{1} << 32;
 
-// A presentation time in a stream whose first one is `first`: how far it may have wrapped is not known from what lies
-// between.
+// Ticks of a time met anywhere in a stream whose first time is `first`. At most one wrap is assumed.
 constexpr std::int64_t PtsAfter(std::int64_t first, std::uint64_t pts)
 {
     const auto ticks = static_cast<std::int64_t>(pts);

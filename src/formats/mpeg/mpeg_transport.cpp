@@ -41,7 +41,7 @@ constexpr GTypeRow kTypes[]{
     {0x33, "H.266", false},
     {0x42, "AVS", false},
     {0x81, "AC-3", true},
-    {0x87, "E-AC-3", true},
+    {0x87, "E-AC-3", false},
     {0x90, "PGS subtitles", false},
     {0x91, "interactive graphics", false},
     {0x92, "text subtitles", false},
@@ -74,6 +74,7 @@ void ReadDescriptors(GByteReader loop, GProgramEntry& entry)
     constexpr std::uint8_t kVbiTeletext = 0x46;
     constexpr std::uint8_t kTeletext = 0x56;
     constexpr std::uint8_t kSubtitling = 0x59;
+    constexpr std::uint8_t kAc3 = 0x6A;
     while (loop.Left() >= 2) {
         const std::uint8_t tag = loop.U8();
         GByteReader body = loop.Window(loop.U8());
@@ -81,6 +82,7 @@ void ReadDescriptors(GByteReader loop, GProgramEntry& entry)
         if (tag == kLanguage && code.size() == 3 && entry.language.empty())
             entry.language.assign(code.begin(), code.end());
         entry.subtitles |= tag == kVbi || tag == kVbiTeletext || tag == kTeletext || tag == kSubtitling;
+        entry.ac3 |= tag == kAc3;
     }
 }
 

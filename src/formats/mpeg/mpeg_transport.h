@@ -93,6 +93,7 @@ struct GProgramEntry {
     std::uint16_t pid = 0;
     std::string language;    // ISO 639-2, or empty
     bool subtitles = false;  // teletext or DVB subtitles among private data
+    bool ac3 = false;        // AC-3 among private data
 
     bool IsAac() const { return streamType == 0x0F; }
     // Whether one of our parsers may accept it.

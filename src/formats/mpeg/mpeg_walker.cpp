@@ -38,7 +38,7 @@ GMpegLayout FindTransport(GBytes start)
         return at + packetSize < start.size() && start[at] == kTransportSync &&
                start[at + packetSize] == kTransportSync;
     };
-    for (std::size_t at = 0; at + kTransportPacketSize < start.size(); ++at) {
+    for (std::size_t at = 0; at < kMpegDetectBytes; ++at) {
         for (const std::uint32_t packetSize : {std::uint32_t{kTransportPacketSize}, kStampedSize})
             if (syncs(at, packetSize))
                 return TransportAt(at, packetSize);
@@ -61,7 +61,7 @@ GMpegLayout DetectMpegLayout(GScanWindow& window)
     layout.containerType = PackKind(start);
     if (layout.containerType != GMpegContainer::Unknown)
         return layout;
-    layout = FindTransport(start);
+    layout = FindTransport(window.At(0, kMpegDetectBytes + kStampedSize));
     if (layout.containerType != GMpegContainer::Unknown)
         return layout;
     const GScanResult pack =
