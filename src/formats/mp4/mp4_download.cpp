@@ -116,6 +116,8 @@ GStatus GMp4Download::Conclude(const GHttpResult& result)
         return GError{GErrorKind::Unsupported, "this build cannot download files", 0};
     if (result.outcome == Failed)
         shortfall = result.text;
+    if (result.outcome == Aborted)  // not by this object: Run has looked at stopDownload
+        shortfall = "the system ended the transfer";
     if (sink.Total() == 0 && !shortfall.empty())
         return GError{GErrorKind::Io, "the download failed:", 0, 0, shortfall};
     if (sink.Total() == 0)

@@ -148,7 +148,9 @@ bool GHttpClient::GTransfer::SetOptions(const std::string& url, const std::strin
     return headers && set(CURLOPT_URL, url.c_str()) && set(CURLOPT_USERAGENT, agent.c_str()) &&
            set(CURLOPT_HTTPHEADER, headers.get()) && set(CURLOPT_NOSIGNAL, 1L) &&
            set(CURLOPT_PROTOCOLS_STR, "http,https") && set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https") &&
-           set(CURLOPT_FOLLOWLOCATION, 1L) && set(CURLOPT_MAXREDIRS, static_cast<long>(kHttpMaxRedirects)) &&
+           // The client lives as long as the filter that plays the file; the server's connection must not.
+           set(CURLOPT_FORBID_REUSE, 1L) && set(CURLOPT_FOLLOWLOCATION, 1L) &&
+           set(CURLOPT_MAXREDIRS, static_cast<long>(kHttpMaxRedirects)) &&
            // Later versions leave out the reason in words.
            set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1)) && set(CURLOPT_BUFFERSIZE, kReadSize) &&
            // The answer of a proxy to CONNECT is not the answer to the request.
