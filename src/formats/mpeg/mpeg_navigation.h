@@ -37,7 +37,6 @@ public:
     void Clear() { entries.clear(); }
 
     bool Empty() const { return entries.empty(); }
-    const std::vector<GNavigationEntry>& Entries() const { return entries; }
     // Whether `entry` belongs to another part than the first one.
     bool IsLater(const GNavigationEntry& entry) const { return !entries.empty() && entry.vob != entries.front().vob; }
 

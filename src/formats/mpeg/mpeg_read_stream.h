@@ -52,14 +52,12 @@ public:
         const std::int64_t ticks = clock.Unwrap(pts);
         if (!firstPts)
             firstPts = ticks;
-        lastPts = ticks;
         return TimeFromTicks(ticks - *firstPts);
     }
     // Reading starts anew, at the start of the file or behind a seek.
     void Reset(bool atStart)
     {
         clock.Restart(firstPts);
-        lastPts.reset();
         assembler->Reset(atStart);
     }
 
@@ -67,7 +65,6 @@ public:
     std::uint32_t number = 0;              // PID; stream id with the sub-stream below it
     std::uint16_t id = 0;                  // PID, stream id or sub-stream number, as pins show it
     std::optional<std::int64_t> firstPts;  // 90 kHz: the smallest one met when the file was opened
-    std::optional<std::int64_t> lastPts;   // of the packet delivered last
     std::string language;                  // ISO 639-2, or empty
     std::optional<std::uint8_t> streamType;
     std::vector<std::uint8_t> configuration;  // the header that the stream was found by
