@@ -40,6 +40,7 @@ GStatus GFlvReader::Open()
     if (!FillFlvTag())
         return GError{GErrorKind::Malformed, "no tag where the header says the data begins",
                       static_cast<std::uint64_t>(firstTagPos)};
+    Restart();
     return {};
 }
 

@@ -94,6 +94,13 @@ private:
     bool IsPrecededByTag(std::int64_t unitPos, const GFlvUnit& found);
 
     // Tags (flv_reader.cpp).
+    // At the first tag, knowing no more of the sizes than at the start: every reading of the file gives the same packets.
+    void Restart()
+    {
+        position = firstTagPos;
+        resync.active = false;
+        sizesLie = false;
+    }
     GFlvStep Fill(GAccess access);
     GFlvStep BeginResync(GBytes next);
     GFlvStep Resync();

@@ -38,8 +38,7 @@ GFlvLanding GFlvReader::SeekFlvTag(REFERENCE_TIME target)
             Trace("===== ERROR (SeekFlvTag) : the first tag cannot be reached\n");
             return GFlvLanding::Error;
         }
-        position = firstTagPos;
-        resync.active = false;
+        Restart();
         return GFlvLanding::FirstTag;
     }
     if (target >= duration) {
