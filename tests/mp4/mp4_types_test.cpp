@@ -105,9 +105,11 @@ TEST(Mp4Types, SoundIsDescribedAsItsEntryAndConfigurationSay)
         EXPECT_EQ(type.cbFormat, sizeof(WAVEFORMATEX) + wave.cbSize) << one.what;
         EXPECT_EQ(type.bFixedSizeSamples != FALSE ? type.lSampleSize : 0, one.sampleSize) << one.what;
     }
-    const GBytes tagged = WaveExtra(TypeOf(Sound("ima4")));
+    const CMediaType adpcm = TypeOf(Sound("ima4"));
+    const GBytes tagged = WaveExtra(adpcm);
     EXPECT_EQ(GMp4Bytes(tagged.begin(), tagged.end()), (GMp4Bytes{0, 0, 0, 0, 'i', 'm', 'a', '4', 0}));
-    const GBytes record = WaveExtra(TypeOf(Sound("mp4a", Box("dqcp", vendor))));
+    const CMediaType speech = TypeOf(Sound("mp4a", Box("dqcp", vendor)));
+    const GBytes record = WaveExtra(speech);
     EXPECT_EQ(GMp4Bytes(record.begin(), record.end()), (GMp4Bytes{'V', 'E', 'N', 'D', 3, 7, 0, 0}));
 }
 
