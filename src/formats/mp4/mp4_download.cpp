@@ -1,5 +1,7 @@
 #include "formats/mp4/mp4_download.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <new>
 #include <utility>
 
@@ -45,8 +47,10 @@ bool GDownloadSink::Take(std::span<const std::uint8_t> block)
 
 void GDownloadSink::Post() const
 {
-    if (length != 0)
-        post(static_cast<std::int32_t>(static_cast<double>(total) / static_cast<double>(length) * 100));
+    if (length == 0)
+        return;
+    const double percent = static_cast<double>(total) / static_cast<double>(length) * 100;
+    post(static_cast<std::int32_t>(std::min(percent, double{INT32_MAX})));  // a server may send more than it said
 }
 
 GResult<std::unique_ptr<GMp4Download>> GMp4Download::StartDownload(std::string_view url, GDownloadStatus& status,
