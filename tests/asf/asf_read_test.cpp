@@ -187,7 +187,7 @@ TEST(AsfDamage, CostsThePacketItIsIn)
     };
     for (const auto& one : cases) {
         GData bytes = film.Bytes();
-        const auto at = bytes.begin() + film.DataStart() + 500 + one.offset;
+        const auto at = bytes.begin() + static_cast<std::ptrdiff_t>(film.DataStart()) + 500 + one.offset;
         bytes.insert(bytes.erase(at, at + one.removed), one.inserted.begin(), one.inserted.end());
         GAsfReading reading(bytes);
         const auto read = reading.ReadAll();

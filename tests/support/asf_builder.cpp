@@ -26,7 +26,7 @@ GAsfBytes& GAsfBytes::Raw(const std::vector<std::uint8_t>& more)
 GAsfBytes& GAsfBytes::Id(GAsfId id)
 {
     const auto row = std::ranges::find(kAsfIds, id, &GAsfIdRow::id);
-    const GUID guid = row != std::end(kAsfIds) ? row->guid : GUID_NULL;
+    const GUID guid = row != std::end(kAsfIds) ? row->guid : GUID{};
     return Number(guid.Data1, 4).Number(guid.Data2, 2).Number(guid.Data3, 2).Raw({guid.Data4, guid.Data4 + 8});
 }
 
