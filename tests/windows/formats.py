@@ -106,8 +106,18 @@ FORMATS = (
                     Decoded(File("mp3.mkv", MP3), "mp3", DITHER))),
 )
 
+CINEPAK = (*picture(4, "64x48"), "-c:v", "cinepak", "-g", "10")
+DECODED = {
+    "mp3": (Decoded(File("mp3.mp3", MP3), "mp3", DITHER),),
+    "mp4": (Decoded(File("cinepak.mov", CINEPAK), "avi", 1), Decoded(File("mp3.mp4", MP3), "mp3", DITHER)),
+    "flv": (Decoded(File("mp3.flv", MP3), "mp3", DITHER),),
+    "asf": (Decoded(File("mp3.asf", MP3), "mp3", DITHER),),
+    "mpeg": (Decoded(File("mp3.ts", MP3), "mp3", DITHER),),
+}
+
 # Every other format plays the small files that its own list names (tests/<format>/media.py).
-FORMATS += tuple(Format(name, files=tuple(File(file, tuple(arguments)) for file, arguments in media.small.items()), large=())
+FORMATS += tuple(Format(name, files=tuple(File(file, tuple(arguments)) for file, arguments in media.small.items()), large=(),
+                        decoded=DECODED.get(name, ()))
                  for name, media in sorted(media_files.formats().items()) if name not in {row.name for row in FORMATS})
 
 # Whose seeks land on a sample at or before the target that has the time it has in the file: what the rounds look for.

@@ -37,7 +37,9 @@ GSampleRecord ReadSample(IMediaSample& sample, GKept kept)
                          .size = static_cast<long>(view.data.size()),
                          .sync = view.sync,
                          .discontinuity = view.discontinuity,
-                         .preroll = view.preroll};
+                         .preroll = view.preroll,
+                         .md5 = {},
+                         .bytes = {}};
     if (kept == GKept::Bytes)
         record.bytes.assign(view.data.begin(), view.data.end());
     else
