@@ -19,8 +19,9 @@ public:
     virtual std::string Shortfall() const { return {}; }
     // Makes a Run in progress, or one that is yet to come, return at once. Any thread.
     virtual void Abort() = 0;
-    // Loading thread, with no lock held: the file that Run gave was opened and has its pins, or why not. Also called with
-    // the error of a Run that failed, but not when that was Aborted. Must not wait for another thread's call on the filter.
+    // Loading thread, with no lock held: the file that Run gave was opened and has its pins, or why not. Also called
+    // with the error of a Run that failed, but not when that was Aborted. Must not wait for another thread's call on
+    // the filter.
     virtual void Loaded(const GStatus& status) = 0;
 };
 

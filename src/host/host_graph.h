@@ -79,14 +79,15 @@ public:
     // Sinks first, as graphs do, so that none of them keeps the filter's threads.
     HRESULT Stop();
 
-    // Relays one absolute seek to every connected pin, as graphs do; one result per pin, in pin order (S_FALSE and kNoTime
-    // for a pin that is not connected). `stop`, when given, becomes the new stop position.
+    // Relays one absolute seek to every connected pin, as graphs do; one result per pin, in pin order (S_FALSE and
+    // kNoTime for a pin that is not connected). `stop`, when given, becomes the new stop position.
     std::vector<GSeekResult> Seek(REFERENCE_TIME position, std::optional<REFERENCE_TIME> stop = {});
 
     // Waits for the end of the streams, at most until no pin has delivered anything for `stall`. `tick`, when given, is
     // called about twice a second.
     GEnd WaitForEnd(std::chrono::milliseconds stall, const std::function<void()>& tick = {});
-    // Waits until `done()` holds; false when `bound` passed first. Woken by ends, errors, holds, announced sample counts.
+    // Waits until `done()` holds; false when `bound` passed first. Woken by ends, errors, holds, announced sample
+    // counts.
     template <class Predicate>
     bool WaitUntil(std::chrono::milliseconds bound, Predicate&& done)
     {
@@ -94,8 +95,8 @@ public:
     }
     // What this graph waits with: its Cancel ends all waits here, from any thread and also when the graph is gone.
     std::shared_ptr<GProgress> Progress() const { return progress; }
-    // The code of the first EC_ERRORABORT, or S_OK. Final once stopped: a filter may end a stream first and then say that
-    // it was given up. Any thread.
+    // The code of the first EC_ERRORABORT, or S_OK. Final once stopped: a filter may end a stream first and then say
+    // that it was given up. Any thread.
     HRESULT ErrorCode() const { return site->FirstError(); }
     std::vector<GGraphEvent> Events() const { return site->Events(); }
 

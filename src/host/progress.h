@@ -14,7 +14,8 @@ using GDeadline = GSteadyClock::time_point;
 // Any thread may call any method.
 class GProgress {
 public:
-    // Something that somebody may wait for has changed. May be called with other locks held: Until holds none while it asks.
+    // Something that somebody may wait for has changed. May be called with other locks held: Until holds none while it
+    // asks.
     void Changed()
     {
         {

@@ -103,8 +103,8 @@ inline GAudioBytes Ape(std::size_t items, std::uint8_t claim)
     return Joined({MpegFrame(9, kUsualHeader, items), footer});  // items that look like a frame
 }
 
-// What a file plays: the mark of each frame, "gap" where times do not join, and behind a minus the bytes lost; or why it
-// cannot be opened.
+// What a file plays: the mark of each frame, "gap" where times do not join, and behind a minus the bytes lost; or why
+// it cannot be opened.
 template <class Reading>
 std::string Played(const GAudioBytes& file)
 {

@@ -34,7 +34,8 @@ public:
     void WaitForIndex() const;
     // Connects the pin of the settings, or all, and moves to the start time of the settings.
     bool Connect(const GSettings& settings, const GSinkOptions& options, GProblem& problem);
-    // Runs the graph to its end. False when it failed or hung, with `problem` filled; the pins that still ended are sound.
+    // Runs the graph to its end. False when it failed or hung, with `problem` filled; the pins that still ended are
+    // sound.
     bool Play(GProblem& problem, const std::function<void()>& tick = {});
 
     std::string PinName(std::size_t pin) const;
@@ -68,8 +69,8 @@ private:
     std::string notWhole;          // why the file is not; empty when it is
 };
 
-// The module of the settings: the one in a file, or the one that is linked in. Unusable, with `problem` filled, when the
-// file cannot be loaded.
+// The module of the settings: the one in a file, or the one that is linked in. Unusable, with `problem` filled, when
+// the file cannot be loaded.
 GModule ChooseModule(const GSettings& settings, GProblem& problem);
 
 // Says why a command that takes one file did nothing, as an error in JSON too when that was asked for. kUnusable.

@@ -1,5 +1,5 @@
-// The Header Object of an ASF file and what lies around it: properties, streams, languages, exclusions, the extent of the
-// data packets.
+// The Header Object of an ASF file and what lies around it: properties, streams, languages, exclusions, the extent of
+// the data packets.
 #pragma once
 
 #include <array>

@@ -62,8 +62,8 @@ struct GFlvVideoFormat {
 // Payload bytes that suffice for every format but the configuration of H.264.
 inline constexpr std::size_t kFlvFormatBytes = 64;
 
-// The format that an audio or video payload declares; nothing when it declares none: a sound format without a media type,
-// an AAC payload that is not its configuration, a video payload that is not a key frame.
+// The format that an audio or video payload declares; nothing when it declares none: a sound format without a media
+// type, an AAC payload that is not its configuration, a video payload that is not a key frame.
 std::optional<GFlvAudioFormat> ReadFlvAudioFormat(GBytes payload);
 std::optional<GFlvVideoFormat> ReadFlvVideoFormat(GBytes payload);
 

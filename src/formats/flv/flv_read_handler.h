@@ -12,8 +12,8 @@
 
 namespace vex {
 
-// Streams() has audio first; their numbers are the tag types. A seek reports the target as reached: what lies between the
-// key frame it landed on and the target comes with times before the segment.
+// Streams() has audio first; their numbers are the tag types. A seek reports the target as reached: what lies between
+// the key frame it landed on and the target comes with times before the segment.
 class GFlvReadHandler final : public GReadHandler {
 public:
     explicit GFlvReadHandler(std::unique_ptr<GFileBase> file = std::make_unique<GCacheFile>());

@@ -210,8 +210,8 @@ GFlvStep GFlvReader::Fill(GAccess access)
     return BeginResync(nextBytes);
 }
 
-// `rest`: the last bytes of the file, from `end` on, fewer than a unit. A tag that ends there is whole when its size, or
-// as much of it as is left, follows.
+// `rest`: the last bytes of the file, from `end` on, fewer than a unit. A tag that ends there is whole when its size,
+// or as much of it as is left, follows.
 bool GFlvReader::EndsFile(GBytes rest, std::int64_t end, std::uint32_t dataSize)
 {
     if (rest.empty())
@@ -223,8 +223,8 @@ bool GFlvReader::EndsFile(GBytes rest, std::int64_t end, std::uint32_t dataSize)
     return rest.size() < kFlvUnitSize && (size == 0 || sizesLie || size == ((kFlvTagHeaderSize + dataSize) & kept));
 }
 
-// Whether the tag of a unit ends where another one begins, or the file does. Some writers get every PreviousTagSize wrong,
-// so a well-formed header in the right place is enough.
+// Whether the tag of a unit ends where another one begins, or the file does. Some writers get every PreviousTagSize
+// wrong, so a well-formed header in the right place is enough.
 bool GFlvReader::LeadsOn(std::int64_t unitPos, const GFlvUnit& found)
 {
     const std::int64_t next = unitPos + kUnit + found.dataSize;

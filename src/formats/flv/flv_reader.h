@@ -1,5 +1,5 @@
-// Walks the tags of an FLV file: finds the formats and the duration, validates each tag against the next one, picks up again
-// behind damage, and seeks by estimate.
+// Walks the tags of an FLV file: finds the formats and the duration, validates each tag against the next one, picks up
+// again behind damage, and seeks by estimate.
 #pragma once
 
 #include <array>
@@ -43,8 +43,8 @@ public:
     // The source is open. Reads the header, the formats of the first tags, the duration and the first tag.
     GStatus Open();
 
-    // Reads and validates the tag at the current position into `tag`. 1, or 0 at the end of the file and where no tag is
-    // found; then neither the position nor `tag` has changed.
+    // Reads and validates the tag at the current position into `tag`. 1, or 0 at the end of the file and where no tag
+    // is found; then neither the position nor `tag` has changed.
     int FillFlvTag();
     // The same in steps of some milliseconds, reading ahead for the payloads.
     GFlvStep FillStep() { return Fill(GAccess::ReadAhead); }
@@ -94,7 +94,8 @@ private:
     bool IsPrecededByTag(std::int64_t unitPos, const GFlvUnit& found);
 
     // Tags (flv_reader.cpp).
-    // At the first tag, knowing no more of the sizes than at the start: every reading of the file gives the same packets.
+    // At the first tag, knowing no more of the sizes than at the start: every reading of the file gives the same
+    // packets.
     void Restart()
     {
         position = firstTagPos;

@@ -1,5 +1,5 @@
-// Seeks of GFlvReader. FLV has no index that can be relied on: a position is estimated from the time, narrowed down by the
-// times of the tags found there, and the rest of the way is walked.
+// Seeks of GFlvReader. FLV has no index that can be relied on: a position is estimated from the time, narrowed down by
+// the times of the tags found there, and the rest of the way is walked.
 
 #include <algorithm>
 #include <limits>
@@ -133,8 +133,8 @@ std::optional<GFlvReader::GHit> GFlvReader::FindTag(std::int64_t from, std::int6
     return std::nullopt;
 }
 
-// From the unit at `from` to the first audio or video at or after the target, to `until` or to the end of the file, where
-// the reader stays. Gives the last video key frame passed.
+// From the unit at `from` to the first audio or video at or after the target, to `until` or to the end of the file,
+// where the reader stays. Gives the last video key frame passed.
 std::optional<std::int64_t> GFlvReader::Walk(std::int64_t from, std::int64_t until, REFERENCE_TIME target)
 {
     std::optional<std::int64_t> keyFrame;

@@ -48,8 +48,8 @@ inline bool FlvSizesAgree(std::uint32_t previousTagSize, std::uint32_t dataSize)
 {
     return previousTagSize == kFlvTagHeaderSize + dataSize;
 }
-// Whether `next` can be what follows a tag of `dataSize` bytes. With a matching size one of type and stream number may be
-// unknown; without a size both have to be valid.
+// Whether `next` can be what follows a tag of `dataSize` bytes. With a matching size one of type and stream number may
+// be unknown; without a size both have to be valid.
 bool FlvFollows(const GFlvUnit& next, std::uint32_t dataSize);
 
 // The tag that reading has come to. Positions are bytes from the start of the file.
@@ -69,8 +69,8 @@ struct FlvTag {
 };
 
 // Fills all of `tag` but its unitPos and nextPos. `dataSize`: bytes of the payload, which may differ from what the unit
-// declares; `start`: its first bytes, of which kFlvCodecHeaderMax are enough. False when the payload is shorter than the
-// codec header it should begin with.
+// declares; `start`: its first bytes, of which kFlvCodecHeaderMax are enough. False when the payload is shorter than
+// the codec header it should begin with.
 bool FillFromPayload(FlvTag& tag, const GFlvUnit& unit, std::uint32_t dataSize, GBytes start);
 
 }  // namespace vex

@@ -8,8 +8,8 @@ namespace vex {
 
 namespace {
 
-// MPEG audio (ISO/IEC 11172-3): eleven sync bits, a version that exists, layer III, defined bit rate and frequency. A tag
-// longer than the probe hides what follows it; far more often than not that is layer III.
+// MPEG audio (ISO/IEC 11172-3): eleven sync bits, a version that exists, layer III, defined bit rate and frequency. A
+// tag longer than the probe hides what follows it; far more often than not that is layer III.
 bool IsMp3(GBytes start)
 {
     const GBytes audio = BehindId3(start);

@@ -35,8 +35,8 @@ struct Mp4Box {
 //  - everything else, and a box that is not there, gives null.
 class GMp4BoxTree {
 public:
-    // Boxes of one file. A file of fragments has eight for each, two or three of which lie at the top; ten hours of it with
-    // two fragments a second have 200 000 there. A million takes about 90 MB.
+    // Boxes of one file. A file of fragments has eight for each, two or three of which lie at the top; ten hours of it
+    // with two fragments a second have 200 000 there. A million takes about 90 MB.
     static constexpr std::size_t kMaxBoxes = 1u << 20;
 
     GMp4BoxTree() { root.type = FourCC("root"), root.shortSize = 1; }

@@ -15,7 +15,8 @@ struct GRow {
 
 constexpr GRow Row(const char (&type)[5], GMp4BoxKind kind) { return {FourCC(type), kind}; }
 
-// Types without a row, and the content of the rest ("dinf", "udta", "tref", "edts", "moof" and others), are never looked at.
+// Types without a row, and the content of the rest ("dinf", "udta", "tref", "edts", "moof" and others), are never
+// looked at.
 constexpr auto kRows = [] {
     using enum GMp4BoxKind;
     auto rows = std::to_array<GRow>({

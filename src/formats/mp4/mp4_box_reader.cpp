@@ -190,7 +190,8 @@ bool GMp4BoxReader::ReadPayload(Mp4Box& box)
     return true;
 }
 
-// QuickTime writers replace a movie header by changing its type to "free". Only such a one at the top of the file is used.
+// QuickTime writers replace a movie header by changing its type to "free". Only such a one at the top of the file is
+// used.
 bool GMp4BoxReader::HidesMovieHeader(const Mp4Box& box)
 {
     if (box.father != &tree.Root())

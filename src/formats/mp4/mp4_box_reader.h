@@ -11,8 +11,8 @@
 
 namespace vex {
 
-// One source, one thread. All referenced objects outlive the reader. Besides the 1 MiB boxes of the tree, it takes memory
-// for as many payload bytes as the source holds, each counted once, so that boxes which overlap cost nothing.
+// One source, one thread. All referenced objects outlive the reader. Besides the 1 MiB boxes of the tree, it takes
+// memory for as many payload bytes as the source holds, each counted once, so that boxes which overlap cost nothing.
 class GMp4BoxReader {
 public:
     // Bytes of one payload. The sizes of 32 million samples take as much: 370 hours of 24 frames a second.

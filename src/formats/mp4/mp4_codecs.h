@@ -1,4 +1,5 @@
-// What a sample entry says of its codec: the code that stands for it, the packing of its samples, and its configuration.
+// What a sample entry says of its codec: the code that stands for it, the packing of its samples, and its
+// configuration.
 #pragma once
 
 #include "formats/mp4/mp4_box.h"
@@ -6,8 +7,8 @@
 
 namespace vex {
 
-// Codes below 0xE2 that come from an elementary stream descriptor are MPEG-4 object type indications; the others are our
-// own. The same code may stand for one codec in a video track and for another one in an audio track.
+// Codes below 0xE2 that come from an elementary stream descriptor are MPEG-4 object type indications; the others are
+// our own. The same code may stand for one codec in a video track and for another one in an audio track.
 namespace mp4_codec {
 
 inline constexpr unsigned kNone = 0;
@@ -52,8 +53,8 @@ inline constexpr unsigned kQdesign2 = 254;
 
 }  // namespace mp4_codec
 
-// Fills in what comes from the sample description of the first chunk, and the packing. False when the entry is missing or
-// is not one of the track's category. Needs the sample tables, the timescale and the size of the track.
+// Fills in what comes from the sample description of the first chunk, and the packing. False when the entry is missing
+// or is not one of the track's category. Needs the sample tables, the timescale and the size of the track.
 bool SetupTrackFormat(Mp4Track& track, Mp4Box& sampleDescriptions);
 
 }  // namespace vex

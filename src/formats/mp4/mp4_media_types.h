@@ -6,8 +6,8 @@
 
 namespace vex {
 
-// A type that is not valid when there is none for the codec. Of raw video it also corrects track.bitmap, which the turning
-// of its frames needs. May throw std::bad_alloc.
+// A type that is not valid when there is none for the codec. Of raw video it also corrects track.bitmap, which the
+// turning of its frames needs. May throw std::bad_alloc.
 CMediaType MakeMp4MediaType(Mp4Track& track);
 
 }  // namespace vex

@@ -20,8 +20,8 @@ struct Mp4Movie {
     std::vector<Mp4TrackPtr> tracks;
 };
 
-// Tracks that cannot be built, and second video tracks, are left out; there may be none left. The error says what is wrong
-// in words for people.
+// Tracks that cannot be built, and second video tracks, are left out; there may be none left. The error says what is
+// wrong in words for people.
 GResult<Mp4Movie> ReadMovie(GFileBase& source, GDamageLog& damage, const std::atomic<bool>& interrupted);
 
 }  // namespace vex

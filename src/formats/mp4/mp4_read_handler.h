@@ -13,8 +13,8 @@
 
 namespace vex {
 
-// Streams are numbered by their track IDs. Packets come in steps of a tenth of a second of the movie: each track in turn up
-// to the horizon, then the horizon moves on.
+// Streams are numbered by their track IDs. Packets come in steps of a tenth of a second of the movie: each track in
+// turn up to the horizon, then the horizon moves on.
 class GMp4ReadHandler final : public GReadHandler {
 public:
     explicit GMp4ReadHandler(std::unique_ptr<GFileBase> byteSource = std::make_unique<GCacheFile>());

@@ -1,5 +1,5 @@
-// The payloads of the boxes that describe a movie and its tracks (ISO/IEC 14496-12 clause 8; QuickTime File Format). All
-// numbers are big-endian; what does not lie in the payload is 0.
+// The payloads of the boxes that describe a movie and its tracks (ISO/IEC 14496-12 clause 8; QuickTime File Format).
+// All numbers are big-endian; what does not lie in the payload is 0.
 #pragma once
 
 #include <cstdint>

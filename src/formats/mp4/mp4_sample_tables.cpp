@@ -51,8 +51,8 @@ std::uint64_t SamplesIn(const GMp4Table& durations)
     return samples;
 }
 
-// Walks "stsc" from its end. Entries that go backwards may fill a chunk several times, the first entry for it counts; how
-// often is limited, since each of them could fill all chunks.
+// Walks "stsc" from its end. Entries that go backwards may fill a chunk several times, the first entry for it counts;
+// how often is limited, since each of them could fill all chunks.
 bool FillChunkSizes(const GMp4Table& runs, std::vector<std::uint32_t>& samples, std::uint32_t& description)
 {
     std::uint64_t budget = 4 * std::uint64_t{samples.size()};

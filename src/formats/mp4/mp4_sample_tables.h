@@ -22,7 +22,8 @@ struct Mp4Chunk {
     std::uint32_t EndSample() const { return firstSample + sampleCount; }  // at most the track's sampleCount
 };
 
-// Immutable once built. A sample counts when "stts", "stsz" and a chunk have it; the first one that does not ends the track.
+// Immutable once built. A sample counts when "stts", "stsz" and a chunk have it; the first one that does not ends the
+// track.
 struct Mp4SampleTables {
     GMp4Table durations;            // "stts": count, delta
     GMp4Table sizes;                // "stsz" of varying sizes
@@ -48,8 +49,8 @@ struct Mp4SampleTables {
     std::uint32_t FirstSyncNotBelow(std::uint32_t sample) const;
 };
 
-// Takes the tables out of an "stbl" box. `shift` is added to all chunk offsets. False when a table that a track needs is
-// missing or cannot be.
+// Takes the tables out of an "stbl" box. `shift` is added to all chunk offsets. False when a table that a track needs
+// is missing or cannot be.
 bool BuildSampleTables(Mp4Box& stbl, std::uint64_t shift, Mp4SampleTables& tables, GDamageLog& damage);
 
 }  // namespace vex

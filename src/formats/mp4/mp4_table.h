@@ -62,8 +62,8 @@ public:
         }
     }
 
-    // How many samples from here lie before `time`, at most `limit`; of several that start at `time` the first one of the
-    // run is the next. `time` is not before Dts().
+    // How many samples from here lie before `time`, at most `limit`; of several that start at `time` the first one of
+    // the run is the next. `time` is not before Dts().
     std::uint32_t SamplesUntil(const GMp4Table& durations, std::uint64_t time, std::uint32_t limit) const
     {
         std::uint64_t from = dts;

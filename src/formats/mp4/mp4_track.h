@@ -25,8 +25,8 @@ enum class GMp4Packing : std::uint8_t {
 // Samples in one packet of GMp4Packing::Group.
 inline constexpr std::uint32_t kMaxGroup = 1024;
 
-// Constant once built, but for the cursor and `reading`, which belong to the reader thread. TimeAtOffset may be called from
-// any thread.
+// Constant once built, but for the cursor and `reading`, which belong to the reader thread. TimeAtOffset may be called
+// from any thread.
 struct Mp4Track {
     std::uint32_t trackId = 0;
     bool ok = false;  // built completely
@@ -65,13 +65,15 @@ struct Mp4Track {
     bool AtEnd() const { return cursor.sample >= tables.sampleCount; }
     // Passes one packet; false at the end. Requires !AtEnd().
     bool AdvanceSample();
-    // Goes to the last sync sample at or before `time` (100 ns, not negative), or to the first one; within a block or chunk
-    // that is one packet, to its first sample. False, with the cursor where it was, when the track ends before `time`.
+    // Goes to the last sync sample at or before `time` (100 ns, not negative), or to the first one; within a block or
+    // chunk that is one packet, to its first sample. False, with the cursor where it was, when the track ends before
+    // `time`.
     bool SeekTrack(REFERENCE_TIME time);
     // To the first sample.
     void Rewind();
 
-    // The time up to which the bytes before file position `offset` hold the track, 100 ns; 0 when they hold nothing of it.
+    // The time up to which the bytes before file position `offset` hold the track, 100 ns; 0 when they hold nothing of
+    // it.
     REFERENCE_TIME TimeAtOffset(std::uint64_t offset) const;
     // Of all samples, in timescale units.
     std::uint64_t TableDuration() const;

@@ -110,7 +110,8 @@ private:
         streams.push_back(std::move(stream));
     }
 
-    // Only the further headers of Vorbis and Theora, and the comments of OGM, which look like the former, are headers here.
+    // Only the further headers of Vorbis and Theora, and the comments of OGM, which look like the former, are headers
+    // here.
     void Continue(GOGG2ReadStream& stream, GOggPage& page)
     {
         stream.PageIn(page);

@@ -20,8 +20,8 @@ GOGG2ReadStream* FindStream(const GOggStreams& streams, std::uint32_t serial);
 // The first video stream; null when there is none.
 GOGG2ReadStream* FirstVideo(const GOggStreams& streams);
 
-// The streams that begin within the first 128 KiB and have all their headers there. An error when there is none, with the
-// names of the codecs that were met. Moves the source.
+// The streams that begin within the first 128 KiB and have all their headers there. An error when there is none, with
+// the names of the codecs that were met. Moves the source.
 GResult<GOggStreams> ReadOggHeaders(GFileBase& source, GDamageLog& damage);
 
 }  // namespace vex

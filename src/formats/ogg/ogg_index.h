@@ -12,7 +12,8 @@
 
 namespace vex {
 
-// How long the thread waits at the end of the file before it looks for growth; doubled from the shortest to the longest.
+// How long the thread waits at the end of the file before it looks for growth; doubled from the shortest to the
+// longest.
 struct GOggIndexPauses {
     std::chrono::milliseconds shortest{100};
     std::chrono::milliseconds longest{500};

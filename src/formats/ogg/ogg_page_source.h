@@ -29,8 +29,8 @@ public:
     static constexpr std::int64_t kNoLimit = std::numeric_limits<std::int64_t>::max();
     static constexpr std::int64_t kMaxPageSize = 65'307;  // bytes: a full header, 255 segments of 255 bytes
 
-    // `byteSource` and `damageLog` outlive this. `damageLog`, which may be null, gets the bytes passed over. `readSize`:
-    // bytes asked for at once.
+    // `byteSource` and `damageLog` outlive this. `damageLog`, which may be null, gets the bytes passed over.
+    // `readSize`: bytes asked for at once.
     GOggPageSource(GFileBase& byteSource, GDamageLog* damageLog, std::uint32_t readSize);
     ~GOggPageSource() { ogg_sync_clear(&sync); }
     GOggPageSource(const GOggPageSource&) = delete;

@@ -10,8 +10,8 @@ constexpr std::uint32_t kReadSize = 4096;
 constexpr std::int64_t kTail = 1'048'576;  // bytes in which the last granule is looked for first
 constexpr int kTails = 32;                 // a later link of a chained file may fill some of them
 constexpr std::int64_t kCloseEnough = 8192;
-// Interpolation can creep along a file of uneven bit rate. After so many steps that leave more than half of the range, the
-// range is halved.
+// Interpolation can creep along a file of uneven bit rate. After so many steps that leave more than half of the range,
+// the range is halved.
 constexpr int kMaxSlowSteps = 3;
 
 struct GRange {

@@ -18,8 +18,8 @@ namespace {
 constexpr int kLacingSize = 0xFF;   // a segment's size; 255: the packet goes on
 constexpr int kLacingHole = 0x400;  // pages are missing here
 
-// Packets are held back until this much waits for a granule: bytes, and segments, which an empty packet has too. One page
-// holds less than 64 KiB in at most 255 segments.
+// Packets are held back until this much waits for a granule: bytes, and segments, which an empty packet has too. One
+// page holds less than 64 KiB in at most 255 segments.
 constexpr long kMostHeld = 1L << 20;
 constexpr long kMostHeldSegments = 1L << 14;
 

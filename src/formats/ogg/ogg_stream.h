@@ -48,8 +48,9 @@ struct GOggComment {
     std::string value;  // UTF-8
 };
 
-// The base of all kinds. Times are in 100 ns, from the granule position 0. The constant parts (kind, serial, headers and
-// what was read from them) are fixed once all headers are in and may then be read by any thread; the rest belongs to one.
+// The base of all kinds. Times are in 100 ns, from the granule position 0. The constant parts (kind, serial, headers
+// and what was read from them) are fixed once all headers are in and may then be read by any thread; the rest belongs
+// to one.
 class GOGG2ReadStream {
 public:
     static constexpr std::size_t kHeaderSlots = 3;

@@ -12,8 +12,8 @@ namespace {
 constexpr std::uint8_t kCommentHeader = 3;
 constexpr std::uint8_t kSetupHeader = 5;
 
-// Entries of all code books of a stream. Encoders use some ten thousand; a few bits can declare millions, for which libvorbis
-// allocates without looking whether it got the memory.
+// Entries of all code books of a stream. Encoders use some ten thousand; a few bits can declare millions, for which
+// libvorbis allocates without looking whether it got the memory.
 constexpr std::int64_t kMostEntries = 1 << 20;
 
 // libvorbis takes packets that it could write to, and does not.
