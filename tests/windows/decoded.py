@@ -147,8 +147,10 @@ def sounds(context, row, path, lines, data, times):
     far = farthest(ours[start + shift:end + shift], theirs[start:end], row.tolerance)
     require(far <= row.tolerance, f"the decoded sound is {far} off ffmpeg's, of {row.tolerance} allowed")
 
-    starts = packet_starts(context, path)
     require(len(seeks) == len(times), f"sound after {len(seeks)} of {len(times)} seeks")
+    if not row.seeks:
+        return f"{len(ours)} sound samples within {far} of ffmpeg's"
+    starts = packet_starts(context, path)
     for data_of_seek, time in zip(seeks, times):
         require(time in starts, f"a seek lands at {time}, where no packet is")
         first = (starts.index(time) + MP3_SETTLED) * MP3_FRAME * channels - shift

@@ -40,6 +40,7 @@ class Decoded(NamedTuple):
     # Largest difference to ffmpeg's decode: of a colour, or of a sound sample in steps of 16 bits.
     tolerance: int
     swapped: bool = False  # the decoder takes blue for red
+    seeks: bool = True  # a seek lands on a packet that has the time it has in the file
 
 
 class Format(NamedTuple):
@@ -108,8 +109,8 @@ FORMATS = (
 
 CINEPAK = (*picture(4, "64x48"), "-c:v", "cinepak", "-g", "10")
 DECODED = {
-    "mp3": (Decoded(File("mp3.mp3", MP3), "mp3", DITHER),),
-    "mp4": (Decoded(File("cinepak.mov", CINEPAK), "avi", 1), Decoded(File("mp3.mp4", MP3), "mp3", DITHER)),
+    "mp3": (Decoded(File("mp3.mp3", MP3), "mp3", DITHER, seeks=False),),
+    "mp4": (Decoded(File("cinepak.mov", CINEPAK), "avi", 1), Decoded(File("mp3.mp4", (*MP3, "-ac", "2")), "mp3", DITHER)),
     "flv": (Decoded(File("mp3.flv", MP3), "mp3", DITHER),),
     "asf": (Decoded(File("mp3.asf", MP3), "mp3", DITHER),),
     "mpeg": (Decoded(File("mp3.ts", MP3), "mp3", DITHER),),
@@ -123,7 +124,7 @@ FORMATS += tuple(Format(name, files=tuple(File(file, tuple(arguments)) for file,
 # Whose seeks land on a sample at or before the target that has the time it has in the file: what the rounds look for.
 EARLY_LANDING = {"avi", "mkv"}
 # Older filters over the handler of another.
-SECOND_FILTERS = {"mpeg1", "ogg1"}
+SECOND_FILTERS = {"asf1", "mpeg1", "ogg1"}
 
 # Played where a mangled name would lead: its samples are none of the others'.
 DECOY = File("decoy.avi", (*picture(2, "80x60"), *tone(2), "-c:v", "mpeg4", "-c:a", "pcm_s16le"))
