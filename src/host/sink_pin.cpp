@@ -263,6 +263,7 @@ HRESULT CSinkPin::EndOfStream()
         if (report.endOfStream)
             ViolationLocked("end of stream was said twice");
         report.endOfStream = true;
+        EndedLocked();
     }
     progress->Changed();
     return S_OK;
@@ -276,6 +277,7 @@ HRESULT CSinkPin::BeginFlush()
         report.endOfStream = false;
         report.segmentSamples = 0;
         ++report.flushes;
+        FlushLocked(true);
     }
     changed.notify_all();
     return S_OK;
@@ -292,6 +294,7 @@ HRESULT CSinkPin::EndFlush()
         report.endOfStream = false;
         report.segmentSamples = 0;
         report.refused = false;
+        FlushLocked(false);
     }
     changed.notify_all();
     return S_OK;
@@ -305,6 +308,7 @@ HRESULT CSinkPin::NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double
         report.segmentStart = tStart;
         report.segmentStop = tStop;
         report.segmentRate = dRate;
+        SegmentLocked();
     }
     progress->Changed();
     return S_OK;

@@ -114,14 +114,20 @@ public:
 
 protected:
     virtual ~CSinkPin() = default;
-    // Under the lock, for a sample that is answered with S_OK; the view's bytes are still there.
+    // For a sink that writes down what it is told, under the lock and so in the order in which it took effect. Taken:
+    // a sample that is answered with S_OK; the view's bytes are still there.
     virtual void TakenLocked(IMediaSample&, const GSampleView&) G_REQUIRES(lock) {}
+    virtual void EndedLocked() G_REQUIRES(lock) {}
+    virtual void FlushLocked(bool /*begins*/) G_REQUIRES(lock) {}
+    virtual void SegmentLocked() G_REQUIRES(lock) {}  // as `report` says
     bool LetsGoLocked() const G_REQUIRES(lock) { return flushing || !isActive; }
 
     const std::shared_ptr<GProgress> progress;
     std::atomic<long> references{1};
     GMutex lock;
     GCondition changed;  // behaviour, flush, activity or connection
+
+    GSinkReport report G_GUARDED_BY(lock);
 
 private:
     HRESULT AdmitLocked() const G_REQUIRES(lock);
@@ -138,7 +144,6 @@ private:
     GComPtr<IPin> peer G_GUARDED_BY(lock);
     GComPtr<IMemAllocator> agreed G_GUARDED_BY(lock);
     CMediaType type G_GUARDED_BY(lock);
-    GSinkReport report G_GUARDED_BY(lock);
     bool isActive G_GUARDED_BY(lock) = false;
     bool flushing G_GUARDED_BY(lock) = false;
     bool inReceive G_GUARDED_BY(lock) = false;

@@ -151,46 +151,40 @@ bool CRecordingSink::BlocksIn(GSinkTrick call)
     return LetsGoLocked();
 }
 
-void CRecordingSink::Write(GRecordedEvent event)
+void CRecordingSink::WriteLocked(GRecordedEvent event)
 {
-    {
-        const GMutexLock held(lock);
-        events.push_back(std::move(event));
-    }
+    events.push_back(std::move(event));
     progress->Changed();
 }
 
-// A flush is written down when no sample of before can follow it, and its end before one of after can.
 HRESULT CRecordingSink::BeginFlush()
 {
     if (onBeginFlush)
         onBeginFlush();
-    const HRESULT result = CSinkPin::BeginFlush();
-    Write({.kind = Kind::BeginFlush});
-    return result;
-}
-
-HRESULT CRecordingSink::EndFlush()
-{
-    Write({.kind = Kind::EndFlush});
-    return CSinkPin::EndFlush();
+    return CSinkPin::BeginFlush();
 }
 
 HRESULT CRecordingSink::EndOfStream()
 {
-    if (BlocksIn(GSinkTrick::BlockEndOfStream))
-        return S_FALSE;
-    const HRESULT result = CSinkPin::EndOfStream();
-    if (result == S_OK)
-        Write({.kind = Kind::End});
-    return result;
+    return BlocksIn(GSinkTrick::BlockEndOfStream) ? S_FALSE : CSinkPin::EndOfStream();
 }
 
 HRESULT CRecordingSink::NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate)
 {
     BlocksIn(GSinkTrick::BlockNewSegment);
-    Write({.kind = Kind::Segment, .start = tStart, .stop = tStop, .rate = dRate});
     return CSinkPin::NewSegment(tStart, tStop, dRate);
+}
+
+void CRecordingSink::EndedLocked() { WriteLocked({.kind = Kind::End}); }
+
+void CRecordingSink::FlushLocked(bool begins) { WriteLocked({.kind = begins ? Kind::BeginFlush : Kind::EndFlush}); }
+
+void CRecordingSink::SegmentLocked()
+{
+    WriteLocked({.kind = Kind::Segment,
+                 .start = report.segmentStart,
+                 .stop = report.segmentStop,
+                 .rate = report.segmentRate});
 }
 
 HRESULT CRecordingSink::GetAllocator(IMemAllocator** ppAllocator)
@@ -236,8 +230,7 @@ void CRecordingSink::TakenLocked(IMediaSample& sample, const GSampleView& view)
         recorded.bytes.assign(view.data.begin(), view.data.end());
     if (trick == GSinkTrick::KeepSamples)
         kept.emplace_back(&sample);
-    events.push_back({.kind = Kind::Sample, .sample = std::move(recorded)});
-    progress->Changed();
+    WriteLocked({.kind = Kind::Sample, .sample = std::move(recorded)});
 }
 
 }  // namespace vex::test

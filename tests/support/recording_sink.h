@@ -84,7 +84,6 @@ public:
     HRESULT STDMETHODCALLTYPE EnumMediaTypes(IEnumMediaTypes** ppEnum) override;
     HRESULT STDMETHODCALLTYPE EndOfStream() override;
     HRESULT STDMETHODCALLTYPE BeginFlush() override;
-    HRESULT STDMETHODCALLTYPE EndFlush() override;
     HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate) override;
     HRESULT STDMETHODCALLTYPE GetAllocator(IMemAllocator** ppAllocator) override;
     HRESULT STDMETHODCALLTYPE NotifyAllocator(IMemAllocator* pAllocator, BOOL bReadOnly) override;
@@ -93,10 +92,13 @@ public:
 
 private:
     void TakenLocked(IMediaSample& sample, const GSampleView& view) override G_REQUIRES(lock);
+    void EndedLocked() override G_REQUIRES(lock);
+    void FlushLocked(bool begins) override G_REQUIRES(lock);
+    void SegmentLocked() override G_REQUIRES(lock);
+    void WriteLocked(GRecordedEvent event) G_REQUIRES(lock);
     void WaitUntil(const std::function<bool()>& done);
     std::vector<GRecordedSample> Samples(bool ofSegment);
     bool BlocksIn(GSinkTrick call);
-    void Write(GRecordedEvent event);
 
     std::vector<GRecordedEvent> events G_GUARDED_BY(lock);
     std::vector<GComPtr<IMediaSample>> kept G_GUARDED_BY(lock);
