@@ -1,4 +1,4 @@
-// The header of DVD LPCM in private stream 1, from the sub-stream number on (DVD-Video, part 3).
+// The header of DVD LPCM in private stream 1, from the sub-stream number on (DVD-Video).
 #pragma once
 
 #include <cstdint>

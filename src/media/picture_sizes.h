@@ -15,8 +15,8 @@ struct GPictureSize {
     bool operator==(const GPictureSize&) const = default;
 };
 
-// MPEG-4 part 2: the size at fixed bit positions of a configuration of exactly 34 bytes that starts with a visual
-// object sequence (00 00 01 B0); nothing for others. The least significant bit of the width counts 2.
+// MPEG-4 Visual (ISO/IEC 14496-2): the size at fixed bit positions of a configuration of exactly 34 bytes that starts
+// with a visual object sequence (00 00 01 B0); nothing for others. The least significant bit of the width counts 2.
 std::optional<GPictureSize> Mpeg4ConfigurationSize(GBytes configuration);
 
 // The picture header of Sorenson H.263, as FLV carries it. Fields past the end are 0.

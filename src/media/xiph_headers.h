@@ -10,7 +10,7 @@
 
 namespace vex {
 
-// The Theora identification header (Theora specification, 6.2). Fields past the end of the packet are 0.
+// The Theora identification header (Theora I, 6.2). Fields past the end of the packet are 0.
 struct GTheoraIdentification {
     bool valid = false;  // type byte 0x80, "theora" and all 42 bytes
     std::uint8_t versionMajor = 0;

@@ -112,8 +112,8 @@ public:
     // Starts ThreadProc, with COM initialised for it; false when there is a thread that was not closed, the system
     // refuses one or memory is short. Never throws.
     bool Create();
-    // Waits for ThreadProc to return; requests are still accepted meanwhile. Harmless when there is no thread; of
-    // several callers each returns only when the thread is gone. Not to be called from the worker itself.
+    // Waits for ThreadProc to return; requests are still accepted meanwhile. Does nothing without a thread.
+    // Each of several callers returns only when the thread has ended. Not to be called from the worker itself.
     void Close();
     // From Create until Close: also true for a worker whose ThreadProc has returned.
     bool ThreadExists() const { return exists.load(std::memory_order_acquire); }

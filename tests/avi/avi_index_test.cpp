@@ -145,7 +145,7 @@ TEST(AviIdx1, ThatNamesMostOfTheDataIsBelievedAndTheRestIsSaid)
     GAviTestFile padded = TwoStreams(GAviTestIndex::Idx1Relative, 1);
     padded.junkBeforeData = 100'000;
     padded.recLists = true;
-    EXPECT_EQ(GAviReading(padded.Build()).Handler().Properties().size(), 1u) << "padding is no data";
+    EXPECT_EQ(GAviReading(padded.Build()).Handler().Properties().size(), 1u) << "padding is not a stream";
 }
 
 TEST(AviIdx1, HundredsOfThousandsOfEntriesForAHundredStreamsAreReadInOnePass)

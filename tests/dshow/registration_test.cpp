@@ -84,7 +84,7 @@ TEST_F(Registration, UndoneTakesEverySubkeyAndNothingElse)
     ASSERT_EQ(DllUnregisterServer(), S_OK);
     EXPECT_EQ(Classes(), 1u);
     EXPECT_EQ(Mapped(), 0u);
-    EXPECT_EQ(DllUnregisterServer(), S_OK) << "what is not there is no failure";
+    EXPECT_EQ(DllUnregisterServer(), S_OK) << "a missing entry is not a failure";
 }
 
 TEST_F(Registration, StopsAtTheFirstFilterThatFailsAndLeavesTheMapperAlone)

@@ -127,7 +127,8 @@ TEST(AdtsFramer, TheHeaderSaysProfileFrequencyChannelsAndLengthOrThereIsNone)
     EXPECT_EQ(checked.bytes, (GBytes{0xFF, 0xF1, 0x51, 0xC0, 0x01, 0x1F, 0xFC, 0xAA})) << "without the CRC";
     EXPECT_EQ(checked.misshapen, 1u) << "too short to have one";
     const GJson byteStream{{"byte_stream", true}};
-    EXPECT_EQ(Framed(stereo, {{0xFF, 0xF1}}, false, byteStream).bytes, (GBytes{0xFF, 0xF1})) << "headers are there already";
+    EXPECT_EQ(Framed(stereo, {{0xFF, 0xF1}}, false, byteStream).bytes, (GBytes{0xFF, 0xF1}))
+        << "headers are there already";
 }
 
 TEST(VorbisFramer, WhatIsNoAudioPacketIsLeftOutAndHeadersThatAreNotThereMeanNoFrame)

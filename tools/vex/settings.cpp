@@ -74,7 +74,8 @@ const char kTimeHelp[] =
     "(12500ms), or units of 100 ns with the suffix hns (125000000hns).";
 
 const char kUrlHelp[] =
-    "A FILE that begins with http:// or www. is the URL of an MP4 file, which is downloaded into a temporary file first.";
+    "A FILE that begins with http:// or www. is the URL of an MP4 file, which is downloaded into a temporary file "
+    "first.";
 
 const char kSummary[] = "Inspects and plays media files through the source filters of the VEX module";
 

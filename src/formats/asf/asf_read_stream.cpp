@@ -78,7 +78,7 @@ GAsfJoin GAsfEXReadStream::Continue(std::uint64_t payloadSize)
     return payloadSize > objectSize - object.Size() ? GAsfJoin::Malformed : GAsfJoin::Joined;
 }
 
-// False without memory: then there is no object, and what belongs to it is skipped.
+// False when memory is short: no object is begun, and the payloads that belong to it are skipped.
 bool GAsfEXReadStream::Start(const GObjectStart& start)
 {
     Drop();

@@ -115,7 +115,7 @@ void GProgramTables::ReadAssociation(GBytes section)
     while (body.Left() >= 4) {
         const std::uint16_t program = body.U16BE();
         const auto pid = static_cast<std::uint16_t>(body.U16BE() & 0x1FFF);
-        // Program 0 is the network table, which is no map.
+        // Program 0 names the network information table, not a program map.
         if (program != 0 && pid != 0 && maps.size() < kMostMaps &&
             std::ranges::find(maps, pid, &GMap::pid) == maps.end())
             maps.push_back({.pid = pid});

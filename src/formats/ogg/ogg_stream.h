@@ -59,7 +59,7 @@ public:
     GOGG2ReadStream(const GOGG2ReadStream&) = delete;
     GOGG2ReadStream& operator=(const GOGG2ReadStream&) = delete;
 
-    // Null for a kind that is no stream. May throw std::bad_alloc.
+    // Null for a kind without a stream class. May throw std::bad_alloc.
     static std::unique_ptr<GOGG2ReadStream> Create(GOggKind kind, std::uint32_t serial);
     // A stream of the same kind and headers, with no packets.
     std::unique_ptr<GOGG2ReadStream> Twin() const;

@@ -1,4 +1,4 @@
-// Theora in Ogg (Theora specification, appendix A). The position counts frames.
+// Theora in Ogg (Theora I, appendix A). The position counts frames.
 #pragma once
 
 #include "formats/ogg/ogg_stream.h"
