@@ -18,10 +18,8 @@ constexpr GCommandRow kCommands[] = {
      "can create them."},
     {GCommand::Probe, "probe", "FILE...", "Show what is in files",
      "Shows what each FILE holds: container, duration, and a line for every output pin with its codec, picture or "
-     "sound "
-     "format, bit rate and language; with --verbose also the media types and their fields. Nothing is played; of a "
-     "large "
-     "file little more than its headers and index is read."},
+     "sound format, bit rate and language; with --verbose also the media types and their fields. Nothing is played; "
+     "of a large file little more than its headers and index is read."},
     {GCommand::Play, "play", "FILE", "Play a file to its end",
      "Runs FILE through its filter to the end, as fast as it can be read, and prints what each pin delivered. Progress "
      "is shown while standard error is a terminal."},
