@@ -81,13 +81,20 @@ GMp4Bytes SampleEntry(const GMp4TestTrack& track)
     return Box(track.entry, Glue({start, fields, track.children}));
 }
 
+// In place: a table may have many entries.
+void Add(GMp4Bytes& body, std::uint32_t value)
+{
+    const GMp4Bytes bytes = Big(value);
+    body.insert(body.end(), bytes.begin(), bytes.end());
+}
+
 template <class Entries>
 GMp4Bytes Table(std::string_view type, const Entries& entries)
 {
     GMp4Bytes body = Big(entries.size());
     for (const auto& entry : entries)
         for (const std::uint32_t value : entry)
-            body = Glue({body, Big(value)});
+            Add(body, value);
     return FullBox(type, body);
 }
 
@@ -95,7 +102,7 @@ GMp4Bytes Numbers(std::string_view type, const std::vector<std::uint32_t>& numbe
 {
     GMp4Bytes body = Glue({before, Big(numbers.size())});
     for (const std::uint32_t number : numbers)
-        body = Glue({body, Big(number)});
+        Add(body, number);
     return FullBox(type, body);
 }
 
