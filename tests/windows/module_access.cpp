@@ -51,11 +51,4 @@ HRESULT GModuleAccess::Create(REFCLSID clsid, REFIID iid, void** out) const
 
 HRESULT GModuleAccess::CanUnloadNow() const { return Export<decltype(DllCanUnloadNow)>(Module(), "DllCanUnloadNow")(); }
 
-std::wstring GModuleAccess::LoadedPath() const
-{
-    std::wstring path(1024, L'\0');
-    path.resize(GetModuleFileNameW(Module(), path.data(), static_cast<DWORD>(path.size())));
-    return path;
-}
-
 }  // namespace vex::wintest

@@ -1,7 +1,6 @@
 // The two ways to reach a filter: through its registration, or through the exports of the module file.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "platform/com.h"
@@ -19,8 +18,6 @@ public:
     HRESULT Create(REFCLSID clsid, REFIID iid, void** out) const;
     // DllCanUnloadNow of the loaded module; of a registered one, once it was created from.
     HRESULT CanUnloadNow() const;
-    // Full path of the module that answers.
-    std::wstring LoadedPath() const;
 
 private:
     HMODULE Module() const;

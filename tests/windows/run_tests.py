@@ -20,6 +20,7 @@ from pathlib import Path
 from typing import NamedTuple
 
 import decoded
+import registration
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "download"))
 import download_cases  # noqa: E402  (found through the line above)
 from formats import DECOY, EARLY_LANDING, FORMATS, SECOND_FILTERS, Failure, make_file, make_large, must_succeed, require
@@ -33,9 +34,6 @@ SYSTEM_LIBRARIES = {"advapi32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "
 # What the compiler's runtime takes and never gives back, unless src/platform/windows/runtime_locks.cpp is linked in.
 KEPT_FOR_EVER = {"CreateSemaphoreA", "CreateSemaphoreW", "TlsAlloc"}
 SUITES = ("platform_test.exe", "framework_test.exe")
-# What Wine writes into the registry whenever it gets round to it.
-NOT_OURS = ("HKCU\\Software\\Wine\\", "\\Microsoft\\Windows NT\\CurrentVersion\\NetworkCards")
-MAPPER_INSTANCES = r"CLSID\{083863F1-70DE-11D0-BD40-00A0C911CE86}\Instance" "\\"
 
 
 # ---- comparing ------------------------------------------------------------------------------------------------------
@@ -117,14 +115,6 @@ class Context:
         return [word for name, file in self.inputs() if formats is None or name in formats
                 for word in (self.built[name], "C:\\vex\\" + file)]
 
-    def snapshot(self):
-        """The registry but for what is Wine's own business."""
-        lines = must_succeed(self.client("registration_test.exe", "snapshot"), "reading the registry").stdout
-        return [line for line in lines.decode("utf-8").splitlines() if not any(key in line for key in NOT_OURS)]
-
-    def regsvr32(self, *options):
-        must_succeed(self.wine.run_command("regsvr32", "/s", *options, r"C:\vex\VEX.ax"), " ".join(("regsvr32", *options)))
-
 
 def native_filters(native):
     """(short names of all filters that can be created: their class identifiers, and the file extensions of all)."""
@@ -158,43 +148,6 @@ def check_binary(path, objdump):
     kept = {word for line in text.splitlines() for word in line.split()[-1:]} & KEPT_FOR_EVER
     require(not kept, f"{path} imports {sorted(kept)}: the runtime's own locks are linked in")
     return f"exports {len(names)}, needs {', '.join(sorted(libraries))}"
-
-
-def test_registration(context):
-    # The first look into the mapper makes the system write a cache for it.
-    must_succeed(context.client("registration_test.exe", "removed"), "before regsvr32")
-    before = context.snapshot()
-    context.regsvr32()
-    installed = context.snapshot()
-    said = must_succeed(context.client("registration_test.exe", "installed", r"C:\vex\VEX.ax", *context.built.values()),
-                        "after regsvr32").stdout.decode("utf-8")
-    added, gone = keys(installed) - keys(before), set(before) - set(installed)
-    require(not gone, f"registering removed or changed {sorted(gone)[:5]}")
-    ours = {key for key in added if MAPPER_INSTANCES not in key}
-    require(len(ours) == 24 and sum(key.endswith("InprocServer32") for key in ours) == 12,
-            f"registering made the keys {sorted(ours)}")
-    require(len(added) - len(ours) == 12, f"registering made {len(added) - len(ours)} entries in the filter mapper")
-
-    context.regsvr32()
-    same_registry(context.snapshot(), installed, "registering twice is not the same as registering once")
-    context.regsvr32("/u")
-    same_registry(context.snapshot(), before, "unregistering leaves a difference")
-    must_succeed(context.client("registration_test.exe", "removed"), "after regsvr32 /u")
-    context.regsvr32("/u")
-    same_registry(context.snapshot(), before, "unregistering twice is not the same as unregistering once")
-    context.regsvr32()
-    same_registry(context.snapshot(), installed, "registering after unregistering differs from the first time")
-    return f"{len(added)} keys come and go; {said.count('created') - said.count('to be created')} classes load a filter"
-
-
-def same_registry(now, expected, what):
-    more, less = sorted(set(now) - set(expected)), sorted(set(expected) - set(now))
-    require(not more and not less, what + "".join(f"\n  + {line[:300]}" for line in more[:8]) +
-            "".join(f"\n  - {line[:300]}" for line in less[:8]))
-
-
-def keys(snapshot):
-    return {line for line in snapshot if "\t" not in line}
 
 
 def test_suite(context, program):
@@ -502,7 +455,7 @@ def prepare(arguments, tree, directory, built, report):
     for file in (directory / "inputs").iterdir():
         os.link(file, wine.drive / file.name)
     context = Context(arguments, tree.bits, wine, built)
-    report.run(f"{tree.bits} registration", lambda: test_registration(context))
+    report.run(f"{tree.bits} registration", lambda: registration.check(context))
     return context
 
 
