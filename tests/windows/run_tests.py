@@ -95,13 +95,17 @@ class Context:
         """One of the programs of tests/windows, which must come to its end.
 
         On a loaded machine Wine 8.0 sometimes ends a program in the middle, with status 0 and without its last word,
-        probably because its server dies; a crash has another status. Such a run is made again, twice at most.
+        probably because its server dies. Such a run is made again, twice at most. After a crash the status may be 0 as
+        well, but Wine's debugger has said so.
         """
         for _ in range(3):
             result = self.wine.run(program, *arguments, timeout=timeout)
+            crash = result.stderr.rfind(b"wine: Unhandled")
+            require(crash < 0, f"{program} crashed: " +
+                    (result.stderr[crash:] + result.stdout).decode("utf-8", "replace")[:3000])
             if result.returncode != 0 or result.stderr.split()[-1:] == [b"done"]:
                 break
-            print(f"      {program} was ended by Wine", flush=True)
+            print(f"      {program} was ended by Wine: {result.stderr[-300:]!r}", flush=True)
         else:
             raise Failure(f"{program} ended on the way")
         return result
