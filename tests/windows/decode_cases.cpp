@@ -46,8 +46,8 @@ int Decode(const GModuleAccess& access, REFCLSID clsid, GDecoder decoder, const 
 {
     const GOutputFile out(_wfopen(output.c_str(), L"wb"));
     Require(out != nullptr, "cannot write to " + Utf8FromWide(output));
-    GTestGraph graph(access, clsid);
-    Check(graph.Load(file).result, "loading " + Utf8FromWide(file));
+    GTestGraph graph(access, clsid, GKept::Bytes);
+    graph.MustLoad(file);
     PrintType(graph.ConnectDecoded(decoder));
     const auto log = graph.Logs().front();
     graph.Run();

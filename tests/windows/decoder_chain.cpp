@@ -87,7 +87,7 @@ CMediaType GTestGraph::ConnectDecoded(GDecoder decoder)
 {
     const bool audio = decoder == GDecoder::Mp3Audio;
     const auto pin = FirstPinOf(audio ? MEDIATYPE_Audio : MEDIATYPE_Video);
-    const auto log = std::make_shared<GPinLog>(PinName(*pin), GKept::Bytes);
+    const auto log = std::make_shared<GPinLog>(PinName(*pin), kept);
     logs.push_back(log);
     const auto sink = AddSink(log);
 

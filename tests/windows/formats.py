@@ -121,8 +121,6 @@ FORMATS += tuple(Format(name, files=tuple(File(file, tuple(arguments)) for file,
                         decoded=DECODED.get(name, ()))
                  for name, media in sorted(media_files.formats().items()) if name not in {row.name for row in FORMATS})
 
-# Whose seeks land on a sample at or before the target that has the time it has in the file: what the rounds look for.
-EARLY_LANDING = {"avi", "mkv"}
 # Older filters over the handler of another.
 SECOND_FILTERS = {"asf1", "mpeg1", "ogg1"}
 

@@ -4,7 +4,6 @@
 #include <cstdio>
 
 #include "windows/decode_cases.h"
-#include "windows/path_cases.h"
 #include "windows/resources.h"
 #include "windows/support.h"
 #include "windows/test_graph.h"
@@ -14,27 +13,22 @@ namespace vex::wintest {
 namespace {
 
 constexpr char kUsage[] =
-    "graph_test MODULE samples own|grabber FILES        every sample of every pin as a line of JSON\n"
-    "graph_test MODULE rounds own|grabber COUNT FILES   play, pause, seek, stop, play again; nothing left behind\n"
+    "graph_test MODULE samples own|grabber FILES        what Load said, and every sample of every pin as a line of "
+    "JSON\n"
+    "graph_test MODULE rounds own|grabber COUNT FILES   play, seek, pause, stop, play again; nothing left behind. "
+    "What\n"
+    "                                                   follows each seek as lines of JSON\n"
     "graph_test MODULE again own|grabber FILES          play to the end, then from 0 again\n"
     "graph_test MODULEPATH reload COUNT FILES           load the module, play, unload it; nothing left behind\n"
     "graph_test MODULE decode avi|mp3|auto CLSID FILE OUTPUT COUNT TARGET...\n"
     "                                                   decoded by the system, COUNT samples from each TARGET\n"
-    "graph_test MODULE paths CLSID DIRECTORY FILE DECOY file names that are hard to pass on\n"
-    "graph_test hold shared|alone FILE EVENT            (used by paths) holds a file open for writing\n"
+    "graph_test hold shared|alone FILE                  holds the file open for writing until stdin ends\n"
     "MODULE: the module file, or \"registered\". CLSID: the filter's class identifier in braces. FILES: any number of\n"
     "CLSID FILE, in turn.\n";
 
 struct GFile {
     CLSID clsid;
     std::wstring path;
-};
-
-struct GSubject {
-    const GModuleAccess& access;
-    GSinkKind kind;
-    CLSID clsid;
-    std::wstring file;
 };
 
 // Does `work` for every file, and says which one failed.
@@ -50,98 +44,72 @@ void ForEach(const std::vector<GFile>& files, Work&& work)
     }
 }
 
-using GPinSamples = std::vector<std::vector<GSampleRecord>>;
+// What arrived at one pin.
+struct GArrival {
+    std::optional<REFERENCE_TIME> segment;
+    std::vector<GSampleRecord> samples;
+};
+using GArrivals = std::vector<GArrival>;
 
-GPinSamples AllSamples(const GTestGraph& graph)
+GArrivals Arrivals(const GTestGraph& graph)
 {
-    GPinSamples all;
+    GArrivals all;
     for (const auto& log : graph.Logs())
-        all.push_back(log->Samples());
+        all.push_back({log->SegmentStart(), log->Samples()});
     return all;
 }
 
-std::string Where(const GTestGraph& graph, std::size_t pin, const char* situation)
-{
-    return std::string(situation) + ": pin \"" + graph.Logs()[pin]->name + "\": ";
-}
-
-void RequireSame(const GTestGraph& graph, const GPinSamples& whole, const char* situation)
-{
-    for (std::size_t pin = 0; pin < whole.size(); ++pin) {
-        const auto now = graph.Logs()[pin]->Samples();
-        const auto [was, is] = std::ranges::mismatch(whole[pin], now);
-        if (was == whole[pin].end() && is == now.end())
-            continue;
-        throw GTestFailure(Where(graph, pin, situation) + std::to_string(now.size()) + " samples instead of " +
-                           std::to_string(whole[pin].size()) + ", first difference at " +
-                           std::to_string(is - now.begin()) +
-                           (was != whole[pin].end() ? "\n  was " + ToJson(pin, *was) : "") +
-                           (is != now.end() ? "\n  is  " + ToJson(pin, *is) : ""));
-    }
-}
-
-// Where a seek landed on one pin, told from what arrived.
-struct GLanding {
-    std::size_t index = 0;  // of the first sample in the whole file's
-    LONGLONG base = 0;      // what was taken off the times, 100 ns
-    bool operator==(const GLanding&) const = default;
+enum class GExtent {
+    All,
+    OnlyTheEnd,  // something else may have arrived before
 };
 
-void RequireSameLanding(const std::vector<GLanding>& expected, const std::vector<GLanding>& reached,
-                        const char* situation)
+void RequireSame(const GArrivals& expected, GArrivals arrived, const char* situation, GExtent extent = GExtent::All)
 {
-    if (expected == reached)
-        return;
-    std::string text = std::string("a seek lands elsewhere when the graph is ") + situation + ':';
-    for (std::size_t pin = 0; pin < expected.size(); ++pin)
-        text += " sample " + std::to_string(reached[pin].index) + " at " + std::to_string(reached[pin].base) +
-                ", not sample " + std::to_string(expected[pin].index) + " at " + std::to_string(expected[pin].base) +
-                ';';
-    throw GTestFailure(text);
-}
-
-// What follows a seek must be the end of what the whole file gave: the same payloads, the times moved by one base.
-GLanding RequireTail(const GTestGraph& graph, std::size_t pin, const std::vector<GSampleRecord>& whole,
-                     const char* situation)
-{
-    const auto& log = *graph.Logs()[pin];
-    const auto tail = log.LastSegment();
-    const std::string where = Where(graph, pin, situation);
-    Require(!tail.empty(), where + "no sample with a discontinuity arrived");
-    Require(tail.size() <= whole.size(), where + std::to_string(tail.size()) + " samples are more than the file has");
-    Require(tail.front().sync, where + "the first sample is no sync point");
-    const std::size_t first = whole.size() - tail.size();
-    Require(tail.front().start && whole[first].start, where + "the first sample has no time");
-    const LONGLONG base = *whole[first].start - *tail.front().start;
-    for (std::size_t i = 0; i < tail.size(); ++i) {
-        const auto& before = whole[first + i];
-        const auto& after = tail[i];
-        const bool same = before.md5 == after.md5 && before.size == after.size && before.start && after.start &&
-                          *before.start - base == *after.start && before.stop.has_value() == after.stop.has_value() &&
-                          (!before.stop || *before.stop - base == *after.stop) && (i == 0 || before.sync == after.sync);
-        Require(same, where + "sample " + std::to_string(i) + " differs\n  was " + ToJson(pin, before) + "\n  is  " +
-                          ToJson(pin, after));
+    Require(arrived.size() == expected.size(), std::string(situation) + ": another number of pins");
+    for (std::size_t pin = 0; pin < expected.size(); ++pin) {
+        auto& now = arrived[pin].samples;
+        const auto& then = expected[pin].samples;
+        if (extent == GExtent::OnlyTheEnd && now.size() > then.size())
+            now.erase(now.begin(), now.end() - static_cast<std::ptrdiff_t>(then.size()));
+        const std::string where = std::string(situation) + ": pin " + std::to_string(pin) + ": ";
+        const auto [was, is] = std::ranges::mismatch(then, now);
+        Require(was == then.end() && is == now.end(), where + std::to_string(now.size()) + " samples instead of " +
+                                                          std::to_string(then.size()) + ", first difference at " +
+                                                          std::to_string(is - now.begin()) +
+                                                          (was != then.end() ? "\n  was " + ToJson(pin, *was) : "") +
+                                                          (is != now.end() ? "\n  is  " + ToJson(pin, *is) : ""));
+        Require(arrived[pin].segment == expected[pin].segment, where + "another start of the segment");
     }
-    if (const auto segment = log.SegmentStart())
-        Require(*segment == base, where + "the new segment starts at " + std::to_string(*segment) +
-                                      ", the samples at " + std::to_string(base));
-    return {first, base};
 }
 
-std::vector<GLanding> RequireTails(const GTestGraph& graph, const GPinSamples& whole, const char* situation)
+std::vector<std::uint8_t> Bytes(const GArrival& arrival)
 {
-    std::vector<GLanding> landings;
-    for (std::size_t pin = 0; pin < whole.size(); ++pin)
-        landings.push_back(RequireTail(graph, pin, whole[pin], situation));
-    for (const GLanding& landing : landings)
-        Require(landing.base == landings.front().base, std::string(situation) + ": the pins have different bases");
-    return landings;
+    std::vector<std::uint8_t> bytes;
+    for (const auto& sample : arrival.samples)
+        bytes.insert(bytes.end(), sample.bytes.begin(), sample.bytes.end());
+    return bytes;
+}
+
+// Every format delivers its stream's headers, if it has such, and then the rest of the stream from somewhere on.
+void RequireTheRest(const GArrivals& whole, const GArrivals& arrived)
+{
+    for (std::size_t pin = 0; pin < whole.size(); ++pin) {
+        const auto all = Bytes(whole[pin]), rest = Bytes(arrived[pin]);
+        const std::string where = "after a seek pin " + std::to_string(pin) + " delivers ";
+        Require(!rest.empty() && rest.size() <= all.size(), where + std::to_string(rest.size()) + " bytes");
+        const auto behindHeaders = std::ranges::mismatch(rest, all).in1;
+        Require(std::equal(behindHeaders, rest.end(), all.end() - (rest.end() - behindHeaders)),
+                where + "other bytes than the end of the file has");
+    }
 }
 
 // Brings the running graph to a point where every pin has delivered and none has finished.
 void PlayAWhile(GTestGraph& graph, GSinkKind kind)
 {
     constexpr std::size_t kSamples = 3;
+    graph.SeekTo(0);
+    graph.ClearLogs();
     if (kind == GSinkKind::Own)
         graph.HoldSinksAt(kSamples);
     graph.Run();
@@ -149,32 +117,29 @@ void PlayAWhile(GTestGraph& graph, GSinkKind kind)
         log->WaitForSamples(kind == GSinkKind::Own ? kSamples : 1);
 }
 
-// Plays from the start: `whole` is filled by the first round and compared with in the others.
-void PlayFromTheStart(GTestGraph& graph, GPinSamples& whole, const char* situation)
+GArrivals FinishPlaying(GTestGraph& graph)
+{
+    graph.HoldSinksAt(0);
+    graph.WaitForEnd();
+    GArrivals arrived = Arrivals(graph);
+    graph.Stop();
+    return arrived;
+}
+
+GArrivals PlayFromHere(GTestGraph& graph)
 {
     graph.ClearLogs();
     graph.Run();
-    graph.WaitForEnd();
-    graph.Stop();
-    if (whole.empty())
-        whole = AllSamples(graph);
-    for (std::size_t pin = 0; pin < whole.size(); ++pin)
-        Require(!whole[pin].empty(), Where(graph, pin, situation) + "no sample arrived");
-    RequireSame(graph, whole, situation);
+    return FinishPlaying(graph);
 }
 
-std::vector<GLanding> SeekStopped(GTestGraph& graph, const GPinSamples& whole, LONGLONG target)
+GArrivals SeekStopped(GTestGraph& graph, LONGLONG target)
 {
-    graph.ClearLogs();
     graph.SeekTo(target);
-    graph.Run();
-    graph.WaitForEnd();
-    const auto landings = RequireTails(graph, whole, "seek while stopped");
-    graph.Stop();
-    return landings;
+    return PlayFromHere(graph);
 }
 
-std::vector<GLanding> SeekPaused(GTestGraph& graph, const GPinSamples& whole, LONGLONG target)
+GArrivals SeekPaused(GTestGraph& graph, LONGLONG target)
 {
     graph.SeekTo(0);
     graph.ClearLogs();
@@ -186,91 +151,79 @@ std::vector<GLanding> SeekPaused(GTestGraph& graph, const GPinSamples& whole, LO
     for (const auto& log : graph.Logs())
         log->WaitForSamples(1);
     graph.Run();
-    graph.WaitForEnd();
-    const auto landings = RequireTails(graph, whole, "seek while paused");
-    graph.Stop();
-    return landings;
+    return FinishPlaying(graph);
 }
 
 // A grabber cannot be held, so its graph runs by the clock; the seek goes close to the end to save the time in between.
-std::vector<GLanding> SeekRunning(GTestGraph& graph, const GPinSamples& whole, LONGLONG target, GSinkKind kind)
+GArrivals SeekRunning(GTestGraph& graph, LONGLONG target, GSinkKind kind)
 {
-    graph.SeekTo(0);
-    graph.ClearLogs();
     PlayAWhile(graph, kind);
+    graph.ClearLogs();
     graph.SeekTo(target);
-    graph.HoldSinksAt(0);
-    graph.WaitForEnd();
-    const auto landings = RequireTails(graph, whole, "seek while running");
-    graph.Stop();
-    return landings;
+    return FinishPlaying(graph);
 }
 
 // With a grabber and without a clock the pause may come after the end: also that must lose nothing.
-void PauseInTheMiddle(GTestGraph& graph, GPinSamples& whole, GSinkKind kind)
+GArrivals PauseInTheMiddle(GTestGraph& graph, GSinkKind kind)
 {
-    graph.SeekTo(0);
-    graph.ClearLogs();
     PlayAWhile(graph, kind);
     graph.Pause();
     graph.HoldSinksAt(0);
     graph.Run();
-    graph.WaitForEnd();
-    RequireSame(graph, whole, "pause in the middle");
-    graph.Stop();
+    return FinishPlaying(graph);
 }
 
 void StopInTheMiddle(GTestGraph& graph, GSinkKind kind)
 {
-    graph.SeekTo(0);
-    graph.ClearLogs();
     PlayAWhile(graph, kind);
     graph.Stop();
     graph.HoldSinksAt(0);
 }
 
-void Round(const GSubject& subject, GPinSamples& whole)
+// Playing once without a seek and then from 0 again asks for a position that the filter believes to be at.
+GArrivals PlayTwice(GTestGraph& graph)
 {
-    {
-        GTestGraph graph(subject.access, subject.clsid);
-        const GLoadResult loaded = graph.Load(subject.file);
-        Check(loaded.result, "Load (" + loaded.errorText + ")");
-        graph.ConnectAll(subject.kind, GPace::Free);
-        const LONGLONG duration = graph.Duration();
-        Require(duration > 0, "the graph knows no duration");
-
-        // A file without an index is known in whole once it was played in whole: only then does a seek have one answer.
-        PlayFromTheStart(graph, whole, "first run");
-        const LONGLONG middle = duration / 2;
-        const auto landings = SeekStopped(graph, whole, middle);
-        Require(landings.front().base > 0 && landings.front().base <= middle,
-                "the seek did not land before its target");
-        RequireSameLanding(landings, SeekPaused(graph, whole, middle), "paused");
-        graph.SeekTo(0);
-        PlayFromTheStart(graph, whole, "run again from 0");
-
-        // What needs the graph to stay in the middle: sinks that hold, or the clock.
-        graph.SetPace(subject.kind == GSinkKind::Own ? GPace::Free : GPace::Clock);
-        const LONGLONG late = duration - duration / 4;
-        const auto lateLandings = SeekStopped(graph, whole, late);
-        RequireSameLanding(lateLandings, SeekRunning(graph, whole, late, subject.kind), "running");
-        StopInTheMiddle(graph, subject.kind);
-        graph.SetPace(GPace::Free);
-        PauseInTheMiddle(graph, whole, subject.kind);
-    }
-    Require(subject.access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
+    const GArrivals whole = PlayFromHere(graph);
+    for (const GArrival& pin : whole)
+        Require(!pin.samples.empty(), "a pin delivers nothing");
+    graph.SeekTo(0);
+    RequireSame(whole, PlayFromHere(graph), "second run");
+    return whole;
 }
 
-// Playing once without a seek and then from 0 again asks for a position that the filter believes to be at.
-void PlayTwice(const GSubject& subject)
+// What the first round saw of a file.
+struct GFirstRound {
+    GArrivals whole;
+    struct GSeek {
+        LONGLONG target;
+        GArrivals arrived;
+    } middle, late;
+};
+
+GFirstRound Round(const GModuleAccess& access, GSinkKind kind, const GFile& file)
 {
-    GPinSamples whole;
-    GTestGraph graph(subject.access, subject.clsid);
-    Check(graph.Load(subject.file).result, "Load");
-    graph.ConnectAll(subject.kind, GPace::Free);
-    PlayFromTheStart(graph, whole, "first run");
-    graph.SeekTo(0);
-    PlayFromTheStart(graph, whole, "second run");
+    GTestGraph graph(access, file.clsid, GKept::Bytes);
+    graph.MustLoad(file.path);
+    graph.ConnectAll(kind);
+    // A file without an index is known in whole once it was played in whole: only then does a seek have one answer.
+    GFirstRound saw{PlayTwice(graph), {}, {}};
+    const LONGLONG duration = graph.Duration();
+    saw.middle.target = duration / 2;
+    saw.middle.arrived = SeekStopped(graph, saw.middle.target);
+    RequireSame(saw.middle.arrived, SeekPaused(graph, saw.middle.target), "seek while paused");
+    saw.late.target = duration - duration / 8;
+    saw.late.arrived = SeekStopped(graph, saw.late.target);
+    for (const auto* seek : {&saw.middle, &saw.late})
+        RequireTheRest(saw.whole, seek->arrived);
+
+    // What needs the graph to stay in the middle: sinks that hold, or the clock.
+    graph.SetPace(kind == GSinkKind::Own ? GPace::Free : GPace::Clock);
+    RequireSame(saw.late.arrived, SeekRunning(graph, saw.late.target, kind), "seek while running",
+                kind == GSinkKind::Own ? GExtent::All : GExtent::OnlyTheEnd);
+    StopInTheMiddle(graph, kind);
+    graph.SetPace(GPace::Free);
+    RequireSame(saw.whole, PauseInTheMiddle(graph, kind), "pause in the middle");
+    return saw;
 }
 
 // Handles that the system itself keeps of every filter graph, an empty one too: Wine 8 keeps an event.
@@ -313,12 +266,44 @@ void Repeat(int count, std::size_t graphs, Work&& work)
     }
 }
 
+void RequireUnloadable(const GModuleAccess& access)
+{
+    Require(access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
+}
+
+void PrintArrivals(const GArrivals& arrived)
+{
+    for (std::size_t pin = 0; pin < arrived.size(); ++pin) {
+        for (const auto& sample : arrived[pin].samples)
+            std::puts(ToJson(pin, sample).c_str());
+    }
+}
+
+void PrintSeek(std::size_t file, const GFirstRound::GSeek& seek)
+{
+    std::string segments;  // a grabber sees none
+    for (const GArrival& pin : seek.arrived)
+        segments += (segments.empty() ? "" : ",") + (pin.segment ? std::to_string(*pin.segment) : "null");
+    std::printf("{\"file\":%zu,\"target\":%lld,\"segments\":[%s]}\n", file, seek.target, segments.c_str());
+    PrintArrivals(seek.arrived);
+}
+
 void Rounds(const GModuleAccess& access, GSinkKind kind, int count, const std::vector<GFile>& files)
 {
-    std::vector<GPinSamples> whole(files.size());
+    std::vector<GFirstRound> first(files.size());
     Repeat(count, files.size(), [&] {
         ForEach(files, [&](const GFile& file, std::size_t i) {
-            Round({access, kind, file.clsid, file.path}, whole[i]);
+            GFirstRound saw = Round(access, kind, file);
+            RequireUnloadable(access);
+            if (first[i].whole.empty()) {
+                PrintSeek(i, saw.middle);
+                PrintSeek(i, saw.late);
+                first[i] = std::move(saw);
+                return;
+            }
+            RequireSame(first[i].whole, saw.whole, "another round");
+            RequireSame(first[i].middle.arrived, saw.middle.arrived, "a seek in another round");
+            RequireSame(first[i].late.arrived, saw.late.arrived, "a late seek in another round");
         });
     });
 }
@@ -329,34 +314,58 @@ void Reload(const std::wstring& module, int count, const std::vector<GFile>& fil
         ForEach(files, [&](const GFile& file, std::size_t) {
             {
                 const GModuleAccess access(module);
-                Check(PlayWhole(access, file.clsid, file.path).loaded.result, "Load");
-                Require(access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
+                {
+                    GTestGraph graph(access, file.clsid);
+                    graph.MustLoad(file.path);
+                    graph.ConnectAll(GSinkKind::Own);
+                    PlayFromHere(graph);
+                }
+                RequireUnloadable(access);
             }
             Require(!GetModuleHandleW(L"VEX.ax"), "the module stays loaded");
         });
     });
 }
 
-// The lines of a file follow one with its number.
-void PrintSamples(const GSubject& subject, std::size_t number)
+// The lines of a file follow one with its number and what Load said: whether that was right is for the caller to say.
+void PrintSamples(const GModuleAccess& access, GSinkKind kind, const GFile& file, std::size_t number)
 {
-    std::string text = "{\"file\":" + std::to_string(number) + "}\n";
     {
-        GTestGraph graph(subject.access, subject.clsid);
-        const GLoadResult loaded = graph.Load(subject.file);
-        Check(loaded.result, "Load (" + loaded.errorText + ")");
-        graph.ConnectAll(subject.kind, GPace::Free);
-        graph.Run();
-        graph.WaitForEnd();
-        graph.Stop();
-        for (std::size_t pin = 0; pin < graph.Logs().size(); ++pin) {
-            for (const auto& sample : graph.Logs()[pin]->Samples())
-                text += ToJson(pin, sample) + '\n';
+        GTestGraph graph(access, file.clsid);
+        const GLoadResult loaded = graph.Load(file.path);
+        std::printf("{\"file\":%zu,\"result\":\"%s\",\"told\":%s}\n", number, ResultText(loaded.result).c_str(),
+                    loaded.errorText.empty() ? "false" : "true");
+        if (FAILED(loaded.result)) {
+            std::fprintf(stderr, "%s: %s\n", Utf8FromWide(file.path).c_str(), loaded.errorText.c_str());
+        } else {
+            graph.ConnectAll(kind);
+            PrintArrivals(PlayFromHere(graph));
+            std::fprintf(stderr, "%zu of %zu pins through the sample grabber\n", graph.GrabbedPins(),
+                         graph.Logs().size());
         }
-        std::fprintf(stderr, "%zu of %zu pins through the sample grabber\n", graph.GrabbedPins(), graph.Logs().size());
     }
-    Require(subject.access.CanUnloadNow() == S_OK, "DllCanUnloadNow does not say S_OK after all was released");
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    RequireUnloadable(access);
+}
+
+void Again(const GModuleAccess& access, GSinkKind kind, const GFile& file)
+{
+    GTestGraph graph(access, file.clsid);
+    graph.MustLoad(file.path);
+    graph.ConnectAll(kind);
+    PlayTwice(graph);
+}
+
+int HoldFile(bool shared, const std::wstring& file)
+{
+    const DWORD sharing = shared ? FILE_SHARE_READ | FILE_SHARE_WRITE : 0;
+    const HANDLE open = CreateFileW(file.c_str(), GENERIC_WRITE, sharing, nullptr, OPEN_EXISTING, 0, nullptr);
+    Require(open != INVALID_HANDLE_VALUE, "the file cannot be opened for writing");
+    std::puts("held");
+    std::fflush(stdout);
+    while (std::getchar() != EOF) {}
+    CloseHandle(open);
+    std::puts("released");
+    return 0;
 }
 
 GSinkKind ParseKind(std::wstring_view text)
@@ -392,8 +401,8 @@ int Body(std::span<wchar_t*> arguments)
 {
     const std::vector<std::wstring> words(arguments.begin(), arguments.end());
     const std::span all(words);
-    if (words.size() == 4 && words[0] == L"hold")
-        return HoldFile(words[1] == L"shared", words[2], words[3]);
+    if (words.size() == 3 && words[0] == L"hold")
+        return HoldFile(words[1] == L"shared", words[2]);
     Require(words.size() >= 5, kUsage);
     const std::wstring& mode = words[1];
     if (mode == L"reload")
@@ -404,12 +413,10 @@ int Body(std::span<wchar_t*> arguments)
     if (mode == L"decode" && words.size() >= 7)
         return Decode(access, ParseGuid(words[3]), ParseDecoder(words[2]), words[4], words[5], std::stoul(words[6]),
                       ParseTimes(all.subspan(7)));
-    if (mode == L"paths" && words.size() == 6)
-        return TryPaths(access, ParseGuid(words[2]), words[3], words[4], words[5]);
     Require(mode == L"samples" || mode == L"again", kUsage);
     ForEach(ParseFiles(all.subspan(3)), [&](const GFile& file, std::size_t number) {
-        const GSubject subject{access, ParseKind(words[2]), file.clsid, file.path};
-        mode == L"samples" ? PrintSamples(subject, number) : PlayTwice(subject);
+        mode == L"samples" ? PrintSamples(access, ParseKind(words[2]), file, number)
+                           : Again(access, ParseKind(words[2]), file);
     });
     return 0;
 }

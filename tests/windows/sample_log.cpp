@@ -1,7 +1,5 @@
 #include "windows/sample_log.h"
 
-#include <algorithm>
-
 #include "host/sink_pin.h"
 #include "windows/support.h"
 
@@ -38,12 +36,10 @@ GSampleRecord ReadSample(IMediaSample& sample, GKept kept)
                          .sync = view.sync,
                          .discontinuity = view.discontinuity,
                          .preroll = view.preroll,
-                         .md5 = {},
+                         .md5 = GMd5::Of(view.data),
                          .bytes = {}};
     if (kept == GKept::Bytes)
         record.bytes.assign(view.data.begin(), view.data.end());
-    else
-        record.md5 = GMd5::Of(view.data);
     return record;
 }
 
@@ -90,15 +86,6 @@ std::vector<GSampleRecord> GPinLog::Samples() const
 {
     const GMutexLock held(lock);
     return samples;
-}
-
-std::vector<GSampleRecord> GPinLog::LastSegment() const
-{
-    const GMutexLock held(lock);
-    const auto last = std::find_if(samples.rbegin(), samples.rend(), [](const auto& s) { return s.discontinuity; });
-    if (last == samples.rend())
-        return {};
-    return {last.base() - 1, samples.end()};
 }
 
 std::optional<REFERENCE_TIME> GPinLog::SegmentStart() const

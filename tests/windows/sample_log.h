@@ -17,8 +17,8 @@ struct GSampleRecord {
     std::optional<LONGLONG> mediaStart, mediaStop;  // 100000 times coarser
     long size = 0;                                  // bytes
     bool sync = false, discontinuity = false, preroll = false;
-    GMd5Digest md5{};                 // zero where the bytes are kept
-    std::vector<std::uint8_t> bytes;  // empty where the digest is kept
+    GMd5Digest md5{};
+    std::vector<std::uint8_t> bytes;  // empty unless they are kept
 
     bool operator==(const GSampleRecord&) const = default;
 };
@@ -48,8 +48,6 @@ public:
     void WaitForSamples(std::size_t count);
 
     std::vector<GSampleRecord> Samples() const;
-    // The samples from the last discontinuity on: what belongs to the last start or seek.
-    std::vector<GSampleRecord> LastSegment() const;
     std::optional<REFERENCE_TIME> SegmentStart() const;  // of the last NewSegment, 100 ns; a grabber sees none
     std::size_t EndsOfStream() const;
 

@@ -72,7 +72,7 @@ std::string PinName(IPin& pin)
     return Utf8FromWide(info.achName);
 }
 
-GTestGraph::GTestGraph(const GModuleAccess& access, REFCLSID clsid)
+GTestGraph::GTestGraph(const GModuleAccess& access, REFCLSID clsid, GKept ofPayloads) : kept(ofPayloads)
 {
     Check(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder, graph.PutVoid()),
           "the system has no filter graph");
@@ -117,13 +117,19 @@ GLoadResult GTestGraph::Load(const std::wstring& path)
     return loaded;
 }
 
-void GTestGraph::ConnectAll(GSinkKind kind, GPace pace)
+void GTestGraph::MustLoad(const std::wstring& path)
+{
+    const GLoadResult loaded = Load(path);
+    Check(loaded.result, "Load (" + loaded.errorText + ")");
+}
+
+void GTestGraph::ConnectAll(GSinkKind kind)
 {
     const auto pins = PinsOf(*source, PINDIR_OUTPUT);
     Require(!pins.empty(), "the loaded filter has no output pin");
     for (const auto& pin : pins)
         ConnectPin(*pin, kind);
-    SetPace(pace);
+    SetPace(GPace::Free);
 }
 
 void GTestGraph::SetPace(GPace pace)
@@ -138,12 +144,12 @@ void GTestGraph::SetPace(GPace pace)
 
 void GTestGraph::ConnectPin(IPin& pin, GSinkKind kind)
 {
-    const auto log = std::make_shared<GPinLog>(PinName(pin));
+    const auto log = std::make_shared<GPinLog>(PinName(pin), kept);
     logs.push_back(log);
     if (kind == GSinkKind::Grabber && ConnectGrabber(pin, log))
         ++grabbed;
     else
-        ConnectOwn(pin, log);
+        Check(graph->Connect(&pin, AddSink(log).Get()), "connecting pin \"" + log->name + "\"");
 }
 
 GComPtr<IBaseFilter> GTestGraph::AddSystemFilter(REFCLSID clsid, const wchar_t* name)
@@ -173,11 +179,6 @@ bool GTestGraph::ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log)
     Check(graph->Connect(OnlyPin(*grabber, PINDIR_OUTPUT).Get(), OnlyPin(*renderer, PINDIR_INPUT).Get()),
           "connecting the sample grabber to the null renderer");
     return true;
-}
-
-void GTestGraph::ConnectOwn(IPin& pin, const std::shared_ptr<GPinLog>& log)
-{
-    Check(graph->Connect(&pin, AddSink(log).Get()), "connecting pin \"" + log->name + "\"");
 }
 
 GComPtr<IPin> GTestGraph::AddSink(const std::shared_ptr<GPinLog>& log)
@@ -273,19 +274,6 @@ void GTestGraph::HoldSinksAt(std::size_t samples)
 {
     for (IGSinkControl* sink : sinks)
         sink->HoldAt(samples);
-}
-
-GPlayed PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path)
-{
-    GTestGraph graph(access, clsid);
-    const GLoadResult loaded = graph.Load(path);
-    if (FAILED(loaded.result))
-        return {loaded, {}};
-    graph.ConnectAll(GSinkKind::Own, GPace::Free);
-    graph.Run();
-    graph.WaitForEnd();
-    graph.Stop();
-    return {loaded, graph.Logs()};
 }
 
 }  // namespace vex::wintest

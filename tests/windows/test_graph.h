@@ -40,14 +40,16 @@ struct GLoadResult {
 // Throws GTestFailure when a step of the graph fails. Used from one thread.
 class GTestGraph {
 public:
-    GTestGraph(const GModuleAccess& access, REFCLSID clsid);
+    GTestGraph(const GModuleAccess& access, REFCLSID clsid, GKept ofPayloads = GKept::Digest);
     // Stops, takes every filter out of the graph and releases it.
     ~GTestGraph();
     GTestGraph(const GTestGraph&) = delete;
     GTestGraph& operator=(const GTestGraph&) = delete;
 
     GLoadResult Load(const std::wstring& path);
-    void ConnectAll(GSinkKind kind, GPace pace);
+    void MustLoad(const std::wstring& path);
+    // Every pin, to play without a clock.
+    void ConnectAll(GSinkKind kind);
     // Connects the first pin that the decoder is for, to play without a clock; returns the type of what is decoded.
     CMediaType ConnectDecoded(GDecoder decoder);
 
@@ -73,7 +75,6 @@ private:
     std::string ArrivedText() const;
     void ConnectPin(IPin& pin, GSinkKind kind);
     bool ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log);
-    void ConnectOwn(IPin& pin, const std::shared_ptr<GPinLog>& log);
     // Makes what ends a chain: a sink of our own for `log`, and gives its input pin.
     GComPtr<IPin> AddSink(const std::shared_ptr<GPinLog>& log);
     GComPtr<IBaseFilter> AddSystemFilter(REFCLSID clsid, const wchar_t* name);
@@ -81,6 +82,7 @@ private:
     GComPtr<IBaseFilter> AddRgbGrabber();
     GComPtr<IPin> FirstPinOf(REFGUID majorType);
 
+    const GKept kept;
     GComPtr<IGraphBuilder> graph;
     GComPtr<IMediaControl> control;
     GComPtr<IMediaEvent> events;
@@ -98,14 +100,5 @@ inline constexpr CLSID kNullRenderer{0xC1F400A4, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x
 std::vector<GComPtr<IPin>> PinsOf(IBaseFilter& filter, PIN_DIRECTION wanted);
 GComPtr<IPin> OnlyPin(IBaseFilter& filter, PIN_DIRECTION direction);
 std::string PinName(IPin& pin);
-
-// What Load said, and what every pin got where it opened the file.
-struct GPlayed {
-    GLoadResult loaded;
-    std::vector<std::shared_ptr<GPinLog>> logs;
-};
-
-// The plain route: load, connect sinks of our own, run to the end.
-GPlayed PlayWhole(const GModuleAccess& access, REFCLSID clsid, const std::wstring& path);
 
 }  // namespace vex::wintest

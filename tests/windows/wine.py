@@ -35,10 +35,10 @@ class Wine:
         self.run_command("reg", "add", r"HKCU\Software\Wine\Drivers", "/v", "Audio", "/d", "", "/f")
         self.drive.mkdir()
 
-    def start(self, *words, output, errors, directory=None, environment=None):
+    def start(self, *words, output, errors, directory=None, environment=None, stdin=subprocess.DEVNULL):
         return subprocess.Popen([self.command, *map(str, words)], cwd=directory or self.drive,
                                 env={**self.environment, **(environment or {})},
-                                stdin=subprocess.DEVNULL, stdout=output, stderr=errors, start_new_session=True)
+                                stdin=stdin, stdout=output, stderr=errors, start_new_session=True)
 
     def run(self, program, *arguments, directory=None, timeout=None, environment=None):
         return self.run_command(str(program), *arguments, directory=directory, timeout=timeout, environment=environment)
