@@ -44,10 +44,14 @@ class Decoded(NamedTuple):
 
 
 class Format(NamedTuple):
-    name: str  # short name of the filter in `vex filters`
+    media: media_files.Format
     files: tuple
-    large: tuple  # how ffmpeg encodes the pictures and the sound of a file of gigabytes
-    decoded: tuple = ()
+    decoded: tuple
+
+    @property
+    def name(self):
+        """Short name of the filter in `vex filters`."""
+        return self.media.name
 
 
 def picture(seconds, size="160x120"):
@@ -78,48 +82,35 @@ def avi_without_index(directory, name):
     (directory / name).write_bytes(data)
 
 
-MPEG4_MP3 = (*picture(4), *tone(4), "-c:v", "mpeg4", "-g", "12", "-bf", "0", "-c:a", "libmp3lame", "-b:a", "128k")
 # Key frames only: Wine's codec misreads the code for blocks that stay as they were.
 VIDEO_1 = (*picture(4, "64x48"), "-c:v", "msvideo1", "-keyint_min", "0")
 # A melody: the place of a piece of it is found again.
 MP3 = ("-f", "lavfi", "-i", "aevalsrc=0.4*sin(2*PI*t*(300+100*t)):sample_rate=44100:duration=8", "-c:a", "libmp3lame",
        "-b:a", "128k")
-LARGE_MPEG4 = ("-c:v", "mpeg4", "-b:v", "40M", "-g", "50", "-c:a", "libmp3lame")
 # The system's MP3 decoder adds noise of a step or two to what it rounds.
 DITHER = 3
 
-FORMATS = (
-    Format("avi",
-           files=(File("mpeg4_mp3.avi", (*MPEG4_MP3, "-vtag", "XVID")),
-                  File("raw_pcm.avi", (*picture(3, "64x48"), *tone(3), "-c:v", "rawvideo", "-pix_fmt", "bgr24",
-                                       "-c:a", "pcm_s16le")),
-                  File("no_index.avi", make=avi_without_index)),
-           large=(*LARGE_MPEG4, "-vtag", "XVID"),
-           decoded=(Decoded(File("video1.avi", VIDEO_1), "avi", 1, swapped=True),
-                    Decoded(File("video1.avi", VIDEO_1), "auto", 1, swapped=True),
-                    Decoded(File("cinepak.avi", (*picture(4, "64x48"), "-c:v", "cinepak", "-g", "10")), "avi", 1),
-                    Decoded(File("rgb.avi", (*picture(4, "64x48"), "-c:v", "rawvideo", "-pix_fmt", "bgr24")), "auto", 0),
-                    Decoded(File("mp3.avi", MP3), "mp3", DITHER))),
-    Format("mkv",
-           files=(File("mpeg4_mp3.mkv", MPEG4_MP3),),
-           large=LARGE_MPEG4,
-           decoded=(Decoded(File("video1.mkv", VIDEO_1), "avi", 1, swapped=True),
-                    Decoded(File("mp3.mkv", MP3), "mp3", DITHER))),
-)
-
 CINEPAK = (*picture(4, "64x48"), "-c:v", "cinepak", "-g", "10")
 DECODED = {
+    "avi": (Decoded(File("video1.avi", VIDEO_1), "avi", 1, swapped=True),
+            Decoded(File("video1.avi", VIDEO_1), "auto", 1, swapped=True),
+            Decoded(File("cinepak.avi", CINEPAK), "avi", 1),
+            Decoded(File("rgb.avi", (*picture(4, "64x48"), "-c:v", "rawvideo", "-pix_fmt", "bgr24")), "auto", 0),
+            Decoded(File("mp3.avi", MP3), "mp3", DITHER)),
+    "mkv": (Decoded(File("video1.mkv", VIDEO_1), "avi", 1, swapped=True), Decoded(File("mp3.mkv", MP3), "mp3", DITHER)),
     "mp3": (Decoded(File("mp3.mp3", MP3), "mp3", DITHER, seeks=False),),
     "mp4": (Decoded(File("cinepak.mov", CINEPAK), "avi", 1), Decoded(File("mp3.mp4", (*MP3, "-ac", "2")), "mp3", DITHER)),
     "flv": (Decoded(File("mp3.flv", MP3), "mp3", DITHER),),
     "asf": (Decoded(File("mp3.asf", MP3), "mp3", DITHER),),
     "mpeg": (Decoded(File("mp3.ts", MP3), "mp3", DITHER),),
 }
+DAMAGED = {"avi": (File("no_index.avi", make=avi_without_index),)}
 
-# Every other format plays the small files that its own list names (tests/<format>/media.py).
-FORMATS += tuple(Format(name, files=tuple(File(file, tuple(arguments)) for file, arguments in media.small.items()), large=(),
-                        decoded=DECODED.get(name, ()))
-                 for name, media in sorted(media_files.formats().items()) if name not in {row.name for row in FORMATS})
+# Every format plays the small files that its own list names (tests/<format>/media.py).
+FORMATS = tuple(
+    Format(media, tuple(File(file, tuple(arguments)) for file, arguments in media.small.items()) + DAMAGED.get(name, ()),
+           DECODED.get(name, ()))
+    for name, media in sorted(media_files.formats().items()))
 
 # Older filters over the handler of another.
 SECOND_FILTERS = {"asf1", "mpeg1", "ogg1"}
@@ -131,16 +122,6 @@ DECOY = File("decoy.avi", (*picture(2, "80x60"), *tone(2), "-c:v", "mpeg4", "-c:
 def ffmpeg(output, *arguments):
     must_succeed(subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-y", *map(str, arguments), "-fflags", "+bitexact",
                                  str(output)], capture_output=True, check=False), f"ffmpeg for {output.name}")
-
-
-def make_large(directory, row, megabytes):
-    """A file of at least so many megabytes: eight seconds, repeated without being encoded again."""
-    extension = Path(row.files[0].name).suffix
-    seed, path = directory / f"seed{megabytes}{extension}", directory / f"large{megabytes}{extension}"
-    ffmpeg(seed, *picture(8, "1280x720"), *tone(8), "-vf", "noise=alls=20:allf=t", *row.large)
-    ffmpeg(path, "-stream_loop", megabytes * 1000000 // seed.stat().st_size + 1, "-i", seed, "-map", "0", "-c", "copy")
-    seed.unlink()
-    return path
 
 
 def make_file(directory, file):

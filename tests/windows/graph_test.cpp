@@ -349,7 +349,7 @@ void PrintSamples(const GModuleAccess& access, GSinkKind kind, const GFile& file
 
 void Again(const GModuleAccess& access, GSinkKind kind, const GFile& file)
 {
-    GTestGraph graph(access, file.clsid);
+    GTestGraph graph(access, file.clsid, GKept::OneDigest);
     graph.MustLoad(file.path);
     graph.ConnectAll(kind);
     PlayTwice(graph);

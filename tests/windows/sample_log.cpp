@@ -47,6 +47,11 @@ void GPinLog::Add(IMediaSample& sample)
 {
     GSampleRecord record = ReadSample(sample, kept);
     const GMutexLock held(lock);
+    if (kept == GKept::OneDigest && !samples.empty()) {
+        const std::string both = HexText(samples.front().md5) + ToJson(0, record);
+        record.md5 = GMd5::Of({reinterpret_cast<const std::uint8_t*>(both.data()), both.size()});
+        samples.clear();
+    }
     samples.push_back(std::move(record));
     changed.notify_all();
 }

@@ -26,8 +26,8 @@ struct GSampleRecord {
 // One object in a line, with the keys that the command's own dump uses; `pin` counts the filter's pins from 0.
 std::string ToJson(std::size_t pin, const GSampleRecord& sample);
 
-// What a log keeps of the payloads.
-enum class GKept { Digest, Bytes };
+// What a log keeps of the samples: each with its bytes or without, or one for all, with a digest of what came.
+enum class GKept { Bytes, Digest, OneDigest };
 
 GSampleRecord ReadSample(IMediaSample& sample, GKept kept);
 
