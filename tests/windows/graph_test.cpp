@@ -13,11 +13,9 @@ namespace vex::wintest {
 namespace {
 
 constexpr char kUsage[] =
-    "graph_test MODULE samples own|grabber FILES        what Load said, and every sample of every pin as a line of "
-    "JSON\n"
-    "graph_test MODULE rounds own|grabber COUNT FILES   play, seek, pause, stop, play again; nothing left behind. "
-    "What\n"
-    "                                                   follows each seek as lines of JSON\n"
+    "graph_test MODULE samples own|grabber FILES        what Load said and every sample, as lines of JSON\n"
+    "graph_test MODULE rounds own|grabber COUNT FILES   play, seek, pause, stop, play again; nothing left behind.\n"
+    "                                                   What follows each seek as lines of JSON\n"
     "graph_test MODULE again own|grabber FILES          play to the end, then from 0 again\n"
     "graph_test MODULEPATH reload COUNT FILES           load the module, play, unload it; nothing left behind\n"
     "graph_test MODULE decode avi|mp3|auto CLSID FILE OUTPUT COUNT TARGET...\n"

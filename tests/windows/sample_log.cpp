@@ -47,6 +47,7 @@ void GPinLog::Add(IMediaSample& sample)
 {
     GSampleRecord record = ReadSample(sample, kept);
     const GMutexLock held(lock);
+    ++arrived;
     if (kept == GKept::OneDigest && !samples.empty()) {
         const std::string both = HexText(samples.front().md5) + ToJson(0, record);
         record.md5 = GMd5::Of({reinterpret_cast<const std::uint8_t*>(both.data()), both.size()});
@@ -73,6 +74,7 @@ void GPinLog::Clear()
 {
     const GMutexLock held(lock);
     samples.clear();
+    arrived = 0;
     segmentStart.reset();
     endsOfStream = 0;
 }
@@ -81,8 +83,8 @@ void GPinLog::WaitForSamples(std::size_t count)
 {
     GMutexLock held(lock);
     const auto deadline = GSteadyClock::now() + std::chrono::milliseconds(kPatienceMs);
-    const auto arrived = [&] { return samples.size() >= count || endsOfStream > 0; };
-    while (!arrived() && held.WaitUntil(changed, deadline)) {}
+    const auto ready = [&] { return samples.size() >= count || endsOfStream > 0; };
+    while (!ready() && held.WaitUntil(changed, deadline)) {}
     Require(samples.size() >= count, "pin \"" + name + "\": " + std::to_string(samples.size()) + " of " +
                                          std::to_string(count) + " samples came");
 }
@@ -91,6 +93,12 @@ std::vector<GSampleRecord> GPinLog::Samples() const
 {
     const GMutexLock held(lock);
     return samples;
+}
+
+std::size_t GPinLog::Arrived() const
+{
+    const GMutexLock held(lock);
+    return arrived;
 }
 
 std::optional<REFERENCE_TIME> GPinLog::SegmentStart() const

@@ -48,6 +48,7 @@ public:
     void WaitForSamples(std::size_t count);
 
     std::vector<GSampleRecord> Samples() const;
+    std::size_t Arrived() const;                         // samples since Clear
     std::optional<REFERENCE_TIME> SegmentStart() const;  // of the last NewSegment, 100 ns; a grabber sees none
     std::size_t EndsOfStream() const;
 
@@ -56,6 +57,7 @@ private:
     mutable GMutex lock;  // Guards what follows.
     GCondition changed;
     std::vector<GSampleRecord> samples;
+    std::size_t arrived = 0;
     std::optional<REFERENCE_TIME> segmentStart;
     std::size_t endsOfStream = 0;
 };

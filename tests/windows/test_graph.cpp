@@ -223,13 +223,19 @@ void GTestGraph::Stop()
 
 void GTestGraph::WaitForEnd()
 {
-    // Wine's GetEvent may find its queue empty before the time is over: E_ABORT ends the wait only when patience does.
-    const ULONGLONG deadline = GetTickCount64() + kPatienceMs;
+    // Wine's GetEvent may find its queue empty before the time is over: E_ABORT ends the wait only when nothing has
+    // arrived for as long as patience lasts.
+    std::string seen;
+    ULONGLONG since = GetTickCount64();
     for (;;) {
         long code;
         LONG_PTR first, second;
         const HRESULT got = events->GetEvent(&code, &first, &second, 1000);
-        if (got == E_ABORT && GetTickCount64() < deadline)
+        if (std::string now = ArrivedText(); now != seen) {
+            seen = std::move(now);
+            since = GetTickCount64();
+        }
+        if (got == E_ABORT && GetTickCount64() - since < kPatienceMs)
             continue;
         Check(got, "waiting for EC_COMPLETE" + ArrivedText());
         const auto status = static_cast<HRESULT>(first);
@@ -245,7 +251,7 @@ std::string GTestGraph::ArrivedText() const
 {
     std::string text;
     for (const auto& log : logs)
-        text += "; \"" + log->name + "\": " + std::to_string(log->Samples().size()) + " samples, " +
+        text += "; \"" + log->name + "\": " + std::to_string(log->Arrived()) + " samples, " +
                 std::to_string(log->EndsOfStream()) + " ends of stream";
     return text;
 }

@@ -58,7 +58,7 @@ public:
     void Run();
     void Pause();
     void Stop();
-    // Waits for EC_COMPLETE; throws on an abort event and when patience ends.
+    // Waits for EC_COMPLETE; throws on an abort event, and when nothing arrives any more.
     void WaitForEnd();
 
     // Through the graph's IMediaSeeking; times in 100 ns.
