@@ -162,4 +162,7 @@ private:
 // The name under which debuggers and `ps` show the calling thread: ASCII, at most 15 characters are kept. Never throws.
 void SetCurrentThreadName(const char* name);
 
+// Other threads that have work to do go first, until the calling thread ends. Best effort; never throws.
+void LowerCurrentThreadPriority();
+
 }  // namespace vex

@@ -18,4 +18,6 @@ void SetCurrentThreadName(const char* name)
     setDescription(GetCurrentThread(), wide);
 }
 
+void LowerCurrentThreadPriority() { SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL); }
+
 }  // namespace vex
