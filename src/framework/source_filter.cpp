@@ -92,7 +92,13 @@ HRESULT CVexFilter::Stop()
 {
     if (OnOwnThread())
         return VFW_E_WRONG_STATE;
+    // A seek that waits for an index holds the lock. One on a stopped filter is left alone: nothing would repeat it.
+    const bool hurry = !IsStopped();
+    if (hurry)
+        handler->HurrySeek(true);
     const CAutoLock change(&changeLock);
+    if (hurry)
+        handler->HurrySeek(false);
     const GStateChange progress(*this);
     StopReader();
     const bool flushed = FreePins();

@@ -1,6 +1,8 @@
 // Where a seek goes, what it does to every pin, and when it does nothing.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "support/scripted_filter.h"
 
 namespace vex::test {
@@ -134,6 +136,29 @@ TEST(Seek, AlignsOnKeyFramesOnlyWhenBothOptionsAreOnAndThePositionIsNew)
 }
 
 // Every graph relays one seek to all pins. What lands elsewhere than asked tells the rules apart.
+TEST(Seek, ThatWaitsIsToldOfAStopAndCountsAsNotMade)
+{
+    GScript script = Movie(200);
+    std::atomic<int> waits{0};
+    script.onSeek = [&](const std::function<bool()>& hurried) {
+        if (waits++ == 0)
+            for (const GHangCheck hang("a stop that waits for a seek that waits"); !hurried(); hang.Check())
+                std::this_thread::yield();
+        else
+            EXPECT_FALSE(hurried()) << "the stop is over";
+    };
+    GRig rig(script);
+    rig.ConnectAll();
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    GNativeThread seeker([&] { EXPECT_EQ(rig.Seek(0, 50 * kFrame), S_OK); });
+    for (const GHangCheck hang("a seek that does not begin"); waits == 0; hang.Check())
+        std::this_thread::yield();
+    EXPECT_EQ(rig.Filter()->Stop(), S_OK);
+    seeker.join();
+    EXPECT_EQ(rig.Seek(0, 50 * kFrame), S_OK);
+    EXPECT_EQ(rig.Log().Seeks().size(), 2u);
+}
+
 TEST(SeekRelay, CountsPerPinOrOncePerTarget)
 {
     GScript script = Movie(100);

@@ -68,6 +68,8 @@ public:
     std::optional<REFERENCE_TIME> Seek(REFERENCE_TIME time, GSeekMode mode) override
     {
         log->Sought({time, mode});
+        if (script.onSeek)
+            script.onSeek([this] { return IsSeekHurried(); });
         if (script.refuses && script.refuses(time))
             return std::nullopt;
         const REFERENCE_TIME landed = script.seekLands ? script.seekLands(time, mode) : time;
