@@ -96,7 +96,7 @@ TEST(AsfClose, EndsAThreadThatWaitsForGrowth)
     const GData whole = AsfFilm(10, 5).Bytes();
     GAsfExReadHandler handler(
         std::make_unique<GMemoryFile>(std::make_shared<GMemoryDisk>(GData(whole.begin(), whole.begin() + 900))),
-        std::chrono::hours(1));
+        {.growthPause = std::chrono::hours(1)});
     for (int round = 0; round < 3; ++round) {
         ASSERT_TRUE(handler.Open("memory").Ok());
         for (const GHangCheck hang("an index that never catches up"); !handler.IsIndexComplete(); hang.Check())

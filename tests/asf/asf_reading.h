@@ -13,9 +13,10 @@ namespace vex::test {
 
 class GAsfReading : public GHandlerReading<GAsfExReadHandler> {
 public:
-    // The index looks for growth every millisecond.
-    explicit GAsfReading(std::vector<std::uint8_t> bytes)
-        : GHandlerReading(std::move(bytes), std::chrono::milliseconds(1))
+    // `growthPause`: of the index thread.
+    explicit GAsfReading(std::vector<std::uint8_t> bytes,
+                         std::chrono::milliseconds growthPause = std::chrono::milliseconds(1))
+        : GHandlerReading(std::move(bytes), GAsfExReadHandler::GTimes{growthPause, kHangBound})
     {
     }
 

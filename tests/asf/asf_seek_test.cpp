@@ -112,14 +112,25 @@ TEST(AsfUserIndex, PassesWhatIsNoPacketAndTimesThatGoBack)
     EXPECT_EQ(Landed(reading, 39 * kFrame), 10);
 }
 
-TEST(AsfSeek, RightAfterOpenWaitsForTheScan)
+TEST(AsfSeek, RightAfterOpenWaitsForTheScanUnlessAStopWaitsForTheSeek)
 {
-    GAsfTestFile film = AsfFilm(3'000, 50);
+    const GWatchdog watchdog("a seek that waits for an index");
+    GSourceWatch watch;
+    watch.holdsNew = true;
+    GAsfTestFile film = AsfFilm(100, 50);
     film.behindData = {};
-    for (int round = 0; round < 20; ++round) {
-        GAsfReading reading(film.Bytes());
-        ASSERT_EQ(Landed(reading, 2'940 * kFrame), 2'900 % 256) << "round " << round;
-    }
+    GAsfExReadHandler handler(std::make_unique<GWatchedSource>(OpenInMemory(film.Bytes()), watch),
+                              {.indexWait = 2 * kHangBound});
+    ASSERT_TRUE(handler.Open("memory").Ok());
+    GNextPacket next;
+    handler.HurrySeek(true);
+    EXPECT_EQ(handler.Seek(60 * kFrame, GSeekMode::Independent), 60 * kFrame);
+    EXPECT_EQ(handler.ReadPacket(next), GReadStatus::End) << "nothing is indexed";
+    handler.HurrySeek(false);
+    watch.holdsNew = false;
+    EXPECT_EQ(handler.Seek(50 * kFrame, GSeekMode::Independent), 50 * kFrame);
+    EXPECT_EQ(handler.ReadPacket(next), GReadStatus::Packet);
+    EXPECT_EQ(next.start, 50 * kFrame);
 }
 
 TEST(AsfSeek, ReadsABoundedPartOfTheFile)

@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "support/memory_file.h"
+#include "support/watchdog.h"
 
 namespace vex::test {
 
@@ -19,22 +21,29 @@ struct GSourceWatch {
     // A read that touches a byte of [failFrom, failUntil) fails.
     std::atomic<std::int64_t> failFrom{std::numeric_limits<std::int64_t>::max()};
     std::atomic<std::int64_t> failUntil{std::numeric_limits<std::int64_t>::max()};
+    // Meanwhile the source of another thread does not open.
+    std::atomic<bool> holdsNew{false};
 };
 
 class GWatchedSource final : public GFileBase {
 public:
     // `watcher` is not owned and outlives the source and its new instances.
-    GWatchedSource(std::unique_ptr<GFileBase> watched, GSourceWatch& watcher)
-        : inner(std::move(watched)), watch(watcher)
+    GWatchedSource(std::unique_ptr<GFileBase> watched, GSourceWatch& watcher, bool newInstance = false)
+        : inner(std::move(watched)), watch(watcher), isNew(newInstance)
     {
     }
 
     std::unique_ptr<GFileBase> NewInstance() const override
     {
         auto again = inner->NewInstance();
-        return again ? std::make_unique<GWatchedSource>(std::move(again), watch) : nullptr;
+        return again ? std::make_unique<GWatchedSource>(std::move(again), watch, true) : nullptr;
     }
-    int Open(const char* path) override { return inner->Open(path); }
+    int Open(const char* path) override
+    {
+        for (const GHangCheck hang("a source that is never let go"); isNew && watch.holdsNew; hang.Check())
+            std::this_thread::yield();
+        return inner->Open(path);
+    }
     std::uint32_t Read(void* buffer, std::uint32_t count) override
     {
         return Fails(count) ? 0 : Counted(inner->Read(buffer, count));
@@ -65,6 +74,7 @@ private:
 
     std::unique_ptr<GFileBase> inner;
     GSourceWatch& watch;
+    const bool isNew;
 };
 
 // Bytes as an open source.

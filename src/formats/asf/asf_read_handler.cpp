@@ -11,7 +11,6 @@
 namespace vex {
 namespace {
 
-constexpr std::chrono::milliseconds kLongestIndexWait{1000};
 constexpr std::chrono::milliseconds kInterruptCheck{5};
 
 // "de-at" is shown by its first part. A code that the list does not have is shown as it is.
@@ -65,8 +64,8 @@ const GAsfEXReadStream* IndexReference(const GAsfStreams& streams)
 
 }  // namespace
 
-GAsfExReadHandler::GAsfExReadHandler(std::unique_ptr<GFileBase> file, std::chrono::milliseconds growthPause)
-    : GReadHandler(std::move(file), "AsfEX File Handler Error(the file cannot be opened)\n"), pause(growthPause)
+GAsfExReadHandler::GAsfExReadHandler(std::unique_ptr<GFileBase> file, GTimes waits)
+    : GReadHandler(std::move(file), "AsfEX File Handler Error(the file cannot be opened)\n"), times(waits)
 {
 }
 
@@ -116,7 +115,7 @@ void GAsfExReadHandler::StartUserIndex()
     plan.dataEnd = header.dataEnd;
     plan.preroll = header.preroll;
     plan.latest = header.playDuration > 0 ? header.preroll + header.playDuration : 0;
-    plan.growthPause = pause;
+    plan.growthPause = times.growthPause;
     userIndex = std::make_unique<GAsfUserIndex>(plan);
     if (!userIndex->Start(source->NewInstance(), Path()))
         Trace("No thread for the index\n");
@@ -167,9 +166,9 @@ std::optional<REFERENCE_TIME> GAsfExReadHandler::Seek(REFERENCE_TIME time, GSeek
 // Right after Open the scan may not have come as far as the target; then a seek would end the stream.
 void GAsfExReadHandler::WaitForIndex(REFERENCE_TIME time) const
 {
-    const auto deadline = GSteadyClock::now() + kLongestIndexWait;
+    const auto deadline = GSteadyClock::now() + times.indexWait;
     while (userIndex->IsScanning() && userIndex->IndexedUpTo() < time && GSteadyClock::now() < deadline &&
-           !Interrupted().load(std::memory_order_acquire)) {
+           !IsSeekHurried() && !Interrupted().load(std::memory_order_acquire)) {
         const std::uint64_t seen = userIndex->Progress();
         if (userIndex->IsScanning() && userIndex->IndexedUpTo() < time)
             userIndex->WaitForProgress(seen, kInterruptCheck);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "formats/asf/asf_data_reader.h"
@@ -19,9 +20,16 @@ namespace vex {
 // landed on and the target comes with times before the segment.
 class GAsfExReadHandler final : public GReadHandler {
 public:
-    // `growthPause`: between two looks of the index thread at a file that lacks data.
-    explicit GAsfExReadHandler(std::unique_ptr<GFileBase> file = std::make_unique<GCacheFile>(),
-                               std::chrono::milliseconds growthPause = std::chrono::milliseconds(500));
+    struct GTimes {
+        std::chrono::milliseconds growthPause{500};  // between two looks of the index thread at a file that lacks data
+        std::chrono::milliseconds indexWait{1'000};  // of a seek for the index thread, at most
+    };
+
+    explicit GAsfExReadHandler(std::unique_ptr<GFileBase> file = std::make_unique<GCacheFile>())
+        : GAsfExReadHandler(std::move(file), GTimes())
+    {
+    }
+    GAsfExReadHandler(std::unique_ptr<GFileBase> file, GTimes waits);
     ~GAsfExReadHandler() override { Close(); }
 
     REFERENCE_TIME Duration() const override;
@@ -49,7 +57,7 @@ private:
     std::int64_t SeekPacketOffset(REFERENCE_TIME time);
     std::optional<std::int64_t> GetIndexOffset_SimpleIndexObject(REFERENCE_TIME time, std::size_t place) const;
 
-    const std::chrono::milliseconds pause;
+    const GTimes times;
 
     // Fixed from Open to Close, but for the streams' objects in progress, which are the reader thread's.
     GAsfHeader header;
