@@ -112,6 +112,26 @@ TEST(AsfUserIndex, PassesWhatIsNoPacketAndTimesThatGoBack)
     EXPECT_EQ(Landed(reading, 39 * kFrame), 10);
 }
 
+TEST(AsfUserIndex, PassesWhatOneObjectFillsUnreadButNotMuchOfALie)
+{
+    for (const std::uint32_t lie : {0u, 1'990'000u, 0xFFFFFFFFu}) {  // what object 3 says of its size, of 2 MB of data
+        GAsfTestFile film{.playDurationMs = 50'000, .packetSize = 1'000};
+        for (std::uint32_t part = 0; part < 40 * 50; ++part) {
+            const std::uint32_t object = part / 50;
+            const std::vector data(950, static_cast<std::uint8_t>(object));
+            GAsfTestPayload payload = Whole(2, 1'000 * (object + 1), data);
+            payload.objectSize = lie != 0 && object == 3 ? lie : 50 * 950;
+            payload.offset = part % 50 * 950;
+            film.packets.Raw(Packet({payload}, 1'000).bytes);
+        }
+        GAsfReading reading(film.Bytes());
+        reading.WaitForIndex();
+        EXPECT_TRUE(lie != 0 || reading.Watch().bytes < film.packets.Size() / 2);
+        EXPECT_EQ(Landed(reading, 2 * kSecond), 2);
+        EXPECT_EQ(reading.Handler().UserIndex()->IndexedUpTo(), 39 * kSecond) << lie;
+    }
+}
+
 TEST(AsfSeek, RightAfterOpenWaitsForTheScanUnlessAStopWaitsForTheSeek)
 {
     const GWatchdog watchdog("a seek that waits for an index");

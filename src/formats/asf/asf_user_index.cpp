@@ -17,10 +17,58 @@ constexpr std::int64_t kPacketsPassed = 10;  // behind a match
 constexpr std::size_t kMaxEntries = 1u << 20;
 constexpr REFERENCE_TIME kUnitsPerMillisecond = 10'000;
 
-// Many small packets are read at once; of large ones the payload headers alone.
+// Many small packets are read at once, but not behind a leap: often there is another one. Of large packets the payload
+// headers alone are read.
 constexpr std::uint32_t kLargePacket = 16u << 10;    // bytes
 constexpr std::size_t kBlock = 64u << 10;            // bytes
+constexpr std::size_t kLandingBlock = 8u << 10;      // bytes
 constexpr std::size_t kLargePacketBlock = 2u << 10;  // bytes
+constexpr std::int64_t kLeap = 16 << 10;             // bytes, at least
+constexpr std::int64_t kPacketsBehindLeap = 3;       // the next object may begin a little later
+constexpr std::uint64_t kMostPassed = 1u << 20;      // bytes of one object; its size may be a lie
+
+// Where the scan is, and the bytes there.
+class GScanPlace {
+public:
+    GScanPlace(GFileBase& source, const std::atomic<bool>& stop, std::int64_t start, std::int64_t sizeOfPackets)
+        : position(start),
+          packetSize(sizeOfPackets),
+          blocks(source, &stop, packetSize > kLargePacket ? kLargePacketBlock : kBlock),
+          landing(source, &stop, packetSize > kLargePacket ? kLargePacketBlock : kLandingBlock),
+          landed(start - reach)
+    {
+    }
+
+    GScanWindow& Window() { return position - landed < reach ? landing : blocks; }
+    void PassPackets(std::int64_t count)
+    {
+        position += count * packetSize;
+        if (count * packetSize >= kLeap)
+            landed = position;
+    }
+    void Forget()
+    {
+        blocks.Forget();
+        landing.Forget();
+    }
+
+    std::int64_t position;
+    const std::int64_t packetSize;
+
+private:
+    // Bytes behind a leap for which little is read.
+    const std::int64_t reach = std::max<std::int64_t>(kPacketsBehindLeap * packetSize, kLandingBlock);
+    GScanWindow blocks;
+    GScanWindow landing;
+    std::int64_t landed = 0;  // behind the last leap
+};
+
+// How many packets on the stream's next object begins at the earliest: `rest` bytes of the last one fill those before.
+std::int64_t PacketsToNext(std::uint64_t rest, std::int64_t packetSize)
+{
+    const auto bytes = static_cast<std::int64_t>(std::min(rest, kMostPassed));
+    return std::max<std::int64_t>((bytes + packetSize - 1) / packetSize, 1);
+}
 
 // Stricter than a reader: what it takes for a packet by mistake would send seeks astray.
 bool IsUsual(const GAsfPacket& packet)
@@ -33,7 +81,7 @@ bool IsUsual(const GAsfPacket& packet)
 }  // namespace
 
 GAsfUserIndex::GScanned GAsfUserIndex::ScanPacket(GScanWindow& window, std::int64_t position, std::int64_t end,
-                                                  REFERENCE_TIME& time) const
+                                                  GFound& found) const
 {
     const auto count = static_cast<std::size_t>(std::min<std::int64_t>(end - position, kAsfPacketHeaderMax));
     const GBytes bytes = window.At(position, count);
@@ -48,11 +96,16 @@ GAsfUserIndex::GScanned GAsfUserIndex::ScanPacket(GScanWindow& window, std::int6
     while (const auto payload = walk.Next(window)) {
         if (payload->replicatedLength >= 2 && !payload->DescribesObject())
             return GScanned::Unreadable;
-        if (payload->stream != plan.stream || !payload->DescribesObject() || payload->offset != 0 ||
-            (plan.video && !payload->keyFrame))
+        if (payload->stream != plan.stream || !payload->DescribesObject())
             continue;
-        time = payload->presentationMs * kUnitsPerMillisecond;
-        if (time > 0 && (plan.latest == 0 || time <= plan.latest))
+        const std::uint64_t held = payload->offset + payload->dataSize;
+        const bool lacks =
+            payload->hasOffset && payload->objectSize > held && payload->objectSize <= plan.limits.dataSize;
+        found.rest = lacks ? payload->objectSize - held : 0;
+        if (payload->offset != 0 || (plan.video && !payload->keyFrame))
+            continue;
+        found.time = payload->presentationMs * kUnitsPerMillisecond;
+        if (found.time > 0 && (plan.latest == 0 || found.time <= plan.latest))
             return GScanned::Match;
     }
     return walk.Broken() ? GScanned::Unreadable : GScanned::Nothing;
@@ -60,36 +113,36 @@ GAsfUserIndex::GScanned GAsfUserIndex::ScanPacket(GScanWindow& window, std::int6
 
 void GAsfUserIndex::MakeUserIndex(GFileBase& source)
 {
+    LowerCurrentThreadPriority();  // the reader of the same file goes first
     const std::int64_t packetSize = plan.limits.packetSize;
-    GScanWindow window(source, &StopFlag(), packetSize > kLargePacket ? kLargePacketBlock : kBlock);
-    std::int64_t position = plan.dataStart;
+    GScanPlace place(source, StopFlag(), plan.dataStart, packetSize);
     std::int64_t fileSize = source.GetSize();
-    while (!StopRequested() && packetSize <= plan.dataEnd - position) {
+    while (!StopRequested() && packetSize <= plan.dataEnd - place.position) {
         const std::int64_t end = std::min(plan.dataEnd, fileSize);
-        REFERENCE_TIME time = 0;
+        GFound found;
         GScanned scanned = GScanned::Missing;
-        if (packetSize <= end - position)
-            scanned = ScanPacket(window, position, end, time);
+        if (packetSize <= end - place.position)
+            scanned = ScanPacket(place.Window(), place.position, end, found);
         switch (scanned) {
         case GScanned::Missing:
             SetCaughtUp(true);
             if (!Pause(plan.growthPause))
                 return;
             fileSize = source.GetSize();
-            window.Forget();
-            if (packetSize <= std::min(plan.dataEnd, fileSize) - position)
+            place.Forget();
+            if (packetSize <= std::min(plan.dataEnd, fileSize) - place.position)
                 SetCaughtUp(false);
             break;
         case GScanned::Unreadable:
-            ++position;
+            ++place.position;
             break;
         case GScanned::Nothing:
-            position += packetSize;
+            place.PassPackets(PacketsToNext(found.rest, packetSize));
             break;
         case GScanned::Match:
-            if (!Append({time, position}))
+            if (!Append({found.time, place.position}))
                 return;
-            position += kPacketsPassed * packetSize;
+            place.PassPackets(std::max(kPacketsPassed, PacketsToNext(found.rest, packetSize)));
             break;
         }
     }

@@ -42,10 +42,14 @@ private:
         std::int64_t offset = 0;  // of the packet, from the start of the file
     };
     enum class GScanned : std::uint8_t { Unreadable, Missing, Nothing, Match };
+    struct GFound {
+        REFERENCE_TIME time = 0;  // of the object that matches, preroll included
+        std::uint64_t rest = 0;   // bytes of the reference stream's last object that later packets hold
+    };
 
     void Build(GFileBase& source) override { MakeUserIndex(source); }
     void MakeUserIndex(GFileBase& source);
-    GScanned ScanPacket(GScanWindow& window, std::int64_t position, std::int64_t end, REFERENCE_TIME& time) const;
+    GScanned ScanPacket(GScanWindow& window, std::int64_t position, std::int64_t end, GFound& found) const;
     bool Append(const GEntry& entry) G_EXCLUDES(lock);
 
     const GAsfScanPlan plan;
