@@ -54,6 +54,7 @@ void GAsfDataReader::MoveTo(std::int64_t packetPosition)
         stream->Drop();
     walk.reset();
     compressed.reset();
+    appending.reset();
     resync.reset();
     complete = nullptr;
     suspect = gaveUp = false;
@@ -99,6 +100,10 @@ GAsfStep GAsfDataReader::Step()
         return GAsfStep::End;
     if (resync)
         return Resync();
+    if (appending) {
+        AppendBytes();
+        return GAsfStep::Again;
+    }
     if (compressed) {
         ReadSubPayload();
         return GAsfStep::Again;
@@ -241,11 +246,8 @@ bool GAsfDataReader::JoinPayload(const GAsfPayload& payload, GAsfEXReadStream& s
         damage.Add("a payload does not fit its media object", payload.dataPosition, payload.dataSize);
         return false;
     }
-    if (joined == GAsfJoin::Joined) {
-        AppendBytes(stream, payload.dataPosition, payload.dataSize);
-        if (stream.IsComplete())
-            SetComplete(stream);
-    }
+    if (joined == GAsfJoin::Joined)
+        BeginAppending(stream, payload.dataPosition, payload.dataSize);
     return true;
 }
 
@@ -270,29 +272,40 @@ void GAsfDataReader::ReadSubPayload()
     stream.Drop();
     const REFERENCE_TIME time =
         static_cast<REFERENCE_TIME>(inside.presentationMs) * kUnitsPerMillisecond + stream.timeOffset;
-    stream.Begin({inside.keyFrame, size, 0, time}, size);
-    AppendBytes(stream, data, size);
     inside.position = data + size;
     inside.presentationMs += inside.deltaMs;
-    if (stream.IsComplete())
-        SetComplete(stream);
+    if (stream.Begin({inside.keyFrame, size, 0, time}, size) == GAsfJoin::Joined)
+        BeginAppending(stream, data, size);
 }
 
-void GAsfDataReader::AppendBytes(GAsfEXReadStream& stream, std::int64_t from, std::uint64_t size)
+void GAsfDataReader::BeginAppending(GAsfEXReadStream& stream, std::int64_t from, std::uint64_t size)
 {
-    workDone += size;
-    while (size > 0) {
-        const GBytes bytes = window.At(from, static_cast<std::size_t>(std::min<std::uint64_t>(size, kBlock / 2)));
-        if (bytes.empty()) {
-            stream.Drop();
-            damage.Add("a payload cannot be read", from, size);
-            return;
-        }
-        if (!stream.Append(bytes))
-            return;
-        from += static_cast<std::int64_t>(bytes.size());
-        size -= bytes.size();
+    appending = GAppending{&stream, from, size};
+    AppendBytes();
+}
+
+// A part of the payload: one may be as large as the file.
+void GAsfDataReader::AppendBytes()
+{
+    GAppending& part = *appending;
+    GAsfEXReadStream& stream = *part.stream;
+    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(part.left, kBlock / 2));
+    const GBytes bytes = window.At(part.position, count);
+    if (bytes.empty() && part.left > 0) {
+        stream.Drop();
+        damage.Add("a payload cannot be read", part.position, part.left);
+        part.left = 0;
+    } else if (!stream.Append(bytes)) {
+        part.left = 0;
     }
+    workDone += bytes.size();
+    part.position += static_cast<std::int64_t>(bytes.size());
+    part.left -= std::min<std::uint64_t>(bytes.size(), part.left);
+    if (part.left > 0)
+        return;
+    appending.reset();
+    if (stream.IsComplete())
+        SetComplete(stream);
 }
 
 // Objects of no bytes are passed over.

@@ -45,6 +45,12 @@ private:
         std::uint8_t deltaMs = 0;
         bool keyFrame = false;
     };
+    // The bytes of a payload that an object still has to get.
+    struct GAppending {
+        GAsfEXReadStream* stream = nullptr;
+        std::int64_t position = 0;
+        std::uint64_t left = 0;  // bytes
+    };
     struct GResync {
         std::int64_t next = 0;  // position to try
         std::uint64_t triesLeft = 0;
@@ -59,7 +65,8 @@ private:
     bool TakePayload(const GAsfPayload& payload);
     bool JoinPayload(const GAsfPayload& payload, GAsfEXReadStream& stream);
     void ReadSubPayload();
-    void AppendBytes(GAsfEXReadStream& stream, std::int64_t position, std::uint64_t size);
+    void BeginAppending(GAsfEXReadStream& stream, std::int64_t from, std::uint64_t size);
+    void AppendBytes();
     void SetComplete(GAsfEXReadStream& stream);
     std::int64_t DataEnd(std::int64_t needed);
 
@@ -80,6 +87,7 @@ private:
     bool suspect = false;  // a payload of the packet is malformed
     std::optional<GAsfPayloadWalk> walk;
     std::optional<GCompressed> compressed;
+    std::optional<GAppending> appending;
     std::optional<GResync> resync;
     bool gaveUp = false;
     std::uint64_t workDone = 0;  // in this call, bytes
