@@ -196,6 +196,14 @@ TEST(AsfDamage, CostsThePacketItIsIn)
     }
 }
 
+TEST(AsfDamage, OfEverySecondPacketCostsNoMore)
+{
+    GAsfTestFile film = AsfFilm(20, 4);
+    for (const int packet : {5, 7, 9, 11, 13, 15})
+        std::fill_n(film.packets.bytes.begin() + 100 * packet, 100, std::uint8_t{0xEE});
+    EXPECT_EQ(GAsfReading(film.Bytes()).ReadAll().size(), 28u);
+}
+
 TEST(AsfDamage, BehindThreePacketSizesReadingEnds)
 {
     for (const std::size_t hole : {200u, 400u}) {

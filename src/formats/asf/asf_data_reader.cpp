@@ -167,7 +167,7 @@ void GAsfDataReader::FinishPacket()
 
 void GAsfDataReader::BeginResync()
 {
-    resync = GResync{position + 1, std::uint64_t{limits.packetSize} * kTriesInPackets};
+    resync = GResync{.next = position + 1, .triesLeft = std::uint64_t{limits.packetSize} * kTriesInPackets};
 }
 
 // A packet makes sense there, or the data ends there.
@@ -189,15 +189,26 @@ GAsfStep GAsfDataReader::Resync()
         if (end - resync->next < kAsfSmallestPacket)
             break;
         --resync->triesLeft;
-        if (FollowsOn(resync->next) && FollowsOn(resync->next + limits.packetSize)) {
-            position = resync->next;
-            resync.reset();
-            return GAsfStep::Again;
+        if (FollowsOn(resync->next)) {
+            if (FollowsOn(resync->next + limits.packetSize))
+                return EndResync(resync->next);
+            if (!resync->lonely)
+                resync->lonely = resync->next;
         }
         ++resync->next;
     }
     if (resync->triesLeft > 0 && DataEnd(resync->next) - resync->next >= kAsfSmallestPacket)
         return GAsfStep::Again;
+    return EndResync(resync->lonely);
+}
+
+GAsfStep GAsfDataReader::EndResync(std::optional<std::int64_t> found)
+{
+    resync.reset();
+    if (found) {
+        position = *found;
+        return GAsfStep::Again;
+    }
     Trace("No data packet within three packet sizes\n");
     gaveUp = true;
     return GAsfStep::End;

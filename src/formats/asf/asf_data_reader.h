@@ -54,6 +54,7 @@ private:
     struct GResync {
         std::int64_t next = 0;  // position to try
         std::uint64_t triesLeft = 0;
+        std::optional<std::int64_t> lonely{};  // the first packet that makes sense, with none behind it that does
     };
 
     GAsfStep Step();
@@ -61,6 +62,7 @@ private:
     void FinishPacket();
     void BeginResync();
     GAsfStep Resync();
+    GAsfStep EndResync(std::optional<std::int64_t> found);
     bool FollowsOn(std::int64_t position);
     bool TakePayload(const GAsfPayload& payload);
     bool JoinPayload(const GAsfPayload& payload, GAsfEXReadStream& stream);
