@@ -18,12 +18,10 @@ GAsfReading Reading(const GAsfBytes& packets, GAsfTestFile file = {})
 
 GAsfTestPayload Part(std::uint32_t timeMs, std::uint32_t objectSize, std::uint32_t offset, GData data)
 {
-    return {.stream = 2,
-            .key = true,
-            .timeMs = timeMs,
-            .objectSize = objectSize,
-            .data = std::move(data),
-            .offset = offset};
+    GAsfTestPayload part = Whole(2, timeMs, std::move(data));
+    part.objectSize = objectSize;
+    part.offset = offset;
+    return part;
 }
 
 TEST(AsfPacket, EveryCombinationOfLengthTypesGivesTheSameObjects)
@@ -64,6 +62,9 @@ TEST(AsfTimes, CountFromThePrerollWithTheStreamsOffsetAndNeverFallBelow0)
     const auto read = Reading(packets, file).ReadAll();
     EXPECT_EQ(Starts(read), (std::vector<REFERENCE_TIME>{0, 5'070'000, 5'000'000}));
     EXPECT_EQ(KeyFlags(read), (std::vector{true, true, false}));
+    EXPECT_EQ(GAsfReading(file.Bytes()).Handler().Duration(), 4 * kSecond);
+    file.playDurationMs = 500;
+    EXPECT_EQ(GAsfReading(file.Bytes()).Handler().Duration(), 0);
 }
 
 TEST(AsfCompressed, SubPayloadsAreObjectsADeltaApart)

@@ -177,4 +177,24 @@ GAsfTestFile AsfFilm(unsigned pictures, unsigned group)
     return file;
 }
 
+GAsfTestFile AsfEverything()
+{
+    using GData = std::vector<std::uint8_t>;
+    GAsfTestFile file = AsfFilm(8, 3);
+    file.streams = {{.number = 1, .spread = {2, 5, 0, 2, 0, 1, 0, 0}}, {.number = 2, .video = true}, {.number = 3}};
+    file.extension.Object(GAsfId::LanguageList, LanguageList({"de", "en"}))
+        .Object(GAsfId::ExtendedStreamProperties, ExtendedStream(3, 5, 1))
+        .Object(GAsfId::AdvancedMutualExclusion, GAsfBytes().Zeros(16).Raw(Numbers({1, 3}).bytes))
+        .Object(GAsfId::GroupMutualExclusion, GAsfBytes().Zeros(16).Number(1, 2).Raw(Numbers({1}).bytes));
+    file.children.Object(GAsfId::BitrateMutualExclusion, GAsfBytes().Zeros(16).Raw(Numbers({1}).bytes))
+        .Object(GAsfId::StreamBitrateProperties, GAsfBytes().Number(1, 2).Number(1, 2).Number(9, 4));
+    file.packets.Raw(
+        Packet({{.stream = 3, .timeMs = 1'100, .data = {2, 1, 1, 1, 2}, .replicated = 1, .deltaMs = 9}}).bytes);
+    file.packets.Raw(Packet({{.stream = 2, .timeMs = 1'200, .objectSize = 90, .data = GData(50, 1)}}).bytes);
+    file.packets.Raw(
+        Packet({{.stream = 2, .data = GData(40, 2), .replicated = 0}}, 100, {.multiple = false, .paddingType = 1})
+            .bytes);
+    return file;
+}
+
 }  // namespace vex::test

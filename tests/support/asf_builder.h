@@ -94,5 +94,7 @@ GAsfBytes SimpleIndex(std::uint64_t interval, const std::vector<std::uint32_t>& 
 // `pictures` of 40 ms, a packet each, with a key frame every `group`, a sound object beside each, and a simple index of
 // one entry for each second.
 GAsfTestFile AsfFilm(unsigned pictures, unsigned group);
+// A film with every kind of header object, payload and index once.
+GAsfTestFile AsfEverything();
 
 }  // namespace vex::test
