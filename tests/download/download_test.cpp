@@ -53,6 +53,15 @@ TEST(Url, EscapesBlanksAndHighBytesAndNothingElse)
     EXPECT_EQ(EscapeUrl("http://h/a b\xE9\x80\xFF?q=%20&x#y~\x7F"), "http://h/a%20b%e9%80%ff?q=%20&x#y~\x7F");
 }
 
+TEST(Url, MayHave2047CharactersOnceEscapedWithoutTheSchemePutAhead)
+{
+    GDownloadStatus status;
+    for (const std::string url : {"http://h/ ", "www.h/ "})
+        for (const std::size_t more : {2047 - url.size() - 2, 2048 - url.size() - 2})
+            EXPECT_EQ(GMp4Download::StartDownload(url + std::string(more, 'x'), status, {}).Ok(),
+                      url.size() + 2 + more < 2048);
+}
+
 TEST(Download, ReportsPercentAfterHalfASecondWithEveryBlockOfAKnownLength)
 {
     GSinkTrial known;

@@ -58,10 +58,10 @@ GResult<std::unique_ptr<GMp4Download>> GMp4Download::StartDownload(std::string_v
 {
     HttpRequest request;
     request.url = EscapeUrl(url);
-    if (!request.url.starts_with(kScheme) && (request.url[0] == 'w' || request.url[0] == 'W'))
-        request.url.insert(0, kScheme);
     if (request.url.size() >= kUrlCapacity)
         return GError{GErrorKind::Limit, "the URL is too long", 0};
+    if (!request.url.starts_with(kScheme) && (request.url[0] == 'w' || request.url[0] == 'W'))
+        request.url.insert(0, kScheme);
     GLockedTempFile cache;
     if (!cache.Create(kPrefix))
         return GError{GErrorKind::Io, "no temporary file can be created", 0, cache.LastError()};
