@@ -157,8 +157,8 @@ TEST(Mp4Arrival, AFileThatShrankIsWaitedForAndTheTimeItHoldsIsKnown)
     GNextPacket next;
     EXPECT_EQ(reading.Announce(next), GReadStatus::Wait);
     file.Resize(body.size());
+    EXPECT_EQ(reading.Handler().AvailableTime(), 2 * kSecond) << "also before the reader gets there";
     EXPECT_EQ(reading.ReadAvailable().size(), 5u);
-    EXPECT_EQ(reading.Handler().AvailableTime(), 2 * kSecond);
 
     const GMp4Bytes sound = HeaderFirst({.tracks = {PcmSound({44'100, 44'100})}});
     const GMp4Bytes cut(sound.begin(), sound.end() - 3 * 22'050 * 2 - 1);

@@ -227,7 +227,9 @@ std::optional<REFERENCE_TIME> GMp4ReadHandler::Seek(REFERENCE_TIME time, GSeekMo
 REFERENCE_TIME GMp4ReadHandler::AvailableTime() const
 {
     REFERENCE_TIME available = 0;
-    const auto size = static_cast<std::uint64_t>(sizeSeen.load(std::memory_order_relaxed));
+    // The reader, whose source is not to be asked here, may not have met the file's growth yet.
+    const auto again = OpenAgain();
+    const auto size = static_cast<std::uint64_t>(again ? std::max<std::int64_t>(again->GetSize(), 0) : sizeSeen.load());
     for (const Mp4TrackPtr& track : movie.tracks)
         available = std::max(available, track->TimeAtOffset(size));
     return available;
