@@ -35,26 +35,11 @@ void Require(bool condition, const char* what)
     std::exit(1);
 }
 
-template <class... Values>
-void Say(const char* format, Values... values)
-{
-    std::printf(format, values...);
-    std::fflush(stdout);
-}
-
 int Make(const std::string& path)
 {
-    const GMp4TestFile film{.tracks = {NumberedVideo(50), PcmSound({400, 400, 400, 400, 400})}};
-    const std::size_t movieSize = film.DataAndMovie().second.size();
-    GMp4TestFile moved = film;
-    moved.offsetsLess = std::uint64_t{0} - movieSize;
-    const auto [data, movie] = moved.DataAndMovie();
+    const GMp4Bytes film = HeaderFirst({.tracks = {NumberedVideo(50), PcmSound({400, 400, 400, 400, 400})}});
     std::ofstream out(path, std::ios::binary);
-    // "ftyp" has to stay the first box.
-    const auto start = static_cast<std::ptrdiff_t>(film.start.size());
-    const GMp4Bytes file =
-        Glue({GMp4Bytes(data.begin(), data.begin() + start), movie, GMp4Bytes(data.begin() + start, data.end())});
-    out.write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+    out.write(reinterpret_cast<const char*>(film.data()), static_cast<std::streamsize>(film.size()));
     return out.flush() ? 0 : 1;
 }
 
@@ -89,12 +74,11 @@ void Meddle(GLoad& load, int round)
 {
     LONGLONG available = -1;
     Require(load.control->GetAvailableTime(&available) == S_OK && available >= 0, "no available time");
-    if (round % 3 == 0)
-        Require(SUCCEEDED(load.graph.Pause()), "it does not pause");
-    else if (round % 3 == 1)
-        Require(SUCCEEDED(load.graph.Run()), "it does not run");
-    else
-        Require(SUCCEEDED(load.graph.Stop()), "it does not stop");
+    GHostGraph& graph = load.graph;
+    Require(SUCCEEDED(round % 3 == 0   ? graph.Pause()
+                      : round % 3 == 1 ? graph.Run()
+                                       : graph.Stop()),
+            "it does not pause, run or stop");
 }
 
 void Play(GLoad& load)
@@ -104,10 +88,10 @@ void Play(GLoad& load)
     Require(load.graph.WaitForEnd(std::chrono::minutes(1)) == GEnd::Complete, "it does not come to its end");
     load.graph.Stop();
     for (std::size_t pin = 0; pin < load.graph.PinCount(); ++pin)
-        Say("samples %llu\n", static_cast<unsigned long long>(load.graph.Sink(pin)->Report().samples));
+        std::printf("samples %llu\n", static_cast<unsigned long long>(load.graph.Sink(pin)->Report().samples));
     LONGLONG available = 0;
     load.control->GetAvailableTime(&available);
-    Say("available %lld\n", static_cast<long long>(available));
+    std::printf("available %lld\n", static_cast<long long>(available));
 }
 
 int LeftOver() { return static_cast<int>(ListFiles("mp4", ".tmp").size()); }
@@ -117,31 +101,31 @@ int Load(const std::string& url)
     {
         const GWatchdog watchdog("a load");
         GLoad load(url);
-        Say("load %08lX\n", static_cast<unsigned long>(static_cast<std::uint32_t>(load.result)));
+        std::printf("load %08lX\n", static_cast<unsigned long>(static_cast<std::uint32_t>(load.result)));
         ULONG seen = 99;
         for (int round = 0; SUCCEEDED(load.result) && seen != VexMp4Download_Done; ++round) {
             const ULONG state = load.State();
             if (state != seen)
-                Say("state %lu\n", static_cast<unsigned long>(state));
+                std::printf("state %lu\n", static_cast<unsigned long>(state));
             seen = state;
             Meddle(load, round);
             load.graph.WaitUntil(kMoment, [] { return false; });
         }
         if (SUCCEEDED(load.result))
             load.result = load.graph.FinishLoad();
-        Say("pins %zu\n", load.graph.PinCount());
-        Say("reason %s\n", load.graph.ErrorText().c_str());
+        std::printf("pins %zu\n", load.graph.PinCount());
+        std::printf("reason %s\n", load.graph.ErrorText().c_str());
         for (const GGraphEvent& event : load.graph.Events())
             if (event.code == kVexMp4DownloadEvent)
-                Say("percent %ld\n", static_cast<long>(event.param1));
+                std::printf("percent %ld\n", static_cast<long>(event.param1));
         if (SUCCEEDED(load.result))
             Play(load);
-        Say("files %d\n", LeftOver());
+        std::printf("files %d\n", LeftOver());
         GLockedTempFile stale;  // of a program that was killed: it goes with the filter, too
         Require(stale.Create("mp4"), "no stale file");
         stale.Release();
     }
-    Say("left %d\n", LeftOver());
+    std::printf("left %d\n", LeftOver());
     Require(LinkedModule().canUnloadNow() == S_OK, "something of the module is left");
     return 0;
 }
@@ -155,11 +139,11 @@ int Release(const std::string& url, ULONG state, const std::string& file)
         load.WaitFor(state, INT_MAX);
         while (!std::filesystem::exists(file))
             load.graph.WaitUntil(kMoment, [] { return false; });
-        Say("state %lu\n", static_cast<unsigned long>(load.State()));
+        std::printf("state %lu\n", static_cast<unsigned long>(load.State()));
         const auto source = load.graph.Control<IFileSourceFilter>(IID_IFileSourceFilter);
         Require(source->Load(VEX_W("www.another.invalid"), nullptr) == E_FAIL, "a second load is taken");
     }
-    Say("left %d\n", LeftOver());
+    std::printf("left %d\n", LeftOver());
     Require(LinkedModule().canUnloadNow() == S_OK, "something of the module is left");
     return 0;
 }
@@ -212,9 +196,9 @@ int Storm(int count, unsigned seed, const std::vector<std::string>& urls)
     Require(std::filesystem::exists(foreign.Path()), "the file of another program is gone");
     foreign.Release();
     Require(DeleteIfUnused(foreign.Path()), "the file of another program cannot be deleted");
-    Say("left %d\n", LeftOver());
+    std::printf("left %d\n", LeftOver());
     Require(LinkedModule().canUnloadNow() == S_OK, "something of the module is left");
-    Say("threads %ld\nfiles %ld\n", Count("task") - threads, Count("fd") - files + 1);
+    std::printf("threads %ld\nfiles %ld\n", Count("task") - threads, Count("fd") - files + 1);
     return 0;
 }
 
@@ -224,6 +208,7 @@ int Storm(int count, unsigned seed, const std::vector<std::string>& urls)
 int main(int argc, char** argv)
 {
     using namespace vex::test;
+    std::setvbuf(stdout, nullptr, _IONBF, 0);  // the other end waits for each line
     const std::vector<std::string> words = vex::CommandLineArguments(argc, argv);
     const std::string mode = words.size() > 2 ? words[1] : "";
     if (mode == "make")

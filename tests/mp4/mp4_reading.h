@@ -1,8 +1,6 @@
 // Opens MP4 bytes with the handler and reads packets the way the frame does.
 #pragma once
 
-#include <algorithm>
-
 #include "formats/mp4/mp4_read_handler.h"
 #include "support/handler_reading.h"
 #include "support/mp4_builder.h"
@@ -26,16 +24,6 @@ public:
         return reached == time || time < 0 || time > REFERENCE_TIME{1} << 60 ? nullptr : "a seek moves its target";
     }
 };
-
-// The movie header ahead of the data, as a download needs it.
-inline GMp4Bytes HeaderFirst(GMp4TestFile file)
-{
-    const std::size_t at = file.start.size();
-    file.start = Glue({file.start, file.DataAndMovie().second});
-    auto [bytes, moved] = file.DataAndMovie();
-    std::ranges::copy(moved, bytes.begin() + static_cast<std::ptrdiff_t>(at));
-    return bytes;
-}
 
 inline std::vector<GReadPacket> ReadFile(const GMp4TestFile& file) { return GMp4Reading(file).ReadAll(); }
 

@@ -157,6 +157,15 @@ GMp4Bytes GMp4TestFile::Build() const
     return Glue({data, movie});
 }
 
+GMp4Bytes HeaderFirst(GMp4TestFile file)
+{
+    const std::size_t at = file.start.size();
+    file.start = Glue({file.start, file.DataAndMovie().second});
+    auto [bytes, moved] = file.DataAndMovie();
+    std::ranges::copy(moved, bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    return bytes;
+}
+
 GMp4TestTrack NumberedVideo(std::uint32_t count, std::uint32_t interval, std::uint32_t id)
 {
     GMp4TestTrack track{.id = id, .duration = 40 * count, .stts = {{count, 40}}};

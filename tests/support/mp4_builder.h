@@ -63,6 +63,8 @@ struct GMp4TestFile {
     // The same in two parts.
     std::pair<GMp4Bytes, GMp4Bytes> DataAndMovie() const;
 };
+// The movie header ahead of the data, as a download needs it.
+GMp4Bytes HeaderFirst(GMp4TestFile file);
 
 // `count` pictures of 16 + i bytes i + 1, one to a chunk, 40 ms each, a sync sample every `interval`.
 GMp4TestTrack NumberedVideo(std::uint32_t count, std::uint32_t interval = 1, std::uint32_t id = 1);

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <functional>
 #include <thread>
-#include <vector>
 
 #include "platform/threads.h"
 #include "support/watchdog.h"
@@ -144,7 +143,6 @@ protected:
         for (const char* variable : {"http_proxy", "https_proxy", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"})
             ::unsetenv(variable);
     }
-    ~Http() override { ::unsetenv("http_proxy"); }
 
     GHttpResult Get(const std::string& url) { return client.Get(url, "an agent/1.0", body); }
 
@@ -197,51 +195,6 @@ TEST_F(Http, EachAnswerOfAServerHasItsOutcome)
     }
     for (const char* url : {"file:///etc/passwd", "http://127.0.0.1:1/", "http:///", ""})
         EXPECT_EQ(GHttpClient().Get(url, "agent", body).outcome, Failed) << url;
-}
-
-TEST_F(Http, ARedirectIsFollowedWithTheSameAgent)
-{
-    std::vector<std::string> requests;
-    {
-        const GServer server([&](int connection, const std::string& request) {
-            requests.push_back(request);
-            Send(connection, requests.size() == 1 ? "HTTP/1.1 301 Moved\r\nLocation: /b%20c\r\n\r\na page"
-                                                  : "HTTP/1.1 200 OK\r\n\r\nabc");
-        });
-        EXPECT_EQ(Get(server.url + "a").outcome, Finished);
-    }
-    EXPECT_EQ(body.bytes, "abc");
-    ASSERT_EQ(requests.size(), 2u);
-    EXPECT_THAT(requests[0], testing::StartsWith("GET /a HTTP/1.1\r\n"));
-    EXPECT_THAT(requests[1], testing::StartsWith("GET /b%20c HTTP/1.1\r\n"));
-    for (const std::string& request : requests) {
-        EXPECT_THAT(request, testing::HasSubstr("\r\nUser-Agent: an agent/1.0\r\n"));
-        EXPECT_THAT(request, testing::HasSubstr("\r\nCache-Control: no-cache\r\n"));
-    }
-}
-
-TEST_F(Http, TheProxyOfTheEnvironmentIsAsked)
-{
-    const GServer proxy([](int connection, const std::string& request) {
-        Send(connection, "HTTP/1.1 200 OK\r\n\r\n" + request.substr(0, request.find('\r')));
-    });
-    ::setenv("http_proxy", proxy.url.c_str(), 1);
-    EXPECT_EQ(Get("http://far.invalid/x").outcome, Finished);
-    EXPECT_EQ(body.bytes, "GET http://far.invalid/x HTTP/1.1");
-}
-
-TEST_F(Http, AResetInTheMiddleKeepsWhatCameBefore)
-{
-    const GServer server([this](int connection, const std::string&) {
-        Send(connection, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nabc");
-        body.arrived.Wait();
-        const linger atOnce{1, 0};
-        ::setsockopt(connection, SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
-    });
-    const GHttpResult result = Get(server.url);
-    EXPECT_EQ(result.outcome, Failed);
-    EXPECT_FALSE(result.text.empty());
-    EXPECT_EQ(body.bytes, "abc");
 }
 
 TEST_F(Http, ARefusalOrAnErrorPageEndsATransferThatWouldGoOn)
