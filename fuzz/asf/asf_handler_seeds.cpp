@@ -16,7 +16,6 @@ void fuzz::WriteSeeds(GSeedFolder& seeds)
     GAsfTestFile broadcast = AsfFilm(6, 3);
     broadcast.playDurationMs = 0;
     broadcast.dataSize = 0;
-    broadcast.behindData = {};
 
     seeds.Write("film", AsfFilm(6, 3).Bytes(), 0x60);
     seeds.Write("growing", AsfFilm(6, 3).Bytes(), 0x81);

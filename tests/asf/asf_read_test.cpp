@@ -55,6 +55,15 @@ TEST(AsfPacket, OneShorterThanThePacketSizeIsFollowedByFiller)
     EXPECT_EQ(Marks(Reading(packets).ReadAll()), (std::vector{1, 2}));
 }
 
+TEST(AsfPacket, OfFourMegabytesIsReadInSeveralCalls)
+{
+    constexpr std::uint32_t kSize = (4u << 20) + 100;
+    auto reading = Reading(Packet({Whole(2, 1'000, GData(4u << 20, 7))}, kSize, {.multiple = false, .paddingType = 1}),
+                           {.packetSize = kSize});
+    EXPECT_EQ(Marks(reading.ReadAll()), (std::vector{7}));
+    EXPECT_GE(reading.Calls(), 4u) << "a command is heard between them";
+}
+
 TEST(AsfTimes, CountFromThePrerollWithTheStreamsOffsetAndNeverFallBelow0)
 {
     GAsfTestFile file{.streams = {{.number = 1, .timeOffset = 70'000}, {.number = 2, .video = true}}};
@@ -197,16 +206,12 @@ TEST(AsfDamage, CostsThePacketItIsIn)
     }
 }
 
-TEST(AsfDamage, OfEverySecondPacketCostsNoMore)
+TEST(AsfDamage, OfEverySecondPacketCostsNoMoreButBehindThreePacketSizesReadingEnds)
 {
-    GAsfTestFile film = AsfFilm(20, 4);
+    GAsfTestFile every = AsfFilm(20, 4);
     for (const int packet : {5, 7, 9, 11, 13, 15})
-        std::fill_n(film.packets.bytes.begin() + 100 * packet, 100, std::uint8_t{0xEE});
-    EXPECT_EQ(GAsfReading(film.Bytes()).ReadAll().size(), 28u);
-}
-
-TEST(AsfDamage, BehindThreePacketSizesReadingEnds)
-{
+        std::fill_n(every.packets.bytes.begin() + 100 * packet, 100, std::uint8_t{0xEE});
+    EXPECT_EQ(GAsfReading(every.Bytes()).ReadAll().size(), 28u);
     for (const std::size_t hole : {200u, 400u}) {
         GAsfTestFile film = AsfFilm(3, 4);
         film.packets.Raw(GData(hole, 0xEE)).Raw(AsfFilm(5, 4).packets.bytes);

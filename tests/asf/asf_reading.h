@@ -13,7 +13,6 @@ namespace vex::test {
 
 class GAsfReading : public GHandlerReading<GAsfExReadHandler> {
 public:
-    // `growthPause`: of the index thread.
     explicit GAsfReading(std::vector<std::uint8_t> bytes,
                          std::chrono::milliseconds growthPause = std::chrono::milliseconds(1))
         : GHandlerReading(std::move(bytes), GAsfExReadHandler::GTimes{growthPause, kHangBound})

@@ -117,7 +117,7 @@ GAsfBytes Packet(const std::vector<GAsfTestPayload>& payloads, std::uint32_t siz
 {
     GAsfBytes inner;
     for (const GAsfTestPayload& payload : payloads) {
-        inner.Number(payload.stream | (payload.key ? 0x80u : 0u), 1).Number(payload.object, Width(shape.objectType));
+        inner.Number(payload.stream | (payload.key ? 0x80u : 0u), 1).Number(0, Width(shape.objectType));
         inner.Number(payload.replicated == 1 ? payload.timeMs : payload.offset, Width(shape.offsetType));
         inner.Number(payload.replicated, Width(shape.replicatedType));
         if (payload.replicated == 1)
@@ -161,14 +161,11 @@ GAsfTestFile AsfFilm(unsigned pictures, unsigned group)
     GAsfTestFile file;
     file.playDurationMs = file.prerollMs + 40 * pictures;
     std::vector<std::uint32_t> entries;
-    std::uint32_t key = 0;
     for (unsigned i = 0; i < pictures; ++i) {
         const auto timeMs = static_cast<std::uint32_t>(file.prerollMs + 40 * i);
         const auto fill = static_cast<std::uint8_t>(i);
-        if (i % group == 0)
-            key = i;
         for (; entries.size() * 1'000 <= timeMs;)
-            entries.push_back(key);
+            entries.push_back(i / group * group);
         file.packets.Raw(Packet({Whole(2, timeMs, std::vector<std::uint8_t>(20, fill), i % group == 0),
                                  Whole(1, timeMs, std::vector<std::uint8_t>(10, fill))})
                              .bytes);

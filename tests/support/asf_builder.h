@@ -68,7 +68,6 @@ struct GAsfTestPayload {
     std::uint32_t offset = 0;
     std::uint8_t replicated = 8;  // 1: compressed, the offset is the time
     std::uint8_t deltaMs = 0;     // compressed
-    std::uint8_t object = 0;      // its number
 };
 // A payload that is a whole object.
 GAsfTestPayload Whole(std::uint8_t stream, std::uint32_t timeMs, std::vector<std::uint8_t> data, bool key = true);
