@@ -51,6 +51,7 @@ def graph_lines(text, who):
     for line in text.decode("utf-8").splitlines():
         row = json.loads(line)
         if "file" in row and "pin" not in row:
+            require(row.get("result", "S_OK") == "S_OK", f"{who} says of file {len(files)}: {row.get('result')}")
             files.append({})
         if "pin" not in row or "start" not in row:
             continue
