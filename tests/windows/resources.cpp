@@ -1,7 +1,5 @@
 #include "windows/resources.h"
 
-#include <vector>
-
 #include "windows/support.h"
 
 #include <tlhelp32.h>
@@ -10,39 +8,17 @@ namespace vex::wintest {
 
 namespace {
 
-// GetProcessHandleCount is an empty shell under Wine, so the system's table of all handles is read: its layout is
-// fixed by use (SystemExtendedHandleInformation).
-constexpr int kExtendedHandleInformation = 64;
-constexpr LONG kInfoLengthMismatch = static_cast<LONG>(0xC0000004u);
-
-struct GHandleEntry {
-    void* object;
-    ULONG_PTR process;
-    ULONG_PTR handle;
-    ULONG access;
-    USHORT creatorBackTrace;
-    USHORT type;
-    ULONG attributes;
-    ULONG reserved;
-};
-
-using GQuerySystem = LONG(WINAPI*)(int, void*, ULONG, ULONG*);
-
+// GetProcessHandleCount is an empty shell under Wine, and reading the system's table of all handles makes Wine's server
+// crash now and then when another program starts or ends. So every value is tried that a handle may have: the system
+// gives the lowest that is free.
 unsigned long CountHandles()
 {
-    static const auto query = reinterpret_cast<GQuerySystem>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQuerySystemInformation")));
-    std::vector<ULONG_PTR> table(1 << 16);
-    LONG status;
-    ULONG length = 0;
-    while ((status = query(kExtendedHandleInformation, table.data(),
-                           static_cast<ULONG>(table.size() * sizeof(ULONG_PTR)), &length)) == kInfoLengthMismatch)
-        table.resize(table.size() * 2);
-    Require(status >= 0, "the table of handles cannot be read");
-    const auto* entries = reinterpret_cast<const GHandleEntry*>(table.data() + 2);  // count, reserved, entries
+    constexpr ULONG_PTR kStep = 4, kMostHandles = 2'000;
     unsigned long count = 0;
-    for (ULONG_PTR i = 0; i < table[0]; ++i)
-        count += entries[i].process == GetCurrentProcessId() ? 1 : 0;
+    for (ULONG_PTR value = kStep; value <= kStep * kMostHandles; value += kStep) {
+        DWORD flags;
+        count += GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1 : 0;
+    }
     return count;
 }
 

@@ -97,9 +97,8 @@ class Context:
     def client(self, program, *arguments, timeout=None):
         """One of the programs of tests/windows, which must come to its end.
 
-        On a loaded machine Wine 8.0 sometimes ends a program in the middle, with status 0 and without its last word,
-        probably because its server dies. Such a run is made again, twice at most. After a crash the status may be 0 as
-        well, but Wine's debugger has said so.
+        When Wine's server crashes, every program ends with the status 0 and without its last word. Such a run is made
+        again, twice at most. After a crash of its own the status may be 0 as well, but Wine's debugger has said so.
         """
         for _ in range(3):
             result = self.wine.run(program, *arguments, timeout=timeout)
