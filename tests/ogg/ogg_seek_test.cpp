@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "formats/ogg/ogg_seek.h"
 #include "ogg/ogg_reading.h"
 
@@ -9,6 +11,30 @@ namespace vex::test {
 namespace {
 
 constexpr REFERENCE_TIME kFrame = 400'000;
+
+// Bytes in memory that no second source can be opened on, so that there is no index. Calls a function ahead of each
+// read.
+class GHookedFile final : public GFileBase {
+public:
+    GHookedFile(GOggBytes bytes, std::function<void()> atRead)
+        : memory(OpenInMemory(std::move(bytes))), hook(std::move(atRead))
+    {
+    }
+    int Open(const char* path) override { return memory->Open(path); }
+    std::uint32_t Read(void* buffer, std::uint32_t count) override
+    {
+        hook();
+        return memory->Read(buffer, count);
+    }
+    std::int64_t Seek(std::int64_t offset) override { return memory->Seek(offset); }
+    std::int64_t Tell() override { return memory->Tell(); }
+    std::int64_t GetSize() override { return memory->GetSize(); }
+    int Close() override { return memory->Close(); }
+
+private:
+    const std::unique_ptr<GFileBase> memory;
+    const std::function<void()> hook;
+};
 
 TEST(OggSeek, TheIndexLeadsToTheKeyFrameBeforeTheTarget)
 {
@@ -65,6 +91,39 @@ TEST(OggSeek, AlignedSeeksBeginAtTheNextKeyFrameAndKeepTheOtherStreams)
     // No key frame is left.
     EXPECT_EQ(reading.Seek(97 * kFrame, GSeekMode::KeyFrame), 97 * kFrame);
     EXPECT_TRUE(OfStream(reading.ReadAll(), 1).empty());
+}
+
+TEST(OggSeek, ASearchForAKeyFrameStopsAtTheReadInWhichItIsInterrupted)
+{
+    constexpr unsigned kFrames = 4000;
+    constexpr unsigned kShift = 20;
+    GOggBytes file = HeaderPages(1, TheoraHeaders({.granuleShift = kShift}));
+    for (unsigned frame = 0; frame < kFrames; ++frame) {  // one key frame, and 4 MB without another
+        const GOggBytes page = Page({.number = frame + 2,
+                                     .granule = (std::int64_t{1} << kShift) + frame,
+                                     .packets = {GOggBytes(1000, frame == 0 ? 0x00 : 0x40)}});
+        file.insert(file.end(), page.begin(), page.end());
+    }
+    int reads = 0;
+    int stopAt = 0;
+    std::function<void()> interrupt = [] {};
+    GHandlerReading<GOGG2ReadHandler> reading(std::make_unique<GHookedFile>(file, [&] {
+        if (++reads == stopAt)
+            interrupt();
+    }));
+    interrupt = [&reading] { reading.Handler().Interrupt(true); };
+    const auto readsOfASeek = [&](int stop) {
+        reads = 0;
+        stopAt = stop;
+        EXPECT_EQ(reading.Seek(kFrames / 2 * kFrame, GSeekMode::KeyFrame), kFrames / 2 * kFrame);
+        reading.Handler().Interrupt(false);
+        return reads;
+    };
+    const int all = readsOfASeek(0);
+    EXPECT_GT(all, 30);
+    for (int stop = 1; stop < all; ++stop)
+        EXPECT_EQ(readsOfASeek(stop), stop);
+    EXPECT_EQ(reading.ReadFrom(0).size(), kFrames);
 }
 
 // The handler's own seeks may find the index already there.
@@ -172,6 +231,16 @@ TEST(OggGrowth, IsReadAndIndexedAndTheDurationFollows)
         std::this_thread::yield();
     EXPECT_LT(before, 79 * kFrame);
     EXPECT_EQ(reading.ReadFrom(75 * kFrame).size(), 8u);
+}
+
+TEST(OggGrowth, ClosingTheFileEndsTheWaitForIt)
+{
+    constexpr std::chrono::hours kForEver(1000);
+    GHandlerReading<GOGG2ReadHandler> reading(TheoraFile(9), GOggPinNames::Second, GOggIndexPauses{kForEver, kForEver});
+    for (const GHangCheck hang("an index that never catches up"); !reading.Handler().IsIndexComplete(); hang.Check())
+        std::this_thread::yield();
+    reading.Handler().Close();
+    EXPECT_FALSE(reading.Handler().Index());
 }
 
 }  // namespace
