@@ -3,8 +3,12 @@
 
 #include "formats/avi/avi_interface.h"
 #include "formats/mkv/mkv_interface.h"
+#include "formats/ogg/ogg_interface.h"
 #include "framework/vex_interfaces.h"
 #include "platform/exports.h"
+#include "platform/text.h"
+#include "support/ogg_builder.h"
+#include "support/temp_file.h"
 
 namespace vex::test {
 
@@ -43,19 +47,37 @@ void CheckOptions(T& control, HRESULT (STDMETHODCALLTYPE T::*setPreroll)(Value),
     EXPECT_EQ((control.*getPreroll)(nullptr), E_POINTER);
 }
 
+template <class T>
+void CheckDuration(T& control)
+{
+    LONGLONG duration = 7;
+    EXPECT_EQ(control.GetDuration(&duration), S_OK);
+    EXPECT_EQ(duration, 0) << "nothing is loaded";
+    EXPECT_EQ(control.GetDuration(nullptr), E_POINTER);
+}
+
 }  // namespace
 
-TEST(Options, OfAviAndMatroska)
+TEST(Options, OfAviMatroskaAndOgg)
 {
     const auto avi = Create<IVexAVI>(CLSID_VexAvi, IID_IVexAVI);
     const auto mkv = Create<IVexMKV>(CLSID_VexMkv, IID_IVexMKV);
-    ASSERT_TRUE(avi && mkv);
+    const auto ogg = Create<IVexOGG2>(CLSID_VexOgg2, IID_IVexOGG2);
+    ASSERT_TRUE(avi && mkv && ogg);
     CheckOptions(*avi, &IVexAVI::SetPrerollMark, &IVexAVI::GetPrerollMark, true);
     CheckOptions(*mkv, &IVexMKV::SetPreroll, &IVexMKV::GetPreroll, false);
-    LONGLONG duration = 7;
-    EXPECT_EQ(avi->GetDuration(&duration), S_OK);
-    EXPECT_EQ(duration, 0) << "nothing is loaded";
-    EXPECT_EQ(avi->GetDuration(nullptr), E_POINTER);
+    CheckOptions(*ogg, &IVexOGG2::SetPrerollMark, &IVexOGG2::GetPrerollMark, true);
+    CheckDuration(*avi);
+    CheckDuration(*ogg);
+    EXPECT_FALSE(Create<IVexOGG2>(CLSID_VexOgg, IID_IVexOGG2)) << "only the second Ogg filter has it";
+
+    const GTempFile file(TheoraFile(50));
+    GComPtr<IFileSourceFilter> source;
+    ASSERT_EQ(ogg->QueryInterface(IID_IFileSourceFilter, source.PutVoid()), S_OK);
+    ASSERT_EQ(source->Load(WideFromNarrowPath(file.Path()).c_str(), nullptr), S_OK);
+    LONGLONG duration = 0;
+    EXPECT_EQ(ogg->GetDuration(&duration), S_OK);
+    EXPECT_EQ(duration, 49 * 400'000);
 }
 
 }  // namespace vex::test
