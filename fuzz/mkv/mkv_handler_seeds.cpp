@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "fuzz/fuzz_seeds.h"
-#include "support/ebml_builder.h"
+#include "mkv/mkv_reading.h"
 
 namespace vex {
 
@@ -26,38 +26,6 @@ GEbmlBytes Audio()
 
 GEbmlBytes Private(const GEbmlBytes& data) { return Element(kCodecPrivate, data); }
 
-GEbmlBytes LacedCluster(std::uint64_t time)
-{
-    return Cluster(
-        time, {SimpleBlock(1, 0, kKeyFlag, {1, 2, 3}), SimpleBlock(2, 0, kXiphLace, {2, 1, 2, 1, 2, 2, 3, 3}),
-               SimpleBlock(2, 30, kFixedLace, {1, 1, 2}), SimpleBlock(2, 60, kEbmlLace, {2, 0x81, 0xC0, 1, 2, 2, 3}),
-               BlockGroup(3, 10, {'h', 'i'}, UIntElement(kBlockDuration, 900)),
-               BlockGroup(1, 40, {4, 5}, UIntElement(kReferenceBlock, 0xD8))});
-}
-
-GMkvBuilder Usual()
-{
-    return GMkvBuilder()
-        .AddSeekHead({kInfo, kTracks, kCues, kAttachments})
-        .AddInfo({FloatElement(kDuration, 3000)})
-        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Video(), UIntElement(kMinCache, 1)})),
-                    TrackEntry(2, 2, "A_AC3", Audio()),
-                    TrackEntry(3, 0x11, "S_TEXT/UTF8", TextElement(kLanguage, "ger"))});
-}
-
-GEbmlBytes Cued()
-{
-    const GEbmlBytes font = Element(kAttachedFile, {TextElement(kFileName, "f.ttf"), Element(kFileData, {1, 2}),
-                                                    TextElement(kFileMimeType, "application/x-truetype-font")});
-    return Usual()
-        .Add(LacedCluster(0))
-        .Add(LacedCluster(1000))
-        .Add(LacedCluster(2000))
-        .AddCues({{0, 1, 0}, {1000, 1, 1}, {2000, 1, 2}})
-        .Add(Element(kAttachments, font))
-        .Build();
-}
-
 GEbmlBytes Live()
 {
     const auto cluster = [](std::uint64_t time) {
@@ -71,17 +39,6 @@ GEbmlBytes Live()
         .Add(cluster(1500))
         .Add(cluster(2500))
         .Build(GMkvBuilder::GSegmentSize::Unknown);
-}
-
-GEbmlBytes Encoded()
-{
-    return GMkvBuilder()
-        .AddInfo()
-        .AddTracks({TrackEntry(1, 1, "V_VP8", Join({Video(), ContentEncodings(0)})),
-                    TrackEntry(2, 2, "A_AC3", Join({Audio(), ContentEncodings(3, {0x0B, 0x77})}))})
-        .Add(Cluster(0, {SimpleBlock(1, 0, kKeyFlag, ZlibCompressed(GEbmlBytes(500, 1))),
-                         SimpleBlock(2, 0, kFixedLace, {1, 1, 2}), SimpleBlock(1, 40, 0, ZlibCompressed({1, 2, 3}))}))
-        .Build();
 }
 
 // One track of every codec whose private data are looked into.
@@ -111,13 +68,13 @@ GEbmlBytes Codecs()
 
 void fuzz::WriteSeeds(GSeedFolder& seeds)
 {
-    const GEbmlBytes cluster = LacedCluster(0);
-    seeds.Write("cued", Cued(), 0xA0);
+    const GEbmlBytes second = Cluster(1000, {Picture(0, 1, kKeyFlag), Sound(0, {1, 1, 2}, kFixedLace)});
+    const GEbmlBytes third = Cluster(2000, {DependentGroup(0, {4, 5}), Picture(40, 2, kKeyFlag)});
+    seeds.Write("small", SmallFile(), 0xA0);
     seeds.Write("live", Live(), 0x52);
-    seeds.Write("no-cues", Usual().Add(cluster).Add(LacedCluster(1000)).Add(LacedCluster(2000)).Build(), 0x80);
-    seeds.Write("encoded", Encoded(), 0x22);
+    seeds.Write("no-cues", ThreeTracks().Add(second).Add(third).Build(), 0x80);
     seeds.Write("codecs", Codecs(), 0x00);
-    seeds.Write("damaged", Usual().Add(cluster).Add({0, 1, 2, 0x1F, 0x43}).Add(LacedCluster(9)).Build(), 0x5A);
+    seeds.Write("damaged", ThreeTracks().Add(second).Add({0, 1, 2, 0x1F, 0x43}).Add(third).Build(), 0x5A);
 }
 
 }  // namespace vex

@@ -59,29 +59,27 @@ TEST(MkvLace, TheLastFrameMayBeEmptyButNeverLess)
 
 TEST(MkvLace, ALaceThatEndsBeforeItsSizesOrClaimsMoreThanThereCanBeIsRefused)
 {
-    const GEbmlBytes ones(7, 0xFF);
-    const GEbmlBytes largest = Join({{0x01}, ones});
+    const GEbmlBytes largest = Join({{0x01}, GEbmlBytes(7, 0xFF)});
     const GEbmlBytes smallest = Join({{0x01}, GEbmlBytes(7)});
-    const std::vector<std::pair<std::uint8_t, GEbmlBytes>> laces = {
-        {kXiphLace, {}},
-        {kFixedLace, {}},
-        {kEbmlLace, {}},
-        {kXiphLace, {1}},
-        {kXiphLace, {1, 255, 255, 255}},
-        {kXiphLace, {255, 1, 1}},
-        {kEbmlLace, {1}},
-        {kEbmlLace, {1, 0x00}},
-        {kEbmlLace, {1, 0x40}},
-        {kEbmlLace, Join({{1}, largest})},
-        {kEbmlLace, Join({{2, 0x81}, largest})},
-        {kEbmlLace, Join({{2, 0x81}, smallest})},
-        {kEbmlLace, Join({{3, 0x81}, largest, smallest})},
+    const std::pair<std::uint8_t, std::vector<GEbmlBytes>> schemes[] = {
+        {kXiphLace, {{}, {1}, {1, 255, 255, 255}, {255, 1, 1}}},
+        {kFixedLace, {{}}},
+        {kEbmlLace,
+         {{},
+          {1},
+          {1, 0x00},
+          {1, 0x40},
+          Join({{1}, largest}),
+          Join({{2, 0x81}, largest}),
+          Join({{2, 0x81}, smallest}),
+          Join({{3, 0x81}, largest, smallest})}},
     };
-    for (const auto& [flags, lace] : laces) {
-        const GSplit split = Split(flags, lace, 0);
-        EXPECT_FALSE(split.before) << testing::PrintToString(lace);
-        EXPECT_THAT(split.sizes, IsEmpty());
-    }
+    for (const auto& [flags, laces] : schemes)
+        for (const GEbmlBytes& lace : laces) {
+            const GSplit split = Split(flags, lace, 0);
+            EXPECT_FALSE(split.before) << testing::PrintToString(lace);
+            EXPECT_THAT(split.sizes, IsEmpty());
+        }
 }
 
 TEST(MkvLace, OfACutLaceTheWholeFramesRemain)

@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
-#include <string>
 
 #include "io/limits.h"
 #include "media/codec_guids.h"
 #include "mkv/mkv_reading.h"
-#include "support/temp_file.h"
 
 namespace vex::test {
 namespace {
@@ -172,60 +169,43 @@ TEST(MkvHandler, ALaceOfZlibBombsStaysWithinTheLimitOfOneFrame)
 
 TEST(MkvHandler, AVorbisDecoderThatWantsItsHeadersInBandGetsThem)
 {
-    const GEbmlBytes headers = {2, 1, 2, 0x01, 0x03, 0x33, 0x05, 0x55, 0x56};
-    const auto packets = [](const GEbmlBytes& codecPrivate, const GUID& subtype) {
-        GMkvReading reading(GMkvBuilder().AddInfo().AddTracks(
-            {TrackEntry(5, GMkvTrack::kAudio, "A_VORBIS", Element(kCodecPrivate, codecPrivate)),
-             TrackEntry(6, GMkvTrack::kAudio, "A_AC3", Element(kCodecPrivate, codecPrivate))}));
-        const CMediaType connected(MEDIATYPE_Audio, subtype);
-        EXPECT_THAT(reading.Handler().HeaderPackets(6, connected), IsEmpty()) << "not Vorbis";
-        EXPECT_THAT(reading.Handler().HeaderPackets(7, connected), IsEmpty()) << "no such stream";
-        return reading.Handler().HeaderPackets(5, connected);
+    const GEbmlBytes headers = Element(kCodecPrivate, {2, 1, 2, 0x01, 0x03, 0x33, 0x05, 0x55, 0x56});
+    GMkvReading reading(GMkvBuilder().AddInfo().AddTracks(
+        {TrackEntry(5, GMkvTrack::kAudio, "A_VORBIS", headers), TrackEntry(6, GMkvTrack::kAudio, "A_AC3", headers),
+         TrackEntry(7, GMkvTrack::kAudio, "A_VORBIS", Element(kCodecPrivate, {1, 1, 2, 3}))}));
+    const auto packets = [&](std::uint32_t stream, const GUID& subtype) {
+        return reading.Handler().HeaderPackets(stream, CMediaType(MEDIATYPE_Audio, subtype));
     };
-    const auto sent = packets(headers, MEDIASUBTYPE_Vorbis);
+    const auto sent = packets(5, MEDIASUBTYPE_Vorbis);
     ASSERT_EQ(sent.size(), 3u);
-    EXPECT_THAT(sent[1]->data.Span(), ElementsAre(0x03, 0x33));
     EXPECT_THAT(sent[2]->data.Span(), ElementsAre(0x05, 0x55, 0x56));
-    for (const GPacketPtr& packet : sent) {
-        EXPECT_TRUE(packet->header);
-        EXPECT_FALSE(packet->keyFrame);
-        EXPECT_EQ(packet->stream, 5u);
-        EXPECT_EQ(packet->start, 0);
-        EXPECT_EQ(packet->stop, 1);
-    }
-    EXPECT_THAT(packets(headers, MEDIASUBTYPE_Vorbis2), IsEmpty()) << "its format block has them";
-    EXPECT_THAT(packets({1, 1, 2, 3}, MEDIASUBTYPE_Vorbis), IsEmpty());
-    EXPECT_THAT(packets({}, MEDIASUBTYPE_Vorbis), IsEmpty());
+    EXPECT_TRUE(sent[2]->header);
+    EXPECT_FALSE(sent[2]->keyFrame);
+    EXPECT_EQ(sent[2]->stream, 5u);
+    EXPECT_EQ(sent[2]->start, 0);
+    EXPECT_EQ(sent[2]->stop, 1);
+    EXPECT_THAT(packets(5, MEDIASUBTYPE_Vorbis2), IsEmpty()) << "its format block has them";
+    EXPECT_THAT(packets(6, MEDIASUBTYPE_Vorbis), IsEmpty()) << "not Vorbis";
+    EXPECT_THAT(packets(7, MEDIASUBTYPE_Vorbis), IsEmpty()) << "two headers";
+    EXPECT_THAT(packets(8, MEDIASUBTYPE_Vorbis), IsEmpty()) << "no such stream";
 }
 
 TEST(MkvHandler, FactsAndAttachmentsOfAFileCanBeAsked)
 {
     const GEbmlBytes atom =
         Element(kChapterAtom, {UIntElement(kChapterTimeStart, 0), Element(kChapterAtom, GEbmlBytes{})});
-    const GEbmlBytes data = {1, 2, 3, 4, 5};
-    const GTempFile disk(
-        ThreeTracks(Join({TextElement(kTitle, "T\xC3\xB6n"), Element(kDateUtc, BigEndian(86'401'000'000'000, 8)),
-                          FloatElement(kDuration, 1500)}),
+    GMkvReading reading(
+        ThreeTracks(Join({TextElement(kTitle, "T\xC3\xB6n"), Element(kDateUtc, BigEndian(86'401'000'000'000, 8))}),
                     UIntElement(kMinCache, 3))
             .Add(Element(kChapters, {Element(kEditionEntry, {atom, atom})}))
-            .Add(Element(kAttachments, {Element(kAttachedFile,
-                                                {TextElement(kFileName, "a.txt"),
-                                                 TextElement(kFileMimeType, "text/plain"), Element(kFileData, data)})}))
-            .Build());
-    GMkvReadHandler handler;
-    ASSERT_TRUE(handler.Open(disk.Path()).Ok());
-    using GFacts = std::map<std::string, std::string>;
-    GFacts facts;
-    for (const GProperty& fact : handler.Properties())
-        facts[fact.name] = fact.value;
-    EXPECT_EQ(facts, (GFacts{{"title", "T\xC3\xB6n"},
-                             {"muxing_app", "builder"},
-                             {"date_utc", "2001-01-02T00:00:01Z"},
-                             {"doc_type", "matroska"},
-                             {"timecode_scale", "1000000"},
-                             {"chapters", "4"},
-                             {"cues", "false"}}));
-    EXPECT_EQ(handler.Duration(), 1500 * kMillisecond);
+            .Add(Element(kAttachments, {Element(kAttachedFile, {TextElement(kFileName, "a.txt"),
+                                                                Element(kFileData, {1, 2, 3, 4, 5})})}))
+            .Add(VoidElement(9)));
+    EXPECT_EQ(reading.Property("title"), "T\xC3\xB6n");
+    EXPECT_EQ(reading.Property("date_utc"), "2001-01-02T00:00:01Z");
+    EXPECT_EQ(reading.Property("chapters"), "4");
+    EXPECT_EQ(reading.Property("cues"), "false");
+    GMkvReadHandler& handler = reading.Handler();
     EXPECT_EQ(handler.MinCache(kVideoTrack), 3u);
     EXPECT_EQ(handler.MinCache(77), 0u);
 
@@ -243,20 +223,16 @@ TEST(MkvHandler, FactsAndAttachmentsOfAFileCanBeAsked)
 TEST(MkvHandler, AReopenedHandlerKnowsNothingOfTheFileBefore)
 {
     const GTempFile good(LiveFile());
-    const GTempFile bad(GEbmlBytes{1, 2, 3, 4, 5});
     GMkvReadHandler handler;
     ASSERT_TRUE(handler.Open(good.Path()).Ok());
     GNextPacket next;
     EXPECT_EQ(handler.ReadPacket(next), GReadStatus::Packet);
-    EXPECT_FALSE(handler.Open(bad.Path()).Ok());
+    EXPECT_FALSE(handler.Open("no such file").Ok());
     EXPECT_TRUE(handler.Streams().empty());
     EXPECT_EQ(handler.ReadPacket(next), GReadStatus::End);
-    GMkvBlockPacket packet;
-    EXPECT_FALSE(handler.ReadPayload(packet));
-    EXPECT_EQ(handler.Seek(5, GSeekMode::Independent), 5);
     ASSERT_TRUE(handler.Open(good.Path()).Ok());
+    EXPECT_EQ(handler.Streams().size(), 3u);
     EXPECT_EQ(handler.ReadPacket(next), GReadStatus::Packet);
-    EXPECT_EQ(next.start, 0);
 }
 
 // No call of ReadPacket may keep its thread from hearing commands.
@@ -282,7 +258,7 @@ TEST(MkvHandler, EveryCallTouchesLittleOfAFileWithoutPackets)
         }
         EXPECT_EQ(status, GReadStatus::Packet);
         EXPECT_EQ(next.start, 40 * kMillisecond);
-        EXPECT_LT(most, 3u << 20);
+        EXPECT_LT(most, middle.size() / 4);
         EXPECT_LT(reading.Watch().bytes, 8 * middle.size());
     }
 }

@@ -11,31 +11,7 @@ namespace {
 
 using namespace mkv_id;
 
-// One of everything that is read, in a file short enough to damage every byte of.
-GEbmlBytes SmallFile()
-{
-    const GEbmlBytes atom = Element(
-        kChapterAtom, {UIntElement(kChapterTimeStart, 1), Element(kChapterDisplay, {TextElement(kChapString, "a")})});
-    const GEbmlBytes attached =
-        Element(kAttachedFile, {TextElement(kFileName, "f"), Element(kFileData, GEbmlBytes(4))});
-    const GEbmlBytes info = Join({FloatElement(kDuration, 100), Element(kDateUtc, BigEndian(9, 8))});
-    const GEbmlBytes video =
-        Join({Element(kVideo, {UIntElement(kPixelWidth, 16)}), ContentEncodings(GMkvContentEncoding::kZlib)});
-    const GEbmlBytes audio = Join({Element(kAudio, {FloatElement(kSamplingFrequency, 48'000)}),
-                                   ContentEncodings(GMkvContentEncoding::kHeaderStripping, {7})});
-    return ThreeTracks(info, video, audio)
-        .AddSeekHead({kTracks, kCues, kChapters})
-        .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, ZlibCompressed({1, 2, 3})),
-                         Sound(0, {2, 1, 2, 1, 2, 2, 3, 3}, kXiphLace),
-                         BlockGroup(kTextTrack, 1, {'h', 'i'}, UIntElement(kBlockDuration, 9))}))
-        .Add(UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, 40), DependentGroup(0, ZlibCompressed({4})),
-                                                Sound(1, {2, 0x81, 0xC0, 1, 2, 2, 3}, kEbmlLace)})))
-        .Add(Cluster(80, {Sound(1, {1, 1, 2}, kFixedLace), FlaggedGroup(0, ZlibCompressed({5}), kKeyFlag)}))
-        .AddCues({{0, kVideoTrack, 0}, {80, kVideoTrack, 2}})
-        .Add(Element(kChapters, {Element(kEditionEntry, {atom})}))
-        .Add(Element(kAttachments, {attached}))
-        .Build();
-}
+const GEbmlBytes kWhole = SmallFile();
 constexpr std::size_t kPacketsOfSmallFile = 7;
 
 GTrialResult UseWhole(GEbmlBytes bytes)
@@ -50,12 +26,11 @@ GTrialResult UseWhole(GEbmlBytes bytes)
 
 TEST(MkvHostile, EveryPrefixGivesWhatIsWhole)
 {
-    const GEbmlBytes whole = SmallFile();
     std::size_t most = 0;
-    for (std::size_t size = 0; size <= whole.size(); ++size) {
-        const GTrialResult use = UseWhole({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)});
+    for (std::size_t size = 0; size <= kWhole.size(); ++size) {
+        const GTrialResult use = UseWhole({kWhole.begin(), kWhole.begin() + static_cast<std::ptrdiff_t>(size)});
         EXPECT_EQ(use.opened, size >= SegmentDataPos()) << size;
-        EXPECT_EQ(use.damage != 0, use.opened && size < whole.size()) << size;
+        EXPECT_EQ(use.damage != 0, use.opened && size < kWhole.size()) << size;
         EXPECT_GE(use.packets, most) << "more of the file, fewer packets at " << size;
         most = use.packets;
     }
@@ -64,10 +39,9 @@ TEST(MkvHostile, EveryPrefixGivesWhatIsWhole)
 
 TEST(MkvHostile, EverySingleByteOfDamageIsSurvived)
 {
-    const GEbmlBytes whole = SmallFile();
-    for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (std::size_t at = 0; at < kWhole.size(); ++at) {
         for (const std::uint8_t value : GEbmlBytes{0x00, 0x01, 0x0F, 0x10, 0x1F, 0x40, 0x7F, 0x80, 0x81, 0xFE, 0xFF}) {
-            GEbmlBytes bytes = whole;
+            GEbmlBytes bytes = kWhole;
             bytes[at] = value;
             UseWhole(std::move(bytes));
         }
@@ -76,7 +50,7 @@ TEST(MkvHostile, EverySingleByteOfDamageIsSurvived)
 
 TEST(MkvHostile, ASourceThatFailsAnywhereEndsTheStream)
 {
-    const GEbmlBytes whole = Join({SmallFile(), GEbmlBytes(5000)});
+    const GEbmlBytes whole = Join({kWhole, GEbmlBytes(5000)});
     for (std::int64_t from = 0; from < static_cast<std::int64_t>(whole.size()); from += 23) {
         GMkvReading reading(whole);
         ASSERT_TRUE(reading.IsOpen());

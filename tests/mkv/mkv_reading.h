@@ -108,4 +108,31 @@ inline GEbmlBytes FlaggedGroup(int timecode, const GEbmlBytes& data, std::uint8_
     return BlockGroup(kVideoTrack, timecode, data, {}, flags);
 }
 
+// One of everything that is read, in a file short enough to damage every byte of.
+inline GEbmlBytes SmallFile()
+{
+    using namespace mkv_id;
+    const GEbmlBytes atom = Element(
+        kChapterAtom, {UIntElement(kChapterTimeStart, 1), Element(kChapterDisplay, {TextElement(kChapString, "a")})});
+    const GEbmlBytes attached =
+        Element(kAttachedFile, {TextElement(kFileName, "f"), Element(kFileData, GEbmlBytes(4))});
+    const GEbmlBytes info = Join({FloatElement(kDuration, 100), Element(kDateUtc, BigEndian(9, 8))});
+    const GEbmlBytes video =
+        Join({Element(kVideo, {UIntElement(kPixelWidth, 16)}), ContentEncodings(GMkvContentEncoding::kZlib)});
+    const GEbmlBytes audio = Join({Element(kAudio, {FloatElement(kSamplingFrequency, 48'000)}),
+                                   ContentEncodings(GMkvContentEncoding::kHeaderStripping, {7})});
+    return ThreeTracks(info, video, audio)
+        .AddSeekHead({kTracks, kCues, kChapters})
+        .Add(Cluster(0, {SimpleBlock(kVideoTrack, 0, kKeyFlag, ZlibCompressed({1, 2, 3})),
+                         Sound(0, {2, 1, 2, 1, 2, 2, 3, 3}, kXiphLace),
+                         BlockGroup(kTextTrack, 1, {'h', 'i'}, UIntElement(kBlockDuration, 9))}))
+        .Add(UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, 40), DependentGroup(0, ZlibCompressed({4})),
+                                                Sound(1, {2, 0x81, 0xC0, 1, 2, 2, 3}, kEbmlLace)})))
+        .Add(Cluster(80, {Sound(1, {1, 1, 2}, kFixedLace), FlaggedGroup(0, ZlibCompressed({5}), kKeyFlag)}))
+        .AddCues({{0, kVideoTrack, 0}, {80, kVideoTrack, 2}})
+        .Add(Element(kChapters, {Element(kEditionEntry, {atom})}))
+        .Add(Element(kAttachments, {attached}))
+        .Build();
+}
+
 }  // namespace vex::test

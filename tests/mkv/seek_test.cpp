@@ -184,22 +184,20 @@ TEST(MkvSeek, FlagsTellKeyFramesWhereNoBlockHasAReference)
 
 TEST(MkvSeek, TheFirstVideoTrackLeadsThenTheFirstAudioTrack)
 {
-    GMkvTestFile file;
-    const auto leads = [&](std::initializer_list<std::uint64_t> types) {
-        file.tracks.clear();
+    constexpr std::uint64_t kVideo = GMkvTrack::kVideo;
+    constexpr std::uint64_t kAudio = GMkvTrack::kAudio;
+    constexpr std::uint64_t kText = GMkvTrack::kSubtitle;
+    const std::pair<std::vector<std::uint64_t>, std::uint64_t> rows[] = {
+        {{}, 1}, {{kText}, 1}, {{kText, kAudio, kAudio}, 8}, {{kText, kAudio, kAudio, kVideo, kVideo}, 6}};
+    for (const auto& [types, leader] : rows) {
+        GMkvTestFile file;
         for (const std::uint64_t type : types) {
             GMkvTrack& track = file.tracks.emplace_back();
             track.trackNumber.value = 10 - file.tracks.size();
             track.trackType.value = type;
         }
-        return MkvSeekTrack(file);
-    };
-    constexpr std::uint64_t kVideo = GMkvTrack::kVideo;
-    constexpr std::uint64_t kAudio = GMkvTrack::kAudio;
-    EXPECT_EQ(leads({}), 1u);
-    EXPECT_EQ(leads({GMkvTrack::kSubtitle}), 1u);
-    EXPECT_EQ(leads({GMkvTrack::kSubtitle, kAudio, kAudio}), 8u);
-    EXPECT_EQ(leads({GMkvTrack::kSubtitle, kAudio, kAudio, kVideo, kVideo}), 6u);
+        EXPECT_EQ(MkvSeekTrack(file), leader) << types.size();
+    }
 }
 
 TEST(MkvSeek, ASeekReadsHeadersOfAHandfulOfClusters)

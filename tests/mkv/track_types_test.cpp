@@ -14,7 +14,6 @@
 #include "mkv/mkv_sources.h"
 #include "platform/fonts.h"
 #include "support/ebml_builder.h"
-#include "support/watched_source.h"
 
 namespace vex::test {
 namespace {
@@ -22,6 +21,7 @@ namespace {
 using namespace mkv_id;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 using testing::SizeIs;
 
 GMkvTrack Track(std::uint64_t type, std::string_view codec)
@@ -123,9 +123,7 @@ TEST(MkvVideoTypes, Mpeg2TakesProfileAndLevelFromTheSequenceExtension)
         GEbmlBytes codecPrivate;
         std::uint64_t profile, level;
     } rows[] = {
-        {{0, 0, 1, 0xB3, 9, 0, 0, 1, 0xB5, 0x14, 0x80}, 2, 2},
         {{0, 0, 1, 0xB5, 0x25, 0x40, 0, 0, 1, 0xB5, 0x11, 0x4F}, 5, 4},  // behind an extension of another kind
-        {{0, 0, 1, 0xB5, 0x14}, 0, 0},                                   // ends within it
         {{}, 0, 0},
     };
     for (const auto& row : rows) {
@@ -151,6 +149,7 @@ TEST(MkvVideoTypes, TheoraReadsItsIdentificationHeader)
         type, {{kBitmap2 + 4, 0x12}, {kBitmap2 + 8, 0x23}, {kFrameTime, 400'000, 8}, {kAspectX, 266}, {kAspectY, 200}});
     EXPECT_EQ(Bytes(type, kSequence), TheoraPrivate());
     ExpectFields(MkvVideoTypes(VideoTrack("V_THEORA"), TheoraPrivate(0)).at(0), {{kFrameTime, 0, 8}});
+    EXPECT_THAT(MkvVideoTypes(VideoTrack("V_THEORA"), GEbmlBytes(32)), IsEmpty());
 }
 
 GEbmlBytes Bitmap(std::uint16_t depth, std::uint32_t compression, const GEbmlBytes& behind = {})
@@ -166,15 +165,14 @@ GEbmlBytes Bitmap(std::uint16_t depth, std::uint32_t compression, const GEbmlByt
 
 TEST(MkvVideoTypes, VfwTracksCarryTheirBitmapHeaderAndWhatFollowsIt)
 {
-    constexpr DWORD kXvid = FourCC("XVID");
     const struct {
         std::uint16_t depth;
         DWORD compression;
         GUID subtype;
-    } rows[] = {{24, kXvid, SubtypeFromFourCC("XVID")},  {1, BI_RGB, MEDIASUBTYPE_RGB1},
-                {4, BI_RGB, MEDIASUBTYPE_RGB4},          {8, BI_RGB, MEDIASUBTYPE_RGB8},
-                {16, BI_RGB, MEDIASUBTYPE_RGB565},       {24, BI_RGB, MEDIASUBTYPE_RGB24},
-                {32, BI_BITFIELDS, MEDIASUBTYPE_ARGB32}, {12, BI_RGB, GUID_NULL}};
+    } rows[] = {{24, FourCC("XVID"), SubtypeFromFourCC("XVID")},
+                {16, BI_RGB, MEDIASUBTYPE_RGB565},
+                {32, BI_BITFIELDS, MEDIASUBTYPE_ARGB32},
+                {12, BI_RGB, GUID_NULL}};
     for (const auto& row : rows) {
         const GEbmlBytes codecPrivate = Bitmap(row.depth, row.compression, {1, 2, 3});
         const auto types = MkvVideoTypes(VideoTrack("V_MS/VFW/FOURCC"), codecPrivate);
@@ -237,15 +235,13 @@ TEST(MkvVideoTypes, TheFrameTimeComesFromTheRateThenTheDurationThenTheStream)
 
 TEST(MkvVideoTypes, CodecIdsAreComparedToTheByteAndTheirPrefixesInOrder)
 {
-    const std::pair<std::string_view, GUID> rows[] = {{"V_MPEG4/ISO/ASP", SubtypeFromFourCC("MP4V")},
-                                                      {"V_MPEG4/", SubtypeFromFourCC("MP4V")},
-                                                      {"V_VP8", SubtypeFromFourCC("VP80")},
+    const std::pair<std::string_view, GUID> rows[] = {{"V_MPEG4/", SubtypeFromFourCC("MP4V")},
                                                       {{"V_VP8\0\0", 7}, SubtypeFromFourCC("VP80")},
                                                       {"V_UNCOMPRESSED", GUID_NULL},
                                                       {"V_REAL/RV40", SubtypeFromFourCC("RV40")}};
     for (const auto& [id, subtype] : rows)
         EXPECT_EQ(MkvVideoTypes(VideoTrack(id), {}).at(0).subtype, subtype) << id;
-    for (const std::string_view id : {"", "V_", "v_vp8", "V_VP8 ", "V_VP80", "V_REAL/RV", "V_MPEG4", "V_MPEG1"})
+    for (const std::string_view id : {"", "v_vp8", "V_VP80", "V_REAL/RV", "V_MPEG4"})
         EXPECT_THAT(MkvVideoTypes(VideoTrack(id), {}), IsEmpty()) << id;
 }
 
@@ -256,14 +252,9 @@ TEST(MkvAudioTypes, TheWaveFormatIsThatOfTheTrack)
     EXPECT_EQ(type.cbFormat, kWaveBytes) << "no private data here";
     ExpectFields(type, {{0, 1, 2}, {2, 2, 2}, {4, 22'050}, {8, 88'200}, {12, 4, 2}, {14, 16, 2}, {16, 0, 2}});
 
-    const std::pair<const char*, WORD> tags[] = {
-        {"A_MPEG/L3", WORD{0x55}}, {"A_MPEG/L2", WORD{0x50}},     {"A_AC3", WORD{0x2000}}, {"A_EAC3", WORD{0x2000}},
-        {"A_DTS", WORD{0x2001}},   {"A_PCM/FLOAT/IEEE", WORD{3}}, {"A_TTA1", WORD{0x77A1}}};
-    for (const auto& [id, tag] : tags) {
-        const auto bare = MkvAudioTypes(Track(GMkvTrack::kAudio, id), {});
-        EXPECT_EQ(bare.at(0).subtype, SubtypeFromWaveTag(tag)) << id;
-        ExpectFields(bare[0], {{0, tag, 2}, {2, 1, 2}, {4, 8'000}, {8, 0}, {12, 0}});
-    }
+    const auto bare = MkvAudioTypes(Track(GMkvTrack::kAudio, "A_AC3"), {});
+    EXPECT_EQ(bare.at(0).subtype, SubtypeFromWaveTag(0x2000));
+    ExpectFields(bare[0], {{0, 0x2000, 2}, {2, 1, 2}, {4, 8'000}, {8, 0}, {12, 0}});
 
     GMkvTrack absurd = AudioTrack("A_AC3");
     absurd.audio.channels = absurd.audio.bitDepth = CUInt(~std::uint64_t{0});
@@ -279,10 +270,8 @@ TEST(MkvAudioTypes, AacIsDescribedByItsPrivateDataOrByItsName)
     EXPECT_EQ(own.subtype, SubtypeFromWaveTag(0xFF));
     EXPECT_EQ(Bytes(own, 16), (GEbmlBytes{2, 0, 0x13, 0x90}));
 
-    const std::pair<const char*, int> objectTypes[] = {
-        {"A_AAC/MPEG2/MAIN", 1}, {"A_AAC/MPEG4/LC", 2}, {"A_AAC/MPEG4/SSR", 3}, {"A_AAC/MPEG4/LTP", 4}, {"A_AAC/", 2}};
-    for (const auto& [id, objectType] : objectTypes)
-        EXPECT_EQ(MkvAudioTypes(AudioTrack(id), GEbmlBytes{9, 9, 9}).at(0).Format()[kWaveBytes] >> 3, objectType);
+    EXPECT_EQ(MkvAudioTypes(AudioTrack("A_AAC/MPEG2/MAIN"), GEbmlBytes{9, 9}).at(0).Format()[kWaveBytes] >> 3, 1);
+    EXPECT_EQ(MkvAudioTypes(AudioTrack("A_AAC/"), {}).at(0).Format()[kWaveBytes] >> 3, 2) << "LC";
 
     const auto sbr = MkvAudioTypes(AudioTrack("A_AAC/MPEG4/LC/SBR"), {});
     ASSERT_THAT(sbr, SizeIs(2)) << "SBR comes before LC";
@@ -310,8 +299,7 @@ TEST(MkvAudioTypes, TwinsComeInTheirOrder)
     EXPECT_EQ(vorbis[1].subtype, MEDIASUBTYPE_Vorbis);
     EXPECT_EQ(vorbis[1].cbFormat, 24u);
     ExpectFields(vorbis[1], {{0, 2, 2}, {4, 22'050}, {8, 0xFFFFFFFF'FFFFFFFF, 8}, {16, 0xFFFFFFFF}});
-    for (const GEbmlBytes& other : {GEbmlBytes{}, GEbmlBytes{1, 1, 2, 3}, GEbmlBytes{2, 9, 9, 1}, GEbmlBytes{2, 255}})
-        EXPECT_THAT(MkvAudioTypes(AudioTrack("A_VORBIS"), other), SizeIs(1)) << other.size();
+    EXPECT_THAT(MkvAudioTypes(AudioTrack("A_VORBIS"), GEbmlBytes{1, 1, 2, 3}), SizeIs(1)) << "two packets";
 }
 
 TEST(MkvAudioTypes, FormatsThatTheFileBringsAreTakenAsTheyAre)
@@ -331,49 +319,22 @@ TEST(MkvAudioTypes, FormatsThatTheFileBringsAreTakenAsTheyAre)
 
 TEST(MkvSubtitleTypes, TheBlockHoldsLanguageNameAndPrivateData)
 {
-    const std::pair<const char*, GUID> subtypes[] = {
-        {"S_TEXT/UTF8", MEDIASUBTYPE_UTF8}, {"S_TEXT/SSA", MEDIASUBTYPE_SSA}, {"S_SSA", MEDIASUBTYPE_SSA},
-        {"S_TEXT/ASS", MEDIASUBTYPE_ASS},   {"S_ASS", MEDIASUBTYPE_ASS},      {"S_TEXT/SSF", MEDIASUBTYPE_SSF},
-        {"S_SSF", MEDIASUBTYPE_SSF},        {"S_TEXT/USF", MEDIASUBTYPE_USF}, {"S_USF", MEDIASUBTYPE_USF},
-        {"S_VOBSUB", MEDIASUBTYPE_VOBSUB}};
-    for (const auto& [id, subtype] : subtypes) {
-        GMkvTrack track = Track(GMkvTrack::kSubtitle, id);
-        track.language = "ger-AT";
-        track.name = WString(300, WCHAR{'n'});
-        const auto types = MkvSubtitleTypes(track, GEbmlBytes{'[', ']'});
-        ASSERT_THAT(types, SizeIs(1)) << id;
-        EXPECT_EQ(types[0].majortype, MEDIATYPE_Subtitle);
-        EXPECT_EQ(types[0].subtype, subtype) << id;
-        EXPECT_EQ(types[0].formattype, FORMAT_SubtitleInfo);
-        constexpr std::size_t kLastOf255 = 8 + 254 * 2;
-        ExpectFields(types[0], {{0, 520}, {4, 'g' | 'e' << 8 | 'r' << 16}, {kLastOf255, 'n'}});
-        EXPECT_EQ(Bytes(types[0], 520), (GEbmlBytes{'[', ']'}));
-    }
+    GMkvTrack track = Track(GMkvTrack::kSubtitle, "S_TEXT/SSA");
+    track.language = "ger-AT";
+    track.name = WString(300, WCHAR{'n'});
+    const CMediaType type = Only(MkvSubtitleTypes(track, GEbmlBytes{'[', ']'}));
+    EXPECT_EQ(type.majortype, MEDIATYPE_Subtitle);
+    EXPECT_EQ(type.subtype, MEDIASUBTYPE_SSA);
+    EXPECT_EQ(type.formattype, FORMAT_SubtitleInfo);
+    constexpr std::size_t kLastOf255 = 8 + 254 * 2;
+    ExpectFields(type, {{0, 520}, {4, 'g' | 'e' << 8 | 'r' << 16}, {kLastOf255, 'n'}});
+    EXPECT_EQ(Bytes(type, 520), (GEbmlBytes{'[', ']'}));
     const auto plain = MkvSubtitleTypes(Track(GMkvTrack::kSubtitle, "S_TEXT/ASCII"), {});
     EXPECT_EQ(plain.at(0).majortype, MEDIATYPE_Text);
     EXPECT_EQ(plain[0].subtype, GUID_NULL);
     EXPECT_EQ(plain[0].formattype, FORMAT_None);
     EXPECT_EQ(plain[0].cbFormat, 0u);
     EXPECT_THAT(MkvSubtitleTypes(Track(GMkvTrack::kSubtitle, "S_HDMV/PGS"), {}), IsEmpty());
-}
-
-// Whatever a codec reads of its private data, a sanitizer sees it read past the end.
-TEST(MkvTrackTypes, PrivateDataOfEveryWrongLengthAreSurvived)
-{
-    for (const GEbmlBytes& whole : {Avc(), TheoraPrivate(), Bitmap(24, 1, {1, 2, 3}), GEbmlBytes(90, 0xFF),
-                                    GEbmlBytes(90), Join({{0, 0, 1, 0xB5}, GEbmlBytes(60, 0x1F)})}) {
-        for (std::size_t length = 0; length <= whole.size(); ++length) {
-            const GEbmlBytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
-            for (const char* id : {"V_MS/VFW/FOURCC", "V_MPEG4/ISO/AVC", "V_MPEG2", "V_THEORA", "V_VP8",
-                                   "V_MPEG4/ISO/ASP", "V_REAL/RV40"})
-                for (const CMediaType& type : MkvVideoTypes(VideoTrack(id), cut))
-                    EXPECT_GE(type.cbFormat, sizeof(VIDEOINFOHEADER)) << id;
-            for (const char* id : {"A_AAC", "A_AAC/MPEG4/LC", "A_FLAC", "A_MS/ACM", "A_REAL/COOK", "A_VORBIS"})
-                for (const CMediaType& type : MkvAudioTypes(AudioTrack(id), cut))
-                    EXPECT_GE(type.cbFormat, sizeof(WAVEFORMATEX)) << id;
-            MkvSubtitleTypes(Track(GMkvTrack::kSubtitle, "S_VOBSUB"), cut);
-        }
-    }
 }
 
 std::vector<GMkvDescribedTrack> Describe(std::initializer_list<GEbmlBytes> tracks, const GEbmlBytes& more = {})
@@ -397,15 +358,11 @@ TEST(MkvTrackTypes, PinsAreNamedByLanguageNameAndNumberWithinTheirKind)
         TrackEntry(11, 0x20, "S_TEXT/UTF8"),
         TrackEntry(12, GMkvTrack::kSubtitle, "S_TEXT/UTF8", TextElement(kLanguage, "xyz")),
     });
-    std::vector<std::string> names;
-    std::vector<std::uint32_t> numbers;
-    for (const GMkvDescribedTrack& entry : described) {
-        names.push_back(Utf8FromWide(entry.info.pinName));
-        numbers.push_back(entry.info.number);
-    }
-    EXPECT_THAT(names, ElementsAre("English (Video 1)", "German (Audio 1)", "Japanese, Commentary (Audio 2)",
-                                   "xyz (Subtitle 1)"));
-    EXPECT_THAT(numbers, ElementsAre(7, 9, 10, 12));
+    std::vector<std::pair<std::string, std::uint32_t>> pins;
+    for (const GMkvDescribedTrack& entry : described)
+        pins.emplace_back(Utf8FromWide(entry.info.pinName), entry.info.number);
+    EXPECT_THAT(pins, ElementsAre(Pair("English (Video 1)", 7), Pair("German (Audio 1)", 9),
+                                  Pair("Japanese, Commentary (Audio 2)", 10), Pair("xyz (Subtitle 1)", 12)));
 }
 
 TEST(MkvTrackTypes, ATrackWhosePrivateDataCannotBeDecodedGetsNoPin)
@@ -427,18 +384,17 @@ TEST(MkvTrackTypes, TheFirstSubtitleTrackBringsTheFontsAndOnlyOnce)
     const auto attached = [](std::string_view type, const GEbmlBytes& data) {
         return Element(kAttachedFile, {TextElement(kFileMimeType, type), Element(kFileData, data)});
     };
-    const GEbmlBytes fonts = Element(
-        kAttachments, {attached("application/x-truetype-font", {1, 2, 3}), attached("image/png", {1}),
-                       attached("application/x-truetype-font", {}), attached("application/x-truetype-font", {1, 2})});
+    constexpr std::string_view kFont = "application/x-truetype-font";
+    const GEbmlBytes fonts = Element(kAttachments, {attached(kFont, {1, 2, 3}), attached("image/png", {1}),
+                                                    attached(kFont, {}), attached(kFont, {1, 2})});
     const std::size_t before = ProcessFonts().size();
     Describe({TrackEntry(1, GMkvTrack::kVideo, "V_VP8")}, fonts);
     EXPECT_EQ(ProcessFonts().size(), before);
     Describe({TrackEntry(1, GMkvTrack::kSubtitle, "S_TEXT/SSA"), TrackEntry(2, GMkvTrack::kSubtitle, "S_TEXT/ASS")},
              fonts);
-    const auto sizes = ProcessFonts();
-    ASSERT_EQ(sizes.size(), before + 2);
-    EXPECT_EQ(sizes[before], 3u);
-    EXPECT_EQ(sizes[before + 1], 2u);
+    auto fontSizes = ProcessFonts();
+    fontSizes.erase(fontSizes.begin(), fontSizes.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_THAT(fontSizes, ElementsAre(3, 2));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <functional>
@@ -59,7 +60,7 @@ inline GEbmlBytes EbmlSize(std::uint64_t value, unsigned width = 0)
     return out;
 }
 
-inline GEbmlBytes UnknownEbmlSize(unsigned width = 8) { return EbmlSize((std::uint64_t{1} << 7 * width) - 1, width); }
+inline GEbmlBytes UnknownEbmlSize() { return EbmlSize((std::uint64_t{1} << 56) - 1, 8); }
 
 inline GEbmlBytes Element(std::uint32_t id, const GEbmlBytes& data)
 {
@@ -74,9 +75,9 @@ inline GEbmlBytes LyingElement(std::uint32_t id, std::uint64_t claimed, const GE
 {
     return Join({EbmlId(id), EbmlSize(claimed, 8), data});
 }
-inline GEbmlBytes UnknownSizeElement(std::uint32_t id, const GEbmlBytes& data, unsigned width = 8)
+inline GEbmlBytes UnknownSizeElement(std::uint32_t id, const GEbmlBytes& data)
 {
-    return Join({EbmlId(id), UnknownEbmlSize(width), data});
+    return Join({EbmlId(id), UnknownEbmlSize(), data});
 }
 
 // As few bytes as hold the value; `width` for more.
@@ -121,11 +122,7 @@ inline GEbmlBytes Cluster(std::uint64_t timecode, std::initializer_list<GEbmlByt
     return Element(mkv_id::kCluster, {UIntElement(mkv_id::kTimecode, timecode), Join(blocks)});
 }
 
-inline GEbmlBytes EbmlHeader(std::string_view docType = "matroska")
-{
-    return Element(mkv_id::kEbml, {UIntElement(mkv_id::kEbmlVersion, 1), TextElement(mkv_id::kDocType, docType),
-                                   UIntElement(mkv_id::kDocTypeVersion, 2)});
-}
+inline GEbmlBytes EbmlHeader() { return Element(mkv_id::kEbml, {TextElement(mkv_id::kDocType, "matroska")}); }
 
 inline GEbmlBytes TrackEntry(std::uint64_t number, std::uint64_t type, std::string_view codec,
                              const GEbmlBytes& others = {})
@@ -223,11 +220,12 @@ public:
         GEbmlBytes body;
         for (int pass = 0; pass < 2; ++pass) {  // the first one finds the positions, which change no size
             body.clear();
-            std::vector<std::pair<std::uint32_t, std::uint64_t>> found;
+            decltype(positions) found;
             for (const auto& child : children) {
                 const GEbmlBytes bytes = child(*this);
-                if (bytes.size() >= 4)
-                    found.emplace_back(FirstFour(bytes), body.size());
+                found.emplace_back(
+                    GEbmlBytes(bytes.begin(), bytes.begin() + std::min<std::ptrdiff_t>(4, std::ssize(bytes))),
+                    body.size());
                 body.insert(body.end(), bytes.begin(), bytes.end());
             }
             positions = std::move(found);
@@ -240,22 +238,14 @@ public:
     std::uint64_t PositionOf(std::uint32_t id, std::size_t n) const
     {
         for (const auto& [foundId, position] : positions)
-            if (foundId == id && n-- == 0)
+            if (foundId == EbmlId(id) && n-- == 0)
                 return position;
         return 0;
     }
 
 private:
-    static std::uint32_t FirstFour(const GEbmlBytes& bytes)
-    {
-        std::uint32_t id = 0;
-        for (std::size_t i = 0; i < 4; ++i)
-            id = id << 8 | bytes[i];
-        return id;
-    }
-
     std::vector<std::function<GEbmlBytes(const GMkvBuilder&)>> children;
-    std::vector<std::pair<std::uint32_t, std::uint64_t>> positions;
+    std::vector<std::pair<GEbmlBytes, std::uint64_t>> positions;  // what a child begins with, where it stands
 };
 
 // Absolute position of the Segment's data in what Build made.
