@@ -83,11 +83,12 @@ TEST(AviNesting, ListsInListsToAnyDepthAreLeftAloneBeyondTheLimit)
     EXPECT_EQ(reading.Streams().size(), 16u);
 }
 
+// Every list ends behind the header of the next one, whose own size reaches far beyond: each level would walk all that
+// follows again.
 TEST(AviNesting, ListsThatOutgrowTheirParentsAreNotReadOverAndOver)
 {
-    // Every list ends behind the header of the next one, whose own size reaches far beyond: each level would walk all
-    // that follows again.
-    Survive(UnendedLists(20'000, 16, "hdrl", 0x00100000));
+    GAviReading reading(UnendedLists(20'000, 16, "hdrl", 0x00100000));
+    EXPECT_LT(reading.Watch().reads, 100'000u);
 }
 
 TEST(AviNesting, ContinuationsOfUnknownSizeDoNotNestOnTheStack)

@@ -176,27 +176,15 @@ TEST(AviScan, AReadThatFailsForAMomentCostsNothing)
     EXPECT_GT(failures, 20);
 }
 
-TEST(AviScan, AFileWithoutDataEndsAtOnce)
-{
-    const auto bytes = NumberedVideo(0, GAviTestIndex::None).Build();
-    for (const std::size_t size : {bytes.size(), PositionOf(bytes, "movi") - 8}) {  // the latter without the list
-        GAviReading reading(Prefix(bytes, size));
-        EXPECT_TRUE(reading.IsOpen());
-        EXPECT_TRUE(reading.ReadAll().empty());
-    }
-}
-
 TEST(AviScan, ManyStreamsAndTinyChunksAllArrive)
 {
     GAviTestFile file{.streams = std::vector(120, VideoStream()), .parts = {{}}, .index = GAviTestIndex::None};
-    for (int i = 0; i < 3000; ++i) {
-        const int stream = i % 100;
-        const std::string code{static_cast<char>('0' + stream / 10), static_cast<char>('0' + stream % 10), 'd', 'c'};
-        file.parts[0].push_back(Chunk(code, static_cast<std::size_t>(1 + i % 3), 9));
-    }
+    for (std::size_t i = 0; i < 101; ++i)
+        for (const std::size_t size : {1u, 2u, 3u})
+            file.parts[0].push_back(Chunk(AviStreamCode(i) + "dc", size));
     GAviReading reading(file.Build());
     EXPECT_EQ(reading.Streams().size(), 101u) << "further streams have no chunk code";
-    EXPECT_EQ(reading.ReadAll().size(), 3000u);
+    EXPECT_EQ(reading.ReadAll().size(), 303u);
 }
 
 TEST(AviGrowth, AFileThatGrowsByteByByteGivesEveryPacketWhole)
@@ -233,33 +221,21 @@ TEST(AviGrowth, ClosingWakesAScanThatWaitsForTheFileToGrow)
     }
 }
 
-// Opens `bytes` up to `begun`, and adds the rest when the handler has come to the end.
-void ExpectGrowth(const std::vector<std::uint8_t>& bytes, std::size_t begun, int packetsBegun, int packetsAtLast)
+// Opens `bytes` up to `begun`, and adds the rest when the handler has come to the end. There are four packets at last.
+void ExpectGrowth(const std::vector<std::uint8_t>& bytes, std::size_t begun, int packetsBegun)
 {
     GAviReading reading(Prefix(bytes, begun));
     EXPECT_EQ(reading.Index(), "none");
     auto packets = reading.ReadAll();
     EXPECT_EQ(Marks(packets), Numbers(packetsBegun));
     reading.Append(std::span(bytes).subspan(begun));
-    while (packets.size() < static_cast<std::size_t>(packetsAtLast)) {
+    while (packets.size() < 4) {
         for (const GReadPacket& packet : reading.ReadAll())
             packets.push_back(packet);
         std::this_thread::yield();
     }
-    EXPECT_EQ(Marks(packets), Numbers(packetsAtLast));
-    EXPECT_TRUE(reading.ReadAll().empty());
-    EXPECT_EQ(reading.Handler().LongestStreamDuration(), packetsAtLast * kSecond / 25);
-}
-
-TEST(AviGrowth, AChunkOrAContinuationOfWhichOnlyTheBeginningIsThereIsWaitedFor)
-{
-    GAviTestFile file = NumberedVideo(2, GAviTestIndex::None);
-    file.parts.push_back({Chunk("00dc", 10, 3)});
-    const auto bytes = file.Build();
-    ExpectGrowth(bytes, ChunkPosition(bytes, 1) + 8, 1, 3);
-    const std::size_t second = PositionOf(bytes, "AVIX") - 8;
-    for (const std::size_t there : {std::size_t{3}, std::size_t{8}, std::size_t{12}, std::size_t{20}})
-        ExpectGrowth(bytes, second + there, 2, 3);
+    EXPECT_EQ(Marks(packets), Numbers(4));
+    EXPECT_EQ(reading.Handler().LongestStreamDuration(), 4 * kSecond / 25);
 }
 
 TEST(AviGrowth, AnIndexBeyondTheEndIsRefusedAndSaysHowFarTheFileIsToGrow)
@@ -268,14 +244,14 @@ TEST(AviGrowth, AnIndexBeyondTheEndIsRefusedAndSaysHowFarTheFileIsToGrow)
     file.parts.push_back({Chunk("00dc", 10, 3), Chunk("00dc", 10, 4)});
     auto bytes = file.Build();
     const std::size_t half = PositionOf(bytes, "00dc", PositionOf(bytes, "AVIX")) + 8 + 10;
-    ExpectGrowth(bytes, half, 3, 4);
+    ExpectGrowth(bytes, half, 3);
     EXPECT_EQ(GAviReading(Prefix(bytes, half)).Handler().Duration(), 4 * kSecond / 25)
         << "as the super index announces";
 
     const std::size_t second = PositionOf(bytes, "AVIX") - 8;
     const std::string junk("JUNK\0\0\0\0", 8);  // with it the file has more than one RIFF, and is whole so far
     bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(second), junk.begin(), junk.end());
-    ExpectGrowth(bytes, second + 8, 2, 4);
+    ExpectGrowth(bytes, second + 8, 2);
 }
 
 }  // namespace

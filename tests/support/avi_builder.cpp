@@ -6,11 +6,6 @@
 namespace vex::test {
 namespace {
 
-std::string StreamPrefix(std::size_t stream)
-{
-    return {static_cast<char>('0' + stream / 10), static_cast<char>('0' + stream % 10)};
-}
-
 class GAviWriter {
 public:
     explicit GAviWriter(const GAviTestFile& description)
@@ -40,7 +35,7 @@ private:
     {
         riff.List("hdrl", [&] {
             riff.Chunk("avih", [&] {
-                riff.U32LE(file.microSecPerFrame, 0, 0, 0, file.totalFrames);
+                riff.U32LE(40'000, 0, 0, 0, file.totalFrames);
                 riff.Zeros(36);
             });
             for (std::size_t i = 0; i < file.streams.size(); ++i)
@@ -64,7 +59,7 @@ private:
             return;
         riff.Chunk("indx", [&] {
             riff.U32LE(4, file.parts.size());  // 4: an index of indexes
-            riff.Text(StreamPrefix(number) + "dc");
+            riff.Text(AviStreamCode(number) + "dc");
             riff.Zeros(12);
             superEntries.push_back(riff.Position());
             riff.Zeros(16 * file.parts.size());
@@ -98,7 +93,7 @@ private:
 
     void WriteStandardIndex(std::size_t part, std::size_t stream)
     {
-        const std::string prefix = StreamPrefix(stream);
+        const std::string prefix = AviStreamCode(stream);
         std::uint32_t count = 0;
         const std::size_t start = riff.Chunk("ix" + prefix, [&] {
             riff.U32LE(fields ? 0x01010003 : 0x01000002, 0);  // an index of chunks; their number
@@ -140,6 +135,11 @@ private:
 };
 
 }  // namespace
+
+std::string AviStreamCode(std::size_t stream)
+{
+    return {static_cast<char>('0' + stream / 10), static_cast<char>('0' + stream % 10)};
+}
 
 std::vector<std::uint8_t> BitmapFormat(const std::string& fourCC, std::int32_t width, std::int32_t height)
 {

@@ -28,6 +28,9 @@ std::vector<std::uint8_t> BitmapFormat(const std::string& fourCC, std::int32_t w
 std::vector<std::uint8_t> WaveFormat(std::uint16_t tag, std::uint16_t channels, std::uint32_t samplesPerSecond,
                                      std::uint32_t bytesPerSecond, std::uint16_t blockAlign);
 
+// The two characters that begin the codes of a stream's chunks.
+std::string AviStreamCode(std::size_t stream);
+
 struct GAviTestChunk {
     std::string code;
     std::vector<std::uint8_t> payload;
@@ -52,8 +55,7 @@ struct GAviTestFile {
     GAviTestIndex index = GAviTestIndex::Idx1Relative;
     bool recLists = false;           // every chunk in a "rec " list of its own
     std::size_t junkBeforeData = 0;  // bytes of a JUNK chunk at the start of every "movi" list; 0: none
-    std::uint32_t microSecPerFrame = 40'000;
-    std::uint32_t totalFrames = 0;
+    std::uint32_t totalFrames = 0;   // of 40 ms
 
     std::vector<std::uint8_t> Build() const;
 };
