@@ -15,7 +15,7 @@ std::optional<GAc3Header> ReadAc3Header(GBytes bytes)
     GBitReader bits(bytes.first(std::min(bytes.size(), kAc3HeaderSize)));
     GAc3Header header;
     const bool sync = bits.Bits(16) == (kAc3Sync[0] << 8 | kAc3Sync[1]);
-    header.crc1 = static_cast<std::uint16_t>(bits.Bits(16));
+    bits.Skip(16);  // checksum
     header.fscod = static_cast<std::uint8_t>(bits.Bits(2));
     header.frmsizecod = static_cast<std::uint8_t>(bits.Bits(6));
     header.bsid = static_cast<std::uint8_t>(bits.Bits(5));

@@ -14,7 +14,6 @@ inline constexpr std::size_t kAc3HeaderSize = 7;  // bytes up to lfeon
 
 // As coded: the reader accepts what a format may refuse (bsid, fscod 3, frmsizecod 38 and above).
 struct GAc3Header {
-    std::uint16_t crc1 = 0;
     std::uint8_t fscod = 0;       // 2 bits; 3 is reserved
     std::uint8_t frmsizecod = 0;  // 6 bits; 0 to 37 have a meaning
     std::uint8_t bsid = 0;        // 5 bits; 8 in use, 9 to 11 at lower rates, 16 is E-AC-3 (another syntax)

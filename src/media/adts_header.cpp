@@ -14,22 +14,14 @@ std::optional<GAdtsHeader> ReadAdtsHeader(GBytes bytes)
     if ((word >> 40 & kSyncAndLayer) != 0xFFF0)
         return std::nullopt;
     const auto field = [word](unsigned shift, unsigned mask) { return static_cast<unsigned>(word >> shift) & mask; };
-    const auto flag = [word](unsigned shift) { return (word >> shift & 1) != 0; };
     GAdtsHeader header;
     header.id = static_cast<std::uint8_t>(field(43, 1));
-    header.protectionAbsent = flag(40);
+    header.protectionAbsent = field(40, 1) != 0;
     header.profile = static_cast<std::uint8_t>(field(38, 3));
     header.rateIndex = static_cast<std::uint8_t>(field(34, 15));
     header.sampleRate = AacSampleRate(header.rateIndex);
-    header.privateBit = flag(33);
     header.channelConfiguration = static_cast<std::uint8_t>(field(30, 7));
-    header.original = flag(29);
-    header.home = flag(28);
-    header.copyrightId = flag(27);
-    header.copyrightStart = flag(26);
     header.frameLength = static_cast<std::uint16_t>(field(13, 0x1FFF));
-    header.bufferFullness = static_cast<std::uint16_t>(field(2, 0x7FF));
-    header.rawBlocks = static_cast<std::uint8_t>(field(0, 3));
     return header;
 }
 

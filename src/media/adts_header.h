@@ -12,20 +12,13 @@ inline constexpr std::size_t kAdtsHeaderSize = 7;  // bytes, without the CRC tha
 
 // As coded: the reader accepts what a format may refuse (index 12, channel configuration 0 or 7, any length).
 struct GAdtsHeader {
-    std::uint8_t id = 0;            // 0 MPEG-4, 1 MPEG-2
-    bool protectionAbsent = false;  // false: 2 bytes of CRC follow the header
-    std::uint8_t profile = 0;       // audio object type less 1
-    std::uint8_t rateIndex = 0;     // 0 to 15
-    std::uint32_t sampleRate = 0;   // Hz; 0 for index 13 and above
-    bool privateBit = false;
+    std::uint8_t id = 0;                    // 0 MPEG-4, 1 MPEG-2
+    bool protectionAbsent = false;          // false: 2 bytes of CRC follow the header
+    std::uint8_t profile = 0;               // audio object type less 1
+    std::uint8_t rateIndex = 0;             // 0 to 15
+    std::uint32_t sampleRate = 0;           // Hz; 0 for index 13 and above
     std::uint8_t channelConfiguration = 0;  // 0 to 7
-    bool original = false;
-    bool home = false;
-    bool copyrightId = false;
-    bool copyrightStart = false;
-    std::uint16_t frameLength = 0;     // bytes, header included; hostile: may be below 7
-    std::uint16_t bufferFullness = 0;  // 0x7FF: variable bit rate
-    std::uint8_t rawBlocks = 0;        // raw data blocks less 1
+    std::uint16_t frameLength = 0;          // bytes, header included; hostile: may be below 7
 };
 
 // The header that `bytes` begin with. Needs 7 bytes; nothing when the 12 bits of the syncword or the two zero bits of

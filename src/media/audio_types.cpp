@@ -13,17 +13,9 @@ namespace vex {
 
 namespace {
 
-// The fixed parts of the two Vorbis format blocks.
-struct GVorbisBlock {
-    std::uint32_t channels;
-    std::uint32_t samplesPerSecond;
-    std::uint32_t lowerBitRate;
-    std::uint32_t nominalBitRate;
-    std::uint32_t upperBitRate;
-    float quality;
-};
-static_assert(sizeof(GVorbisBlock) == 24);
+static_assert(sizeof(GVorbisFormat) == 24);  // the block as it is
 
+// The fixed part of the block with headers.
 struct GVorbis2Block {
     std::uint32_t channels;
     std::uint32_t samplesPerSecond;
@@ -94,10 +86,8 @@ CMediaType MakeMpeg1WaveType(const WAVEFORMATEX& format, const GMpegAudioHeader&
 
 CMediaType MakeVorbisType(const GVorbisFormat& format)
 {
-    const GVorbisBlock head{format.channels,       format.samplesPerSecond, format.lowerBitRate,
-                            format.nominalBitRate, format.upperBitRate,     format.quality};
     CMediaType type = MakeAudioType(MEDIASUBTYPE_Vorbis);
-    std::memcpy(type.AllocFormat(FORMAT_VorbisFormat, sizeof head).data(), &head, sizeof head);
+    std::memcpy(type.AllocFormat(FORMAT_VorbisFormat, sizeof format).data(), &format, sizeof format);
     return type;
 }
 

@@ -10,9 +10,7 @@ std::optional<GDtsHeader> ReadDtsHeader(GBytes bytes)
     GDtsHeader header;
     const bool sync = bytes.size() >= kDtsHeaderSize && std::equal(kDtsSync.begin(), kDtsSync.end(), bytes.begin());
     bits.Skip(kDtsSync.size() * 8);
-    header.normalFrame = bits.Flag();
-    header.deficitSamples = static_cast<std::uint8_t>(bits.Bits(5));
-    header.crc = bits.Flag();
+    bits.Skip(1 + 5 + 1);  // FTYPE, SHORT, CPF
     header.blocks = static_cast<std::uint8_t>(bits.Bits(7));
     header.frameSize = static_cast<std::uint16_t>(bits.Bits(14) + 1);
     header.amode = static_cast<std::uint8_t>(bits.Bits(6));

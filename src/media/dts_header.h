@@ -14,14 +14,11 @@ inline constexpr std::size_t kDtsHeaderSize = 10;                               
 
 // As coded: the reader accepts what a format may refuse.
 struct GDtsHeader {
-    bool normalFrame = false;         // FTYPE
-    std::uint8_t deficitSamples = 0;  // SHORT, 5 bits
-    bool crc = false;                 // CPF
-    std::uint8_t blocks = 0;          // NBLKS, 7 bits: blocks of 32 samples less 1
-    std::uint16_t frameSize = 0;      // FSIZE plus 1, bytes
-    std::uint8_t amode = 0;           // 6 bits; 16 and above are user-defined
-    std::uint8_t rateCode = 0;        // SFREQ, 4 bits
-    std::uint8_t bitRateCode = 0;     // RATE, 5 bits
+    std::uint8_t blocks = 0;       // NBLKS, 7 bits: blocks of 32 samples less 1
+    std::uint16_t frameSize = 0;   // FSIZE plus 1, bytes
+    std::uint8_t amode = 0;        // 6 bits; 16 and above are user-defined
+    std::uint8_t rateCode = 0;     // SFREQ, 4 bits
+    std::uint8_t bitRateCode = 0;  // RATE, 5 bits
 
     std::uint16_t Channels() const;    // of amode, without the low frequency channel; 0 for 16 and above
     std::uint32_t SampleRate() const;  // Hz; 0 for a code without one

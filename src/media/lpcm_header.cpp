@@ -10,16 +10,13 @@ std::optional<GLpcmHeader> ReadLpcmHeader(GBytes bytes)
     GLpcmHeader header;
     header.subStream = static_cast<std::uint8_t>(bits.Bits(8));
     header.frames = static_cast<std::uint8_t>(bits.Bits(8));
-    header.firstAccessUnit = static_cast<std::uint16_t>(bits.Bits(16));
-    header.emphasis = bits.Flag();
-    header.mute = bits.Flag();
-    bits.Skip(1);  // reserved
-    header.frameNumber = static_cast<std::uint8_t>(bits.Bits(5));
+    bits.Skip(16);     // offset of the first access unit
+    bits.Skip(3 + 5);  // emphasis, mute, reserved; frame number
     header.quantisation = static_cast<std::uint8_t>(bits.Bits(2));
     header.rateCode = static_cast<std::uint8_t>(bits.Bits(2));
     bits.Skip(1);  // reserved
     header.channels = static_cast<std::uint8_t>(bits.Bits(3) + 1);
-    header.dynamicRange = static_cast<std::uint8_t>(bits.Bits(8));
+    bits.Skip(8);  // dynamic range
     if (!bits.Ok())
         return std::nullopt;
     return header;

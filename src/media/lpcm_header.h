@@ -12,16 +12,11 @@ inline constexpr std::size_t kLpcmHeaderSize = 7;  // bytes
 
 // As coded: the reader accepts what a format may refuse.
 struct GLpcmHeader {
-    std::uint8_t subStream = 0;         // 0xA0 to 0xA7
-    std::uint8_t frames = 0;            // frame headers in this packet
-    std::uint16_t firstAccessUnit = 0;  // offset, bytes
-    bool emphasis = false;
-    bool mute = false;
-    std::uint8_t frameNumber = 0;   // 5 bits
+    std::uint8_t subStream = 0;     // 0xA0 to 0xA7
+    std::uint8_t frames = 0;        // frame headers in this packet
     std::uint8_t quantisation = 0;  // 2 bits
     std::uint8_t rateCode = 0;      // 2 bits
     std::uint8_t channels = 0;      // 1 to 8
-    std::uint8_t dynamicRange = 0;
 
     std::uint16_t BitsPerSample() const;  // 16, 20 or 24; 0 for code 3
     std::uint32_t SampleRate() const;     // Hz: 48000, 96000; 0 for codes 2 and 3

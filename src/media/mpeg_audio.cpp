@@ -52,20 +52,6 @@ std::optional<GMpegAudioHeader> ReadMpegAudioHeader(GBytes bytes)
     return header;
 }
 
-std::uint32_t GMpegAudioHeader::SamplesPerFrame() const
-{
-    switch (layer) {
-    case 1:
-        return 384;
-    case 2:
-        return 1152;
-    case 3:
-        return LowSamplingFrequency() ? 576 : 1152;
-    default:
-        return 0;
-    }
-}
-
 std::uint32_t GMpegAudioHeader::FrameSize() const
 {
     return bitRate == 0 ? 0 : MpegAudioFrameSize(layer, LowSamplingFrequency(), bitRate, sampleRate, padding);

@@ -36,8 +36,6 @@ struct GMpegAudioHeader {
 
     bool LowSamplingFrequency() const { return version != kMpeg1; }
     std::uint16_t Channels() const { return mode == 3 ? 1 : 2; }
-    // 384, 576 or 1152; 0 for the reserved layer.
-    std::uint32_t SamplesPerFrame() const;
     // Bytes, header included, as the standards count them; 0 when the bit rate or the rate is unknown.
     std::uint32_t FrameSize() const;
 };

@@ -36,13 +36,6 @@ GMpegSequenceExtension ReadExtension(GBytes extension)
     return result;
 }
 
-// From the start code at `start` to the next one.
-GBytes Section(GBytes bytes, std::size_t start)
-{
-    const std::size_t next = FindStartCode(bytes, start + 3);
-    return bytes.subspan(start, next == kNotFound ? std::dynamic_extent : next - start);
-}
-
 bool ReadHeader(GBytes header, GMpegSequence& sequence)
 {
     GBitReader bits(header.subspan(kCodeSize));
@@ -80,13 +73,13 @@ std::optional<GMpegSequence> ReadMpegSequence(GBytes bytes)
     if (pos == kNotFound || bytes[pos + 3] != kSequenceHeaderCode)
         return std::nullopt;
     GMpegSequence sequence;
-    sequence.header = Section(bytes, pos);
+    sequence.header = StartCodeSection(bytes, pos);
     if (!ReadHeader(sequence.header, sequence))
         return std::nullopt;
     while (sequence.secondExtension.empty() && (pos = FindStartCode(bytes, pos + 3)) != kNotFound) {
         if (bytes[pos + 3] != kExtensionCode)
             continue;
-        const GBytes section = Section(bytes, pos);
+        const GBytes section = StartCodeSection(bytes, pos);
         if (!sequence.extension)
             sequence.extension = FindMpegSequenceExtension(section);
         (sequence.firstExtension.empty() ? sequence.firstExtension : sequence.secondExtension) = section;

@@ -32,6 +32,12 @@ std::size_t FindStartCode(GBytes bytes, std::size_t from)
     return found != kNotFound && bytes.size() - found > 3 ? found : kNotFound;
 }
 
+GBytes StartCodeSection(GBytes bytes, std::size_t start)
+{
+    const std::size_t next = FindStartCode(bytes, start + 3);
+    return bytes.subspan(start, next == kNotFound ? std::dynamic_extent : next - start);
+}
+
 std::optional<GBytes> GNalUnits::Next()
 {
     for (;;) {
@@ -74,16 +80,6 @@ bool AppendLengthPrefixed(std::vector<std::uint8_t>& out, GBytes unit, unsigned 
         out.push_back(static_cast<std::uint8_t>(unit.size() >> (8 * i) & 0xFF));
     out.insert(out.end(), unit.begin(), unit.end());
     return true;
-}
-
-std::vector<std::uint8_t> LengthPrefixedFromByteStream(GBytes byteStream, unsigned lengthSize)
-{
-    std::vector<std::uint8_t> result;
-    result.reserve(byteStream.size());
-    GNalUnits units(byteStream);
-    while (const auto unit = units.Next())
-        AppendLengthPrefixed(result, *unit, lengthSize);
-    return result;
 }
 
 }  // namespace vex

@@ -12,6 +12,8 @@ namespace vex {
 // The offset of the first 00 00 01 that starts at `from` or later and has its code byte behind it, or kNotFound. The
 // code byte is bytes[offset + 3].
 std::size_t FindStartCode(GBytes bytes, std::size_t from = 0);
+// From the start code at `start` to the next one, or to the end of the bytes.
+GBytes StartCodeSection(GBytes bytes, std::size_t start);
 
 // Walks the NAL units of a byte stream (ITU-T H.264, annex B): GNalUnits units(bytes); while (auto unit =
 // units.Next()). Bytes before the first start code are passed over.
@@ -38,8 +40,5 @@ std::vector<std::uint8_t> WithoutEmulationPrevention(GBytes bytes);
 // Appends a unit behind its length in `lengthSize` bytes (1 to 4), most significant first (ISO/IEC 14496-15). False,
 // with nothing appended, when the length does not fit.
 bool AppendLengthPrefixed(std::vector<std::uint8_t>& out, GBytes unit, unsigned lengthSize);
-
-// The units of a byte stream, each behind its length. Units whose length does not fit are left out.
-std::vector<std::uint8_t> LengthPrefixedFromByteStream(GBytes byteStream, unsigned lengthSize);
 
 }  // namespace vex

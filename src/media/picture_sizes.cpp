@@ -27,16 +27,15 @@ GSorensonHeader ReadSorensonHeader(GBytes frame)
     GBitReader bits(frame);
     GSorensonHeader header;
     header.startCode = bits.Bits(17) == 1;
-    header.version = static_cast<std::uint8_t>(bits.Bits(5));
-    header.temporalReference = static_cast<std::uint8_t>(bits.Bits(8));
-    header.sizeCode = static_cast<std::uint8_t>(bits.Bits(3));
-    header.size = kSizes[header.sizeCode];
-    if (header.sizeCode < 2) {
-        const unsigned each = header.sizeCode == 0 ? 8 : 16;
+    bits.Skip(5 + 8);  // version, temporal reference
+    const std::uint32_t sizeCode = bits.Bits(3);
+    header.size = kSizes[sizeCode];
+    if (sizeCode < 2) {
+        const unsigned each = sizeCode == 0 ? 8 : 16;
         header.size.width = bits.Bits(each);
         header.size.height = bits.Bits(each);
     }
-    header.pictureType = static_cast<std::uint8_t>(bits.Bits(2));
+    bits.Skip(2);  // picture type
     header.whole = bits.Ok();
     return header;
 }
@@ -47,20 +46,15 @@ std::optional<GVp6Header> ReadVp6Header(GBytes frame)
     GVp6Header header;
     const std::uint8_t first = reader.U8();
     header.keyFrame = (first & 0x80) == 0;
-    header.quantiser = first >> 1 & 0x3F;
-    header.separatedCoefficients = (first & 1) != 0;
+    const bool separatedCoefficients = (first & 1) != 0;
     if (reader.Ok() && !header.keyFrame)
         return header;
-    const std::uint8_t second = reader.U8();
-    header.version = second >> 3;
-    header.profile = second >> 1 & 3;
-    header.interlaced = (second & 1) != 0;
-    if (header.separatedCoefficients || header.profile == 0)
+    const bool simpleProfile = (reader.U8() >> 1 & 3) == 0;
+    if (separatedCoefficients || simpleProfile)
         reader.Skip(2);  // offset of the second partition
     header.codedRows = reader.U8();
     header.codedColumns = reader.U8();
-    header.displayedRows = reader.U8();
-    header.displayedColumns = reader.U8();
+    reader.Skip(2);  // the size to be displayed
     if (!reader.Ok())
         return std::nullopt;
     return header;

@@ -19,10 +19,7 @@ GBytes FindSection(GBytes bytes, std::uint8_t code, std::size_t from)
     std::size_t start = FindStartCode(bytes, from);
     while (start != kNotFound && bytes[start + 3] != code)
         start = FindStartCode(bytes, start + 3);
-    if (start == kNotFound)
-        return {};
-    const std::size_t next = FindStartCode(bytes, start + 3);
-    return bytes.subspan(start, next == kNotFound ? std::dynamic_extent : next - start);
+    return start == kNotFound ? GBytes() : StartCodeSection(bytes, start);
 }
 
 void ReadFrameRate(GBitReader& bits, GVc1Sequence& sequence)
@@ -63,18 +60,12 @@ void ReadDisplay(GBitReader& bits, GVc1Sequence& sequence)
 void ReadAdvanced(GBitReader& bits, GVc1Sequence& sequence)
 {
     sequence.level = static_cast<std::uint8_t>(bits.Bits(3));
-    sequence.chromaFormat = static_cast<std::uint8_t>(bits.Bits(2));
-    sequence.frameRateHint = static_cast<std::uint8_t>(bits.Bits(3));
-    sequence.bitRateHint = static_cast<std::uint8_t>(bits.Bits(5));
-    sequence.postProcessing = bits.Flag();
+    bits.Skip(2 + 3 + 5 + 1);  // chroma format, hints at the rates, post processing
     sequence.codedWidth = 2 * bits.Bits(12) + 2;
     sequence.codedHeight = 2 * bits.Bits(12) + 2;
-    sequence.pulldown = bits.Flag();
+    bits.Skip(1);  // pulldown
     sequence.interlaced = bits.Flag();
-    sequence.frameCounter = bits.Flag();
-    sequence.interpolation = bits.Flag();
-    bits.Skip(1);  // reserved
-    sequence.segmentedFrames = bits.Flag();
+    bits.Skip(4);  // frame counter, interpolation, reserved, segmented frames
     sequence.hasDisplay = bits.Flag();
     if (sequence.hasDisplay)
         ReadDisplay(bits, sequence);

@@ -10,19 +10,11 @@
 namespace vex {
 
 struct GVc1Sequence {
-    std::uint8_t profile = 0;        // 2 bits; 3 is advanced. Of other profiles only this field is read
-    std::uint8_t level = 0;          // 3 bits
-    std::uint8_t chromaFormat = 0;   // COLORDIFF_FORMAT, 2 bits
-    std::uint8_t frameRateHint = 0;  // FRMRTQ_POSTPROC, 3 bits
-    std::uint8_t bitRateHint = 0;    // BITRTQ_POSTPROC, 5 bits
-    bool postProcessing = false;
+    std::uint8_t profile = 0;      // 2 bits; 3 is advanced. Of other profiles only this field is read
+    std::uint8_t level = 0;        // 3 bits
     std::uint32_t codedWidth = 0;  // samples, 2 to 8192
     std::uint32_t codedHeight = 0;
-    bool pulldown = false;
     bool interlaced = false;
-    bool frameCounter = false;
-    bool interpolation = false;
-    bool segmentedFrames = false;  // PSF
 
     bool hasDisplay = false;         // DISPLAY_EXT: the rest is there
     std::uint32_t displayWidth = 0;  // samples: the 14-bit field plus 1

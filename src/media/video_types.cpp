@@ -12,7 +12,6 @@ constexpr std::size_t kSequence2 = offsetof(MPEG2VIDEOINFO, dwSequenceHeader);
 
 // All four format blocks begin alike, and the two with an aspect ratio have it at the same place.
 static_assert(offsetof(VIDEOINFOHEADER, AvgTimePerFrame) == offsetof(VIDEOINFOHEADER2, AvgTimePerFrame));
-static_assert(offsetof(VIDEOINFOHEADER, dwBitRate) == offsetof(VIDEOINFOHEADER2, dwBitRate));
 static_assert(offsetof(MPEG1VIDEOINFO, hdr) == 0 && offsetof(MPEG2VIDEOINFO, hdr) == 0);
 
 // A block of at least `blockSize` bytes: the first `headSize` bytes of `head`, then `behind`.
@@ -72,11 +71,6 @@ CMediaType MakeVideoInfoType(REFGUID subtype, const VIDEOINFOHEADER& info, GByte
     return MakeType(subtype, FORMAT_VideoInfo, &info, sizeof info, behind);
 }
 
-CMediaType MakeVideoInfo2Type(REFGUID subtype, const VIDEOINFOHEADER2& info, GBytes behind)
-{
-    return MakeType(subtype, FORMAT_VideoInfo2, &info, sizeof info, behind);
-}
-
 CMediaType MakeMpeg1VideoType(REFGUID subtype, const MPEG1VIDEOINFO& info, GBytes sequenceHeader)
 {
     MPEG1VIDEOINFO head = info;
@@ -109,12 +103,6 @@ void SetFrameTime(CMediaType& type, REFERENCE_TIME timePerFrame)
 {
     if (IsVideoBlock(type))
         Put(type, offsetof(VIDEOINFOHEADER, AvgTimePerFrame), timePerFrame);
-}
-
-void SetBitRate(CMediaType& type, DWORD bitsPerSecond)
-{
-    if (IsVideoBlock(type))
-        Put(type, offsetof(VIDEOINFOHEADER, dwBitRate), bitsPerSecond);
 }
 
 void SetAspect(CMediaType& type, DWORD aspectX, DWORD aspectY)

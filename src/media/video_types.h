@@ -19,8 +19,6 @@ CMediaType MakeVideoType(REFGUID subtype);
 
 // FORMAT_VideoInfo: `info` (its biSize is not changed), then `behind`: palette, masks or codec configuration.
 CMediaType MakeVideoInfoType(REFGUID subtype, const VIDEOINFOHEADER& info, GBytes behind);
-// FORMAT_VideoInfo2, likewise.
-CMediaType MakeVideoInfo2Type(REFGUID subtype, const VIDEOINFOHEADER2& info, GBytes behind);
 
 // FORMAT_MPEGVideo: `info`, its cbSequenceHeader replaced, then the sequence header. The block has at least
 // sizeof(MPEG1VIDEOINFO) bytes.
@@ -37,7 +35,6 @@ CMediaType MakeVideoInfo2Twin(const CMediaType& type, DWORD aspectX, DWORD aspec
 
 // Set a field of a finished block, when its format type has one there; else they do nothing.
 void SetFrameTime(CMediaType& type, REFERENCE_TIME timePerFrame);  // 100 ns; all four video format types
-void SetBitRate(CMediaType& type, DWORD bitsPerSecond);            // all four
 void SetAspect(CMediaType& type, DWORD aspectX, DWORD aspectY);    // VideoInfo2 and MPEG2Video
 
 // The sequence header of a FORMAT_MPEGVideo or FORMAT_MPEG2Video block; nothing for another format type and for a block

@@ -15,18 +15,15 @@ GTheoraIdentification ReadTheoraIdentification(GBytes packet)
     header.frameRows = reader.U16BE();
     header.pictureWidth = reader.U24BE();
     header.pictureHeight = reader.U24BE();
-    header.pictureX = reader.U8();
-    header.pictureY = reader.U8();
+    reader.Skip(2);  // offset of the picture
     header.rateNumerator = reader.U32BE();
     header.rateDenominator = reader.U32BE();
     header.aspectX = reader.U24BE();
     header.aspectY = reader.U24BE();
-    header.colourSpace = reader.U8();
+    reader.Skip(1);  // colour space
     header.nominalBitRate = reader.U24BE();
     const std::uint16_t last = reader.U16BE();
-    header.quality = static_cast<std::uint8_t>(last >> 10);
     header.granuleShift = last >> 5 & 0x1F;
-    header.pixelFormat = last >> 3 & 3;
     header.valid = signature && reader.Ok();
     return header;
 }

@@ -20,17 +20,12 @@ struct GTheoraIdentification {
     std::uint16_t frameRows = 0;
     std::uint32_t pictureWidth = 0;   // 24 bits
     std::uint32_t pictureHeight = 0;  // 24 bits
-    std::uint8_t pictureX = 0;
-    std::uint8_t pictureY = 0;
     std::uint32_t rateNumerator = 0;  // frames a second; hostile: may be 0
     std::uint32_t rateDenominator = 0;
     std::uint32_t aspectX = 0;  // of one sample, 24 bits; 0: unknown
     std::uint32_t aspectY = 0;
-    std::uint8_t colourSpace = 0;
     std::uint32_t nominalBitRate = 0;  // 24 bits, bit/s
-    std::uint8_t quality = 0;          // 6 bits
     std::uint8_t granuleShift = 0;     // 5 bits: KFGSHIFT
-    std::uint8_t pixelFormat = 0;      // 2 bits
 };
 GTheoraIdentification ReadTheoraIdentification(GBytes packet);
 

@@ -85,18 +85,14 @@ TEST(MpegType, Vc1IsOfferedWithAnAspectAndWithout)
 {
     const GMpegBytes start = Vc1Video();
     const auto types = TypesOf(0xFD, start);
-    VIDEOINFOHEADER2 info{};
+    VIDEOINFOHEADER info{};
     info.AvgTimePerFrame = 417'083;  // 1001 / 24000 s
-    info.dwPictAspectRatioX = 16;
-    info.dwPictAspectRatioY = 9;
     info.bmiHeader = {40, 1920, 1080, 1, 0, FourCC("WVC1"), 0, 0, 0, 0, 0};
-    VIDEOINFOHEADER plain{};
-    plain.AvgTimePerFrame = info.AvgTimePerFrame;
-    plain.bmiHeader = info.bmiHeader;
     const std::size_t end = FindBytes(start, GMpegBytes{0, 0, 1, 0x0D});
+    const CMediaType plain = MakeVideoInfoType(SubtypeFromFourCC("WVC1"), info, Part(start, 0, end));
     ASSERT_EQ(types.size(), 2u);
-    EXPECT_TRUE(types[0] == MakeVideoInfo2Type(SubtypeFromFourCC("WVC1"), info, Part(start, 0, end)));
-    EXPECT_TRUE(types[1] == MakeVideoInfoType(SubtypeFromFourCC("WVC1"), plain, Part(start, 0, end)));
+    EXPECT_TRUE(types[0] == MakeVideoInfo2Twin(plain, 16, 9));
+    EXPECT_TRUE(types[1] == plain);
 }
 
 TEST(MpegType, SoundComesFromItsFirstHeader)

@@ -26,8 +26,6 @@ public:
     bool IsAudio() const { return type == FourCC("auds"); }
     // biCompression, 0 when there is none.
     std::uint32_t Compression() const;
-    // Frames, blocks or bytes per second; never negative, infinite or not a number.
-    double Rate() const { return rate; }
     // Positions of the stream count payload bytes and not chunks.
     bool CountsBytes() const { return IsAudio() && (sampleSize != 0 || rate > 1000.0); }
     // Time of the position before chunk `index`, with `bytes` payload bytes before it. 0 for a stream of rate 0.
@@ -52,7 +50,7 @@ private:
     std::uint32_t ticksPerScale = 0;  // dwRate
     std::uint32_t suggestedBufferSize = 0;
     std::uint32_t sampleSize = 0;
-    double rate = 1.0;
+    double rate = 1.0;  // frames, blocks or bytes per second; never negative, infinite or not a number
     std::vector<std::uint8_t> format;
 };
 

@@ -6,6 +6,7 @@
 #include "io/fourcc.h"
 #include "media/avc_record.h"
 #include "media/codec_guids.h"
+#include "media/codec_tags.h"
 #include "media/format_headers.h"
 #include "media/h264_parameters.h"
 #include "media/mpeg_video.h"
@@ -38,26 +39,15 @@ MPEG2VIDEOINFO Mpeg2InfoOf(const BITMAPINFOHEADER& bitmap)
     return info;
 }
 
+// Without masks to look at, 16 bits are taken for 5:6:5 and 32 for colours with alpha.
 GUID VfwSubtype(const BITMAPINFOHEADER& bitmap)
 {
-    if (bitmap.biCompression != BI_RGB && bitmap.biCompression != BI_BITFIELDS)
-        return SubtypeFromFourCC(bitmap.biCompression);
-    switch (bitmap.biBitCount) {
-    case 1:
-        return MEDIASUBTYPE_RGB1;
-    case 4:
-        return MEDIASUBTYPE_RGB4;
-    case 8:
-        return MEDIASUBTYPE_RGB8;
-    case 16:
+    const bool uncompressed = bitmap.biCompression == BI_RGB || bitmap.biCompression == BI_BITFIELDS;
+    if (uncompressed && bitmap.biBitCount == 16)
         return MEDIASUBTYPE_RGB565;
-    case 24:
-        return MEDIASUBTYPE_RGB24;
-    case 32:
+    if (uncompressed && bitmap.biBitCount == 32)
         return MEDIASUBTYPE_ARGB32;
-    default:
-        return GUID_NULL;
-    }
+    return SubtypeFromBitmap(bitmap);
 }
 
 std::optional<CMediaType> VfwType(const GMkvTrack&, GBytes codecPrivate)
