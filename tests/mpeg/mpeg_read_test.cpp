@@ -149,7 +149,9 @@ TEST(MpegTimes, CountFromTheSmallestTimeAndUnwrap)
         {{16'200, 9000, 12'600}, {800'000, 0, 400'000}},                              // reordered at the start
         {{0, 3600, 7200}, {0, 400'000, 800'000}},                                     // 0 is a time
         {{kLast - 8999, 0, kLast - 3599, 3600}, {0, 1'000'000, 600'000, 1'400'000}},  // wraps, and reordered there
+        {{2700, kLast - 4499, kLast - 899, 6300}, {800'000, 0, 400'000, 1'200'000}},  // reordered around the wrap
         {{5'000'000'000, 9000, 12'600}, {0, 398'882'621'333, 398'883'021'333}},       // a fall of more than 2^32
+        {{9000, 5'000'000'000, 12'600}, {0, 555'554'555'555, 954'437'576'888}},  // a rise as large is none
     };
     for (const auto& one : cases) {
         GTsBuilder film;

@@ -139,6 +139,8 @@ void GMpegStreamFinder::Scan(GDamageLog& damage)
     }
     for (const GMpeg2StreamPtr& stream : streams) {
         stream->firstPts = firsts[stream->number].smallest;
+        if (stream->firstPts.value_or(0) < 0)  // the clock wraps among the first pictures
+            *stream->firstPts += kPtsWrap;
         const bool subStream = !layout.IsTransport() && stream->number >> 8 == mpeg_code::kPrivate1;
         const auto headerBytes =
             stream->HeaderBytes(subStream ? static_cast<std::uint8_t>(stream->number & 0xFF) : std::uint8_t{0});

@@ -12,6 +12,9 @@ namespace vex {
 inline constexpr std::int64_t kPtsWrap = std::int64_t{1} << 33;
 // A fall of more than this is a wrap. Smaller ones are reordered pictures or a joined recording.
 inline constexpr std::int64_t kPtsFall = std::int64_t{1} << 32;
+// The farthest that the times of reordered pictures go back: no picture waits longer than ten seconds in a decoder's
+// buffers (13818-1, 2.4.2).
+inline constexpr std::int64_t kPtsReorder = 10 * 90'000;
 
 // Ticks of a time met anywhere in a stream whose first time is `first`. At most one wrap is assumed.
 constexpr std::int64_t PtsAfter(std::int64_t first, std::uint64_t pts)
@@ -27,7 +30,8 @@ constexpr REFERENCE_TIME TimeFromTicks(std::int64_t ticks)
     return std::clamp<std::int64_t>(ticks, 0, kMostTicks) * 1000 / 9;
 }
 
-// Unwraps the presentation times of a stream in the order of the file.
+// Unwraps the presentation times of a stream in the order of the file. They are negative from before a wrap that the
+// first time already had behind it.
 class GPtsClock {
 public:
     // Starts anew in a stream whose first time is `first`.
@@ -43,7 +47,7 @@ public:
         if (last && ticks < *last - kPtsFall && epoch < kMostEpoch) {
             epoch += kPtsWrap;
             ticks += kPtsWrap;
-        } else if (epoch > 0 && last && ticks > *last + kPtsFall) {
+        } else if (last && ticks > *last + kPtsFall && (epoch > 0 || ticks - kPtsWrap >= *last - kPtsReorder)) {
             ticks -= kPtsWrap;  // a reordered picture from before the wrap
         }
         last = ticks;
