@@ -36,9 +36,12 @@ std::uint32_t Crop(std::uint32_t units, std::uint32_t unit, std::uint32_t availa
     return units <= available / unit ? units * unit : available;
 }
 
+// High 4:4:4 of the edition of 2005, which a later one took back: eight scaling lists whatever the chroma format.
+constexpr std::uint8_t kFirstHigh444 = 144;
+
 // Profiles whose sets carry the chroma format and what goes with it.
 constexpr auto kChromaProfiles =
-    std::to_array<std::uint8_t>({44, 83, 86, 100, 110, 118, 122, 128, 134, 135, 138, 139, 244});
+    std::to_array<std::uint8_t>({44, 83, 86, 100, 110, 118, 122, 128, 134, 135, 138, 139, kFirstHigh444, 244});
 
 void SkipScalingList(GBitReader& bits, int entries)
 {
@@ -50,9 +53,9 @@ void SkipScalingList(GBitReader& bits, int entries)
     }
 }
 
-void SkipScalingMatrix(GBitReader& bits, std::uint32_t chromaFormat)
+void SkipScalingMatrix(GBitReader& bits, const GH264Parameters& set)
 {
-    const int lists = chromaFormat == 3 ? 12 : 8;
+    const int lists = set.chromaFormat == 3 && set.profile != kFirstHigh444 ? 12 : 8;
     for (int i = 0; i < lists && bits.Ok(); ++i)
         if (bits.Flag())
             SkipScalingList(bits, i < 6 ? 16 : 64);
@@ -139,7 +142,7 @@ void ReadChromaFormat(GBitReader& bits, GH264Parameters& out)
     out.bitDepthChroma = Biased(bits.ue(), 8);
     bits.Skip(1);  // lossless transform bypass
     if (bits.Flag())
-        SkipScalingMatrix(bits, out.chromaFormat);
+        SkipScalingMatrix(bits, out);
 }
 
 void ReadPictureOrder(GBitReader& bits, GH264Parameters& out)

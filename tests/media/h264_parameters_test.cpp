@@ -114,6 +114,20 @@ TEST(AvcConfiguration, EveryOptionalPartIsSteppedOverOnTheWayToTheTiming)
               (Numbers{1920, 1088, 1914, 1080, 64, 45, 0x01020304, 0x55667789, 1, 3, 6, 7, 2, 1, 1}));
 }
 
+TEST(AvcConfiguration, FullChromaHasTwelveScalingListsButInTheFirstProfileForIt)
+{
+    for (const std::uint32_t profile : {144u, 244u}) {
+        BitWriter w;
+        w.U(0x67, 8).U(profile, 8).U(0, 8).U(30, 8).Ue(0);
+        w.Ue(3).U(1, 1).Ue(2).Ue(2).U(0, 1).U(1, 1).U(0, profile == 144 ? 8 : 12);
+        w.Ue(3).Ue(2).Ue(1).U(0, 1).Ue(39).Ue(29).U(3, 2).U(0, 2);
+        const GH264Parameters p = Parameters(Record({w.Done()}, {PictureSet(0)}));
+        using Numbers = std::vector<std::uint32_t>;
+        EXPECT_EQ((Numbers{p.chromaFormat, p.bitDepthLuma, p.log2MaxFrameNumber}), (Numbers{3, 10, 7})) << profile;
+        EXPECT_EQ((Numbers{p.width, p.height}), (Numbers{640, 480})) << profile;
+    }
+}
+
 TEST(AvcConfiguration, EscapedBytesAreTakenOutButTheLengthsStillCountThem)
 {
     const Bytes set = FullSequenceSet({1, 50, false});
