@@ -21,7 +21,7 @@ def require(holds, text):
 
 def must_succeed(result, what):
     if result.returncode != 0:
-        said = (result.stderr + result.stdout).decode("utf-8", "replace").strip()
+        said = (result.stdout + result.stderr).decode("utf-8", "replace").strip()
         raise Failure(f"{what}: exit status {result.returncode}\n{said[-3000:]}")
     return result
 
