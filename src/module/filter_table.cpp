@@ -40,7 +40,6 @@ constexpr std::array<GPinRegistration, 1> kOutputPin{{{
     .manyInstances = false,
 }}};
 
-// A filter without a row cannot be created yet.
 struct GCreator {
     const GFilterInfo* info;
     GCreateFunction create;
@@ -62,11 +61,9 @@ constexpr GCreator kCreators[]{
 
 CFactoryTemplate Row(const GFilterInfo& info)
 {
-    const auto* row = std::ranges::find(kCreators, &info, &GCreator::info);
-    return {info.displayName,
-            info.clsid,
-            row != std::end(kCreators) ? row->create : RefuseFilter,
-            {info.clsid, info.displayName, kMeritDoNotUse, kOutputPin}};
+    static_assert(std::size(kCreators) == kFilterCount);
+    const GCreateFunction create = std::ranges::find(kCreators, &info, &GCreator::info)->create;
+    return {info.displayName, info.clsid, create, {info.clsid, info.displayName, kMeritDoNotUse, kOutputPin}};
 }
 
 std::array<CFactoryTemplate, kFilterCount> MakeTable()
@@ -82,12 +79,6 @@ std::span<const CFactoryTemplate> FilterTable()
 {
     static const std::array<CFactoryTemplate, kFilterCount> table = MakeTable();
     return table;
-}
-
-CUnknown* RefuseFilter(IUnknown*, HRESULT* result)
-{
-    *result = E_NOTIMPL;
-    return nullptr;
 }
 
 }  // namespace vex

@@ -9,7 +9,4 @@ namespace vex {
 
 std::span<const CFactoryTemplate> FilterTable();
 
-// Creation function of a row whose filter does not exist yet: refuses with E_NOTIMPL.
-CUnknown* RefuseFilter(IUnknown* outer, HRESULT* result);
-
 }  // namespace vex
