@@ -1,5 +1,7 @@
 #include "host/graph_site.h"
 
+#include "dshow/unknown.h"
+
 namespace vex {
 
 namespace {
@@ -49,15 +51,17 @@ ULONG CGraphSite::Release()
 
 HRESULT CGraphSite::Notify(LONG EventCode, LONG_PTR EventParam1, LONG_PTR EventParam2)
 {
-    {
-        const GGraphEvent event{EventCode, EventParam1, EventParam2};
-        GMutexLock held(lock);
-        if (EventCode >= kFirstPrivateEvent && !events.empty() && events.back() == event)
-            return S_OK;
-        events.push_back(event);
-    }
-    progress->Changed();
-    return S_OK;
+    return ComGuard([&] {
+        {
+            const GGraphEvent event{EventCode, EventParam1, EventParam2};
+            GMutexLock held(lock);
+            if (EventCode >= kFirstPrivateEvent && !events.empty() && events.back() == event)
+                return S_OK;
+            events.push_back(event);
+        }
+        progress->Changed();
+        return S_OK;
+    });
 }
 
 }  // namespace vex

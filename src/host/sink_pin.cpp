@@ -45,8 +45,8 @@ public:
     {
         if (!ppEnum)
             return E_POINTER;
-        *ppEnum = new CNoMediaTypes;
-        return S_OK;
+        *ppEnum = new (std::nothrow) CNoMediaTypes;
+        return *ppEnum ? S_OK : E_OUTOFMEMORY;
     }
 
 private:
