@@ -44,12 +44,10 @@ public:
     {
         reads.clear();
         seeks = 0;
-        sizes = 0;
     }
 
     GOsReads reads;
     int seeks = 0;
-    int sizes = 0;
     std::function<std::int64_t(std::int64_t)> breakSeek = [](std::int64_t reached) { return reached; };
     std::int64_t failReadsFrom = kNever;
     bool takesAhead = true;  // not every system does
@@ -68,11 +66,6 @@ protected:
             return GCacheFile::OsRead(buffer, count, takesAhead ? ahead : std::span<std::uint8_t>{});
         std::fill_n(static_cast<std::uint8_t*>(buffer), count / 2, std::uint8_t{0xEE});
         return count / 2;
-    }
-    std::int64_t OsSize() override
-    {
-        ++sizes;
-        return GCacheFile::OsSize();
     }
 
 private:
@@ -98,14 +91,13 @@ TEST_F(CacheFileCalls, ALargeReadIsTwoDirectPiecesAndATailThatServesTheNextRead)
     EXPECT_EQ(file.ReadBytes(5'000), Pattern(5'000));
     EXPECT_EQ(file.reads, (GOsReads{{0, 2048}, {2048, 2048}, {4096, 2048}}));
     EXPECT_EQ(file.seeks, 3);
-    EXPECT_EQ(file.sizes, 0);
 
     file.ForgetCalls();
     EXPECT_EQ(file.ReadBytes(100), Pattern(100, 5'000));
     EXPECT_EQ(file.Seek(4'096), 4'096);
     EXPECT_EQ(file.ReadBytes(2'048), Pattern(2'048, 4'096)) << "a seek within the cached range keeps it";
     EXPECT_TRUE(file.reads.empty());
-    EXPECT_EQ(file.seeks + file.sizes, 0);
+    EXPECT_EQ(file.seeks, 0);
 }
 
 TEST_F(CacheFileCalls, ADirectReadLeavesTheCacheAsItWas)
@@ -144,16 +136,6 @@ TEST_F(CacheFileCalls, APayloadTakesWhatIsCachedAndTheRestInOneSystemRead)
     EXPECT_EQ(file.ReadBulk(bytes.data(), 4'000), 0u);
     EXPECT_EQ(file.ReadBulk(nullptr, 10), 0u);
     EXPECT_EQ(file.Tell(), 2'500);
-}
-
-TEST_F(CacheFileCalls, AReadAtTheEndAsksForTheSizeButMovesNothing)
-{
-    file.Seek(10'000);
-    file.ForgetCalls();
-    EXPECT_TRUE(file.ReadBytes(100).empty());
-    EXPECT_EQ(file.sizes, 2) << "once for the read, once for the seek in it";
-    EXPECT_TRUE(file.reads.empty());
-    EXPECT_EQ(file.seeks, 0);
 }
 
 TEST_F(CacheFileCalls, WithoutACacheEveryReadIsOneStraightSystemRead)

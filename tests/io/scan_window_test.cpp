@@ -114,20 +114,6 @@ TEST(ScanWindowSearch, SeesEveryPositionOnceAndReadsWhatItPasses)
     }
 }
 
-TEST(ScanWindowSearch, FindsTheNearestPlaceThatFitsAcrossBlocks)
-{
-    for (std::int64_t wanted = 0; wanted < 100; ++wanted) {
-        GScene scene;
-        const auto fits = [&](GBytes bytes) { return bytes[0] == ByteAt(wanted); };
-        const GScanResult forward = scene.window->FindForward(0, 200, 4, fits);
-        EXPECT_TRUE(forward.Found());
-        EXPECT_EQ(forward.position, wanted);
-        const GScanResult backward = scene.window->FindBackward(0, 200, 4, fits);
-        EXPECT_TRUE(backward.Found());
-        EXPECT_EQ(backward.position, wanted);
-    }
-}
-
 TEST(ScanWindowSearch, EndsAtTheNextBlockWhenItIsInterrupted)
 {
     for (const bool forward : {true, false}) {
