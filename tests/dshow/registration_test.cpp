@@ -3,7 +3,6 @@
 #include <sys/resource.h>
 
 #include <csignal>
-#include <cstdlib>
 
 #include "module/filter_table.h"
 #include "platform/exports.h"
@@ -112,14 +111,6 @@ TEST_F(Registration, UndoingKeepsTheKeysWhenTheMapperFails)
     }
     EXPECT_TRUE(FAILED(result));
     EXPECT_EQ(Classes(), 12u);
-}
-
-TEST(RegistrationWithoutAPlace, FailsAndSaysSo)
-{
-    const GPrivateRegistry own;
-    ::setenv("VEX_REGISTRY_DIR", "/dev/null/nowhere", 1);
-    EXPECT_TRUE(FAILED(DllRegisterServer()));
-    EXPECT_TRUE(FAILED(DllUnregisterServer()));
 }
 
 }  // namespace vex::test

@@ -93,21 +93,6 @@ TEST(Bstr, TheLengthInBytesLiesBeforeATextThatMayHoldNuls)
         EXPECT_EQ(SysAllocStringLen(nullptr, length), nullptr);
 }
 
-TEST(TaskMemory, ReallocTakesAndGivesNullLikeAllocAndFree)
-{
-    void* block = CoTaskMemRealloc(nullptr, 4);
-    ASSERT_NE(block, nullptr);
-    std::memcpy(block, "abcd", 4);
-    block = CoTaskMemRealloc(block, 4'096);
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(std::memcmp(block, "abcd", 4), 0);
-    EXPECT_EQ(CoTaskMemRealloc(block, 0), nullptr);
-    void* none = CoTaskMemAlloc(0);
-    EXPECT_NE(none, nullptr) << "nothing to store is no failure";
-    CoTaskMemFree(none);
-    CoTaskMemFree(nullptr);
-}
-
 TEST(GuidText, IsUpperCaseInBracesAndNeverCutOff)
 {
     const GUID guid{0x0A1B2C3D, 0x00EF, 0xABCD, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}};

@@ -82,24 +82,5 @@ TEST(EventLifetime, TheWaiterMayDestroyTheEventAtOnce)
     }
 }
 
-TEST(CriticalSection, TheOwnerEntersAgainAndOthersStayOutUntilTheLastLeave)
-{
-    CCritSec section;
-    int counter = 0;
-    const auto enterAgain = [&] { const CAutoLock inner(&section); };
-    const auto add = [&] {
-        for (int i = 0; i < 5'000; ++i) {
-            const CAutoLock outer(&section);
-            const int seen = counter;
-            enterAgain();
-            counter = seen + 1;
-        }
-    };
-    GNativeThread other(add);
-    add();
-    other.join();
-    EXPECT_EQ(counter, 10'000);
-}
-
 }  // namespace
 }  // namespace vex::test

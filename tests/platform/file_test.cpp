@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <chrono>
 #include <vector>
 
 #include "platform/text.h"
-#include "platform/threads.h"
 #include "support/temp_file.h"
 
 namespace vex::test {
@@ -127,34 +124,6 @@ TEST(FileErrors, WhatCannotBeOpenedLeavesItClosedWithTheReason)
     EXPECT_EQ(moved.Size(), 10);
     moved = GOsFile();
     EXPECT_FALSE(moved.IsOpen());
-}
-
-TEST(FileThreads, ReadersAtDifferentPositionsDoNotMoveEachOther)
-{
-    const auto bytes = Counting(64 * 1024);
-    const GTempFile temp(bytes);
-    GOsFile file;
-    ASSERT_TRUE(file.OpenForReading(temp.Path()));
-    const auto read = [&](std::size_t first) {
-        std::vector<std::uint8_t> got(1'000);
-        for (std::size_t position = first; position < first + 12'000; position += 61) {
-            ASSERT_EQ(file.ReadAt(static_cast<std::int64_t>(position), got.data(), 1'000), 1'000);
-            ASSERT_TRUE(std::equal(got.begin(), got.end(), &bytes[position]));
-        }
-    };
-    GNativeThread other([&] { read(40'000); });
-    read(0);
-    other.join();
-}
-
-TEST(FileTemporary, TheTemporaryDirectoryTakesAFile)
-{
-    const std::string path = TemporaryDirectory() + "vex-platform-test-" +
-                             std::to_string(std::chrono::steady_clock::now().time_since_epoch().count());
-    GOsFile file;
-    ASSERT_TRUE(file.CreateForWriting(path.c_str())) << path;
-    file.Close();
-    std::filesystem::remove(path);
 }
 
 }  // namespace

@@ -21,21 +21,5 @@ TEST(RecordLayout, FieldsLieWhereOtherModulesLookForThem)
     EXPECT_EQ(offsetof(Quality, TimeStamp), 16u);
 }
 
-// A caller in another module finds a method by its place alone.
-TEST(RecordLayout, AnInterfaceIsATableOfItsMethodsFromTheFirstOn)
-{
-    GComPtr<ICreateErrorInfo> object;
-    ASSERT_EQ(CreateErrorInfo(object.Put()), S_OK);
-    using GAddRef = ULONG(STDMETHODCALLTYPE*)(void* self);
-    using GSetHelpContext = HRESULT(STDMETHODCALLTYPE*)(void* self, DWORD context);
-    void** table = *reinterpret_cast<void***>(object.Get());
-    EXPECT_EQ(reinterpret_cast<GAddRef>(table[1])(object.Get()), 2u);
-    EXPECT_EQ(reinterpret_cast<GAddRef>(table[2])(object.Get()), 1u);
-    EXPECT_EQ(reinterpret_cast<GSetHelpContext>(table[7])(object.Get(), 4711), S_OK);
-    DWORD context = 0;
-    QueryFor<IErrorInfo>(object.Get(), IID_IErrorInfo)->GetHelpContext(&context);
-    EXPECT_EQ(context, 4711u);
-}
-
 }  // namespace
 }  // namespace vex::test
