@@ -267,11 +267,8 @@ HRESULT CVexOutputPin::RestartIfRunning()
     if (owner->OnOwnThread())
         return VFW_E_WRONG_STATE;
     const CAutoLock change(&owner->changeLock);
-    if (!ThreadExists())
-        return S_OK;
-    BeginHalt();
-    EndHalt();
-    Restart(false);
+    if (ThreadExists())
+        owner->RestartPin(*this);
     return S_OK;
 }
 

@@ -132,7 +132,6 @@ void CVexFilter::StopReader()
     if (!reader.ThreadExists())
         return;
     handler->Interrupt(true);
-    resumeEvent.Set();  // should a seek have left the reader parked
     reader.CallWorker(kExit);
     reader.Close();
     handler->Interrupt(false);
@@ -157,6 +156,23 @@ void CVexFilter::RestartPins(GQueues queues)
     for (CVexOutputPin* pin : pins)
         if (pin->IsConnected())
             pin->Restart(queues == GQueues::Empty);
+}
+
+// A peer flushes one input for itself. One of several inputs that waits for the others to be flushed too has its way.
+void CVexFilter::RestartPin(CVexOutputPin& pin)
+{
+    pin.BeginHalt();
+    const bool alone = pin.LeavePeer(GSteadyClock::now() + CVexOutputPin::kDeliveryPatience);
+    const auto restarts = [&](CVexOutputPin* one) { return one == &pin || (!alone && one->IsConnected()); };
+    for (CVexOutputPin* other : pins)
+        if (other != &pin && restarts(other))
+            other->BeginHalt();
+    for (CVexOutputPin* one : pins)
+        if (restarts(one))
+            one->EndHalt();
+    for (CVexOutputPin* one : pins)
+        if (restarts(one))
+            one->Restart(false);
 }
 
 REFERENCE_TIME CVexFilter::Duration()

@@ -69,6 +69,8 @@ public:
     // caller asked for another position than the pin had. `onReached` is called once the position is reached and before
     // any pin starts its segment there.
     HRESULT SeekTo(CVexOutputPin* caller, REFERENCE_TIME& position, bool moved, const std::function<void()>& onReached);
+    // A running pin begins a new segment with what is queued. Under changeLock.
+    void RestartPin(CVexOutputPin& pin);
 
 protected:
     virtual std::unique_ptr<CVexOutputPin> MakePin(const GStreamInfo& stream);

@@ -145,6 +145,8 @@ TEST(Peers, AreAllFlushedBeforeOneIsWaitedFor)
     waitUntilBothAreInside();
     EXPECT_EQ(rig.Seek(0, kFrame), S_OK);
     waitUntilBothAreInside();
+    EXPECT_EQ(rig.Seeking(1)->SetRate(2.0), S_OK);
+    waitUntilBothAreInside();
     EXPECT_EQ(rig.Filter()->Stop(), S_OK) << "of the filter alone: a graph would stop the peer first";
 }
 
