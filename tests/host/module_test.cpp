@@ -2,15 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <random>
 
 #include "formats/avi/avi_interface.h"
-#include "host/filter_catalog.h"
 #include "host/host_graph.h"
 #include "platform/exports.h"
-#include "platform/registry.h"
 #include "platform/text.h"
 
 namespace vex::test {
@@ -24,23 +20,6 @@ constexpr std::chrono::minutes kBound{2};
 const WString kSample = WideFromUtf8(VEX_SAMPLE);
 
 }  // namespace
-
-TEST(FilterCatalog, NamesAndIdentifiersAreThoseThatTheModuleRegisters)
-{
-    const auto folder = std::filesystem::temp_directory_path() / "vex-catalog-test";
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directories(folder);
-    setenv("VEX_REGISTRY_DIR", folder.c_str(), 1);
-    ASSERT_EQ(DllRegisterServer(), S_OK);
-    EXPECT_EQ(GClassesRoot::SubKeys(VEX_W("CLSID")).size(), FilterCatalog().size());
-    for (const GFilterInfo* const entry : FilterCatalog()) {
-        const auto name = GClassesRoot::GetString(VEX_W("CLSID\\") + WideFromUtf8(ClsidText(entry->clsid)), {});
-        ASSERT_TRUE(name) << entry->shortName;
-        EXPECT_EQ(*name, entry->displayName);
-    }
-    EXPECT_EQ(DllUnregisterServer(), S_OK);
-    std::filesystem::remove_all(folder);
-}
 
 TEST(HostWithModule, RandomSeeksWhilePlayingKeepTheRulesOfDelivery)
 {
