@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <map>
 
 #include "support/scripted_filter.h"
@@ -92,17 +91,20 @@ TEST(FilterStream, HasNoPinAndItsPacketsGoToTheFilter)
     script.streams.insert(script.streams.begin(), ForTheFilter());
     script.packets[6].stream = script.packets[8].stream = kFilterStream;
     script.packets[8].size = 0;
+    std::vector<GPacketPtr> packets;
+    script.onTaken = [&](GPacketPtr packet) { packets.push_back(std::move(packet)); };
     GRig rig(std::move(script));
     ASSERT_EQ(rig.Scripted().GetPinCount(), 1);
     ASSERT_EQ(rig.Seek(0, 4 * kFrame), S_OK);
     rig.PlayToEnd();
     EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 4u);
-    const GPacketPtr taken = rig.Log().WaitForTaken();
-    EXPECT_EQ(taken->stream, kFilterStream);
-    EXPECT_EQ(taken->start, 2 * kFrame) << "counted from the segment's start";
-    EXPECT_EQ(taken->stop, 3 * kFrame);
-    EXPECT_EQ(taken->mediaStart, 6 * kFrame / kUnitsPerMediaTime);
-    EXPECT_THAT(std::vector<std::uint8_t>(taken->data.Span().begin(), taken->data.Span().end()),
+    ASSERT_EQ(packets.size(), 1u);
+    const GPacket2& taken = *packets.front();
+    EXPECT_EQ(taken.stream, kFilterStream);
+    EXPECT_EQ(taken.start, 2 * kFrame) << "counted from the segment's start";
+    EXPECT_EQ(taken.stop, 3 * kFrame);
+    EXPECT_EQ(taken.mediaStart, 6 * kFrame / kUnitsPerMediaTime);
+    EXPECT_THAT(std::vector<std::uint8_t>(taken.data.Span().begin(), taken.data.Span().end()),
                 testing::AllOf(testing::SizeIs(100), testing::Each(6)));
 }
 
@@ -119,22 +121,6 @@ TEST(DropBeforeSegment, IsAStreamsOwn)
     EXPECT_EQ(rig.Sink(0).SegmentSamples().at(2).start, -7 * kFrame);
     EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 9u);
     EXPECT_EQ(rig.Log().Payloads(), 19u);
-}
-
-// Each answer costs the reader a millisecond, or a command.
-TEST(Wait, IsNoBusyLoop)
-{
-    const GWatchdog watchdog("a handler that has nothing yet");
-    GRig rig(Movie(5, false));
-    rig.Log().SetAvailable(0);
-    rig.ConnectAll();
-    const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-    while (rig.Log().Asks() < 50)
-        std::this_thread::yield();
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(45));
-    ASSERT_EQ(rig.Seek(0, kFrame), S_OK);
-    ASSERT_EQ(rig.Filter()->Stop(), S_OK);
 }
 
 TEST(Packets, GoBackToThePinTheyWereMadeFor)
@@ -154,27 +140,6 @@ TEST(Packets, GoBackToThePinTheyWereMadeFor)
         rig.LetGoAndWaitForEnds();
     }
     EXPECT_LT(streams.size(), used) << "nothing was used again";
-}
-
-TEST(PinId, OfTheFormatFindsThePin)
-{
-    GScript script = Movie(1);
-    script.streams[1].pinId = VEX_W("track 9");
-    GRig rig(std::move(script));
-    const WString ids[] = {VEX_W("1"), VEX_W("track 9")};
-    for (std::size_t pin = 0; pin < 2; ++pin) {
-        LPWSTR id = nullptr;
-        ASSERT_EQ(rig.Pin(pin)->QueryId(&id), S_OK);
-        EXPECT_EQ(WString(id), ids[pin]);
-        GComPtr<IPin> found;
-        EXPECT_EQ(rig.Filter()->FindPin(id, found.Put()), S_OK);
-        EXPECT_EQ(found.Get(), rig.Pin(pin));
-        CoTaskMemFree(id);
-    }
-    GComPtr<IPin> none;
-    EXPECT_EQ(rig.Pin(1)->QueryId(nullptr), E_POINTER);
-    EXPECT_EQ(rig.Filter()->FindPin(VEX_W("track"), none.Put()), VFW_E_NOT_FOUND);
-    EXPECT_EQ(rig.Filter()->FindPin(nullptr, none.Put()), E_POINTER);
 }
 
 }  // namespace vex::test

@@ -76,30 +76,14 @@ TEST(Leads, ComeAfterEveryStartOnceWithTimesOfTheirOwn)
 // The pins run before the reader does.
 TEST(Leads, WaitForTheFlushWithWhichTheReaderBegins)
 {
-    class CSlowPin final : public CVexOutputPin {
-    public:
-        CSlowPin(CVexFilter* holder, const GStreamInfo& info, std::function<void()> call)
-            : CVexOutputPin(holder, info), onActive(std::move(call))
-        {
-        }
-        HRESULT Active() override
-        {
-            if (StreamNumber() == 1)
-                onActive();
-            return CVexOutputPin::Active();
-        }
-
-    private:
-        const std::function<void()> onActive;
-    };
     CRecordingSink* sink = nullptr;
-    const std::function<void()> letTheFirstPinRun = [&] {
-        while (sink->Count(Kind::Segment) == 0)
+    const std::function<void(CVexOutputPin&)> letTheFirstPinRun = [&](CVexOutputPin& pin) {
+        while (pin.StreamNumber() == 1 && sink->Count(Kind::Segment) == 0)
             std::this_thread::yield();
         for (int i = 0; i < 1000; ++i)
             std::this_thread::yield();
     };
-    GRig rig(WithLeads(5, true), kPlainRules, PinsOf<CSlowPin>(letTheFirstPinRun));
+    GRig rig(WithLeads(5, true), kPlainRules, PinsOf<CCallingPin>(letTheFirstPinRun));
     sink = &rig.Sink(0);
     rig.PlayToEnd();
     EXPECT_EQ(rig.Sink(0).Count(Kind::Sample), 5 + static_cast<std::ptrdiff_t>(kLeads));

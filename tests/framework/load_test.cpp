@@ -52,7 +52,7 @@ TEST(Load, OnceOnly)
 TEST(Load, AFailureLeavesNothingAndSaysWhere)
 {
     GScript broken = Movie(3);
-    broken.opens = false;
+    broken.brokenPath = "x";
     GScript mute;
     mute.streams = {WithoutPin(0), GStreamInfo{}};
     const struct {
@@ -81,21 +81,6 @@ TEST(Load, AFailureLeavesNothingAndSaysWhere)
     }
 }
 
-TEST(Load, AFileThatCannotBeOpenedLeavesRoomForAnother)
-{
-    GScript script = Movie(3);
-    script.brokenPath = "first";
-    const auto filter = Filter(std::move(script));
-    VexLoadState state = VexLoad_None;
-    EXPECT_EQ(filter->Load(VEX_W("first"), nullptr), E_FAIL);
-    EXPECT_EQ(filter->GetLoadState(&state, nullptr), S_OK);
-    EXPECT_EQ(state, VexLoad_Failed);
-    EXPECT_EQ(filter->Load(VEX_W("second"), nullptr), S_OK);
-    EXPECT_EQ(filter->GetLoadState(&state, nullptr), S_OK);
-    EXPECT_EQ(state, VexLoad_Done);
-    EXPECT_EQ(filter->GetPinCount(), 2);
-}
-
 TEST(Load, OnlyTheFirstVideoOfAnAviGetsAPin)
 {
     GScript script;
@@ -105,21 +90,6 @@ TEST(Load, OnlyTheFirstVideoOfAnAviGetsAPin)
         ASSERT_EQ(filter->Load(VEX_W("x"), nullptr), S_OK);
         EXPECT_EQ(filter->GetPinCount(), pins);
     }
-}
-
-TEST(Load, MemoryThatRunsShortHalfwayLeavesNoPins)
-{
-    const auto filter = Filter(Movie(3));
-    int pins = 0;
-    filter->makePin = [&](CVexFilter* owner, const GStreamInfo& stream) {
-        if (++pins == 2)
-            throw std::bad_alloc();
-        return std::make_unique<CVexOutputPin>(owner, stream);
-    };
-    EXPECT_EQ(filter->Load(VEX_W("x"), nullptr), E_OUTOFMEMORY);
-    EXPECT_EQ(filter->GetPinCount(), 0);
-    EXPECT_EQ(filter->Load(VEX_W("x"), nullptr), S_OK) << "the host may try again";
-    EXPECT_EQ(filter->GetPinCount(), 2);
 }
 
 TEST(Load, AbsurdTimesAreHeld)

@@ -133,7 +133,12 @@ TEST(Preparation, PinsAppearWhenItIsDoneAndUntilThenTheFilterDoesWhatAFilterDoes
     EXPECT_TRUE(fetch.succeeded);
     EXPECT_EQ(StateOf(*filter), VexLoad_Done);
     EXPECT_EQ(filter->GetPinCount(), 2);
+    GComPtr<IEnumPins> copy;
     EXPECT_EQ(pins->Next(1, pin.Put(), nullptr), VFW_E_ENUM_OUT_OF_SYNC);
+    EXPECT_EQ(pins->Skip(1), VFW_E_ENUM_OUT_OF_SYNC);
+    EXPECT_EQ(pins->Clone(copy.Put()), VFW_E_ENUM_OUT_OF_SYNC);
+    EXPECT_EQ(pins->Reset(), S_OK);
+    EXPECT_EQ(pins->Next(1, pin.Put(), nullptr), S_OK);
     EXPECT_EQ(filter->Load(VEX_W("other"), nullptr), E_FAIL);
     // Pins that come while the filter is paused connect once it is stopped.
     LONGLONG position = 0;

@@ -13,7 +13,6 @@ class CLimitedAllocator final : public GTestObject<IMemAllocator> {
 public:
     explicit CLimitedAllocator(LONG most = INT32_MAX) : limit(most) {}
     std::atomic<bool> commits{true};  // or has no memory
-    std::atomic<int> asks{0};         // for a buffer
     HRESULT STDMETHODCALLTYPE SetProperties(ALLOCATOR_PROPERTIES* request, ALLOCATOR_PROPERTIES* actual) override
     {
         ALLOCATOR_PROPERTIES limited = *request;
@@ -26,7 +25,6 @@ public:
     HRESULT STDMETHODCALLTYPE GetBuffer(IMediaSample** sample, REFERENCE_TIME* start, REFERENCE_TIME* end,
                                         DWORD flags) override
     {
-        ++asks;
         return real->GetBuffer(sample, start, end, flags);
     }
     HRESULT STDMETHODCALLTYPE ReleaseBuffer(IMediaSample* sample) override { return real->ReleaseBuffer(sample); }

@@ -33,7 +33,6 @@ public:
     void StartRun(std::span<const std::uint32_t> wanted) override { log->RunStarted({wanted.begin(), wanted.end()}); }
     GReadStatus ReadPacket(GNextPacket& next) override
     {
-        log->Asked();
         if (cursor >= script.packets.size())
             return GReadStatus::End;
         if (cursor >= log->Available())
@@ -42,13 +41,10 @@ public:
             script.onRead(cursor);
         announced = cursor++;
         next = script.packets[announced];
-        log->Announced();
         return script.ends.contains(announced) ? GReadStatus::StreamEnd : GReadStatus::Packet;
     }
     bool ReadPayload(GPacket2& packet) override
     {
-        if (script.onPayload)
-            script.onPayload(announced);
         packet.data.Resize(script.packets[announced].size);
         std::ranges::fill(packet.data.Span(), static_cast<std::uint8_t>(announced));
         if (script.finishPacket)
@@ -83,8 +79,7 @@ protected:
     GStatus OpenContainer() override
     {
         ++log->opened;
-        const bool broken = !script.opens || (!script.brokenPath.empty() && Path() == script.brokenPath);
-        if (broken || (script.onOpen && !script.onOpen(Interrupted())))
+        if (Path() == script.brokenPath || (script.onOpen && !script.onOpen(Interrupted())))
             return GError{GErrorKind::Malformed, "the script does not open", 42};
         return {};
     }
@@ -137,23 +132,6 @@ std::vector<std::vector<std::uint32_t>> GScriptLog::Runs()
     return runs;
 }
 
-void GScriptLog::Taken(GPacketPtr packet)
-{
-    const std::lock_guard held(lock);
-    taken.push_back(std::move(packet));
-    changed.notify_all();
-}
-
-GPacketPtr GScriptLog::WaitForTaken()
-{
-    const GWatchdog watchdog("a packet for the filter");
-    std::unique_lock held(lock);
-    changed.wait(held, [&] { return !taken.empty(); });
-    GPacketPtr first = std::move(taken.front());
-    taken.erase(taken.begin());
-    return first;
-}
-
 void GScriptLog::Sought(GSeek seek)
 {
     const std::lock_guard held(lock);
@@ -169,8 +147,8 @@ std::vector<GScriptLog::GSeek> GScriptLog::Seeks()
 CScriptedFilter::CScriptedFilter(GScript script, const GFilterRules& filterRules, IUnknown* outer,
                                  std::shared_ptr<GScriptLog> scriptLog)
     : CVexFilter(kScriptedInfo, filterRules, outer, std::make_unique<GScriptedHandler>(script, scriptLog)),
-      log(std::move(scriptLog)),
-      prepare(std::move(script.prepare))
+      prepare(std::move(script.prepare)),
+      onTaken(std::move(script.onTaken))
 {
 }
 
@@ -179,7 +157,7 @@ GResult<std::unique_ptr<GPreparation>> CScriptedFilter::Prepare(const WString& p
     return prepare ? prepare(path) : nullptr;
 }
 
-void CScriptedFilter::TakePacket(GPacketPtr packet) { log->Taken(std::move(packet)); }
+void CScriptedFilter::TakePacket(GPacketPtr packet) { onTaken ? onTaken(std::move(packet)) : void(); }
 
 void CScriptedFilter::SetOptions(bool keyFrames, bool preroll)
 {
@@ -197,6 +175,7 @@ GRig::GRig(GScript script, const GFilterRules& filterRules, CScriptedFilter::GMa
 {
     ++liveRigs;
     scripted->makePin = std::move(makePin);
+    EXPECT_EQ(scripted->JoinFilterGraph(graph.Get(), nullptr), S_OK);
     EXPECT_EQ(scripted->Load(VEX_W("script"), nullptr), S_OK);
     for (int pin = 0; pin < scripted->GetPinCount(); ++pin) {
         pins.emplace_back(scripted->GetPin(pin));

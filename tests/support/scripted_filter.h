@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "framework/source_filter.h"
+#include "host/graph_site.h"
 #include "platform/threads.h"
 #include "support/recording_sink.h"
 
@@ -18,15 +19,13 @@ struct GScript {
     std::vector<GStreamInfo> streams;
     std::vector<GNextPacket> packets;  // in delivery order
     REFERENCE_TIME duration = 0;       // 100 ns
-    bool opens = true;
     std::string brokenPath;  // does not open, although others do
     // In the middle of opening; `interrupted` is the handler's. False: the file does not open.
     std::function<bool(const std::atomic<bool>& interrupted)> onOpen;
     std::function<void(const std::function<bool()>& hurried)> onSeek;
     // Where a seek lands; absent: where it was asked for.
     std::function<REFERENCE_TIME(REFERENCE_TIME, GSeekMode)> seekLands;
-    std::function<void(std::size_t packet)> onRead;     // before a packet is announced; may throw
-    std::function<void(std::size_t packet)> onPayload;  // before its payload is read; may throw
+    std::function<void(std::size_t packet)> onRead;  // before a packet is announced; may throw
     std::function<std::vector<GPacketPtr>(std::uint32_t stream)> headers;
     std::function<GPacketPtr()> newPacket;
     std::function<bool(REFERENCE_TIME)> accepts;  // absent: every seek
@@ -34,6 +33,7 @@ struct GScript {
     std::set<std::size_t> ends;                   // packets that are the end of their stream instead
     std::function<GResult<std::unique_ptr<GPreparation>>(const WString& path)> prepare;
     std::function<void(GPacket2&, std::size_t packet)> finishPacket;  // after the payload is in
+    std::function<void(GPacketPtr)> onTaken;                          // a packet for the filter itself
 };
 
 // What the handler did, and how far it may go. Any thread.
@@ -47,10 +47,6 @@ public:
     // Packets from this one on are "not yet" there. All are, at first.
     void SetAvailable(std::size_t count) { available = count; }
     std::size_t Available() const { return available; }
-    void Announced() { ++announced; }
-    std::size_t Announcements() const { return announced; }
-    void Asked() { ++asked; }
-    std::size_t Asks() const { return asked; }  // calls of ReadPacket
     void PayloadRead();
     std::size_t Payloads() const { return payloads; }
     void WaitForPayloads(std::size_t count);  // a hang ends the program
@@ -58,8 +54,6 @@ public:
     std::vector<GSeek> Seeks();
     void RunStarted(std::vector<std::uint32_t> wanted);
     std::vector<std::vector<std::uint32_t>> Runs();  // the wanted streams of each
-    void Taken(GPacketPtr packet);
-    GPacketPtr WaitForTaken();  // the first packet that the filter itself took; a hang ends the program
 
     std::atomic<REFERENCE_TIME> grownTo{0};  // the duration, where it is more than the script's
     std::atomic<int> opened{0};
@@ -67,14 +61,11 @@ public:
 
 private:
     std::atomic<std::size_t> available{SIZE_MAX};
-    std::atomic<std::size_t> announced{0};
     std::atomic<std::size_t> payloads{0};
-    std::atomic<std::size_t> asked{0};
     GNativeMutex lock;
     GCondition changed;
     std::vector<GSeek> seeks;
     std::vector<std::vector<std::uint32_t>> runs;
-    std::vector<GPacketPtr> taken;
 };
 
 // Rows that differ in whatever a rule can say.
@@ -111,8 +102,8 @@ protected:
     void TakePacket(GPacketPtr packet) override;
 
 private:
-    const std::shared_ptr<GScriptLog> log;
     const std::function<GResult<std::unique_ptr<GPreparation>>(const WString& path)> prepare;
+    const std::function<void(GPacketPtr)> onTaken;
 };
 
 // Makes pins of a class derived from CVexOutputPin, whose constructor gets `arguments` besides.
@@ -124,7 +115,24 @@ CScriptedFilter::GMakePin PinsOf(Arguments... arguments)
     };
 }
 
-// One filter that plays `script`, loaded, with a sink for every pin. When the last rig ends, no object may be left.
+// Calls out in the middle of a pause, before it gets its streaming thread.
+class CCallingPin final : public CVexOutputPin {
+public:
+    CCallingPin(CVexFilter* holder, const GStreamInfo& info, std::function<void(CVexOutputPin&)> call)
+        : CVexOutputPin(holder, info), onActive(std::move(call))
+    {
+    }
+    HRESULT Active() override
+    {
+        onActive(*this);
+        return CVexOutputPin::Active();
+    }
+
+private:
+    const std::function<void(CVexOutputPin&)> onActive;
+};
+
+// One filter that plays `script`, loaded, in a graph, with a sink for every pin. When the last rig ends, no object may be left.
 class GRig {
 public:
     explicit GRig(GScript script, const GFilterRules& filterRules = kPlainRules,
@@ -158,10 +166,12 @@ public:
         return QueryFor<IMediaSeeking>(Pin(pin), IID_IMediaSeeking);
     }
     GScriptLog& Log() const { return *log; }
+    HRESULT FirstError() const { return graph->FirstError(); }  // that the graph was told of
 
 private:
     const LONG objectsBefore = CUnknown::ObjectsActive();
     std::shared_ptr<GScriptLog> log = std::make_shared<GScriptLog>();
+    const GComPtr<CGraphSite> graph = GComPtr<CGraphSite>::Adopt(new CGraphSite(std::make_shared<GProgress>()));
     CScriptedFilter* scripted = nullptr;
     GComPtr<IBaseFilter> filter;
     std::vector<GComPtr<IPin>> pins;
