@@ -146,20 +146,6 @@ TEST(AviIdx1, ThatNamesMostOfTheDataIsBelievedAndTheRestIsSaid)
     EXPECT_EQ(GAviReading(padded.Build()).Handler().Properties().size(), 1u) << "padding is not a stream";
 }
 
-TEST(AviIdx1, HundredsOfThousandsOfEntriesForAHundredStreamsAreReadInOnePass)
-{
-    constexpr std::uint32_t kEntries = 600'000;
-    auto bytes = GAviTestFile{.streams = std::vector(100, VideoStream()), .parts = {{Chunk("00dc", 8, 7)}}}.Build();
-    const std::size_t idx1 = PositionOf(bytes, "idx1");
-    Put(bytes, idx1 + 4, kEntries * 16);
-    GRiffBuilder index;
-    for (std::uint32_t i = 0; i < kEntries; ++i)
-        index.U32LE(i % 2 != 0 ? FourCC("99dc") : FourCC("00dc"), 0x10, 4, 0);
-    bytes.resize(idx1 + 8);
-    bytes.insert(bytes.end(), index.Bytes().begin(), index.Bytes().end());
-    EXPECT_EQ(GAviReading(bytes).Handler().LongestStreamDuration(), kEntries / 2 / 25 * kSecond);
-}
-
 // Two RIFFs with a super index for one stream; the first one's index of chunks stands at `standard`.
 class AviLyingOpenDml : public testing::Test {
 protected:

@@ -71,7 +71,7 @@ TEST(AviMediaType, SizesThatNoPacketCanHaveDoNotBecomeBuffers)
 {
     constexpr ULONG kLargest = 256u << 20;
     GAviTestStream video = VideoStream();
-    video.format = BitmapFormat("XVID", 0x7FFFFFFF, -0x7FFFFFFF);
+    video.format = BitmapFormat("XVID", INT32_MIN, INT32_MIN);  // 2^62 pixels
     EXPECT_EQ(TypeOf(video).lSampleSize, kLargest);
     video.format = BitmapFormat("XVID", 320, -240);  // top-down
     EXPECT_EQ(TypeOf(video).lSampleSize, 320u * 240u * 4u);

@@ -101,25 +101,11 @@ TEST(VideoTypes, TheBlocksAndTheirSetters)
 
     EXPECT_EQ(MakeMpeg2VideoType(subtype, mpeg2, {}).cbFormat, sizeof(MPEG2VIDEOINFO));
     EXPECT_EQ(MakeMpeg2VideoType(subtype, mpeg2, behind, 200).cbFormat, 200u);
+    EXPECT_FALSE(MakeVideoInfo2Twin(types[1], 4, 3).IsValid()) << "only a VideoInfo has one";
     CMediaType bare = MakeVideoType(subtype);
     SetFrameTime(bare, 1);
     SetAspect(bare, 1, 1);
     EXPECT_EQ(bare.cbFormat, 0u);
-}
-
-TEST(VideoTypes, OnlyAVideoInfoHasATwin)
-{
-    VIDEOINFOHEADER info{};
-    info.bmiHeader = MakeBitmapHeader(1, 1, 24, FourCC("VP80"));
-    const CMediaType type = MakeVideoInfoType(SubtypeFromFourCC("VP80"), info, Bytes{7, 8});
-    const CMediaType twin = MakeVideoInfo2Twin(type, 4, 3);
-    EXPECT_EQ(twin.subtype, type.subtype);
-    EXPECT_EQ(At(twin, 56) << 8 | At(twin, 60), 0x403u);
-    EXPECT_EQ(From(twin, 72), From(type, 48));
-    EXPECT_FALSE(MakeVideoInfo2Twin(twin, 4, 3).IsValid());
-    CMediaType cut = type;
-    cut.AllocFormat(FORMAT_VideoInfo, 87);
-    EXPECT_FALSE(MakeVideoInfo2Twin(cut, 4, 3).IsValid());
 }
 
 TEST(AudioTypes, ExtraBytesAndTheTailOfLayersIAndII)

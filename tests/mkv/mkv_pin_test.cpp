@@ -184,26 +184,6 @@ TEST(MkvPin, LacedFramesShareTheTimeAndTheFirstCarriesTheFlags)
     EXPECT_EQ(samples[0].mediaStart, kNoTime);
 }
 
-// Sizes that lie are cut at the packet's end; a Block without frames is no sample.
-TEST(MkvPin, FrameSizesBeyondThePacketAreCut)
-{
-    GScript script = Blocks({Lasting(0, 30 * kMs), Lasting(30 * kMs, 60 * kMs), Lasting(60 * kMs, 90 * kMs)});
-    script.finishPacket = [](GPacket2& packet, std::size_t index) {
-        GMkvBlock& block = static_cast<GMkvBlockPacket&>(packet).block;
-        block.duration.valid = true;
-        if (index == 0)
-            block.frameSizes = {4, 0xFFFFFFFF, 0xFFFFFFFF};
-        else if (index == 2)
-            block.frameSizes = {10};
-    };
-    GMkvRig rig(std::move(script));
-    const auto samples = rig.Play();
-    ASSERT_EQ(samples.size(), 4u);
-    EXPECT_EQ(samples[1].bytes.size(), 6u);
-    EXPECT_THAT(samples[2].bytes, IsEmpty());
-    EXPECT_EQ(samples[3].start, 60 * kMs);
-}
-
 TEST(MkvPin, HeadersGoOutAtOnceAndFirst)
 {
     GScript script = Blocks({Open(0), Open(40 * kMs)});
@@ -260,6 +240,21 @@ TEST(MkvPin, ARestartInTheMiddleOfALaceLosesNothingButWhatThePeerHad)
     rig.Sink(0).Play(GSinkTrick::None);
     rig.Sink(0).WaitForEnd();
     EXPECT_THAT(Starts(rig.Sink(0).SegmentSamples()), ElementsAre(5, 10, 15, 20, 25));
+}
+
+TEST(MkvPin, ASeekInTheMiddleOfALaceStartsAtAFirstFrame)
+{
+    GBlockLine first = Lasting(0, 20 * kMs);
+    GBlockLine second = Lasting(20 * kMs, 40 * kMs);
+    first.frames = second.frames = {5, 5};
+    GMkvRig rig(Blocks({first, second}));
+    rig.Sink(0).Play(GSinkTrick::BlockReceive);
+    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Sink(0).WaitUntilBlocked();
+    rig.Sink(0).Play(GSinkTrick::None);
+    ASSERT_EQ(rig.Seek(0, 20 * kMs), S_OK);
+    rig.Sink(0).WaitForEnd();
+    EXPECT_THAT(rig.Sink(0).SegmentSamples(), testing::SizeIs(2));
 }
 
 }  // namespace

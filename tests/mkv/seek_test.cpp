@@ -106,41 +106,33 @@ TEST(MkvSeek, WithoutCuesAKeyFrameClustersAwayIsStillFound)
 }
 
 // Thirty seconds of 25 pictures each, of which every 37th is a key frame.
-GEbmlBytes LongFile(bool groups, bool cued, bool live)
+GEbmlBytes LongFile(bool groups, bool live)
 {
     GMkvBuilder builder = ThreeTracks();
-    std::vector<GMkvBuilder::GCue> cues;
-    for (std::size_t second = 0; second < 30; ++second) {
-        const std::uint64_t clusterTime = 500 + second * 1000;
-        GEbmlBytes blocks = UIntElement(kTimecode, clusterTime);
-        for (int at = 0; at < 1000; at += 40) {
-            const bool key = (second * 25 + static_cast<std::size_t>(at) / 40) % 37 == 0;
-            const GEbmlBytes simple = Picture(at, 1, key ? kKeyFlag : 0);
-            const GEbmlBytes group = key ? FlaggedGroup(at, {1}, 0) : DependentGroup(at, {1});
-            blocks = Join({blocks, groups ? group : simple, Sound(at, {2})});
-            if (key)
-                cues.push_back({clusterTime + static_cast<std::uint64_t>(at), kVideoTrack, second});
+    for (int second = 0; second < 30; ++second) {
+        GEbmlBytes blocks = UIntElement(kTimecode, static_cast<std::uint64_t>(500 + second * 1000));
+        for (int i = 0; i < 25; ++i) {
+            const bool key = (second * 25 + i) % 37 == 0;
+            const GEbmlBytes group = key ? FlaggedGroup(i * 40, {1}, 0) : DependentGroup(i * 40, {1});
+            blocks = Join({blocks, groups ? group : Picture(i * 40, 1, key ? kKeyFlag : 0)});
         }
         builder.Add(live ? UnknownSizeElement(kCluster, blocks) : Element(kCluster, blocks));
     }
-    if (cued)
-        builder.AddCues(cues);
     return builder.Build(live ? GMkvBuilder::GSegmentSize::Unknown : GMkvBuilder::GSegmentSize::Known);
 }
 
-// Both kinds of Blocks in all three kinds of files: wherever one seeks, video starts with a key frame at or before.
+// Both kinds of Blocks, in Clusters with and without a size: wherever one seeks, video starts with a key frame at or
+// before.
 TEST(MkvSeek, TwoHundredTargetsInEveryKindOfFileStartAtAKeyFrame)
 {
-    for (int kind = 0; kind < 8; ++kind) {
-        GMkvReading reading(LongFile((kind & 1) != 0, (kind & 2) != 0, (kind & 4) != 0));
+    for (int kind = 0; kind < 4; ++kind) {
+        GMkvReading reading(LongFile((kind & 1) != 0, (kind & 2) != 0));
         std::uint32_t random = 1;
         for (int i = 0; i < 200; ++i) {
             random = random * 1664525u + 1013904223u;
             const REFERENCE_TIME target = Ms(random % 30'000u);
             reading.Seek(target, GSeekMode::Independent);
-            auto first = reading.Announced();
-            while (first && first->stream != kVideoTrack)
-                first = reading.Announced();
+            const auto first = reading.Announced();
             ASSERT_TRUE(first);
             EXPECT_TRUE(first->keyFrame) << target;
             EXPECT_LE(first->start, target);

@@ -117,23 +117,6 @@ TEST(MkvVideoTypes, AvcKeepsTheParameterSetsBehindTheirLengths)
     }
 }
 
-TEST(MkvVideoTypes, Mpeg2TakesProfileAndLevelFromTheSequenceExtension)
-{
-    const struct {
-        GEbmlBytes codecPrivate;
-        std::uint64_t profile, level;
-    } rows[] = {
-        {{0, 0, 1, 0xB5, 0x25, 0x40, 0, 0, 1, 0xB5, 0x11, 0x4F}, 5, 4},  // behind an extension of another kind
-        {{}, 0, 0},
-    };
-    for (const auto& row : rows) {
-        const auto types = MkvVideoTypes(VideoTrack("V_MPEG2"), row.codecPrivate);
-        EXPECT_EQ(types.at(0).subtype, MEDIASUBTYPE_MPEG2_VIDEO);
-        ExpectFields(types[0],
-                     {{kSequenceSize, row.codecPrivate.size()}, {kProfile, row.profile}, {kLevel, row.level}});
-    }
-}
-
 GEbmlBytes TheoraPrivate(std::uint8_t rate = 25)
 {
     return Join({GEbmlBytes(13),
@@ -203,8 +186,10 @@ TEST(MkvVideoTypes, ADisplaySizeGivesVideoInfoATwinInFrontAndMpeg2ItsAspect)
 
     GMkvTrack mpeg2 = VideoTrack("V_MPEG2");
     mpeg2.video = track.video;
-    const CMediaType single = Only(MkvVideoTypes(mpeg2, {}));
-    ExpectFields(single, {{kAspectX, 16}, {kAspectY, 9}});
+    const GEbmlBytes sequence = {0, 0, 1, 0xB5, 0x11, 0x4F};
+    const CMediaType single = Only(MkvVideoTypes(mpeg2, sequence));
+    EXPECT_EQ(single.subtype, MEDIASUBTYPE_MPEG2_VIDEO);
+    ExpectFields(single, {{kAspectX, 16}, {kAspectY, 9}, {kSequenceSize, 6}, {kProfile, 5}, {kLevel, 4}});
 }
 
 TEST(MkvVideoTypes, TheFrameTimeComesFromTheRateThenTheDurationThenTheStream)
