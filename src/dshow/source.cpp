@@ -57,15 +57,6 @@ HRESULT CSource::FindPin(LPCWSTR Id, IPin** ppPin)
     return S_OK;
 }
 
-void CSource::AddPin(std::unique_ptr<CSourceStream> pin)
-{
-    {
-        const GMutexLock held(pinsLock);
-        pins.push_back(std::move(pin));
-    }
-    IncrementPinVersion();
-}
-
 void CSource::AddPins(std::vector<std::unique_ptr<CSourceStream>> added)
 {
     {

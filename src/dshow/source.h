@@ -27,7 +27,6 @@ public:
     bool OnOwnThread() override;
 
 protected:
-    void AddPin(std::unique_ptr<CSourceStream> pin);
     // All of them or, when this throws, none.
     void AddPins(std::vector<std::unique_ptr<CSourceStream>> added);
 

@@ -49,9 +49,6 @@ public:
             pos += count;
     }
 
-    // To the next byte boundary, nowhere when on one.
-    void AlignToByte() { Skip((8 - pos % 8) % 8); }
-
     // Exp-Golomb codes under the names ITU-T H.264 gives them (9.1). A code whose number needs more than 32 bits
     // counts as an overrun, so the search for its first 1 never looks at more than 33 bits.
     std::uint32_t ue()

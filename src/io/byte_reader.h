@@ -3,7 +3,6 @@
 // Ok() once.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -39,11 +38,6 @@ public:
     {
         const std::uint8_t* p = Take(2);
         return p ? static_cast<std::uint16_t>(p[0] << 8 | p[1]) : std::uint16_t{0};
-    }
-    std::uint32_t U24LE()
-    {
-        const std::uint8_t* p = Take(3);
-        return p ? Join(p[2], p[1], p[0]) : 0;
     }
     std::uint32_t U24BE()
     {
@@ -83,16 +77,8 @@ public:
         return value;
     }
 
-    std::int16_t I16LE() { return static_cast<std::int16_t>(U16LE()); }
-    std::int16_t I16BE() { return static_cast<std::int16_t>(U16BE()); }
     std::int32_t I32LE() { return static_cast<std::int32_t>(U32LE()); }
-    std::int32_t I32BE() { return static_cast<std::int32_t>(U32BE()); }
     std::int64_t I64LE() { return static_cast<std::int64_t>(U64LE()); }
-    std::int64_t I64BE() { return static_cast<std::int64_t>(U64BE()); }
-
-    // IEEE 754; any bit pattern, not-a-number and infinities included.
-    float F32BE() { return std::bit_cast<float>(U32BE()); }
-    double F64BE() { return std::bit_cast<double>(U64BE()); }
 
     // Comparable with FourCC("abcd") of fourcc.h.
     std::uint32_t FourCC() { return U32LE(); }
@@ -121,12 +107,6 @@ public:
         if (failed)
             window.Fail();
         return window;
-    }
-
-    // Whether `count` entries of `entrySize` bytes can lie in what is left. Entries of no size always fit.
-    bool CountFits(std::uint64_t count, std::size_t entrySize) const
-    {
-        return entrySize == 0 || count <= Left() / entrySize;
     }
 
 private:

@@ -1,15 +1,11 @@
 // Arithmetic on numbers from a file, where every sum and product may be a lie.
 #pragma once
 
-#include <algorithm>
 #include <concepts>
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <type_traits>
-
-#include "io/limits.h"
 
 namespace vex {
 
@@ -96,13 +92,6 @@ constexpr std::optional<std::int64_t> MulDiv64(std::int64_t value, std::int64_t 
     if (!quotient || *quotient > kMax + (negative ? 1 : 0))
         return std::nullopt;
     return static_cast<std::int64_t>(negative ? 0 - *quotient : *quotient);
-}
-
-// Room for the entries a file declares, though no more than a handful until they have been seen.
-template <class Container>
-void ReserveFromFile(Container& entries, std::uint64_t declaredCount)
-{
-    entries.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(declaredCount, kMaxReserveFromFile)));
 }
 
 }  // namespace vex

@@ -18,10 +18,4 @@ inline constexpr std::uint32_t kMaxPacketSize = 256u << 20;
 // headers with a big comment are the largest seen, well below 1 MiB.
 inline constexpr std::uint32_t kMaxCodecDataSize = 16u << 20;
 
-// Entries a table gets room for before any of them has been read; it grows from there with the bytes that arrive.
-inline constexpr std::size_t kMaxReserveFromFile = 1024;
-
-// Bytes by which a buffer grows while the source has yet to show that it holds the size a header declares.
-inline constexpr std::uint32_t kReadStep = 64u << 10;
-
 }  // namespace vex

@@ -68,7 +68,6 @@ struct ISupportErrorInfo : public IUnknown {
 
 // Task memory: what one side allocates and the other frees. Null when the allocation fails; freeing null is harmless.
 void* CoTaskMemAlloc(std::size_t cb);
-void* CoTaskMemRealloc(void* pv, std::size_t cb);
 void CoTaskMemFree(void* pv);
 
 // BSTR: length-prefixed, NUL-terminated UTF-16. Null when the allocation fails.

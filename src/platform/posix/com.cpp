@@ -5,15 +5,6 @@
 
 void* CoTaskMemAlloc(std::size_t cb) { return std::malloc(cb != 0 ? cb : 1); }
 
-void* CoTaskMemRealloc(void* pv, std::size_t cb)
-{
-    if (pv && cb == 0) {
-        std::free(pv);
-        return nullptr;
-    }
-    return std::realloc(pv, cb != 0 ? cb : 1);
-}
-
 void CoTaskMemFree(void* pv) { std::free(pv); }
 
 namespace {
