@@ -74,6 +74,10 @@ TEST(Peers, HostileOnesKeepNothingWaiting)
             ASSERT_EQ(rig.Filter()->Run(0), S_OK);
             WaitForTrick(rig, trick);
             act(rig);
+            for (std::size_t pin = 0; pin < 2; ++pin)
+                EXPECT_EQ(rig.Sink(pin).Count(GRecordedEvent::Kind::BeginFlush),
+                          rig.Sink(pin).Count(GRecordedEvent::Kind::EndFlush))
+                    << "a flush that never ends";
         }
     }
 }
