@@ -180,6 +180,12 @@ bool GAsfDataReader::FollowsOn(std::int64_t next)
     return !first.empty() && (first[0] >> 7 != 0) == corrections && IsSoundAsfPacket(probe, next, end, limits);
 }
 
+// Whether whole packets lie between an earlier find and a later one.
+bool GAsfDataReader::OnSameGrid(std::optional<std::int64_t> earlier, std::int64_t later) const
+{
+    return earlier && (later - *earlier) % limits.packetSize == 0;
+}
+
 GAsfStep GAsfDataReader::Resync()
 {
     workDone = kWorkPerCall;
@@ -191,7 +197,7 @@ GAsfStep GAsfDataReader::Resync()
         --resync->triesLeft;
         if (FollowsOn(resync->next)) {
             if (FollowsOn(resync->next + limits.packetSize))
-                return EndResync(resync->next);
+                return EndResync(OnSameGrid(resync->lonely, resync->next) ? resync->lonely : resync->next);
             if (!resync->lonely)
                 resync->lonely = resync->next;
         }

@@ -63,6 +63,7 @@ private:
     void BeginResync();
     GAsfStep Resync();
     GAsfStep EndResync(std::optional<std::int64_t> found);
+    bool OnSameGrid(std::optional<std::int64_t> earlier, std::int64_t later) const;
     bool FollowsOn(std::int64_t position);
     bool TakePayload(const GAsfPayload& payload);
     bool JoinPayload(const GAsfPayload& payload, GAsfEXReadStream& stream);
