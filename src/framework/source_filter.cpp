@@ -92,13 +92,12 @@ HRESULT CVexFilter::Stop()
 {
     if (OnOwnThread())
         return VFW_E_WRONG_STATE;
-    // A seek that waits for an index holds the lock. One on a stopped filter is left alone: nothing would repeat it.
-    const bool hurry = !IsStopped();
-    if (hurry)
-        handler->HurrySeek(true);
+    const bool givesWay = !IsStopped();  // a stop that changes nothing interrupts nothing
+    if (givesWay)
+        BeginStopWait();
     const CAutoLock change(&changeLock);
-    if (hurry)
-        handler->HurrySeek(false);
+    if (givesWay)
+        EndStopWait();
     const GStateChange progress(*this);
     StopReader();
     const bool flushed = FreePins();
@@ -249,7 +248,10 @@ HRESULT CVexFilter::SeekRunning(REFERENCE_TIME& position, bool moved, const std:
 HRESULT CVexFilter::Reposition(REFERENCE_TIME& position, bool moved)
 {
     const bool align = keyFrameSeek && prerollMark && position != 0 && moved;
+    bool interrupted = false;
     const HRESULT hr = ComGuard([&]() -> HRESULT {
+        BeginSearch();
+        const GOnExit searched([&] { interrupted = EndSearch(); });
         const auto reached = handler->Seek(position, align ? GSeekMode::KeyFrame : GSeekMode::Independent);
         if (!reached)
             return S_FALSE;
@@ -259,14 +261,45 @@ HRESULT CVexFilter::Reposition(REFERENCE_TIME& position, bool moved)
         handlerMoved = false;
         return S_OK;
     });
-    if (FAILED(hr)) {
-        // Out of memory halfway: times stay right, they count from the file's start, but what comes next may lie
-        // anywhere, and the next seek counts wherever it goes.
+    if (FAILED(hr) || interrupted) {
+        // Given up halfway, out of memory or for a stop: times stay right, they count from the file's start, but what
+        // comes next may lie anywhere, and the next seek counts wherever it goes.
         handlerMoved = true;
         lastTarget = kNoTime;
     }
     position = currentPosition;
     return hr;
+}
+
+// A search for a position may read the whole file, or wait for an index. A stop waits for neither.
+void CVexFilter::BeginSearch()
+{
+    const GMutexLock held(searchLock);
+    searching = true;
+    handler->Interrupt(stopsWaiting > 0);
+}
+
+// Whether a stop interrupted it.
+bool CVexFilter::EndSearch()
+{
+    const GMutexLock held(searchLock);
+    searching = false;
+    handler->Interrupt(false);
+    return stopsWaiting > 0;
+}
+
+void CVexFilter::BeginStopWait()
+{
+    const GMutexLock held(searchLock);
+    ++stopsWaiting;
+    if (searching)
+        handler->Interrupt(true);
+}
+
+void CVexFilter::EndStopWait()
+{
+    const GMutexLock held(searchLock);
+    --stopsWaiting;
 }
 
 HRESULT CVexFilter::SetOption(std::atomic<bool>& option, LONG value)

@@ -161,6 +161,10 @@ private:
     void RestartPins(GQueues queues);
     HRESULT SeekRunning(REFERENCE_TIME& position, bool moved, const std::function<void()>& onReached);
     HRESULT Reposition(REFERENCE_TIME& position, bool moved);
+    void BeginSearch() G_EXCLUDES(searchLock);
+    bool EndSearch() G_EXCLUDES(searchLock);
+    void BeginStopWait() G_EXCLUDES(searchLock);
+    void EndStopWait() G_EXCLUDES(searchLock);
     bool IsRelayed(CVexOutputPin* caller, REFERENCE_TIME position);
 
     const GFilterRules& rules;
@@ -176,6 +180,10 @@ private:
     std::vector<std::uint32_t> filterStreams;       // constant once loaded
     std::vector<GProperty> properties;              // constant once loaded
     std::vector<GAttachmentInfo> attachments;       // constant once loaded
+
+    GMutex searchLock;
+    bool searching G_GUARDED_BY(searchLock) = false;     // a seek of the handler is in progress, under changeLock
+    unsigned stopsWaiting G_GUARDED_BY(searchLock) = 0;  // threads in Stop that want changeLock
 
     CCritSec seekingLock;                         // the pins' seeking values
     std::atomic<REFERENCE_TIME> segmentStart{0};  // 100 ns

@@ -143,10 +143,10 @@ TEST(AsfSeek, RightAfterOpenWaitsForTheScanUnlessAStopWaitsForTheSeek)
                               {.indexWait = 2 * kHangBound});
     ASSERT_TRUE(handler.Open("memory").Ok());
     GNextPacket next;
-    handler.HurrySeek(true);
+    handler.Interrupt(true);
     EXPECT_EQ(handler.Seek(60 * kFrame, GSeekMode::Independent), 60 * kFrame);
+    handler.Interrupt(false);
     EXPECT_EQ(handler.ReadPacket(next), GReadStatus::End) << "nothing is indexed";
-    handler.HurrySeek(false);
     watch.holdsNew = false;
     EXPECT_EQ(handler.Seek(50 * kFrame, GSeekMode::Independent), 50 * kFrame);
     EXPECT_EQ(handler.ReadPacket(next), GReadStatus::Packet);

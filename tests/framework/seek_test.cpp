@@ -139,17 +139,16 @@ TEST(Seek, AlignsOnKeyFramesOnlyWhenBothOptionsAreOnAndThePositionIsNew)
     }
 }
 
-// Every graph relays one seek to all pins. What lands elsewhere than asked tells the rules apart.
-TEST(Seek, ThatWaitsIsToldOfAStopAndCountsAsNotMade)
+TEST(Seek, ThatSearchesTheFileGivesWayToAStopAndCountsAsNotMade)
 {
     GScript script = Movie(200);
     std::atomic<int> waits{0};
-    script.onSeek = [&](const std::function<bool()>& hurried) {
+    script.onSeek = [&](const std::atomic<bool>& interrupted) {
         if (waits++ == 0)
-            for (const GHangCheck hang("a stop that waits for a seek that waits"); !hurried(); hang.Check())
+            for (const GHangCheck hang("a stop that waits for a seek that searches"); !interrupted; hang.Check())
                 std::this_thread::yield();
         else
-            EXPECT_FALSE(hurried()) << "the stop is over";
+            EXPECT_FALSE(interrupted) << "the stop is over";
     };
     GRig rig(script);
     rig.ConnectAll();
@@ -163,6 +162,7 @@ TEST(Seek, ThatWaitsIsToldOfAStopAndCountsAsNotMade)
     EXPECT_EQ(rig.Log().Seeks().size(), 2u);
 }
 
+// Every graph relays one seek to all pins. What lands elsewhere than asked tells the rules apart.
 TEST(SeekRelay, CountsPerPinOrOncePerTarget)
 {
     GScript script = Movie(100);

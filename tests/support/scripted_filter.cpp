@@ -65,7 +65,7 @@ public:
     {
         log->Sought({time, mode});
         if (script.onSeek)
-            script.onSeek([this] { return IsSeekHurried(); });
+            script.onSeek(Interrupted());
         if (script.refuses && script.refuses(time))
             return std::nullopt;
         const REFERENCE_TIME landed = script.seekLands ? script.seekLands(time, mode) : time;

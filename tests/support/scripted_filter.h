@@ -22,7 +22,8 @@ struct GScript {
     std::string brokenPath;  // does not open, although others do
     // In the middle of opening; `interrupted` is the handler's. False: the file does not open.
     std::function<bool(const std::atomic<bool>& interrupted)> onOpen;
-    std::function<void(const std::function<bool()>& hurried)> onSeek;
+    // In the middle of a seek; `interrupted` is the handler's.
+    std::function<void(const std::atomic<bool>& interrupted)> onSeek;
     // Where a seek lands; absent: where it was asked for.
     std::function<REFERENCE_TIME(REFERENCE_TIME, GSeekMode)> seekLands;
     std::function<void(std::size_t packet)> onRead;  // before a packet is announced; may throw

@@ -168,7 +168,7 @@ void GAsfExReadHandler::WaitForIndex(REFERENCE_TIME time) const
 {
     const auto deadline = GSteadyClock::now() + times.indexWait;
     while (userIndex->IsScanning() && userIndex->IndexedUpTo() < time && GSteadyClock::now() < deadline &&
-           !IsSeekHurried() && !Interrupted().load(std::memory_order_acquire)) {
+           !Interrupted().load(std::memory_order_acquire)) {
         const std::uint64_t seen = userIndex->Progress();
         if (userIndex->IsScanning() && userIndex->IndexedUpTo() < time)
             userIndex->WaitForProgress(seen, kInterruptCheck);

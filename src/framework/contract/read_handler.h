@@ -45,8 +45,8 @@ struct GNextPacket {
 
 // One open container. The frame owns it and calls it from one thread at a time: Open on the thread that loads,
 // StartRun, ReadPacket and ReadPayload on the reader thread, Seek and Close only while that thread is parked or gone.
-// Damage, the durations, IsIndexComplete, AcceptsSeek, ReadAttachment, Interrupt and HurrySeek may be called from any
-// thread while it is open. No method throws but by std::bad_alloc.
+// Damage, the durations, IsIndexComplete, AcceptsSeek, ReadAttachment and Interrupt may be called from any thread while
+// it is open. No method throws but by std::bad_alloc.
 class GReadHandler {
 public:
     virtual ~GReadHandler() = default;
@@ -100,10 +100,6 @@ public:
     // an error. For a stop or a seek that must not wait for a long search.
     void Interrupt(bool set) { interrupted.store(set, std::memory_order_release); }
 
-    // A stop waits for the seek that runs: that one takes an index as it is instead of waiting for more of it. Searches
-    // go on. Every stop sets it and takes it back.
-    void HurrySeek(bool set) { hurries.fetch_add(set ? 1 : -1, std::memory_order_acq_rel); }
-
     GDamageReport Damage() const { return damage.Report(); }
     virtual std::vector<GProperty> Properties() const { return {}; }
     virtual std::vector<GAttachmentInfo> Attachments() const { return {}; }
@@ -129,7 +125,6 @@ protected:
     // As given to Open; empty when closed.
     const std::string& Path() const { return path; }
     const std::atomic<bool>& Interrupted() const { return interrupted; }
-    bool IsSeekHurried() const { return hurries.load(std::memory_order_acquire) > 0; }
 
     const std::unique_ptr<GFileBase> source;  // reader thread, once open
     GDamageLog damage;
@@ -138,7 +133,6 @@ private:
     const char* const openFailure;
     std::string path;
     std::atomic<bool> interrupted{false};
-    std::atomic<int> hurries{0};
 };
 
 }  // namespace vex
