@@ -9,7 +9,6 @@ import argparse
 import concurrent.futures
 import json
 import os
-import re
 import shutil
 import signal
 import subprocess
@@ -99,28 +98,19 @@ class Context:
         """One of the programs of tests/windows, which must come to its end.
 
         When Wine's server crashes, every program ends with the status 0 and without its last word. Such a run is made
-        again, twice at most. After a crash of its own the status may be 0 as well, but Wine's debugger has said so. One
-        in the system's code is Wine's: the MP3 decoder of Wine 8.0 reads a null pointer when a seek flushes it while it
-        decodes.
+        again, twice at most. After a crash of its own the status may be 0 as well, but Wine's debugger has said so.
         """
         for _ in range(3):
             result = self.wine.run(program, *arguments, timeout=timeout)
             crash = result.stderr.rfind(b"wine: Unhandled")
-            require(crash < 0 or not self.is_ours(result.stderr[crash:], program), f"{program} crashed: " +
+            require(crash < 0, f"{program} crashed: " +
                     (result.stderr[crash:] + result.stdout).decode("utf-8", "replace")[:3000])
-            if crash < 0 and (result.returncode != 0 or result.stderr.split()[-1:] == [b"done"]):
+            if result.returncode != 0 or result.stderr.split()[-1:] == [b"done"]:
                 break
             print(f"      {program} was ended by Wine: {result.stderr[-300:]!r}", flush=True)
         else:
             raise Failure(f"{program} ended on the way")
         return result
-
-    def is_ours(self, crash, program):
-        """Whether Wine's message of a crash names an address in the module or in the program, where they were linked to
-        lie; a message without an address counts as one."""
-        address = re.search(rb" at address (?:0x)?([0-9A-Fa-f]+)", crash)
-        return address is None or any(int(address[1], 16) in image_addresses(self.wine.drive / name)
-                                      for name in ("VEX.ax", program))
 
     def inputs(self, most=None):
         """(short name, file name) of every input, or of so many of each format."""
@@ -129,15 +119,6 @@ class Context:
     def files(self, most=None):
         """The same as arguments of graph_test."""
         return [word for name, file in self.inputs(most) for word in (self.built[name], "C:\\vex\\" + file)]
-
-
-def image_addresses(path):
-    """The addresses of a program or library: ImageBase and SizeOfImage of its optional header (PE/COFF)."""
-    data = path.read_bytes()
-    header = int.from_bytes(data[0x3C:0x40], "little") + 24
-    wide = data[header:header + 2] == b"\x0b\x02"
-    base = int.from_bytes(data[header + 24:header + 32] if wide else data[header + 28:header + 32], "little")
-    return range(base, base + int.from_bytes(data[header + 56:header + 60], "little"))
 
 
 def native_filters(native):
