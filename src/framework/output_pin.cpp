@@ -359,8 +359,14 @@ CVexOutputPin::GUnitStatus CVexOutputPin::PrepareUnit()
         FinishUnit();
         return GUnitStatus::NotYet;
     }
-    unit = {current->data.Span(), current->start,    current->stop,         current->mediaStart,
-            current->mediaStop,   current->keyFrame, current->discontinuity};
+    unit = {.data = current->data.Span(),
+            .left = current->unread != 0 ? current.get() : nullptr,
+            .start = current->start,
+            .stop = current->stop,
+            .mediaStart = current->mediaStart,
+            .mediaStop = current->mediaStop,
+            .keyFrame = current->keyFrame,
+            .discontinuity = current->discontinuity};
     return GUnitStatus::Unit;
 }
 
@@ -483,13 +489,14 @@ CVexOutputPin::GStep CVexOutputPin::DeliverUnit()
     if (FAILED(GetDeliveryBuffer(sample.Put())))
         return AwaitHalt();
     HRESULT hr = FillBuffer(sample);
-    if (FAILED(hr)) {
+    if (hr != S_OK) {
         sample.Reset();
-        if (halting)
+        if (FAILED(hr) && halting)
             return AwaitHalt();
         FinishUnit();
         unitPending = false;
-        return owner->Rules().resize == GResizeRule::DropOnFailure ? GStep::Continue : AbortStream(hr);
+        const bool goesOn = hr == S_FALSE || owner->Rules().resize == GResizeRule::DropOnFailure;
+        return goesOn ? GStep::Continue : AbortStream(hr);
     }
     return DeliverSample(std::move(sample), [this] {
         FinishUnit();
@@ -548,12 +555,14 @@ HRESULT CVexOutputPin::Enlarge(GComPtr<IMediaSample>& sample, LONG needed)
     return FAILED(hr) ? hr : GetDeliveryBuffer(sample.Put());
 }
 
+// S_FALSE: nothing of a payload that was left in the file can be read.
 HRESULT CVexOutputPin::FillBuffer(GComPtr<IMediaSample>& sample)
 {
     const GFilterRules& rules = owner->Rules();
-    if (unit.data.size() > INT32_MAX)
+    const std::size_t bytes = unit.left ? unit.left->unread : unit.data.size();
+    if (bytes > INT32_MAX)
         return VFW_E_BUFFER_OVERFLOW;
-    const LONG length = static_cast<LONG>(unit.data.size());
+    LONG length = static_cast<LONG>(bytes);
     if (length > sample->GetSize()) {
         const HRESULT hr = Enlarge(sample, length);
         if (FAILED(hr))
@@ -565,8 +574,13 @@ HRESULT CVexOutputPin::FillBuffer(GComPtr<IMediaSample>& sample)
     HRESULT hr = sample->GetPointer(&buffer);
     if (FAILED(hr))
         return hr;
-    if (length > 0)
-        std::memcpy(buffer, unit.data.data(), unit.data.size());
+    if (unit.left) {
+        length = static_cast<LONG>(owner->ReadLeft(*unit.left, buffer));
+        if (length == 0)
+            return S_FALSE;
+    } else if (length > 0) {
+        std::memcpy(buffer, unit.data.data(), bytes);
+    }
     hr = sample->SetActualDataLength(length);
     if (FAILED(hr))
         return hr;

@@ -18,6 +18,7 @@ class CVexFilter;
 // What one media sample is made of: a whole packet, or one frame of it.
 struct GSampleUnit {
     std::span<const std::uint8_t> data;
+    const GPacket2* left = nullptr;  // in place of `data`: the whole payload of this packet, which is yet to be read
     REFERENCE_TIME start = kNoTime;  // 100 ns from the segment's start, before the rate
     REFERENCE_TIME stop = kNoTime;
     LONGLONG mediaStart = kNoTime;
@@ -55,6 +56,9 @@ public:
     CMediaType ActiveType() { return ConnectedType(); }
 
     GPacketPool& Pool() { return pool; }
+    // Reader thread: whether a payload of so many bytes is to be left to the streaming thread, which has little to do:
+    // it reads straight into the sample, while the reader goes on.
+    bool ReadsItself(std::size_t bytes) const { return bytes >= kLeastLeft && queue.IsLow(); }
 
     // Reader thread. Refused, and left to the caller, when the streaming thread does not exist or `giveUp` says so
     // while the queue is full; a packet for a pin whose peer has refused a sample is taken and dropped, so that the
@@ -107,6 +111,8 @@ protected:
 
 private:
     enum class GStep : std::uint8_t { Continue, Stop };
+    static constexpr std::size_t kLeastLeft = 4096;  // bytes; with less, handing it over gains nothing
+
     enum class GPeerCall : std::uint8_t { None, Data, Flush };
 
     class GDelivery;

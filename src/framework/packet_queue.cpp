@@ -14,6 +14,7 @@ constexpr std::chrono::milliseconds kLongestWait{1};
 bool Joins(const GPacket2& packet, const GPacket2* last)
 {
     return packet.continuation && !packet.discontinuity && packet.start == kNoTime && last && last->start != kNoTime &&
+           last->unread == 0 &&
            packet.data.Size() <= kMaxPacketSize - std::min<std::size_t>(last->data.Size(), kMaxPacketSize);
 }
 
@@ -43,6 +44,7 @@ GPacketQueue::PushResult GPacketQueue::Push(GPacketPtr& packet, const std::funct
         else
             packets.push_back(std::move(packet));
         bytes += size;
+        NoteLevelLocked();
         wake = pinWaits && BatchLocked();
         if (wake) {
             pinWaits = false;  // it takes a while to wake, and one call is enough
@@ -113,6 +115,7 @@ GPacketQueue::Ready GPacketQueue::Fetch(bool holdBack)
             readerWaits = false;
         fetchedPackets.store(count, std::memory_order_relaxed);
         fetchedBytes.store(taken, std::memory_order_relaxed);
+        NoteLevelLocked();
     }
     // After unlocking, so that the reader does not wake and block at once.
     if (wake)
@@ -125,6 +128,7 @@ void GPacketQueue::DropLocked()
     packets.clear();
     bytes = 0;
     wakeAt = kFirstWake;
+    NoteLevelLocked();
     drained.notify_one();
 }
 

@@ -32,6 +32,9 @@ public:
     // Clear.
     Ready Take(bool holdBack, GPacketPtr& packet);
 
+    // Any thread: whether the pin is close to having nothing to do.
+    bool IsLow() const { return low.load(std::memory_order_relaxed); }
+
     // Pin thread: everything but the end marker.
     void DropPackets();
     // The end marker too; the streaming thread is parked.
@@ -70,6 +73,14 @@ private:
                (packets.size() >= kFirstWake && bytes >= std::min(kBatchBytes, byteLimit / 4));
     }
 
+    // After each change of `packets`. Less than a quarter of both limits is low.
+    void NoteLevelLocked() G_REQUIRES(lock)
+    {
+        const std::size_t count = packets.size() + fetchedPackets.load(std::memory_order_relaxed);
+        const std::uint64_t held = bytes + fetchedBytes.load(std::memory_order_relaxed);
+        low.store(count < maxPackets / 4 && held < byteLimit / 4, std::memory_order_relaxed);
+    }
+
     const std::uint64_t byteLimit;
     const std::size_t maxPackets;
     GMutex lock;
@@ -88,6 +99,7 @@ private:
     std::size_t nextFetched = 0;             // pin thread
     std::atomic<std::size_t> fetchedPackets{0};
     std::atomic<std::uint64_t> fetchedBytes{0};
+    std::atomic<bool> low{true};  // as of the last change of `packets`
 };
 
 }  // namespace vex

@@ -72,6 +72,9 @@ public:
     // A running pin begins a new segment with what is queued. Under changeLock.
     void RestartPin(CVexOutputPin& pin);
 
+    // A pin's streaming thread: see GReadHandler.
+    std::size_t ReadLeft(const GPacket2& packet, std::uint8_t* out) { return handler->ReadLeft(packet, out); }
+
 protected:
     virtual std::unique_ptr<CVexOutputPin> MakePin(const GStreamInfo& stream);
     // What has to be done before `path` can be opened, on a thread of its own; null when nothing has. Load then returns

@@ -152,7 +152,8 @@ bool CVexFilter::PassToPin(const GNextPacket& next, CVexOutputPin& pin)
     Describe(next, *packet);
     // A payload may turn out to be empty only when it is read.
     const bool skips = rules.emptyPayloads == GEmptyPayloads::Skip;
-    if (!handler->ReadPayload(*packet) || (skips && packet->GetSize() == 0)) {
+    const bool left = !next.continuation && pin.ReadsItself(next.size) && handler->LeavePayload(*packet);
+    if (!left && (!handler->ReadPayload(*packet) || (skips && packet->GetSize() == 0))) {
         pin.Pool().Give(std::move(packet));
         return true;
     }

@@ -63,6 +63,12 @@ std::uint32_t GFile::Read(void* buffer, std::uint32_t count)
     return got > 0 ? static_cast<std::uint32_t>(std::min<std::int64_t>(got, count)) : 0;
 }
 
+std::uint32_t GFile::ReadAt(std::int64_t offset, void* buffer, std::uint32_t count)
+{
+    const std::int64_t got = file.ReadAt(offset, buffer, count);
+    return got > 0 ? static_cast<std::uint32_t>(got) : 0;
+}
+
 std::int64_t GFile::Seek(std::int64_t offset) { return IsOpen() ? OsSeek(offset) : -1; }
 
 std::int64_t GFile::Tell() { return IsOpen() ? filePointer : 0; }

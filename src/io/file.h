@@ -31,6 +31,8 @@ public:
     std::int64_t Tell() override;
     std::int64_t GetSize() override;
     int Close() override;
+    bool ReadsAnywhere() const override { return true; }
+    std::uint32_t ReadAt(std::int64_t offset, void* buffer, std::uint32_t count) override;
     int Create(const char* newPath) override;
 
     bool IsOpen() const { return file.IsOpen(); }

@@ -44,6 +44,12 @@ public:
     // however long it is.
     virtual std::uint32_t ReadBulk(void* buffer, std::uint32_t count) { return Read(buffer, count); }
 
+    // Whether ReadAt works.
+    virtual bool ReadsAnywhere() const { return false; }
+    // `count` bytes at `offset`, past every cache, from any thread and beside all other reads; the bytes read, as Read.
+    // Not beside Open, Create and Close.
+    virtual std::uint32_t ReadAt(std::int64_t /*offset*/, void* /*buffer*/, std::uint32_t /*count*/) { return 0; }
+
     // Why the last Open or Create failed. Says nothing of use after one that did not.
     virtual GError OpenError() const { return {GErrorKind::Io, "the file cannot be opened"}; }
 

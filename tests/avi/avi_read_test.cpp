@@ -115,6 +115,21 @@ TEST(AviPayload, AChunkCutByTheEndOfTheFileIsDeliveredAsFarAsItGoes)
     }
 }
 
+TEST(AviPayload, AChunkThatCannotAllBeReadIsDeliveredAsFarAsItGoes)
+{
+    GAviTestFile file{.streams = {VideoStream()}, .parts = {{}}, .index = GAviTestIndex::Idx1Relative};
+    file.parts[0] = {Chunk("00dc", 10, 1), Chunk("00dc", 5000, 2), Chunk("00dc", 10, 3)};
+    const auto bytes = file.Build();
+    GAviReading reading(bytes);
+    reading.LeavePayloads();
+    reading.Watch().failFrom = static_cast<std::int64_t>(PositionOf(bytes, "idx1")) - 18 - 500;
+    reading.Watch().failUntil = reading.Watch().failFrom + 1;
+    const auto packets = reading.ReadAll();
+    EXPECT_THAT(Marks(packets), ElementsAre(1, 2, 3));
+    EXPECT_THAT(packets.at(1).payload, testing::SizeIs(4096)) << "what the pieces before the bad one hold";
+    EXPECT_EQ(reading.Damage().bytes, 904u);
+}
+
 TEST(AviPayload, ChunksBeyondTheEndOfTheFileArePassedOverAndTheRestPlays)
 {
     auto bytes = NumberedVideo(4, GAviTestIndex::Idx1Relative).Build();

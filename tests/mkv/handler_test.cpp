@@ -53,6 +53,23 @@ TEST(MkvHandler, BlocksOfBothKindsComeInFileOrderAndEndWhereTheirDurationSays)
         << "a subtitle without a duration ends where it starts";
 }
 
+TEST(MkvHandler, ABlockThatCannotBeReadIsPassedOverWhoeverReadsIt)
+{
+    for (const bool leaves : {false, true}) {
+        const GEbmlBytes bytes =
+            ThreeTracks()
+                .Add(Cluster(0, {Picture(0, 1), SimpleBlock(kVideoTrack, 1, 0, GEbmlBytes(9000, 2)), Picture(2, 3)}))
+                .Build();
+        GMkvReading reading(bytes);
+        if (leaves)
+            reading.LeavePayloads();
+        reading.Watch().failFrom = static_cast<std::int64_t>(bytes.size()) - 4500;
+        reading.Watch().failUntil = reading.Watch().failFrom + 1;
+        EXPECT_THAT(Marks(reading.ReadAll()), ElementsAre(1, 3));
+        EXPECT_EQ(reading.Damage().count, 1u);
+    }
+}
+
 TEST(MkvHandler, WhatNobodyDescribedIsPassedOverUnread)
 {
     constexpr std::size_t kBig = 500'000;

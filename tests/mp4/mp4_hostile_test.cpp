@@ -135,14 +135,18 @@ TEST(Mp4Hostile, AHeaderOfJunkIsRefusedWithinItsMemory)
 TEST(Mp4Hostile, AReadThatFailsCostsItsPacket)
 {
     const GMp4TestFile film{.tracks = {NumberedVideo(6)}};
-    GMp4Reading reading(film);
-    const auto start = static_cast<std::int64_t>(film.start.size()) + 8;
-    reading.Watch().failFrom = start + 16 + 3;
-    reading.Watch().failUntil = start + 16 + 17;
-    const auto packets = reading.ReadAll();
-    ASSERT_EQ(packets.size(), 6u);
-    EXPECT_EQ(std::ranges::count_if(packets, &GReadPacket::delivered), 5);
-    EXPECT_EQ(reading.Damage().count, 1u);
+    for (const bool leaves : {false, true}) {
+        GMp4Reading reading(film);
+        if (leaves)
+            reading.LeavePayloads();
+        const auto start = static_cast<std::int64_t>(film.start.size()) + 8;
+        reading.Watch().failFrom = start + 16 + 3;
+        reading.Watch().failUntil = start + 16 + 17;
+        const auto packets = reading.ReadAll();
+        ASSERT_EQ(packets.size(), 6u);
+        EXPECT_EQ(std::ranges::count_if(packets, &GReadPacket::delivered), 5);
+        EXPECT_EQ(reading.Damage().count, 1u);
+    }
 }
 
 TEST(Mp4Hostile, ANumberThatTwoTracksShareGoesToTheFirst)

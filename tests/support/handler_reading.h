@@ -82,6 +82,9 @@ public:
             wanted.push_back(stream.number);
     }
 
+    // Payloads that can be left to a pin are read as the pin reads them.
+    void LeavePayloads() { leaving = true; }
+
     // As far as the next packet of a wanted stream, its payload left alone. Packet, Wait or End: what is to be asked
     // again is asked again, and ends of streams are put down.
     GReadStatus Announce(GNextPacket& next)
@@ -199,10 +202,18 @@ private:
         packet->stop = next.stop;
         Read read;
         read.next = next;
-        read.delivered = handler.ReadPayload(*packet);
+        read.delivered = leaving && next.size != 0 && handler.LeavePayload(*packet) ? ReadLeft(*packet)
+                                                                                    : handler.ReadPayload(*packet);
         read.Take(*packet);
         Require(read.Fault(LargestPayload()));
         return read;
+    }
+
+    bool ReadLeft(GPacket2& packet)
+    {
+        packet.data.Resize(packet.unread);
+        packet.data.Truncate(handler.ReadLeft(packet, packet.data.Data()));
+        return !packet.data.Empty();
     }
 
     GSourceWatch watch;                       // outlives the handler's source
@@ -211,6 +222,7 @@ private:
     const GStatus opened;
     std::vector<std::uint32_t> wanted;
     bool runBegun = false;
+    bool leaving = false;
     std::vector<std::uint32_t> ended;
     std::map<std::uint32_t, GPacketPtr> pool;  // one for each stream
     std::size_t calls = 0;

@@ -63,6 +63,11 @@ public:
         position += got;
         return got;
     }
+    bool ReadsAnywhere() const override { return true; }
+    std::uint32_t ReadAt(std::int64_t offset, void* buffer, std::uint32_t count) override
+    {
+        return open ? disk->Read(offset, buffer, count) : 0;
+    }
     std::int64_t Seek(std::int64_t offset) override
     {
         position = std::clamp<std::int64_t>(offset, 0, GetSize());

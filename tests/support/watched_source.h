@@ -46,11 +46,16 @@ public:
     }
     std::uint32_t Read(void* buffer, std::uint32_t count) override
     {
-        return Fails(count) ? 0 : Counted(inner->Read(buffer, count));
+        return Fails(inner->Tell(), count) ? 0 : Counted(inner->Read(buffer, count));
     }
     std::uint32_t ReadBulk(void* buffer, std::uint32_t count) override
     {
-        return Fails(count) ? 0 : Counted(inner->ReadBulk(buffer, count));
+        return Fails(inner->Tell(), count) ? 0 : Counted(inner->ReadBulk(buffer, count));
+    }
+    bool ReadsAnywhere() const override { return inner->ReadsAnywhere(); }
+    std::uint32_t ReadAt(std::int64_t offset, void* buffer, std::uint32_t count) override
+    {
+        return Fails(offset, count) ? 0 : Counted(inner->ReadAt(offset, buffer, count));
     }
     std::int64_t Seek(std::int64_t offset) override { return inner->Seek(offset); }
     int IsSeekable() const override { return inner->IsSeekable(); }
@@ -61,9 +66,9 @@ public:
     GError OpenError() const override { return inner->OpenError(); }
 
 private:
-    bool Fails(std::uint32_t count) const
+    bool Fails(std::int64_t from, std::uint32_t count) const
     {
-        return inner->Tell() + count > watch.failFrom && inner->Tell() < watch.failUntil;
+        return from + count > watch.failFrom && from < watch.failUntil;
     }
     std::uint32_t Counted(std::uint32_t got)
     {

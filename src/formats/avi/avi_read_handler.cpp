@@ -180,6 +180,21 @@ bool GAvi2ReadHandler::ReadPayload(GPacket2& packet)
     return got != 0 || announced.size == 0;
 }
 
+bool GAvi2ReadHandler::LeaveAnnounced(GPacket2& packet)
+{
+    if (announced.size > kMaxPacketSize || announced.position + announced.size > sizeSeen)
+        return false;
+    packet.position = announced.position;
+    packet.unread = announced.size;
+    return true;
+}
+
+std::size_t GAvi2ReadHandler::CutLeft(const GPacket2& packet, std::size_t there)
+{
+    damage.Add("chunk is cut off", packet.position, packet.unread - there);
+    return there;
+}
+
 std::optional<REFERENCE_TIME> GAvi2ReadHandler::Seek(REFERENCE_TIME time, GSeekMode mode)
 {
     GAvi2ReadStream* const reference = layout.FindStream(layout.referenceVideoStream);

@@ -85,15 +85,19 @@ bool CMKV_OutputPin::NextFrame()
     const GMkvBlockPacket& packet = *delivering;
     const std::vector<std::uint32_t>& sizes = packet.block.frameSizes;
     const std::size_t count = packet.header ? 1 : sizes.size();
-    if (frameIndex >= count || frameOffset > packet.data.Size()) {
+    const std::size_t bytes = packet.GetSize();
+    if (frameIndex >= count || frameOffset > bytes) {
         frameIndex = frameOffset = 0;
         Recycle(std::move(delivering));
         return false;
     }
-    const std::size_t left = packet.data.Size() - frameOffset;
+    const std::size_t left = bytes - frameOffset;
     const std::size_t size = packet.header ? left : std::min<std::size_t>(sizes[frameIndex], left);
     unit = {};
-    unit.data = packet.data.Span().subspan(frameOffset, size);
+    if (packet.unread != 0)
+        unit.left = &packet;
+    else
+        unit.data = packet.data.Span().subspan(frameOffset, size);
     unit.start = packet.start;
     unit.stop = packet.stop;
     if (packet.start != kNoTime && packet.stop != kNoTime && count > 1) {

@@ -158,6 +158,26 @@ bool GMkvReadHandler::ReadPayload(GPacket2& packet)
     return true;
 }
 
+bool GMkvReadHandler::LeaveAnnounced(GPacket2& packet)
+{
+    const GMkvPayload& payload = announced.payload;
+    if (!announcedEntry || announcedEntry->encoded || payload.available < payload.claimed ||
+        (announced.block.flags & GMkvBlock::kLacingMask) != 0)
+        return false;
+    auto& out = static_cast<GMkvBlockPacket&>(packet);
+    std::swap(out.block, announced.block);
+    out.block.frameSizes.assign(1, static_cast<std::uint32_t>(payload.available));
+    out.position = payload.position;
+    out.unread = static_cast<std::uint32_t>(payload.available);
+    return true;
+}
+
+std::size_t GMkvReadHandler::CutLeft(const GPacket2& packet, std::size_t)
+{
+    damage.Add("a Block that cannot be read", packet.position, packet.unread);
+    return 0;
+}
+
 // A frame that cannot be decoded stays as it is.
 void GMkvReadHandler::DecodeFrames(const GMkvTrack& track, GMkvBlockPacket& packet)
 {

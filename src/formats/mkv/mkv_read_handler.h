@@ -45,6 +45,8 @@ public:
 protected:
     GStatus OpenContainer() override;
     void CloseContainer() override G_EXCLUDES(attachmentLock);
+    bool LeaveAnnounced(GPacket2& packet) override;
+    std::size_t CutLeft(const GPacket2& packet, std::size_t there) override;
 
 private:
     // What reading needs to know of one stream.

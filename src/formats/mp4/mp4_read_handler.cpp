@@ -213,6 +213,23 @@ bool GMp4ReadHandler::ReadPayload(GPacket2& packet)
     return !packet.data.Empty();
 }
 
+bool GMp4ReadHandler::LeaveAnnounced(GPacket2& packet)
+{
+    const Mp4Track& track = *announced.track;
+    if (track.flipRaw || track.swapBytes || announced.size > kMaxPacketSize ||
+        announced.position + announced.size > static_cast<std::uint64_t>(sizeSeen.load(std::memory_order_relaxed)))
+        return false;
+    packet.position = static_cast<std::int64_t>(announced.position);
+    packet.unread = static_cast<std::uint32_t>(announced.size);
+    return true;
+}
+
+std::size_t GMp4ReadHandler::CutLeft(const GPacket2& packet, std::size_t there)
+{
+    damage.Add("sample is cut off", packet.position, packet.unread - there);
+    return there;
+}
+
 std::optional<REFERENCE_TIME> GMp4ReadHandler::Seek(REFERENCE_TIME time, GSeekMode)
 {
     time = std::clamp<REFERENCE_TIME>(time, 0, kLastMp4Time);

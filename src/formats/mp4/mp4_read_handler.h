@@ -35,6 +35,8 @@ public:
 protected:
     GStatus OpenContainer() override;
     void CloseContainer() override;
+    bool LeaveAnnounced(GPacket2& packet) override;
+    std::size_t CutLeft(const GPacket2& packet, std::size_t there) override;
 
 private:
     // A track with a pin.

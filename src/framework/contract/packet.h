@@ -86,7 +86,7 @@ struct GPacket2 {
     GPacket2& operator=(const GPacket2&) = delete;
 
     // Payload bytes, as the queue limits count them.
-    virtual std::size_t GetSize() const { return data.Size(); }
+    virtual std::size_t GetSize() const { return data.Size() + unread; }
 
     // Forgets everything but the buffers, before the packet is used again.
     virtual void Recycle()
@@ -94,6 +94,8 @@ struct GPacket2 {
         stream = 0;
         discontinuity = keyFrame = continuation = header = false;
         start = stop = mediaStart = mediaStop = kNoTime;
+        position = 0;
+        unread = 0;
         data.Clear();
     }
 
@@ -106,6 +108,9 @@ struct GPacket2 {
     REFERENCE_TIME stop = kNoTime;   // 100 ns
     LONGLONG mediaStart = kNoTime;   // media time units of the format (for most: start / 100000)
     LONGLONG mediaStop = kNoTime;
+    // A payload left to the pin's thread: `unread` bytes at `position` of the file, and `data` is empty.
+    std::int64_t position = 0;
+    std::uint32_t unread = 0;
     GBuffer data;
 };
 

@@ -45,8 +45,8 @@ struct GNextPacket {
 
 // One open container. The frame owns it and calls it from one thread at a time: Open on the thread that loads,
 // StartRun, ReadPacket and ReadPayload on the reader thread, Seek and Close only while that thread is parked or gone.
-// Damage, the durations, IsIndexComplete, AcceptsSeek, ReadAttachment and Interrupt may be called from any thread while
-// it is open. No method throws but by std::bad_alloc.
+// Damage, the durations, IsIndexComplete, AcceptsSeek, ReadLeft, ReadAttachment and Interrupt may be called from any
+// thread while it is open. No method throws but by std::bad_alloc.
 class GReadHandler {
 public:
     virtual ~GReadHandler() = default;
@@ -75,6 +75,12 @@ public:
     // Reads the payload just announced into packet.data (its size becomes what was really there). False when it cannot
     // be read at all: the packet is passed over. Once per announced packet; not called for a packet nobody wants.
     virtual bool ReadPayload(GPacket2& packet) = 0;
+    // In place of ReadPayload, for a payload that is a run of bytes of the file and delivered as it stands: leaves it
+    // to be read by ReadLeft. False, with the packet as it was, when ReadPayload is to be called.
+    bool LeavePayload(GPacket2& packet) { return source && source->ReadsAnywhere() && LeaveAnnounced(packet); }
+    // Any thread, while the handler is open: reads the payload of a packet that was left, into the first packet.unread
+    // bytes of `out`. The bytes to deliver; 0: none, the packet is passed over.
+    std::size_t ReadLeft(const GPacket2& packet, std::uint8_t* out);
     // The packet class that the pin of `stream` works with.
     virtual GPacketPtr NewPacket(std::uint32_t stream) const
     {
@@ -119,6 +125,20 @@ protected:
     // Forgets everything that OpenContainer made; harmless when there is nothing. A handler with threads of its own
     // also calls Close in its destructor: this base can no longer reach the override then.
     virtual void CloseContainer() = 0;
+
+    // See LeavePayload: sets packet.position and packet.unread. All the bytes are in the file, as far as is known.
+    virtual bool LeaveAnnounced(GPacket2& packet)
+    {
+        static_cast<void>(packet);
+        return false;
+    }
+    // Any thread: only the first `there` bytes of a payload that was left can be read. Says so in the damage log and
+    // returns how many are delivered.
+    virtual std::size_t CutLeft(const GPacket2& packet, std::size_t there)
+    {
+        static_cast<void>(packet);
+        return there;
+    }
 
     // A second byte source on the open file, for another thread; null when it cannot be opened.
     std::unique_ptr<GFileBase> OpenAgain() const;
