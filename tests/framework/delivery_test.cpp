@@ -4,6 +4,7 @@
 
 #include "support/limited_allocator.h"
 #include "support/scripted_filter.h"
+#include "support/watched_source.h"
 
 namespace vex::test {
 
@@ -19,6 +20,19 @@ std::vector<Kind> KindsSinceFlush(CRecordingSink& sink)
         if (event.kind != Kind::BeginFlush)
             kinds.push_back(event.kind);
     return kinds;
+}
+
+// With payloads of 5000 bytes in a source: each is filled with the number of its packet.
+GScript MovieInSource(std::size_t frames, GSourceWatch& watch)
+{
+    GScript script = Movie(frames, false, 5000);
+    std::vector<std::uint8_t> bytes;
+    for (std::size_t i = 0; i < frames; ++i)
+        bytes.insert(bytes.end(), 5000, static_cast<std::uint8_t>(i));
+    script.source = [&watch, disk = std::make_shared<GMemoryDisk>(std::move(bytes))] {
+        return std::make_unique<GWatchedSource>(std::make_unique<GMemoryFile>(disk), watch);
+    };
+    return script;
 }
 
 }  // namespace
@@ -65,6 +79,34 @@ TEST(Delivery, ContinuationsArriveInsideTheirPacketAndEmptyOrTimelessPacketsNotA
     EXPECT_EQ(samples[2].start, 5 * kFrame);
     EXPECT_EQ(samples[2].stop, kNoTime) << "a missing stop time must not be made up";
     EXPECT_EQ(samples[2].mediaStop, kNoTime);
+}
+
+TEST(Delivery, APinThatRunsDryReadsWhatTheReaderLeftAndPassesOverWhatItCannot)
+{
+    GSourceWatch watch;
+    watch.failFrom = 2 * 5000 + 4500;
+    watch.failUntil = 3 * 5000 + 1;
+    GRig rig(MovieInSource(6, watch));
+    rig.PlayToEnd();
+    const auto samples = rig.Sink(0).SegmentSamples();
+    ASSERT_THAT(Sizes(samples), ElementsAre(5000, 5000, 4096, 5000, 5000)) << "as far as its pieces can be read";
+    for (const std::size_t i : {1u, 2u, 4u})
+        EXPECT_EQ(samples[i].bytes.back(), i < 3 ? i : i + 1);
+    EXPECT_EQ(samples[3].start, 4 * kFrame);
+    EXPECT_EQ(rig.Log().Payloads(), 0u);
+}
+
+TEST(Delivery, TheReaderReadsAheadForAPinThatHasEnoughToDo)
+{
+    GSourceWatch watch;
+    GRig rig(MovieInSource(700, watch));
+    rig.RunUntilBlocked();
+    rig.Log().WaitForPayloads(100);
+    rig.LetGoAndWaitForEnds();
+    const auto samples = rig.Sink(0).SegmentSamples();
+    ASSERT_EQ(samples.size(), 700u);
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        ASSERT_EQ(samples[i].bytes, std::vector<std::uint8_t>(5000, static_cast<std::uint8_t>(i)));
 }
 
 TEST(Delivery, TheRulesTellMediaTimesFirstSyncPointsAndPrerollApart)

@@ -23,7 +23,7 @@ int liveRigs = 0;  // tests run one after the other, on one thread
 class GScriptedHandler final : public GReadHandler {
 public:
     GScriptedHandler(GScript played, std::shared_ptr<GScriptLog> shared)
-        : GReadHandler(nullptr), script(std::move(played)), log(std::move(shared))
+        : GReadHandler(played.source ? played.source() : nullptr), script(std::move(played)), log(std::move(shared))
     {
     }
 
@@ -84,6 +84,12 @@ protected:
         return {};
     }
     void CloseContainer() override { ++log->closed; }
+    bool LeaveAnnounced(GPacket2& packet) override
+    {
+        packet.unread = script.packets[announced].size;
+        packet.position = static_cast<std::int64_t>(announced * packet.unread);
+        return true;
+    }
 
 private:
     const GScript script;

@@ -19,7 +19,7 @@ struct GScript {
     std::vector<GStreamInfo> streams;
     std::vector<GNextPacket> packets;  // in delivery order
     REFERENCE_TIME duration = 0;       // 100 ns
-    std::string brokenPath;  // does not open, although others do
+    std::string brokenPath;            // does not open, although others do
     // In the middle of opening; `interrupted` is the handler's. False: the file does not open.
     std::function<bool(const std::atomic<bool>& interrupted)> onOpen;
     // In the middle of a seek; `interrupted` is the handler's.
@@ -35,6 +35,8 @@ struct GScript {
     std::function<GResult<std::unique_ptr<GPreparation>>(const WString& path)> prepare;
     std::function<void(GPacket2&, std::size_t packet)> finishPacket;  // after the payload is in
     std::function<void(GPacketPtr)> onTaken;                          // a packet for the filter itself
+    // Where the payloads lie one behind the other, all of the same size, and can be left to the pins.
+    std::function<std::unique_ptr<GFileBase>()> source;
 };
 
 // What the handler did, and how far it may go. Any thread.
