@@ -66,7 +66,7 @@ bool GPacketPool::Fetch()
 
 void GPacketPool::Give(GPacketPtr packet)
 {
-    if (!packet)
+    if (!packet || packet->data.Capacity() == 0)  // without a buffer it serves nobody
         return;
     packet->Recycle();
     const std::size_t capacity = packet->data.Capacity();
