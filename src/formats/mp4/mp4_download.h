@@ -18,8 +18,8 @@
 
 namespace vex {
 
-// The buffer that an escaped URL has always had, in bytes with the terminator. A longer URL is refused. The "http://" in
-// front of "www." does not count.
+// The buffer that an escaped URL has always had, in bytes with the terminator. A longer URL is refused. The "http://"
+// that is put in front of "www." does not count.
 inline constexpr std::size_t kUrlCapacity = 2048;
 
 struct HttpRequest {
