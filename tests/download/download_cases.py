@@ -71,7 +71,8 @@ class Said:
 
 def check_states(states, runs, to_the_end=True):
     """The client asks every millisecond and may miss a state, but sees none in a wrong order."""
-    require(states == sorted(set(states)) and set(states) <= ({"0", "2", "3"} if runs else {"0", "3"}), f"states {states}")
+    possible = {"0", "2", "3"} if runs else {"0", "3"}
+    require(states == sorted(set(states)) and set(states) <= possible, f"states {states}")
     require(not to_the_end or states[-1] == "3", f"loading is not over after {states}")
 
 
@@ -92,8 +93,8 @@ def check(said, case, wine=False):
 
 
 class Downloads:
-    """`run(*words, environment_more)` runs the client to its end, which must be good, and returns what it printed; `start` gives
-    a process with a pipe to read from; both begin where `film` is, which the client made."""
+    """`run(*words, environment_more)` runs the client to its end, which must be good, and returns what it printed;
+    `start` gives a process with a pipe to read from; both begin where `film` is, which the client made."""
 
     def __init__(self, run, start, film, wine=False):
         self.run, self.start, self.wine = run, start, wine
@@ -117,7 +118,8 @@ class Downloads:
             fresh = all(re.search("(Cache-Control|Pragma): no-cache", request) for request in server.requests)
             require(fresh or self.wine, "a cache may answer")
             # Wine's client goes on until it is told.
-            require(case.path != "round" or self.wine or len(server.requests) <= 12, f"{len(server.requests)} requests in a loop")
+            require(case.path != "round" or self.wine or len(server.requests) <= 12,
+                    f"{len(server.requests)} requests in a loop")
 
     def from_files(self):
         with odd_server.FileServer(self.film.parent) as url:
@@ -161,7 +163,8 @@ class Downloads:
             check(self.load(longest), Case(""), self.wine)
             require(longest[-2000:] in server.requests[0], "the URL is cut")
             refused = self.load(longest + "x")
-            require(refused.one("load") == E_FAIL and refused.one("reason") == "the URL is too long", str(refused.lines))
+            require(refused.one("load") == E_FAIL and refused.one("reason") == "the URL is too long",
+                    str(refused.lines))
             require(refused.one("left") == "0" and len(server.requests) == 1, "asks for it nevertheless")
 
     def proxy(self):
@@ -172,8 +175,8 @@ class Downloads:
 
     def storm(self, count, seed=1):
         with self.server() as server:
-            urls = [server.url + path for path in ("length", "none", "bytes", "slow", "silent", "stalled", "reset", "gone",
-                                                   "moved", "page")]
+            paths = ("length", "none", "bytes", "slow", "silent", "stalled", "reset", "gone", "moved", "page")
+            urls = [server.url + path for path in paths]
             said = Said(self.run("storm", str(count), str(seed), *urls))
             require(said.one("left") == "0", "a file is left behind")
             # Under Wine /proc/self is the Wine server.

@@ -58,7 +58,8 @@ class Cases:
             if opened:
                 require(samples == self.wanted, f"{situation}: another file was played")
             else:
-                require(said["result"] == "E_FAIL" and said["told"], f"{situation}: {said['result']}, told: {said['told']}")
+                require(said["result"] == "E_FAIL" and said["told"],
+                        f"{situation}: {said['result']}, told: {said['told']}")
             notes.append(f"{situation}: {OPENS if opened else REFUSED}")
         return notes
 
@@ -74,7 +75,8 @@ class Cases:
 
 def check(context, file, decoy):
     cases = Cases(context, file, decoy)
-    cases.add_copy(OPENS, "a name in Japanese, Greek and an emoji", "\u65e5\u672c\u8a9e \u0395\u03bb\u03bb\u03b1\u03c2 \U0001f39e.avi")
+    cases.add_copy(OPENS, "a name in Japanese, Greek and an emoji",
+                   "\u65e5\u672c\u8a9e \u0395\u03bb\u03bb\u03b1\u03c2 \U0001f39e.avi")
     # U+0100 has "A" as its best fit in Western code pages.
     cases.copy(cases.decoy, "A.avi")
     cases.add_copy(OPENS, "a letter that the code page would replace by its best fit", "\u0100.avi")

@@ -31,7 +31,8 @@ def snapshot(wine):
     """The software registry but for what is Wine's own business: {key: {value: text}}."""
     keys = {}
     for root in ("HKLM", "HKCU"):
-        must_succeed(wine.run_command("reg", "export", root + r"\Software", "C:\\vex\\software.reg", "/y"), "reg export")
+        must_succeed(wine.run_command("reg", "export", root + r"\Software", "C:\\vex\\software.reg", "/y"),
+                     "reg export")
         text = (wine.drive / "software.reg").read_text(encoding="utf-16")
         for line in text.replace("\\\n  ", "").splitlines()[1:]:
             if line.startswith("["):
@@ -69,7 +70,8 @@ def check_added(before, installed, path):
         require(expected <= added, f"{name} lacks {sorted(expected - added)}")
         require(installed[own] == {"@": f'"{name}"'}, f"{name}: {installed[own]}")
         require({key: value.lower() for key, value in installed[server].items()} ==
-                {"@": f'"{path}"'.replace("\\", "\\\\").lower(), '"ThreadingModel"': '"both"'}, f"{name}: {installed[server]}")
+                {"@": f'"{path}"'.replace("\\", "\\\\").lower(), '"ThreadingModel"': '"both"'},
+                f"{name}: {installed[server]}")
         # {version, merit, pins, reserved}, then of each pin {"0pi3" signature, flags, instances, media types, ...}.
         data = bytes.fromhex(installed[entry]['"FilterData"'].removeprefix("hex:").replace(",", ""))
         _, merit, pins, _, _, flags, _, types = struct.unpack_from("<8I", data)
@@ -82,7 +84,8 @@ def check_added(before, installed, path):
 def check(context):
     """regsvr32, twice, /u, twice, and again; leaves the module registered."""
     def regsvr32(*options):
-        must_succeed(context.wine.run_command("regsvr32", "/s", *options, r"C:\vex\VEX.ax"), " ".join(("regsvr32", *options)))
+        must_succeed(context.wine.run_command("regsvr32", "/s", *options, r"C:\vex\VEX.ax"),
+                     " ".join(("regsvr32", *options)))
 
     # The first look into the mapper makes the system write a cache for it.
     nothing = ({}, dict.fromkeys(CLASSES, CLASS_NOT_REGISTERED))
