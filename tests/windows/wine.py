@@ -4,7 +4,6 @@ import os
 import signal
 import subprocess
 import tempfile
-import threading
 from pathlib import Path
 
 from formats import Failure, must_succeed, require
@@ -35,8 +34,9 @@ class Wine:
         self.run_command("reg", "add", r"HKCU\Software\Wine\Drivers", "/v", "Audio", "/d", "", "/f")
         self.drive.mkdir()
 
-    def start(self, *words, output, errors, directory=None, environment=None, stdin=subprocess.DEVNULL):
-        return subprocess.Popen([self.command, *map(str, words)], cwd=directory or self.drive,
+    def start(self, *words, output, errors, directory=None, environment=None, stdin=subprocess.DEVNULL,
+              wrapper=()):
+        return subprocess.Popen([*wrapper, self.command, *map(str, words)], cwd=directory or self.drive,
                                 env={**self.environment, **(environment or {})},
                                 stdin=stdin, stdout=output, stderr=errors, start_new_session=True)
 
@@ -46,24 +46,23 @@ class Wine:
     def run_command(self, *words, directory=None, timeout=None, environment=None):
         """The finished process; its output as bytes, its peak of memory in bytes as `peak`."""
         directory = directory or (self.drive if self.drive.exists() else self.prefix.parent)
-        with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors:
-            process = self.start(*words, output=output, errors=errors, directory=directory, environment=environment)
-            status, peak = self.wait(process, words, timeout or self.timeout)
+        timeout = timeout or self.timeout
+        with (tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors,
+              tempfile.NamedTemporaryFile("r") as peak):
+            # A process that Python starts itself begins with Python's own peak.
+            process = self.start(*words, output=output, errors=errors, directory=directory, environment=environment,
+                                 wrapper=("time", "-q", "-f", "%M", "-o", peak.name))
+            try:
+                process.wait(timeout)
+            except subprocess.TimeoutExpired:
+                end(process)
+                process.wait()
+                raise Failure(f"hangs: {' '.join(map(str, words))} was ended after {timeout} s") from None
             output.seek(0)
             errors.seek(0)
-            finished = subprocess.CompletedProcess(words, status, output.read(), errors.read())
-        finished.peak = peak
+            finished = subprocess.CompletedProcess(words, process.returncode, output.read(), errors.read())
+            finished.peak = int(peak.read().split()[-1]) * 1024
         return finished
-
-    @staticmethod
-    def wait(process, words, timeout):
-        """Exit status and peak of resident memory in bytes; one that takes too long is ended."""
-        watch = Watch(timeout, lambda: end(process))
-        _, status, usage = os.wait4(process.pid, 0)
-        process.returncode = os.waitstatus_to_exitcode(status)
-        if watch.cancel():
-            raise Failure(f"hangs: {' '.join(map(str, words))} was ended after {timeout} s")
-        return process.returncode, usage.ru_maxrss * 1024
 
     def server(self, option):
         server = Path(self.command).with_name("wineserver")
@@ -80,23 +79,3 @@ def end(process):
         os.killpg(process.pid, signal.SIGKILL)
     except ProcessLookupError:
         pass
-
-
-class Watch:
-    """Calls `late` once when it is not cancelled in time."""
-
-    def __init__(self, seconds, late):
-        self.fired = False
-
-        def run():
-            self.fired = True
-            late()
-
-        self.timer = threading.Timer(seconds, run)
-        self.timer.daemon = True
-        self.timer.start()
-
-    def cancel(self):
-        """True when it was too late."""
-        self.timer.cancel()
-        return self.fired
