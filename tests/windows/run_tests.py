@@ -438,12 +438,14 @@ class Report:
         self.passed, self.failed = 0, []
         self.lock = threading.Lock()
 
-    def run(self, name, test):
+    def run(self, name, test, wine=None):
         started = time.monotonic()
         try:
             note, verdict = test(), "pass"
         except (Failure, OSError, ValueError, KeyError, IndexError, subprocess.TimeoutExpired) as failure:
             note, verdict = f"{type(failure).__name__}: {failure}", "FAIL"
+            if wine and wine.server_said():
+                note += f"\nthe Wine server said: {wine.server_said()}"
         with self.lock:
             print(f"{verdict}  {name} ({time.monotonic() - started:.1f} s)\n      " + note.replace("\n", "\n      "),
                   flush=True)
@@ -452,6 +454,11 @@ class Report:
             else:
                 self.failed.append(name)
         return verdict == "pass"
+
+    def note(self, who, said):
+        if said:
+            with self.lock:
+                print(f"note  {who} said: {said}", flush=True)
 
     def summary(self):
         print(f"\n{self.passed} passed, {len(self.failed)} failed" + "".join(f"\n  FAIL {name}" for name in self.failed))
@@ -506,12 +513,13 @@ def run_all(arguments, trees, directory, report):
             for context in contexts:
                 for name, test in large_tests(context) if arguments.large else all_tests(context, context is contexts[0]):
                     if arguments.only in f"{context.bits} {name}":
-                        pool.submit(report.run, f"{context.bits} {name}", test)
+                        pool.submit(report.run, f"{context.bits} {name}", test, context.wine)
             pool.shutdown()
         finally:
             pool.shutdown(cancel_futures=True)
             for context in contexts:
                 context.wine.end_server()
+                report.note(f"{context.bits}: the Wine server", context.wine.server_said())
 
 
 def parse_tree(text):

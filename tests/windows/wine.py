@@ -27,6 +27,7 @@ class Wine:
         }
         # The server is started by itself and stays: one that a program starts has the program's output open, and whoever
         # reads that waits for it. The 300 s are for a run that cannot end it.
+        self.server_log = directory / f"wineserver{bits}.log"
         self.prefix.mkdir()
         require(self.server("-p300") == 0, "the Wine server does not start")
         must_succeed(self.run_command("wineboot", "--init", timeout=600), "setting up the prefix")
@@ -65,9 +66,15 @@ class Wine:
         return finished
 
     def server(self, option):
+        """A file takes what the server says: nobody waits for its end, as the reader of a pipe would."""
         server = Path(self.command).with_name("wineserver")
-        return subprocess.run([str(server), option], env=self.environment, timeout=60, check=False, stdin=subprocess.DEVNULL,
-                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode
+        with open(self.server_log, "ab") as log:
+            return subprocess.run([str(server), option], env=self.environment, timeout=60, check=False,
+                                  stdin=subprocess.DEVNULL, stdout=log, stderr=log).returncode
+
+    def server_said(self):
+        """The last of what the server said so far; when it crashes, it says so and nobody else does."""
+        return self.server_log.read_text("utf-8", "replace").strip()[-3000:]
 
     def end_server(self):
         """Ends every process of this prefix, and only of this one."""
