@@ -16,7 +16,8 @@ constexpr char kUsage[] =
     "graph_test MODULE samples own|grabber FILES        what Load said and every sample, as lines of JSON\n"
     "graph_test MODULE rounds own|grabber COUNT FILES   play, seek, pause, stop, play again; nothing left behind.\n"
     "                                                   What follows each seek as lines of JSON\n"
-    "graph_test MODULE again own|grabber FILES          play to the end, then from 0 again\n"
+    "graph_test MODULE large CLSID FILE TARGET...       play to the end, then on from each TARGET: how many samples and\n"
+    "                                                   which bytes, and what follows each seek, as lines of JSON\n"
     "graph_test MODULEPATH reload COUNT FILES           load the module, play, unload it; nothing left behind\n"
     "graph_test MODULE decode avi|mp3|auto CLSID FILE OUTPUT COUNT TARGET...\n"
     "                                                   decoded by the system, COUNT samples from each TARGET\n"
@@ -345,12 +346,24 @@ void PrintSamples(const GModuleAccess& access, GSinkKind kind, const GFile& file
     RequireUnloadable(access);
 }
 
-void Again(const GModuleAccess& access, GSinkKind kind, const GFile& file)
+// A file whose samples would not fit in memory.
+void Large(const GModuleAccess& access, const GFile& file, const std::vector<LONGLONG>& targets)
 {
-    GTestGraph graph(access, file.clsid, GKept::OneDigest);
+    GTestGraph graph(access, file.clsid, GKept::First);
     graph.MustLoad(file.path);
-    graph.ConnectAll(kind);
-    PlayTwice(graph);
+    graph.ConnectAll(GSinkKind::Own, GSinkAllocator::None);
+    PlayFromHere(graph);
+    for (const auto& log : graph.Logs())
+        std::printf("{\"samples\":%zu,\"md5\":\"%s\"}\n", log->Arrived(), HexText(log->Digest()).c_str());
+    for (const LONGLONG target : targets) {
+        graph.SeekTo(target);
+        graph.ClearLogs();
+        graph.Run();
+        for (const auto& log : graph.Logs())
+            log->WaitForSamples(GPinLog::kFirst);
+        graph.Stop();
+        PrintSeek(0, {target, Arrivals(graph)});
+    }
 }
 
 int HoldFile(bool shared, const std::wstring& file)
@@ -411,10 +424,11 @@ int Body(std::span<wchar_t*> arguments)
     if (mode == L"decode" && words.size() >= 7)
         return Decode(access, ParseGuid(words[3]), ParseDecoder(words[2]), words[4], words[5], std::stoul(words[6]),
                       ParseTimes(all.subspan(7)));
-    Require(mode == L"samples" || mode == L"again", kUsage);
+    if (mode == L"large")
+        return Large(access, {ParseGuid(words[2]), words[3]}, ParseTimes(all.subspan(4))), 0;
+    Require(mode == L"samples", kUsage);
     ForEach(ParseFiles(all.subspan(3)), [&](const GFile& file, std::size_t number) {
-        mode == L"samples" ? PrintSamples(access, ParseKind(words[2]), file, number)
-                           : Again(access, ParseKind(words[2]), file);
+        PrintSamples(access, ParseKind(words[2]), file, number);
     });
     return 0;
 }

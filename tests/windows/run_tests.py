@@ -24,11 +24,12 @@ import difficult_paths
 import registration
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "download"))
 import download_cases  # noqa: E402  (found through the line above)
-from formats import DECOY, FORMATS, SECOND_FILTERS, Failure, make_file, media_files, must_succeed, require
+import large_files
+import seeks
+from formats import DECOY, FORMATS, SECOND_FILTERS, Failure, make_file, must_succeed, require
 from wine import Wine, end
 
 SAMPLE_KEYS = ("pin", "start", "stop", "mediaStart", "mediaStop", "size", "sync", "discontinuity", "preroll", "md5")
-SEEK_KEYS = ("start", "stop", "size", "sync", "discontinuity", "preroll")
 EXPORTS = {"DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer", "DllUnregisterServer"}
 # What every Windows since 7 brings along and the module may lean on.
 SYSTEM_LIBRARIES = {"advapi32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "quartz.dll",
@@ -182,41 +183,21 @@ def test_samples(context, access, kind):
     return f"{count} samples of {len(played)} files equal; {last_line(result)} of the last"
 
 
-def native_seeks(context, file, targets):
-    """What follows each seek natively: of every pin (start of the segment, samples). The file was played before."""
-    said = decoded.native(context, "seek", context.wine.drive / file, "--samples", "100000", "0hns",
-                          *(f"{target}hns" for target in targets))
-    return [[(pin["segmentStart"], [{key: sample[key] for key in SEEK_KEYS} for sample in pin["samples"]])
-             for pin in seek["pins"]] for seek in said["seeks"][1:]]
-
-
 def test_rounds(context, kind):
     """What follows the seeks in the graph against what follows them natively. With a grabber one file of a format will
     do: its graph has to wait for the clock."""
     most = None if kind == "own" else 1
     result = must_succeed(context.graph("rounds", kind, str(context.rounds), *context.files(most), access="registered",
                                         timeout=context.wine.timeout * 4), f"{context.rounds} rounds")
-    seeks = [{} for _ in context.inputs(most)]
-    for row in map(json.loads, result.stdout.splitlines()):
-        if "file" in row:
-            pins = seeks[row["file"]][row["target"]] = [(segment, []) for segment in row["segments"]]
-        else:
-            pins[row["pin"]][1].append({key: row[key] for key in SEEK_KEYS})
-    for (_, file), ours in zip(context.inputs(most), seeks):
+    played = seeks.of_graph(map(json.loads, result.stdout.splitlines()))
+    for number, (_, file) in enumerate(context.inputs(most)):
+        ours = played[number]
         require(len(ours) == 2, f"{file}: {len(ours)} seeks")
-        for (target, pins), native in zip(ours.items(), native_seeks(context, file, ours)):
-            same_seek(f"{file}, seek to {target}", pins, native)
+        # A file without an index is known in whole once it was played in whole, as it was in the graph.
+        native = seeks.of_native(context, context.wine.drive / file, (0, *ours), "--samples", "100000")[1:]
+        for (target, pins), expected in zip(ours.items(), native, strict=True):
+            seeks.compare(f"{file}, seek to {target}", pins, expected)
     return last_line(result)
-
-
-def same_seek(where, pins, native):
-    require(len(pins) == len(native), f"{where}: {len(pins)} pins")
-    for index, ((segment, samples), (expected_segment, expected)) in enumerate(zip(pins, native)):
-        # A grabber sees no segment.
-        require(segment in (None, expected_segment), f"{where}: the segment starts at {segment}, not {expected_segment}")
-        for ours, theirs in zip(samples, expected):
-            require(ours == theirs, f"{where}, pin {index}:\n  graph  {ours}\n  native {theirs}")
-        require(len(samples) == len(expected), f"{where}, pin {index}: {len(samples)} samples, natively {len(expected)}")
 
 
 def test_reload(context):
@@ -395,40 +376,6 @@ def all_tests(context, everything):
     yield from command_tests(context, everything)
 
 
-LARGE_MEGABYTES = (2200, 4600)  # beyond 2 GiB, and beyond what 32 bits say
-# Bytes that a process may hold, whatever the size of the file. The graph has the libraries of the system's graph besides.
-COMMAND_MEMORY, GRAPH_MEMORY = 64 << 20, 96 << 20
-
-
-def test_large(context, row, megabytes):
-    """A file of gigabytes: the same as natively, and in the system's graph twice the same."""
-    path = media_files.make_large(context.wine.drive / f"large{megabytes}.{row.media.extension}", megabytes, row.media.large)
-    try:
-        seconds = decoded.native(context, "probe", path)["duration"] // 10_000_000
-        places = [str(seconds * part // 100) for part in (99, 1, 50, 95, 47)]
-        peaks = []
-        for words in (("play", "--json", path.name), ("seek", "--json", path.name, *places)):
-            expected = must_succeed(subprocess.run([context.native, *words], cwd=context.wine.drive, capture_output=True,
-                                                   check=False), "the native command").stdout
-            result = must_succeed(context.wine.run("vex.exe", *words, timeout=1800), f"vex {words[0]}")
-            require(result.stdout == expected, f"vex {words[0]} says something else than natively")
-            peaks.append(result.peak)
-        graph = must_succeed(context.graph("again", "own", context.built[row.name], "C:\\vex\\" + path.name, timeout=1800),
-                             "playing twice in the graph")
-        note = f"peaks of memory {', '.join(str(peak >> 20) for peak in (*peaks, graph.peak))} MiB"
-        require(max(peaks) < COMMAND_MEMORY and graph.peak < GRAPH_MEMORY, note)
-        return f"{path.stat().st_size >> 20} MiB; {note}"
-    finally:
-        path.unlink()
-
-
-def large_tests(context):
-    for row in context.formats:
-        for megabytes in LARGE_MEGABYTES:
-            yield f"large {row.name} {megabytes} MB", \
-                lambda row=row, megabytes=megabytes: test_large(context, row, megabytes)
-
-
 # ---- the run --------------------------------------------------------------------------------------------------------
 
 class Report:
@@ -511,7 +458,9 @@ def run_all(arguments, trees, directory, report):
             for coming in [pool.submit(prepare, arguments, tree, directory, built, report) for tree in trees]:
                 contexts.append(coming.result())
             for context in contexts:
-                for name, test in large_tests(context) if arguments.large else all_tests(context, context is contexts[0]):
+                tests = (large_files.tests(context) if arguments.large
+                         else all_tests(context, everything=context is contexts[0]))
+                for name, test in tests:
                     if arguments.only in f"{context.bits} {name}":
                         pool.submit(report.run, f"{context.bits} {name}", test, context.wine)
             pool.shutdown()

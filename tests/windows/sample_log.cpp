@@ -1,6 +1,5 @@
 #include "windows/sample_log.h"
 
-#include "host/sink_pin.h"
 #include "windows/support.h"
 
 namespace vex::wintest {
@@ -11,22 +10,8 @@ std::string JsonTime(const std::optional<LONGLONG>& time) { return time ? std::t
 
 std::string JsonFlag(const char* key, bool set) { return std::string(",\"") + key + "\":" + (set ? "true" : "false"); }
 
-}  // namespace
-
-std::string ToJson(std::size_t pin, const GSampleRecord& sample)
+GSampleRecord Record(const GSampleView& view, GKept kept)
 {
-    return "{\"pin\":" + std::to_string(pin) + ",\"start\":" + JsonTime(sample.start) +
-           ",\"stop\":" + JsonTime(sample.stop) + ",\"mediaStart\":" + JsonTime(sample.mediaStart) +
-           ",\"mediaStop\":" + JsonTime(sample.mediaStop) + ",\"size\":" + std::to_string(sample.size) +
-           JsonFlag("sync", sample.sync) + JsonFlag("discontinuity", sample.discontinuity) +
-           JsonFlag("preroll", sample.preroll) + ",\"md5\":\"" + HexText(sample.md5) + "\"}";
-}
-
-GSampleRecord ReadSample(IMediaSample& sample, GKept kept)
-{
-    const char* violation = nullptr;
-    const GSampleView view = DescribeSample(sample, &violation);
-    Require(!violation, violation ? violation : "");
     const auto known = [](LONGLONG time) { return time != kNoTime ? std::optional(time) : std::nullopt; };
     GSampleRecord record{.start = known(view.start),
                          .stop = known(view.stop),
@@ -43,17 +28,25 @@ GSampleRecord ReadSample(IMediaSample& sample, GKept kept)
     return record;
 }
 
-void GPinLog::Add(IMediaSample& sample)
+}  // namespace
+
+std::string ToJson(std::size_t pin, const GSampleRecord& sample)
 {
-    GSampleRecord record = ReadSample(sample, kept);
+    return "{\"pin\":" + std::to_string(pin) + ",\"start\":" + JsonTime(sample.start) +
+           ",\"stop\":" + JsonTime(sample.stop) + ",\"mediaStart\":" + JsonTime(sample.mediaStart) +
+           ",\"mediaStop\":" + JsonTime(sample.mediaStop) + ",\"size\":" + std::to_string(sample.size) +
+           JsonFlag("sync", sample.sync) + JsonFlag("discontinuity", sample.discontinuity) +
+           JsonFlag("preroll", sample.preroll) + ",\"md5\":\"" + HexText(sample.md5) + "\"}";
+}
+
+void GPinLog::Add(const GSampleView& sample)
+{
     const GMutexLock held(lock);
     ++arrived;
-    if (kept == GKept::OneDigest && !samples.empty()) {
-        const std::string both = HexText(samples.front().md5) + ToJson(0, record);
-        record.md5 = GMd5::Of({reinterpret_cast<const std::uint8_t*>(both.data()), both.size()});
-        samples.clear();
-    }
-    samples.push_back(std::move(record));
+    if (kept == GKept::First)
+        all.Update(sample.data);
+    if (kept != GKept::First || arrived <= kFirst)
+        samples.push_back(Record(sample, kept));
     changed.notify_all();
 }
 
@@ -74,6 +67,7 @@ void GPinLog::Clear()
 {
     const GMutexLock held(lock);
     samples.clear();
+    all = {};
     arrived = 0;
     segmentStart.reset();
     endsOfStream = 0;
@@ -83,10 +77,10 @@ void GPinLog::WaitForSamples(std::size_t count)
 {
     GMutexLock held(lock);
     const auto deadline = GSteadyClock::now() + std::chrono::milliseconds(kPatienceMs);
-    const auto ready = [&] { return samples.size() >= count || endsOfStream > 0; };
+    const auto ready = [&] { return arrived >= count || endsOfStream > 0; };
     while (!ready() && held.WaitUntil(changed, deadline)) {}
-    Require(samples.size() >= count, "pin \"" + name + "\": " + std::to_string(samples.size()) + " of " +
-                                         std::to_string(count) + " samples came");
+    Require(arrived >= count, "pin \"" + name + "\": " + std::to_string(arrived) + " of " + std::to_string(count) +
+                                  " samples came");
 }
 
 std::vector<GSampleRecord> GPinLog::Samples() const
@@ -111,6 +105,12 @@ std::size_t GPinLog::EndsOfStream() const
 {
     const GMutexLock held(lock);
     return endsOfStream;
+}
+
+GMd5Digest GPinLog::Digest() const
+{
+    const GMutexLock held(lock);
+    return GMd5(all).Finish();
 }
 
 }  // namespace vex::wintest

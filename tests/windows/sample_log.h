@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "host/md5.h"
-#include "platform/pipeline.h"
+#include "host/sink_pin.h"
 #include "platform/threads.h"
 
 namespace vex::wintest {
@@ -26,20 +26,18 @@ struct GSampleRecord {
 // One object in a line, with the keys that the command's own dump uses; `pin` counts the filter's pins from 0.
 std::string ToJson(std::size_t pin, const GSampleRecord& sample);
 
-// What a log keeps of the samples: each with its bytes or without, or one for all, with a digest of what came.
-enum class GKept { Bytes, Digest, OneDigest };
-
-GSampleRecord ReadSample(IMediaSample& sample, GKept kept);
+// What a log keeps of the samples: each with its bytes or without, or the first few and a digest of all bytes.
+enum class GKept { Bytes, Digest, First };
 
 // Filled by a streaming thread, read by the test.
 class GPinLog {
 public:
-    explicit GPinLog(std::string pinName, GKept ofPayloads = GKept::Digest) : name(std::move(pinName)), kept(ofPayloads)
-    {
-    }
+    static constexpr std::size_t kFirst = 3;
+
+    GPinLog(std::string pinName, GKept ofPayloads) : name(std::move(pinName)), kept(ofPayloads) {}
     const std::string name;
 
-    void Add(IMediaSample& sample);
+    void Add(const GSampleView& sample);
     void AddSegment(REFERENCE_TIME start);
     void AddEndOfStream();
     void Clear();
@@ -51,12 +49,14 @@ public:
     std::size_t Arrived() const;                         // samples since Clear
     std::optional<REFERENCE_TIME> SegmentStart() const;  // of the last NewSegment, 100 ns; a grabber sees none
     std::size_t EndsOfStream() const;
+    GMd5Digest Digest() const;  // GKept::First: of the bytes of all samples since Clear
 
 private:
     const GKept kept;
     mutable GMutex lock;  // Guards what follows.
     GCondition changed;
     std::vector<GSampleRecord> samples;
+    GMd5 all;
     std::size_t arrived = 0;
     std::optional<REFERENCE_TIME> segmentStart;
     std::size_t endsOfStream = 0;

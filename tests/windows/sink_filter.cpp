@@ -1,9 +1,10 @@
 #include "windows/sink_filter.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include "dshow/base_filter.h"
+#include "host/sink_pin.h"
+#include "support/test_object.h"
 #include "windows/support.h"
 
 #include <control.h>
@@ -17,79 +18,83 @@ constexpr CLSID kSinkClass{0x2d4c9a1e, 0x5b7f, 0x4e0b, {0x9c, 0x31, 0x7a, 0x58, 
 
 class CSinkFilter;
 
-class CSinkInput final : public CBasePin, public IMemInputPin {
+// The host's sink as a pin of the filter: the two have one life.
+class CSinkInput final : public CSinkPin {
 public:
-    explicit CSinkInput(CSinkFilter& renderer);
-
-    DECLARE_IUNKNOWN
-    STDMETHODIMP NonDelegatingQueryInterface(REFIID iid, void** out) override
+    CSinkInput(CSinkFilter& renderer, GSinkAllocator offeredAllocator)
+        : CSinkPin(0, {.onSample = {}, .offerAllocator = false, .accepts = {}}, std::make_shared<GProgress>()),
+          sink(renderer),
+          allocator(offeredAllocator)
     {
-        return iid == IID_IMemInputPin ? GetInterface(static_cast<IMemInputPin*>(this), out)
-                                       : CBasePin::NonDelegatingQueryInterface(iid, out);
+        AnnounceAt(1);
     }
 
-    HRESULT GetMediaType(int, CMediaType*) override { return VFW_S_NO_MORE_ITEMS; }
-    HRESULT CheckMediaType(const CMediaType*) override { return S_OK; }
-
-    STDMETHODIMP ReceiveConnection(IPin* connector, const AM_MEDIA_TYPE* mediaType) override
-    {
-        if (peer)
-            return VFW_E_ALREADY_CONNECTED;
-        type = CMediaType(*mediaType);
-        peer = GComPtr<IPin>(connector);
-        return S_OK;
-    }
-    STDMETHODIMP Disconnect() override
-    {
-        if (!peer)
-            return S_FALSE;
-        peer.Reset();
-        allocator.Reset();
-        type.Clear();
-        return S_OK;
-    }
-    STDMETHODIMP ConnectedTo(IPin** out) override
-    {
-        *out = GComPtr<IPin>(peer).Detach();
-        return *out ? S_OK : VFW_E_NOT_CONNECTED;
-    }
-    STDMETHODIMP ConnectionMediaType(AM_MEDIA_TYPE* out) override
-    {
-        return peer ? type.CopyTo(out) : VFW_E_NOT_CONNECTED;
-    }
+    STDMETHODIMP_(ULONG) AddRef() override;
+    STDMETHODIMP_(ULONG) Release() override;
+    STDMETHODIMP QueryPinInfo(PIN_INFO* info) override;
     STDMETHODIMP QueryInternalConnections(IPin**, ULONG* count) override { return *count = 0, S_OK; }
     STDMETHODIMP EndOfStream() override;
-    STDMETHODIMP BeginFlush() override;
-    STDMETHODIMP EndFlush() override;
-    STDMETHODIMP NewSegment(REFERENCE_TIME start, REFERENCE_TIME stop, double rate) override;
-
     STDMETHODIMP GetAllocator(IMemAllocator** out) override
     {
+        if (allocator == GSinkAllocator::None)
+            return CSinkPin::GetAllocator(out);
         return CoCreateInstance(CLSID_MemoryAllocator, nullptr, CLSCTX_INPROC_SERVER, IID_IMemAllocator,
                                 reinterpret_cast<void**>(out));
     }
-    STDMETHODIMP NotifyAllocator(IMemAllocator* chosen, BOOL) override
-    {
-        return allocator = GComPtr<IMemAllocator>(chosen), S_OK;
-    }
-    STDMETHODIMP GetAllocatorRequirements(ALLOCATOR_PROPERTIES*) override { return E_NOTIMPL; }
-    STDMETHODIMP Receive(IMediaSample* sample) override;
-    STDMETHODIMP ReceiveMultiple(IMediaSample** samples, long count, long* processed) override;
-    STDMETHODIMP ReceiveCanBlock() override { return S_OK; }
 
-    bool HasPeer() const { return static_cast<bool>(peer); }
+    // INFINITE is a long wait here: a sample that never comes is a failure that the caller should see.
+    bool WaitUntilReady(DWORD timeoutMs)
+    {
+        const auto deadline = GSteadyClock::now() + std::chrono::milliseconds(std::min(timeoutMs, kPatienceMs));
+        return progress->Until(deadline, [this] {
+            const GSinkReport now = Report();
+            return now.segmentSamples > 0 || now.endOfStream;
+        });
+    }
 
 private:
+    void TakenLocked(IMediaSample&, const GSampleView& view) override G_REQUIRES(lock);
+    void EndedLocked() override G_REQUIRES(lock);
+    void FlushLocked(bool begins) override G_REQUIRES(lock);
+    void SegmentLocked() override G_REQUIRES(lock);
+
     CSinkFilter& sink;
-    GComPtr<IPin> peer;
-    CMediaType type;
-    GComPtr<IMemAllocator> allocator;
+    const GSinkAllocator allocator;
+};
+
+// The pins of a filter that has one.
+class COnePin final : public test::GTestObject<IEnumPins> {
+public:
+    COnePin(IPin& only, bool given) : pin(&only), done(given) {}
+
+    STDMETHODIMP Next(ULONG count, IPin** pins, ULONG* fetched) override
+    {
+        const ULONG given = count > 0 && !done ? 1 : 0;
+        if (given)
+            *pins = GComPtr<IPin>(pin).Detach();
+        done = done || given;
+        if (fetched)
+            *fetched = given;
+        return given == count ? S_OK : S_FALSE;
+    }
+    STDMETHODIMP Skip(ULONG count) override
+    {
+        const bool enough = count <= (done ? 0u : 1u);
+        done = done || count > 0;
+        return enough ? S_OK : S_FALSE;
+    }
+    STDMETHODIMP Reset() override { return done = false, S_OK; }
+    STDMETHODIMP Clone(IEnumPins** out) override { return *out = new COnePin(*pin, done), S_OK; }
+
+private:
+    const GComPtr<IPin> pin;
+    bool done;
 };
 
 class CSinkFilter final : public CBaseFilter, public IAMFilterMiscFlags, public IGSinkControl {
 public:
-    explicit CSinkFilter(std::shared_ptr<GPinLog> pinLog)
-        : CBaseFilter(L"Sink", nullptr, kSinkClass), log(std::move(pinLog)), pin(*this)
+    CSinkFilter(std::shared_ptr<GPinLog> pinLog, GSinkAllocator allocator)
+        : CBaseFilter(L"Sink", nullptr, kSinkClass), log(std::move(pinLog)), pin(*this, allocator)
     {
         AddRef();  // the creator's; the pass-through takes references and gives them back
         // The graph seeks through its renderers, which hand the request upstream.
@@ -112,157 +117,89 @@ public:
     }
 
     STDMETHODIMP_(ULONG) GetMiscFlags() override { return AM_FILTER_MISC_FLAGS_IS_RENDERER; }
-    int GetPinCount() override { return 1; }
-    CBasePin* GetPin(int index) override { return index == 0 ? &pin : nullptr; }
+    // The pin is not one of the base class, which therefore knows of none.
+    STDMETHODIMP EnumPins(IEnumPins** out) override { return *out = new COnePin(pin, false), S_OK; }
+    int GetPinCount() override { return 0; }
+    CBasePin* GetPin(int) override { return nullptr; }
 
     STDMETHODIMP Stop() override
     {
-        Enter(State_Stopped);
+        pin.SetActive(false);
+        reported = false;
         return CBaseFilter::Stop();
     }
     STDMETHODIMP Pause() override
     {
-        Enter(State_Paused);
+        pin.SetActive(true);
         const HRESULT result = CBaseFilter::Pause();
-        const GMutexLock held(lock);
-        return result == S_OK && !ReadyLocked() ? S_FALSE : result;
+        pin.SetBehaviour(GSinkBehaviour::Hold, 1);
+        return result == S_OK && !pin.WaitUntilReady(0) ? S_FALSE : result;
     }
     STDMETHODIMP Run(REFERENCE_TIME start) override
     {
         const HRESULT result = CBaseFilter::Run(start);
-        if (SUCCEEDED(result))
-            Enter(State_Running);
+        HoldAt(holdAt);
+        ReportEnd();
         return result;
     }
     STDMETHODIMP GetState(DWORD timeoutMs, FILTER_STATE* out) override
     {
-        GMutexLock held(lock);
-        // INFINITE is a long wait here: a state that never comes is a failure that the caller should see.
-        const auto patience = std::chrono::milliseconds(std::min(timeoutMs, kPatienceMs));
-        const auto deadline = GSteadyClock::now() + patience;
-        while (!ReadyLocked() && held.WaitUntil(changed, deadline)) {}
-        *out = state;
-        return ReadyLocked() ? S_OK : VFW_S_STATE_INTERMEDIATE;
+        *out = State();
+        return *out != State_Paused || pin.WaitUntilReady(timeoutMs) ? S_OK : VFW_S_STATE_INTERMEDIATE;
     }
 
     void HoldAt(std::size_t samples) override
     {
-        const GMutexLock held(lock);
         holdAt = samples;
-        changed.notify_all();
+        if (State() == State_Running)
+            pin.SetBehaviour(samples ? GSinkBehaviour::Hold : GSinkBehaviour::Accept, samples);
     }
-
-    // What the pin hears from upstream.
-    HRESULT Receive(IMediaSample& sample)
-    {
-        GMutexLock held(lock);
-        if (flushing)
-            return S_FALSE;
-        if (state == State_Stopped)
-            return VFW_E_WRONG_STATE;
-        if (ended)
-            return VFW_E_SAMPLE_REJECTED_EOS;
-        log->Add(sample);
-        ++arrived;
-        holding = true;
-        changed.notify_all();
-        while (!flushing && state != State_Stopped && (state != State_Running || (holdAt && arrived >= holdAt)))
-            held.Wait(changed);
-        holding = false;
-        return flushing || state == State_Stopped ? S_FALSE : S_OK;
-    }
-    void EndOfStream()
-    {
-        log->AddEndOfStream();
-        {
-            const GMutexLock held(lock);
-            ended = true;
-            changed.notify_all();
-        }
-        ReportEnd();
-    }
-    void BeginFlush()
-    {
-        const GMutexLock held(lock);
-        flushing = true;
-        changed.notify_all();
-    }
-    void EndFlush()
-    {
-        const GMutexLock held(lock);
-        flushing = ended = reported = false;
-    }
-
-    const std::shared_ptr<GPinLog> log;
-
-private:
-    bool ReadyLocked() const { return state != State_Paused || !pin.HasPeer() || holding || ended; }
-
-    void Enter(FILTER_STATE next)
-    {
-        {
-            const GMutexLock held(lock);
-            if (state == State_Stopped || next == State_Stopped) {
-                ended = reported = false;
-                arrived = 0;
-            }
-            state = next;
-            changed.notify_all();
-        }
-        ReportEnd();
-    }
+    std::vector<std::string> Violations() override { return pin.Report().violations; }
 
     // EC_COMPLETE once per end of stream, and only while running.
     void ReportEnd()
     {
-        {
-            const GMutexLock held(lock);
-            if (!ended || reported || state != State_Running)
-                return;
-            reported = true;
-        }
-        NotifyEvent(EC_COMPLETE, S_OK, reinterpret_cast<LONG_PTR>(static_cast<IBaseFilter*>(this)));
+        if (State() == State_Running && pin.Report().endOfStream && !reported.exchange(true))
+            NotifyEvent(EC_COMPLETE, S_OK, reinterpret_cast<LONG_PTR>(static_cast<IBaseFilter*>(this)));
     }
+    void ForgetEnd() { reported = false; }
 
+    const std::shared_ptr<GPinLog> log;
+
+private:
     CSinkInput pin;
     GComPtr<IUnknown> passThru;
-
-    GMutex lock;  // Guards what follows.
-    GCondition changed;
-    FILTER_STATE state = State_Stopped;  // as streaming threads see it: before the base class waits for them
-    std::size_t arrived = 0, holdAt = 0;
-    bool flushing = false, ended = false, reported = false;
-    bool holding = false;  // a thread stands in Receive with its sample
+    std::atomic<std::size_t> holdAt = 0;
+    std::atomic<bool> reported = false;
 };
 
-CSinkInput::CSinkInput(CSinkFilter& renderer) : CBasePin(&renderer, L"In", PINDIR_INPUT), sink(renderer) {}
+ULONG CSinkInput::AddRef() { return sink.AddRef(); }
+ULONG CSinkInput::Release() { return sink.Release(); }
 
-HRESULT CSinkInput::EndOfStream() { return sink.EndOfStream(), S_OK; }
-HRESULT CSinkInput::BeginFlush() { return sink.BeginFlush(), S_OK; }
-HRESULT CSinkInput::EndFlush() { return sink.EndFlush(), S_OK; }
-
-HRESULT CSinkInput::NewSegment(REFERENCE_TIME start, REFERENCE_TIME, double)
+HRESULT CSinkInput::QueryPinInfo(PIN_INFO* info)
 {
-    return sink.log->AddSegment(start), S_OK;
+    const HRESULT result = CSinkPin::QueryPinInfo(info);
+    info->pFilter = GComPtr<IBaseFilter>(&sink).Detach();
+    return result;
 }
 
-HRESULT CSinkInput::Receive(IMediaSample* sample) { return sink.Receive(*sample); }
-
-HRESULT CSinkInput::ReceiveMultiple(IMediaSample** samples, long count, long* processed)
+HRESULT CSinkInput::EndOfStream()
 {
-    *processed = 0;
-    for (long i = 0; i < count; ++i, ++*processed) {
-        if (const HRESULT received = Receive(samples[i]); received != S_OK)
-            return received;
-    }
-    return S_OK;
+    const HRESULT result = CSinkPin::EndOfStream();
+    sink.ReportEnd();
+    return result;
 }
+
+void CSinkInput::TakenLocked(IMediaSample&, const GSampleView& view) { sink.log->Add(view); }
+void CSinkInput::EndedLocked() { sink.log->AddEndOfStream(); }
+void CSinkInput::FlushLocked(bool) { sink.ForgetEnd(); }
+void CSinkInput::SegmentLocked() { sink.log->AddSegment(report.segmentStart); }
 
 }  // namespace
 
-GComPtr<IBaseFilter> CreateSinkFilter(std::shared_ptr<GPinLog> log, IGSinkControl** control)
+GComPtr<IBaseFilter> CreateSinkFilter(std::shared_ptr<GPinLog> log, GSinkAllocator allocator, IGSinkControl** control)
 {
-    auto* filter = new CSinkFilter(std::move(log));
+    auto* filter = new CSinkFilter(std::move(log), allocator);
     *control = filter;
     return GComPtr<IBaseFilter>::Adopt(filter);
 }

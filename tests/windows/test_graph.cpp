@@ -1,9 +1,9 @@
 #include "windows/test_graph.h"
 
-#include <atomic>
 #include <cstdio>
 
 #include "media/media_type_text.h"
+#include "support/test_object.h"
 #include "windows/support.h"
 
 #include <qedit.h>
@@ -12,30 +12,21 @@ namespace vex::wintest {
 
 namespace {
 
-class CGrabberCallback final : public ISampleGrabberCB {
+class CGrabberCallback final : public test::GTestObject<ISampleGrabberCB> {
 public:
     explicit CGrabberCallback(std::shared_ptr<GPinLog> pinLog) : log(std::move(pinLog)) {}
 
     STDMETHODIMP QueryInterface(REFIID iid, void** out) override
     {
-        if (iid != IID_IUnknown && iid != IID_ISampleGrabberCB)
-            return *out = nullptr, E_NOINTERFACE;
+        if (iid != IID_ISampleGrabberCB)
+            return GTestObject::QueryInterface(iid, out);
         *out = static_cast<ISampleGrabberCB*>(this);
         return AddRef(), S_OK;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++references; }
-    STDMETHODIMP_(ULONG) Release() override
-    {
-        const ULONG left = --references;
-        if (left == 0)
-            delete this;
-        return left;
-    }
-    STDMETHODIMP SampleCB(double, IMediaSample* sample) override { return log->Add(*sample), S_OK; }
+    STDMETHODIMP SampleCB(double, IMediaSample* sample) override { return log->Add(DescribeSample(*sample)), S_OK; }
     STDMETHODIMP BufferCB(double, BYTE*, LONG) override { return S_OK; }
 
 private:
-    std::atomic<ULONG> references = 1;
     const std::shared_ptr<GPinLog> log;
 };
 
@@ -123,33 +114,33 @@ void GTestGraph::MustLoad(const std::wstring& path)
     Check(loaded.result, "Load (" + loaded.errorText + ")");
 }
 
-void GTestGraph::ConnectAll(GSinkKind kind)
+void GTestGraph::ConnectAll(GSinkKind kind, GSinkAllocator allocator)
 {
     const auto pins = PinsOf(*source, PINDIR_OUTPUT);
     Require(!pins.empty(), "the loaded filter has no output pin");
     for (const auto& pin : pins)
-        ConnectPin(*pin, kind);
+        ConnectPin(*pin, kind, allocator);
     SetPace(GPace::Free);
 }
 
 void GTestGraph::SetPace(GPace pace)
 {
     const auto media = QueryFor<IMediaFilter>(graph.Get(), IID_IMediaFilter);
-    Require(static_cast<bool>(media), "the graph is no IMediaFilter");
+    Require(static_cast<bool>(media), "the graph has no IMediaFilter interface");
     if (pace == GPace::Free)
         Check(media->SetSyncSource(nullptr), "taking the clock away");
     else
         Check(graph->SetDefaultSyncSource(), "choosing the default clock");
 }
 
-void GTestGraph::ConnectPin(IPin& pin, GSinkKind kind)
+void GTestGraph::ConnectPin(IPin& pin, GSinkKind kind, GSinkAllocator allocator)
 {
     const auto log = std::make_shared<GPinLog>(PinName(pin), kept);
     logs.push_back(log);
     if (kind == GSinkKind::Grabber && ConnectGrabber(pin, log))
         ++grabbed;
     else
-        Check(graph->Connect(&pin, AddSink(log).Get()), "connecting pin \"" + log->name + "\"");
+        Check(graph->Connect(&pin, AddSink(log, allocator).Get()), "connecting pin \"" + log->name + "\"");
 }
 
 GComPtr<IBaseFilter> GTestGraph::AddSystemFilter(REFCLSID clsid, const wchar_t* name)
@@ -181,10 +172,10 @@ bool GTestGraph::ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log)
     return true;
 }
 
-GComPtr<IPin> GTestGraph::AddSink(const std::shared_ptr<GPinLog>& log)
+GComPtr<IPin> GTestGraph::AddSink(const std::shared_ptr<GPinLog>& log, GSinkAllocator allocator)
 {
     IGSinkControl* sink = nullptr;
-    const auto filter = CreateSinkFilter(log, &sink);
+    const auto filter = CreateSinkFilter(log, allocator, &sink);
     Check(graph->AddFilter(filter.Get(), L"Sink"), "adding a sink");
     sinks.push_back(sink);
     return OnlyPin(*filter, PINDIR_INPUT);
@@ -219,6 +210,10 @@ void GTestGraph::Stop()
     LONG_PTR first, second;
     while (events->GetEvent(&code, &first, &second, 0) == S_OK)
         events->FreeEventParams(code, first, second);
+    for (IGSinkControl* sink : sinks) {
+        const auto violations = sink->Violations();
+        Require(violations.empty(), violations.empty() ? "" : violations.front());
+    }
 }
 
 void GTestGraph::WaitForEnd()

@@ -49,7 +49,7 @@ public:
     GLoadResult Load(const std::wstring& path);
     void MustLoad(const std::wstring& path);
     // Every pin, to play without a clock.
-    void ConnectAll(GSinkKind kind);
+    void ConnectAll(GSinkKind kind, GSinkAllocator allocator = GSinkAllocator::Systems);
     // Connects the first pin that the decoder is for, to play without a clock; returns the type of what is decoded.
     CMediaType ConnectDecoded(GDecoder decoder);
 
@@ -57,7 +57,7 @@ public:
 
     void Run();
     void Pause();
-    void Stop();
+    void Stop();  // throws when a sink of our own saw a rule of delivery broken
     // Waits for EC_COMPLETE; throws on an abort event, and when nothing arrives any more.
     void WaitForEnd();
 
@@ -73,10 +73,10 @@ public:
 private:
     void WaitForState(OAFilterState wanted);
     std::string ArrivedText() const;
-    void ConnectPin(IPin& pin, GSinkKind kind);
+    void ConnectPin(IPin& pin, GSinkKind kind, GSinkAllocator allocator);
     bool ConnectGrabber(IPin& pin, const std::shared_ptr<GPinLog>& log);
     // Makes what ends a chain: a sink of our own for `log`, and gives its input pin.
-    GComPtr<IPin> AddSink(const std::shared_ptr<GPinLog>& log);
+    GComPtr<IPin> AddSink(const std::shared_ptr<GPinLog>& log, GSinkAllocator allocator = GSinkAllocator::Systems);
     GComPtr<IBaseFilter> AddSystemFilter(REFCLSID clsid, const wchar_t* name);
     GComPtr<IBaseFilter> AddMp3Decoder();
     GComPtr<IBaseFilter> AddRgbGrabber();
