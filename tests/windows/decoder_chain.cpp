@@ -1,4 +1,7 @@
 // The part of GTestGraph that puts a decoder of the system's behind our pin.
+#include <memory>
+#include <optional>
+
 #include "windows/support.h"
 #include "windows/test_graph.h"
 
@@ -14,21 +17,19 @@ constexpr CLSID kDmoWrapper{0x94297043, 0xBD82, 0x4DFD, {0xB0, 0xDE, 0x81, 0x77,
 constexpr IID kDmoWrapperInterface{0x52D6F586, 0x9F0F, 0x4824, {0x8F, 0xC8, 0xE3, 0x2C, 0xA0, 0x49, 0x30, 0xC2}};
 constexpr GUID kAudioDecoders{0x57F2DB8B, 0xE6BB, 0x4513, {0x9D, 0x43, 0xDC, 0xD2, 0xA6, 0x59, 0x31, 0x25}};
 
-// The types that a pin offers, until `wanted` says yes to one.
+// The first type that the pin offers and `wanted` says yes to.
 template <class Wanted>
-CMediaType FindType(IPin& pin, const char* what, Wanted&& wanted)
+std::optional<CMediaType> FindType(IPin& pin, Wanted&& wanted)
 {
     GComPtr<IEnumMediaTypes> types;
     Check(pin.EnumMediaTypes(types.Put()), "EnumMediaTypes");
     AM_MEDIA_TYPE* offered = nullptr;
     while (types->Next(1, &offered, nullptr) == S_OK) {
-        const CMediaType type(*offered);
-        CoTaskMemFree(offered->pbFormat);
-        CoTaskMemFree(offered);
-        if (wanted(type))
+        const std::unique_ptr<AM_MEDIA_TYPE, decltype(&DeleteMediaType)> owned(offered, DeleteMediaType);
+        if (CMediaType type(*offered); wanted(type))
             return type;
     }
-    throw GTestFailure("pin \"" + PinName(pin) + "\" offers no " + what);
+    return std::nullopt;
 }
 
 bool IsRgb24(const CMediaType& type) { return type.subtype == MEDIASUBTYPE_RGB24; }
@@ -44,15 +45,7 @@ bool IsPcm16(const CMediaType& type)
 GComPtr<IPin> GTestGraph::FirstPinOf(REFGUID majorType)
 {
     for (const auto& pin : PinsOf(*source, PINDIR_OUTPUT)) {
-        GComPtr<IEnumMediaTypes> types;
-        Check(pin->EnumMediaTypes(types.Put()), "EnumMediaTypes");
-        AM_MEDIA_TYPE* first = nullptr;
-        if (types->Next(1, &first, nullptr) != S_OK)
-            continue;
-        const bool found = first->majortype == majorType;
-        CoTaskMemFree(first->pbFormat);
-        CoTaskMemFree(first);
-        if (found)
+        if (FindType(*pin, [&](const CMediaType& type) { return type.majortype == majorType; }))
             return pin;
     }
     throw GTestFailure("the file has no pin for the decoder");
@@ -103,8 +96,9 @@ CMediaType GTestGraph::ConnectDecoded(GDecoder decoder)
           "connecting pin \"" + log->name + "\" to the decoder");
     const auto out = OnlyPin(*filter, PINDIR_OUTPUT);
     // The sink takes whatever comes first, so the type is chosen here.
-    const CMediaType type = audio ? FindType(*out, "PCM of 16 bits", IsPcm16) : FindType(*out, "RGB24", IsRgb24);
-    Check(graph->ConnectDirect(out.Get(), sink.Get(), &type), "connecting the decoder to the sink");
+    const auto type = FindType(*out, audio ? IsPcm16 : IsRgb24);
+    Require(type.has_value(), audio ? "the decoder offers no PCM of 16 bits" : "the decoder offers no RGB24");
+    Check(graph->ConnectDirect(out.Get(), sink.Get(), &*type), "connecting the decoder to the sink");
     SetPace(GPace::Free);
     CMediaType agreed;
     Check(sink->ConnectionMediaType(&agreed), "ConnectionMediaType of the sink");

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
+#include <memory>
+#include <ranges>
 
-#include "windows/decode_cases.h"
 #include "windows/resources.h"
 #include "windows/support.h"
 #include "windows/test_graph.h"
@@ -16,8 +18,8 @@ constexpr char kUsage[] =
     "graph_test MODULE samples own|grabber FILES        what Load said and every sample, as lines of JSON\n"
     "graph_test MODULE rounds own|grabber COUNT FILES   play, seek, pause, stop, play again; nothing left behind.\n"
     "                                                   What follows each seek as lines of JSON\n"
-    "graph_test MODULE large CLSID FILE TARGET...       play to the end, then on from each TARGET: how many samples and\n"
-    "                                                   which bytes, and what follows each seek, as lines of JSON\n"
+    "graph_test MODULE large CLSID FILE TARGET...       play to the end, then from each TARGET: number of samples,\n"
+    "                                                   digest of the bytes, what follows the seeks as lines of JSON\n"
     "graph_test MODULEPATH reload COUNT FILES           load the module, play, unload it; nothing left behind\n"
     "graph_test MODULE decode avi|mp3|auto CLSID FILE OUTPUT COUNT TARGET...\n"
     "                                                   decoded by the system, COUNT samples from each TARGET\n"
@@ -43,18 +45,13 @@ void ForEach(const std::vector<GFile>& files, Work&& work)
     }
 }
 
-// What arrived at one pin.
-struct GArrival {
-    std::optional<REFERENCE_TIME> segment;
-    std::vector<GSampleRecord> samples;
-};
-using GArrivals = std::vector<GArrival>;
+using GArrivals = std::vector<GArrival>;  // one for each pin
 
 GArrivals Arrivals(const GTestGraph& graph)
 {
     GArrivals all;
     for (const auto& log : graph.Logs())
-        all.push_back({log->SegmentStart(), log->Samples()});
+        all.push_back(log->Arrived());
     return all;
 }
 
@@ -132,12 +129,6 @@ GArrivals PlayFromHere(GTestGraph& graph)
     return FinishPlaying(graph);
 }
 
-GArrivals SeekStopped(GTestGraph& graph, LONGLONG target)
-{
-    graph.SeekTo(target);
-    return PlayFromHere(graph);
-}
-
 GArrivals SeekPaused(GTestGraph& graph, LONGLONG target)
 {
     graph.SeekTo(0);
@@ -167,16 +158,8 @@ GArrivals PauseInTheMiddle(GTestGraph& graph, GSinkKind kind)
 {
     PlayAWhile(graph, kind);
     graph.Pause();
-    graph.HoldSinksAt(0);
     graph.Run();
     return FinishPlaying(graph);
-}
-
-void StopInTheMiddle(GTestGraph& graph, GSinkKind kind)
-{
-    PlayAWhile(graph, kind);
-    graph.Stop();
-    graph.HoldSinksAt(0);
 }
 
 // Playing once without a seek and then from 0 again asks for a position that the filter believes to be at.
@@ -190,36 +173,32 @@ GArrivals PlayTwice(GTestGraph& graph)
     return whole;
 }
 
-// What the first round saw of a file.
-struct GFirstRound {
+// What a round saw of a file: the whole of it, and what followed the seeks, by target.
+struct GRound {
     GArrivals whole;
-    struct GSeek {
-        LONGLONG target;
-        GArrivals arrived;
-    } middle, late;
+    std::map<LONGLONG, GArrivals> seeks;
 };
 
-GFirstRound Round(const GModuleAccess& access, GSinkKind kind, const GFile& file)
+GRound PlayRound(const GModuleAccess& access, GSinkKind kind, const GFile& file)
 {
     GTestGraph graph(access, file.clsid, GKept::Bytes);
     graph.MustLoad(file.path);
     graph.ConnectAll(kind);
     // A file without an index is known in whole once it was played in whole: only then does a seek have one answer.
-    GFirstRound saw{PlayTwice(graph), {}, {}};
-    const LONGLONG duration = graph.Duration();
-    saw.middle.target = duration / 2;
-    saw.middle.arrived = SeekStopped(graph, saw.middle.target);
-    RequireSame(saw.middle.arrived, SeekPaused(graph, saw.middle.target), "seek while paused");
-    saw.late.target = duration - duration / 8;
-    saw.late.arrived = SeekStopped(graph, saw.late.target);
-    for (const auto* seek : {&saw.middle, &saw.late})
-        RequireTheRest(saw.whole, seek->arrived);
+    GRound saw{PlayTwice(graph), {}};
+    const LONGLONG duration = graph.Duration(), middle = duration / 2, late = duration - duration / 8;
+    for (const LONGLONG target : {middle, late}) {
+        graph.SeekTo(target);
+        RequireTheRest(saw.whole, saw.seeks[target] = PlayFromHere(graph));
+    }
+    RequireSame(saw.seeks[middle], SeekPaused(graph, middle), "seek while paused");
 
     // What needs the graph to stay in the middle: sinks that hold, or the clock.
     graph.SetPace(kind == GSinkKind::Own ? GPace::Free : GPace::Clock);
-    RequireSame(saw.late.arrived, SeekRunning(graph, saw.late.target, kind), "seek while running",
+    RequireSame(saw.seeks[late], SeekRunning(graph, late, kind), "seek while running",
                 kind == GSinkKind::Own ? GExtent::All : GExtent::OnlyTheEnd);
-    StopInTheMiddle(graph, kind);
+    PlayAWhile(graph, kind);
+    graph.Stop();
     graph.SetPace(GPace::Free);
     RequireSame(saw.whole, PauseInTheMiddle(graph, kind), "pause in the middle");
     return saw;
@@ -278,31 +257,31 @@ void PrintArrivals(const GArrivals& arrived)
     }
 }
 
-void PrintSeek(std::size_t file, const GFirstRound::GSeek& seek)
+void PrintSeek(std::size_t file, LONGLONG target, const GArrivals& arrived)
 {
     std::string segments;  // a grabber sees none
-    for (const GArrival& pin : seek.arrived)
+    for (const GArrival& pin : arrived)
         segments += (segments.empty() ? "" : ",") + (pin.segment ? std::to_string(*pin.segment) : "null");
-    std::printf("{\"file\":%zu,\"target\":%lld,\"segments\":[%s]}\n", file, seek.target, segments.c_str());
-    PrintArrivals(seek.arrived);
+    std::printf("{\"file\":%zu,\"target\":%lld,\"segments\":[%s]}\n", file, target, segments.c_str());
+    PrintArrivals(arrived);
 }
 
 void Rounds(const GModuleAccess& access, GSinkKind kind, int count, const std::vector<GFile>& files)
 {
-    std::vector<GFirstRound> first(files.size());
+    std::vector<GRound> first(files.size());
     Repeat(count, files.size(), [&] {
         ForEach(files, [&](const GFile& file, std::size_t i) {
-            GFirstRound saw = Round(access, kind, file);
+            GRound saw = PlayRound(access, kind, file);
             RequireUnloadable(access);
             if (first[i].whole.empty()) {
-                PrintSeek(i, saw.middle);
-                PrintSeek(i, saw.late);
+                for (const auto& [target, arrived] : saw.seeks)
+                    PrintSeek(i, target, arrived);
                 first[i] = std::move(saw);
                 return;
             }
             RequireSame(first[i].whole, saw.whole, "another round");
-            RequireSame(first[i].middle.arrived, saw.middle.arrived, "a seek in another round");
-            RequireSame(first[i].late.arrived, saw.late.arrived, "a late seek in another round");
+            for (const auto& [target, arrived] : saw.seeks)
+                RequireSame(first[i].seeks[target], arrived, "a seek in another round");
         });
     });
 }
@@ -352,9 +331,8 @@ void Large(const GModuleAccess& access, const GFile& file, const std::vector<LON
     GTestGraph graph(access, file.clsid, GKept::First);
     graph.MustLoad(file.path);
     graph.ConnectAll(GSinkKind::Own, GSinkAllocator::None);
-    PlayFromHere(graph);
-    for (const auto& log : graph.Logs())
-        std::printf("{\"samples\":%zu,\"md5\":\"%s\"}\n", log->Arrived(), HexText(log->Digest()).c_str());
+    for (GArrival& pin : PlayFromHere(graph))
+        std::printf("{\"samples\":%zu,\"md5\":\"%s\"}\n", pin.count, HexText(pin.all.Finish()).c_str());
     for (const LONGLONG target : targets) {
         graph.SeekTo(target);
         graph.ClearLogs();
@@ -362,7 +340,53 @@ void Large(const GModuleAccess& access, const GFile& file, const std::vector<LON
         for (const auto& log : graph.Logs())
             log->WaitForSamples(GPinLog::kFirst);
         graph.Stop();
-        PrintSeek(0, {target, Arrivals(graph)});
+        PrintSeek(0, target, Arrivals(graph));
+    }
+}
+
+void PrintType(const CMediaType& type)
+{
+    if (type.formattype == FORMAT_VideoInfo) {
+        const auto& header = reinterpret_cast<const VIDEOINFOHEADER*>(type.pbFormat)->bmiHeader;
+        std::printf("{\"width\":%ld,\"height\":%ld,\"bits\":%d}\n", header.biWidth, header.biHeight, header.biBitCount);
+        return;
+    }
+    Require(type.formattype == FORMAT_WaveFormatEx, "the decoder gives neither pictures nor sound");
+    const auto& wave = *reinterpret_cast<const WAVEFORMATEX*>(type.pbFormat);
+    std::printf("{\"rate\":%lu,\"channels\":%d,\"bits\":%d}\n", wave.nSamplesPerSec, wave.nChannels,
+                wave.wBitsPerSample);
+}
+
+// The first samples of a decoder, their bytes to `output`.
+void WriteDecoded(const std::vector<GSampleRecord>& samples, std::size_t most, const std::string& seek,
+                  std::FILE* output)
+{
+    for (const auto& sample : samples | std::views::take(most)) {
+        Require(std::fwrite(sample.bytes.data(), 1, sample.size, output) == sample.size,
+                "the decoded bytes cannot be written");
+        std::printf("{\"seek\":%s,\"start\":%s,\"size\":%zu}\n", seek.c_str(),
+                    sample.start != kNoTime ? std::to_string(sample.start).c_str() : "null", sample.size);
+    }
+}
+
+// Plays the file through the decoder to the end, then `perSeek` decoded samples from each target. The decoded bytes go
+// to `output`, one after the other; stdout gets a line for the decoded type and one for each sample.
+void Decode(const GModuleAccess& access, GDecoder decoder, const GFile& file, const std::wstring& output,
+            std::size_t perSeek, const std::vector<LONGLONG>& targets)
+{
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(_wfopen(output.c_str(), L"wb"), std::fclose);
+    Require(out != nullptr, "cannot write to " + Utf8FromWide(output));
+    GTestGraph graph(access, file.clsid, GKept::Bytes);
+    graph.MustLoad(file.path);
+    PrintType(graph.ConnectDecoded(decoder));
+    // Always to the end: the MP3 decoder of Wine 8.0 reads a null pointer when it is stopped while it decodes.
+    const auto whole = PlayFromHere(graph).front().samples;
+    WriteDecoded(whole, whole.size(), "null", out.get());
+    for (const LONGLONG target : targets) {
+        graph.SeekTo(target);
+        const auto samples = PlayFromHere(graph).front().samples;
+        Require(samples.size() >= perSeek, "too few samples after the seek to " + std::to_string(target));
+        WriteDecoded(samples, perSeek, std::to_string(target), out.get());
     }
 }
 
@@ -422,14 +446,14 @@ int Body(std::span<wchar_t*> arguments)
     if (mode == L"rounds")
         return Rounds(access, ParseKind(words[2]), std::stoi(words[3]), ParseFiles(all.subspan(4))), 0;
     if (mode == L"decode" && words.size() >= 7)
-        return Decode(access, ParseGuid(words[3]), ParseDecoder(words[2]), words[4], words[5], std::stoul(words[6]),
-                      ParseTimes(all.subspan(7)));
+        return Decode(access, ParseDecoder(words[2]), {ParseGuid(words[3]), words[4]}, words[5], std::stoul(words[6]),
+                      ParseTimes(all.subspan(7))),
+               0;
     if (mode == L"large")
         return Large(access, {ParseGuid(words[2]), words[3]}, ParseTimes(all.subspan(4))), 0;
     Require(mode == L"samples", kUsage);
-    ForEach(ParseFiles(all.subspan(3)), [&](const GFile& file, std::size_t number) {
-        PrintSamples(access, ParseKind(words[2]), file, number);
-    });
+    ForEach(ParseFiles(all.subspan(3)),
+            [&](const GFile& file, std::size_t number) { PrintSamples(access, ParseKind(words[2]), file, number); });
     return 0;
 }
 

@@ -6,27 +6,9 @@ namespace vex::wintest {
 
 namespace {
 
-std::string JsonTime(const std::optional<LONGLONG>& time) { return time ? std::to_string(*time) : "null"; }
+std::string JsonTime(LONGLONG time) { return time != kNoTime ? std::to_string(time) : "null"; }
 
 std::string JsonFlag(const char* key, bool set) { return std::string(",\"") + key + "\":" + (set ? "true" : "false"); }
-
-GSampleRecord Record(const GSampleView& view, GKept kept)
-{
-    const auto known = [](LONGLONG time) { return time != kNoTime ? std::optional(time) : std::nullopt; };
-    GSampleRecord record{.start = known(view.start),
-                         .stop = known(view.stop),
-                         .mediaStart = known(view.mediaStart),
-                         .mediaStop = known(view.mediaStop),
-                         .size = static_cast<long>(view.data.size()),
-                         .sync = view.sync,
-                         .discontinuity = view.discontinuity,
-                         .preroll = view.preroll,
-                         .md5 = GMd5::Of(view.data),
-                         .bytes = {}};
-    if (kept == GKept::Bytes)
-        record.bytes.assign(view.data.begin(), view.data.end());
-    return record;
-}
 
 }  // namespace
 
@@ -42,75 +24,52 @@ std::string ToJson(std::size_t pin, const GSampleRecord& sample)
 void GPinLog::Add(const GSampleView& sample)
 {
     const GMutexLock held(lock);
-    ++arrived;
+    ++arrived.count;
     if (kept == GKept::First)
-        all.Update(sample.data);
-    if (kept != GKept::First || arrived <= kFirst)
-        samples.push_back(Record(sample, kept));
+        arrived.all.Update(sample.data);
+    if (kept != GKept::First || arrived.count <= kFirst) {
+        GSampleRecord record{sample, sample.data.size(), GMd5::Of(sample.data), {}};
+        if (kept == GKept::Bytes)
+            record.bytes.assign(sample.data.begin(), sample.data.end());
+        record.data = {};
+        arrived.samples.push_back(std::move(record));
+    }
     changed.notify_all();
 }
 
 void GPinLog::AddSegment(REFERENCE_TIME start)
 {
     const GMutexLock held(lock);
-    segmentStart = start;
+    arrived.segment = start;
 }
 
 void GPinLog::AddEndOfStream()
 {
     const GMutexLock held(lock);
-    ++endsOfStream;
+    ++arrived.endsOfStream;
     changed.notify_all();
 }
 
 void GPinLog::Clear()
 {
     const GMutexLock held(lock);
-    samples.clear();
-    all = {};
-    arrived = 0;
-    segmentStart.reset();
-    endsOfStream = 0;
+    arrived = {};
 }
 
 void GPinLog::WaitForSamples(std::size_t count)
 {
     GMutexLock held(lock);
     const auto deadline = GSteadyClock::now() + std::chrono::milliseconds(kPatienceMs);
-    const auto ready = [&] { return arrived >= count || endsOfStream > 0; };
+    const auto ready = [&] { return arrived.count >= count || arrived.endsOfStream > 0; };
     while (!ready() && held.WaitUntil(changed, deadline)) {}
-    Require(arrived >= count, "pin \"" + name + "\": " + std::to_string(arrived) + " of " + std::to_string(count) +
-                                  " samples came");
+    Require(arrived.count >= count, "pin \"" + name + "\": " + std::to_string(arrived.count) + " of " +
+                                        std::to_string(count) + " samples came");
 }
 
-std::vector<GSampleRecord> GPinLog::Samples() const
-{
-    const GMutexLock held(lock);
-    return samples;
-}
-
-std::size_t GPinLog::Arrived() const
+GArrival GPinLog::Arrived() const
 {
     const GMutexLock held(lock);
     return arrived;
-}
-
-std::optional<REFERENCE_TIME> GPinLog::SegmentStart() const
-{
-    const GMutexLock held(lock);
-    return segmentStart;
-}
-
-std::size_t GPinLog::EndsOfStream() const
-{
-    const GMutexLock held(lock);
-    return endsOfStream;
-}
-
-GMd5Digest GPinLog::Digest() const
-{
-    const GMutexLock held(lock);
-    return GMd5(all).Finish();
 }
 
 }  // namespace vex::wintest

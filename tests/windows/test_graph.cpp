@@ -245,9 +245,11 @@ void GTestGraph::WaitForEnd()
 std::string GTestGraph::ArrivedText() const
 {
     std::string text;
-    for (const auto& log : logs)
-        text += "; \"" + log->name + "\": " + std::to_string(log->Arrived()) + " samples, " +
-                std::to_string(log->EndsOfStream()) + " ends of stream";
+    for (const auto& log : logs) {
+        const GArrival arrived = log->Arrived();
+        text += "; \"" + log->name + "\": " + std::to_string(arrived.count) + " samples, " +
+                std::to_string(arrived.endsOfStream) + " ends of stream";
+    }
     return text;
 }
 
