@@ -2,10 +2,9 @@
 
 import json
 import random
-import subprocess
 from array import array
 
-from formats import require, must_succeed
+from formats import must_succeed, output_of, require
 
 SEEKS = 20
 MP3_FRAME = 1152  # sound samples
@@ -34,14 +33,12 @@ def check(context, clsid, row, path):
 
 
 def native(context, command, path, *arguments):
-    result = must_succeed(subprocess.run([context.native, command, "--json", str(path), *arguments], capture_output=True,
-                                         check=False), f"the native {command}")
-    return json.loads(result.stdout)["files"][0]
+    said = output_of(f"the native {command}", context.native, command, "--json", path, *arguments)
+    return json.loads(said)["files"][0]
 
 
 def by_ffmpeg(path, *arguments):
-    return must_succeed(subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-i", str(path), *arguments, "-"],
-                                       capture_output=True, check=False), f"ffmpeg decoding {path.name}").stdout
+    return output_of(f"ffmpeg decoding {path.name}", "ffmpeg", "-v", "error", "-i", path, *arguments, "-")
 
 
 def split(lines, data):
@@ -162,7 +159,6 @@ def sounds(context, row, path, lines, data, times):
 
 
 def packet_starts(context, path):
-    text = must_succeed(subprocess.run([context.native, "dump", "--json", str(path)], capture_output=True, check=False),
-                        "the native dump").stdout
+    text = output_of("the native dump", context.native, "dump", "--json", path)
     rows = [json.loads(line) for line in text.decode("utf-8").splitlines()]
     return [row["start"] for row in rows if row.get("pin") == 0 and "start" in row]

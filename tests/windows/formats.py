@@ -26,6 +26,12 @@ def must_succeed(result, what):
     return result
 
 
+def output_of(what, *command, directory=None):
+    """What a native command says, which must succeed."""
+    return must_succeed(subprocess.run([*map(str, command)], cwd=directory, capture_output=True, timeout=600,
+                                       stdin=subprocess.DEVNULL, check=False), what).stdout
+
+
 class File(NamedTuple):
     """An input: what ffmpeg is told to write it, or a function that makes it from files of the rows above."""
     name: str
@@ -99,18 +105,22 @@ DECODED = {
             Decoded(File("mp3.avi", MP3), "mp3", DITHER)),
     "mkv": (Decoded(File("video1.mkv", VIDEO_1), "avi", 1, swapped=True), Decoded(File("mp3.mkv", MP3), "mp3", DITHER)),
     "mp3": (Decoded(File("mp3.mp3", MP3), "mp3", DITHER, seeks=False),),
-    "mp4": (Decoded(File("cinepak.mov", CINEPAK), "avi", 1), Decoded(File("mp3.mp4", (*MP3, "-ac", "2")), "mp3", DITHER)),
+    "mp4": (Decoded(File("cinepak.mov", CINEPAK), "avi", 1),
+            Decoded(File("mp3.mp4", (*MP3, "-ac", "2")), "mp3", DITHER)),
     "flv": (Decoded(File("mp3.flv", MP3), "mp3", DITHER),),
     "asf": (Decoded(File("mp3.asf", MP3), "mp3", DITHER),),
     "mpeg": (Decoded(File("mp3.ts", MP3), "mp3", DITHER),),
 }
 DAMAGED = {"avi": (File("no_index.avi", make=avi_without_index),)}
 
+
 # Every format plays the small files that its own list names (tests/<format>/media.py).
-FORMATS = tuple(
-    Format(media, tuple(File(file, tuple(arguments)) for file, arguments in media.small.items()) + DAMAGED.get(name, ()),
-           DECODED.get(name, ()))
-    for name, media in sorted(media_files.formats().items()))
+def small_files(media):
+    return tuple(File(name, tuple(arguments)) for name, arguments in media.small.items())
+
+
+FORMATS = tuple(Format(media, small_files(media) + DAMAGED.get(name, ()), DECODED.get(name, ()))
+                for name, media in sorted(media_files.formats().items()))
 
 # Older filters over the handler of another.
 SECOND_FILTERS = {"asf1", "mpeg1", "ogg1"}
@@ -120,8 +130,7 @@ DECOY = File("decoy.avi", (*picture(2, "80x60"), *tone(2), "-c:v", "mpeg4", "-c:
 
 
 def ffmpeg(output, *arguments):
-    must_succeed(subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-y", *map(str, arguments), "-fflags", "+bitexact",
-                                 str(output)], capture_output=True, check=False), f"ffmpeg for {output.name}")
+    output_of(f"ffmpeg for {output.name}", "ffmpeg", "-v", "error", "-y", *arguments, "-fflags", "+bitexact", output)
 
 
 def make_file(directory, file):

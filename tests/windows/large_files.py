@@ -7,7 +7,7 @@ import time
 
 import decoded
 import seeks
-from formats import Failure, media_files, must_succeed, require
+from formats import Failure, media_files, must_succeed, output_of, require
 
 MEGABYTES = (2200, 4600)  # beyond 2 GiB, and beyond what 32 bits say
 PARTS = (99, 1, 50, 95, 47, 0)  # percent of the duration, to which the seeks go
@@ -54,8 +54,7 @@ def check(context, row, megabytes):
 def by_command(context, path, command, *arguments):
     """The peak of memory of vex.exe, which must say what the native command says."""
     words = (command, "--json", path.name, *arguments)
-    expected = must_succeed(subprocess.run([context.native, *words], cwd=path.parent, capture_output=True, check=False),
-                            f"the native {command}").stdout
+    expected = output_of(f"the native {command}", context.native, *words, directory=path.parent)
     result = must_succeed(context.wine.run("vex.exe", *words, timeout=LAST_RESORT), f"vex {command}")
     require(result.stdout == expected, f"vex {command} says something else than natively")
     return result.peak

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the Windows programs of one or two builds under Wine and holds what they say against the native command.
+"""Runs the Windows programs of one or two builds under Wine and compares what they say with the native command.
 
 scripts/test-windows builds everything and calls this; it needs no display and touches nothing outside its own temporary
 directory. A line per test on stdout, the reasons of failures below it; exit status 0 when all passed.
@@ -26,14 +26,14 @@ sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "download"))
 import download_cases  # noqa: E402  (found through the line above)
 import large_files
 import seeks
-from formats import DECOY, FORMATS, SECOND_FILTERS, Failure, make_file, must_succeed, require
+from formats import DECOY, FORMATS, SECOND_FILTERS, Failure, make_file, must_succeed, output_of, require
 from wine import Wine, end
 
 SAMPLE_KEYS = ("pin", "start", "stop", "mediaStart", "mediaStop", "size", "sync", "discontinuity", "preroll", "md5")
 EXPORTS = {"DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer", "DllUnregisterServer"}
 # What every Windows since 7 brings along and the module may lean on.
-SYSTEM_LIBRARIES = {"advapi32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "quartz.dll",
-                    "shell32.dll", "user32.dll", "wininet.dll", "version.dll", "shlwapi.dll"}
+SYSTEM_LIBRARIES = {"advapi32.dll", "gdi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll",
+                    "quartz.dll", "shell32.dll", "user32.dll", "wininet.dll", "version.dll", "shlwapi.dll"}
 # What the compiler's runtime takes and never gives back, unless src/platform/windows/runtime_locks.cpp is linked in.
 KEPT_FOR_EVER = {"CreateSemaphoreA", "CreateSemaphoreW", "TlsAlloc"}
 SUITES = ("platform_test.exe", "framework_test.exe")
@@ -74,8 +74,7 @@ def same_samples(graph, native):
 
 
 def native_dump(context, path):
-    return must_succeed(subprocess.run([context.native, "dump", "--json", str(path)], capture_output=True, timeout=600,
-                                       check=False), f"the native dump of {path.name}").stdout
+    return output_of(f"the native dump of {path.name}", context.native, "dump", "--json", path)
 
 
 # ---- tests ----------------------------------------------------------------------------------------------------------
@@ -124,7 +123,7 @@ class Context:
 
 def native_filters(native):
     """(short names of all filters that can be created: their class identifiers, and the file extensions of all)."""
-    said = must_succeed(subprocess.run([native, "filters", "--json"], capture_output=True, check=False), "vex filters").stdout
+    said = output_of("vex filters", native, "filters", "--json")
     return {one["short"]: one["clsid"] for one in json.loads(said)["filters"] if one["available"]}
 
 
@@ -137,8 +136,7 @@ def test_rows(built):
 
 def check_binary(path, objdump):
     """Exports and dependencies of a module file, whatever machine it is for."""
-    text = must_succeed(subprocess.run([objdump, "-p", str(path)], capture_output=True, check=False), "objdump").stdout
-    text = text.decode("utf-8", "replace")
+    text = output_of("objdump", objdump, "-p", path).decode("utf-8", "replace")
     table = text.split("[Ordinal/Name Pointer] Table", 1)
     require(len(table) == 2, f"{path} exports nothing")
     names = set()
@@ -176,8 +174,9 @@ def test_samples(context, access, kind):
     require(len(played) == len(context.inputs()), f"{len(played)} files were played")
     count = 0
     for (_, file), samples in zip(context.inputs(), played):
+        native = dump_lines(native_dump(context, context.wine.drive / file), "the native dump")
         try:
-            count += same_samples(samples, dump_lines(native_dump(context, context.wine.drive / file), "the native dump"))
+            count += same_samples(samples, native)
         except Failure as failure:
             raise Failure(f"{file}: {failure}") from None
     return f"{count} samples of {len(played)} files equal; {last_line(result)} of the last"
@@ -201,7 +200,8 @@ def test_rounds(context, kind):
 
 
 def test_reload(context):
-    return last_line(must_succeed(context.graph("reload", str(context.rounds), *context.files()), "loading and unloading"))
+    result = context.graph("reload", str(context.rounds), *context.files())
+    return last_line(must_succeed(result, "loading and unloading"))
 
 
 def test_decoded(context, name, row):
@@ -217,8 +217,8 @@ def test_command(context, file, name, *arguments):
             output.mkdir()
             shutil.copy(file, output)
             if where == "native":
-                result = subprocess.run([context.native, name, *arguments], cwd=output, capture_output=True, timeout=600,
-                                        stdin=subprocess.DEVNULL, check=False)
+                result = subprocess.run([context.native, name, *arguments], cwd=output, capture_output=True,
+                                        timeout=600, stdin=subprocess.DEVNULL, check=False)
             else:
                 result = context.wine.run(context.wine.drive / "vex.exe", name, *arguments, directory=output)
             written = {str(path.relative_to(output)): path.read_bytes()
@@ -227,13 +227,15 @@ def test_command(context, file, name, *arguments):
     # A path that is told is the system's own.
     outcomes[1] = (*outcomes[1][:1], outcomes[1][1].replace(b"streams\\", b"streams/"), *outcomes[1][2:])
     (status, text, _, files), (their_status, their_text, their_errors, their_files) = outcomes
-    require(their_status == status, f"exit status {their_status} instead of {status}: {their_errors.decode('utf-8')[-500:]}")
+    require(their_status == status,
+            f"exit status {their_status} instead of {status}: {their_errors.decode('utf-8')[-500:]}")
     if their_text != text:
         if their_text.replace(b"\r\n", b"\n") == text:
             raise Failure("the same text, but with CR LF line ends: stdout is not in binary mode")
         lines, their_lines = text.splitlines(), their_text.splitlines()
         at = next((i for i, (a, b) in enumerate(zip(lines, their_lines)) if a != b), min(len(lines), len(their_lines)))
-        raise Failure(f"output differs at line {at + 1}:\n  native  {lines[at:at + 1]}\n  windows {their_lines[at:at + 1]}")
+        raise Failure(f"output differs at line {at + 1}:\n  native  {lines[at:at + 1]}\n"
+                      f"  windows {their_lines[at:at + 1]}")
     require(set(files) == set(their_files), f"wrote {sorted(their_files)} instead of {sorted(files)}")
     for file, data in files.items():
         require(their_files[file] == data, f"{file} differs")
@@ -255,8 +257,7 @@ MUCH_OUTPUT = ("extract", "raw_pcm.avi", "--pin", "0")
 
 def start_piped(context):
     """What the native command says to it, and the program itself under Wine."""
-    expected = must_succeed(subprocess.run([context.native, *MUCH_OUTPUT], cwd=context.wine.drive, capture_output=True,
-                                           check=False), "the native command").stdout
+    expected = output_of("the native command", context.native, *MUCH_OUTPUT, directory=context.wine.drive)
     require(len(expected) > 4 * 65536, "the output fits a pipe: the test shows nothing")
     return expected, context.wine.start("vex.exe", *MUCH_OUTPUT, output=subprocess.PIPE, errors=subprocess.DEVNULL)
 
@@ -269,8 +270,8 @@ def test_pipe(context):
 
 
 def test_interrupt(context):
-    """Ctrl-C while the program waits for the reader of its output: it ends, and what it wrote is the beginning. (Its exit
-    status is the system's: Wine says 0.)"""
+    """Ctrl-C while the program waits for the reader of its output: it ends, and what it wrote is the beginning. (Its
+    exit status is the system's: Wine says 0.)"""
     expected, process = start_piped(context)
     said = process.stdout.read(1)
     process.send_signal(signal.SIGINT)
@@ -281,7 +282,8 @@ def test_interrupt(context):
         raise Failure("the program does not end after Ctrl-C") from None
     finally:
         said += process.communicate()[0]
-    require(len(said) < len(expected) and expected.startswith(said), "what was written is not the beginning of the output")
+    require(len(said) < len(expected) and expected.startswith(said),
+            "what was written is not the beginning of the output")
     return f"ends after {len(said)} of {len(expected)} bytes"
 
 
@@ -295,9 +297,9 @@ def url_commands(context, downloads):
     with downloads.server() as server:
         for words in (("probe",), ("play", "--json"), ("dump",), ("seek", "--json", "0.5")):
             command = (words[0], server.url + "length", *words[1:])
-            expected = must_succeed(subprocess.run([context.native, *command], capture_output=True, check=False), "vex")
+            expected = output_of("vex", context.native, *command)
             result = must_succeed(context.wine.run("vex.exe", *command), "vex.exe")
-            require(result.stdout == expected.stdout, f"vex.exe {words} says {result.stdout[:500]}")
+            require(result.stdout == expected, f"vex.exe {words} says {result.stdout[:500]}")
         result = context.wine.run("vex.exe", "probe", server.url + "gone")
         require((result.returncode, b"404 Not Found" in result.stderr) == (2, True), f"a missing file: {result}")
         process = context.wine.start("vex.exe", "probe", server.url + "stalled", output=subprocess.PIPE,
@@ -307,7 +309,8 @@ def url_commands(context, downloads):
             time.sleep(0.05)
         process.send_signal(signal.SIGINT)
         require(process.communicate(timeout=context.wine.timeout)[0] == b"", "vex.exe says something after Ctrl-C")
-        require(process.returncode == STATUS_CONTROL_C_EXIT & 0xFF, f"vex.exe ends with the status {process.returncode}")
+        require(process.returncode == STATUS_CONTROL_C_EXIT & 0xFF,
+                f"vex.exe ends with the status {process.returncode}")
 
 
 def test_downloads(context):
@@ -316,8 +319,8 @@ def test_downloads(context):
     film = context.wine.drive / "film.mp4"
 
     def run(*words, environment_more=None):
-        result = must_succeed(context.wine.run("download_client.exe", *words, environment=environment_more), " ".join(words))
-        return result.stdout.decode("utf-8").replace("\r\n", "\n")
+        result = context.wine.run("download_client.exe", *words, environment=environment_more)
+        return must_succeed(result, " ".join(words)).stdout.decode("utf-8").replace("\r\n", "\n")
 
     def start(*words):
         return context.wine.start("download_client.exe", *words, output=subprocess.PIPE, errors=subprocess.DEVNULL)
@@ -339,9 +342,9 @@ def test_downloads(context):
 def command_tests(context, everything):
     sample = context.sample
     commands = (("filters",), ("probe", sample.name), ("play", sample.name), ("dump", sample.name),
-                ("dump", "--csv", sample.name), ("seek", sample.name, "0", "0.5", "1"), ("seek", "--json", sample.name, "1"),
-                ("extract", sample.name, "--output", "streams"), ("extract", sample.name, "--pin", "0"),
-                ("probe", "missing.avi"))
+                ("dump", "--csv", sample.name), ("seek", sample.name, "0", "0.5", "1"),
+                ("seek", "--json", sample.name, "1"), ("extract", sample.name, "--output", "streams"),
+                ("extract", sample.name, "--pin", "0"), ("probe", "missing.avi"))
     if not everything:
         commands = (("probe", "--json", sample.name), ("extract", sample.name, "--output", "streams"))
     for words in commands:
@@ -358,7 +361,7 @@ def command_tests(context, everything):
 
 
 def all_tests(context, everything):
-    """Each a name and a function. Not everything is for the second word size: what a word size cannot change is left out."""
+    """Each a name and a function. What a word size cannot change is left out for the second one."""
     yield "rounds own", lambda: test_rounds(context, "own")
     if everything:
         yield "rounds grabber", lambda: test_rounds(context, "grabber")
@@ -372,7 +375,8 @@ def all_tests(context, everything):
     yield "downloads", lambda: test_downloads(context)
     for one in context.formats:
         for row in one.decoded:
-            yield f"decoded {row.file.name} {row.decoder}", lambda name=one.name, row=row: test_decoded(context, name, row)
+            yield (f"decoded {row.file.name} {row.decoder}",
+                   lambda name=one.name, row=row: test_decoded(context, name, row))
     yield from command_tests(context, everything)
 
 
@@ -408,7 +412,8 @@ class Report:
                 print(f"note  {who} said: {said}", flush=True)
 
     def summary(self):
-        print(f"\n{self.passed} passed, {len(self.failed)} failed" + "".join(f"\n  FAIL {name}" for name in self.failed))
+        print(f"\n{self.passed} passed, {len(self.failed)} failed", *(f"  FAIL {name}" for name in self.failed),
+              sep="\n")
         return 1 if self.failed or not self.passed else 0
 
 

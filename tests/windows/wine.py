@@ -10,7 +10,7 @@ from formats import Failure, must_succeed, require
 
 
 class Wine:
-    """Everything lies in C:\\vex, as it would on a user's machine. Several threads may run programs at the same time."""
+    """Everything lies in C:\\vex, as on a user's machine. Several threads may run programs at the same time."""
 
     def __init__(self, command, bits, directory, timeout):
         self.command = command
@@ -25,18 +25,18 @@ class Wine:
             # No questions about what a prefix may lack, no entries in the desktop's menus.
             "WINEDLLOVERRIDES": "mscoree,mshtml=;winemenubuilder.exe=d",
         }
-        # The server is started by itself and stays: one that a program starts has the program's output open, and whoever
-        # reads that waits for it. The 300 s are for a run that cannot end it.
         self.server_log = directory / f"wineserver{bits}.log"
         self.prefix.mkdir()
+        # The server is started by itself and stays: one that a program starts has the program's output open, and
+        # whoever reads that waits for it. The 300 s are for a run that cannot end it.
         require(self.server("-p300") == 0, "the Wine server does not start")
         must_succeed(self.run_command("wineboot", "--init", timeout=600), "setting up the prefix")
         # There is no sound card to look for.
         self.run_command("reg", "add", r"HKCU\Software\Wine\Drivers", "/v", "Audio", "/d", "", "/f")
         self.drive.mkdir()
 
-    def start(self, *words, output, errors, directory=None, environment=None, stdin=subprocess.DEVNULL,
-              wrapper=()):
+    def start(self, *words, output, errors, directory=None, environment=None, wrapper=(),
+              stdin=subprocess.DEVNULL):
         return subprocess.Popen([*wrapper, self.command, *map(str, words)], cwd=directory or self.drive,
                                 env={**self.environment, **(environment or {})},
                                 stdin=stdin, stdout=output, stderr=errors, start_new_session=True)
