@@ -34,35 +34,13 @@ std::uint8_t ReadObjectType(GBitReader& bits)
     return static_cast<std::uint8_t>(type == kEscape ? 32 + bits.Bits(6) : type);
 }
 
-std::uint32_t ReadSampleRate(GBitReader& bits, std::uint8_t& index)
+// An explicit rate is stepped over.
+std::uint8_t ReadRateIndex(GBitReader& bits)
 {
-    index = static_cast<std::uint8_t>(bits.Bits(4));
-    return index == kExplicitRate ? bits.Bits(24) : AacSampleRate(index);
-}
-
-// Steps over the configuration of object types 1 to 4 with known channels (GASpecificConfig, 4.4.1).
-void SkipGeneralConfig(GBitReader& bits)
-{
-    bits.Skip(1);  // frames of 960 samples
-    if (bits.Flag())
-        bits.Skip(14);  // delay of the core coder
-    bits.Skip(1);       // extension
-}
-
-// What encoders append so that players without SBR do not see it.
-void ReadTrailingExtension(GBitReader& bits, GAacConfig& config)
-{
-    constexpr std::uint32_t kSbrSync = 0x2B7;
-    constexpr std::uint32_t kPsSync = 0x548;
-    if (bits.Left() < 16 || bits.Bits(11) != kSbrSync || ReadObjectType(bits) != kSbrType || !bits.Flag())
-        return;
-    std::uint8_t index = 0;
-    const std::uint32_t rate = ReadSampleRate(bits, index);
-    if (!bits.Ok())
-        return;
-    config.sbr = true;
-    config.extensionRate = rate;
-    config.ps = bits.Left() >= 12 && bits.Bits(11) == kPsSync && bits.Flag();
+    const auto index = static_cast<std::uint8_t>(bits.Bits(4));
+    if (index == kExplicitRate)
+        bits.Skip(24);
+    return index;
 }
 
 }  // namespace
@@ -95,22 +73,14 @@ std::optional<GAacConfig> ReadAacConfig(GBytes bytes)
     GBitReader bits(bytes);
     GAacConfig config;
     config.objectType = ReadObjectType(bits);
-    config.sampleRate = ReadSampleRate(bits, config.rateIndex);
+    config.rateIndex = ReadRateIndex(bits);
     config.channelConfiguration = static_cast<std::uint8_t>(bits.Bits(4));
     if (config.objectType == kSbrType || config.objectType == kPsType) {
-        config.sbr = config.explicitSbr = true;
-        config.ps = config.objectType == kPsType;
-        std::uint8_t index = 0;
-        config.extensionRate = ReadSampleRate(bits, index);
+        ReadRateIndex(bits);  // of the extension
         config.objectType = ReadObjectType(bits);
     }
     if (!bits.Ok())
         return std::nullopt;
-    const bool general = config.objectType >= 1 && config.objectType <= 4 && config.channelConfiguration != 0;
-    if (general && !config.sbr) {
-        SkipGeneralConfig(bits);
-        ReadTrailingExtension(bits, config);
-    }
     return config;
 }
 

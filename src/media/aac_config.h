@@ -22,16 +22,10 @@ std::uint32_t AacSampleRate(unsigned index);
 struct GAacConfig {
     // Of the core, when SBR or PS wrap one. 1 Main, 2 LC, 3 SSR, 4 LTP ...
     std::uint8_t objectType = 0;
-    std::uint8_t rateIndex = 0;             // 15: the rate is explicit
-    std::uint32_t sampleRate = 0;           // Hz, of the core
+    std::uint8_t rateIndex = 0;             // of the core; 15: the rate is explicit
     std::uint8_t channelConfiguration = 0;  // 4 bits; 0: described by the codec's own element
-    bool sbr = false;                       // spectral band replication is signalled
-    bool ps = false;                        // parametric stereo is signalled
-    std::uint32_t extensionRate = 0;        // Hz, of SBR's output; 0 without SBR
-    bool explicitSbr = false;               // SBR comes as an outer object type, not as an extension at the end
 };
-// Nothing when the configuration ends before its channel configuration (or before the core's type). The extension at
-// the end is found behind the configurations of object types 1 to 4 with a channel configuration of 1 or more.
+// Nothing when the configuration ends before its channel configuration (or before the core's type).
 std::optional<GAacConfig> ReadAacConfig(GBytes config);
 
 }  // namespace vex

@@ -19,7 +19,7 @@ std::optional<GAc3Header> ReadAc3Header(GBytes bytes)
     header.fscod = static_cast<std::uint8_t>(bits.Bits(2));
     header.frmsizecod = static_cast<std::uint8_t>(bits.Bits(6));
     header.bsid = static_cast<std::uint8_t>(bits.Bits(5));
-    header.bsmod = static_cast<std::uint8_t>(bits.Bits(3));
+    bits.Skip(3);  // bsmod
     header.acmod = static_cast<std::uint8_t>(bits.Bits(3));
     if ((header.acmod & 1) != 0 && header.acmod != 1)
         bits.Skip(2);  // centre mix level

@@ -17,7 +17,6 @@ struct GAc3Header {
     std::uint8_t fscod = 0;       // 2 bits; 3 is reserved
     std::uint8_t frmsizecod = 0;  // 6 bits; 0 to 37 have a meaning
     std::uint8_t bsid = 0;        // 5 bits; 8 in use, 9 to 11 at lower rates, 16 is E-AC-3 (another syntax)
-    std::uint8_t bsmod = 0;
     std::uint8_t acmod = 0;
     bool lfeon = false;
 

@@ -26,15 +26,15 @@ std::optional<GAvcRecord> ReadAvcRecord(GBytes avcC)
 {
     GByteReader reader(avcC);
     GAvcRecord record;
-    record.version = reader.U8();
+    reader.Skip(1);  // version
     record.profile = reader.U8();
-    record.compatibility = reader.U8();
+    reader.Skip(1);  // compatibility
     record.level = reader.U8();
     record.lengthSize = static_cast<std::uint8_t>((reader.U8() & 3u) + 1);
-    record.declaredSequenceSets = reader.U8() & 0x1F;
+    const unsigned sequenceSets = reader.U8() & 0x1Fu;
     if (!reader.Ok())
         return std::nullopt;
-    if (!ReadSets(reader, record.declaredSequenceSets, record.sequenceSets))
+    if (!ReadSets(reader, sequenceSets, record.sequenceSets))
         return record;
     record.declaredPictureSets = reader.U8();
     record.complete = reader.Ok() && ReadSets(reader, record.declaredPictureSets, record.pictureSets);

@@ -13,9 +13,7 @@ namespace vex {
 
 // The spans lie in the bytes of the record.
 struct GAvcRecord {
-    std::uint8_t version = 0;
     std::uint8_t profile = 0;
-    std::uint8_t compatibility = 0;
     std::uint8_t level = 0;
     std::uint8_t lengthSize = 0;  // bytes of a NAL unit's length in the payloads, 1 to 4
 
@@ -23,9 +21,8 @@ struct GAvcRecord {
     // cut.
     std::vector<GBytes> sequenceSets;
     std::vector<GBytes> pictureSets;
-    std::uint8_t declaredSequenceSets = 0;  // 0 to 31
-    std::uint8_t declaredPictureSets = 0;   // 0 to 255, all eight bits; 0 when the count itself is cut off
-    bool complete = false;                  // both counts and all the sets they declare were there
+    std::uint8_t declaredPictureSets = 0;  // 0 to 255, all eight bits; 0 when the count itself is cut off
+    bool complete = false;                 // both counts and all the sets they declare were there
 };
 
 // Nothing when the record ends within its first six bytes. Any version is read.

@@ -10,8 +10,7 @@ std::optional<GDtsHeader> ReadDtsHeader(GBytes bytes)
     GDtsHeader header;
     const bool sync = bytes.size() >= kDtsHeaderSize && std::equal(kDtsSync.begin(), kDtsSync.end(), bytes.begin());
     bits.Skip(kDtsSync.size() * 8);
-    bits.Skip(1 + 5 + 1);  // FTYPE, SHORT, CPF
-    header.blocks = static_cast<std::uint8_t>(bits.Bits(7));
+    bits.Skip(1 + 5 + 1 + 7);  // FTYPE, SHORT, CPF, NBLKS
     header.frameSize = static_cast<std::uint16_t>(bits.Bits(14) + 1);
     header.amode = static_cast<std::uint8_t>(bits.Bits(6));
     header.rateCode = static_cast<std::uint8_t>(bits.Bits(4));

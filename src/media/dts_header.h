@@ -14,7 +14,6 @@ inline constexpr std::size_t kDtsHeaderSize = 10;                               
 
 // As coded: the reader accepts what a format may refuse.
 struct GDtsHeader {
-    std::uint8_t blocks = 0;       // NBLKS, 7 bits: blocks of 32 samples less 1
     std::uint16_t frameSize = 0;   // FSIZE plus 1, bytes
     std::uint8_t amode = 0;        // 6 bits; 16 and above are user-defined
     std::uint8_t rateCode = 0;     // SFREQ, 4 bits

@@ -53,24 +53,11 @@ void SkipScalingList(GBitReader& bits, int entries)
     }
 }
 
-void SkipScalingMatrix(GBitReader& bits, const GH264Parameters& set)
+void SkipScalingMatrix(GBitReader& bits, int lists)
 {
-    const int lists = set.chromaFormat == 3 && set.profile != kFirstHigh444 ? 12 : 8;
     for (int i = 0; i < lists && bits.Ok(); ++i)
         if (bits.Flag())
             SkipScalingList(bits, i < 6 ? 16 : 64);
-}
-
-void SkipHrdParameters(GBitReader& bits)
-{
-    const std::uint32_t schedules = Biased(bits.ue(), 1);
-    bits.Skip(4 + 4);  // scales of the bit rate and of the buffer
-    for (std::uint32_t i = 0; i < schedules && bits.Ok(); ++i) {
-        bits.ue();
-        bits.ue();
-        bits.Skip(1);
-    }
-    bits.Skip(5 * 4);  // lengths of delays and of the time offset
 }
 
 void ReadSampleAspect(GBitReader& bits, GH264Parameters& out)
@@ -109,48 +96,30 @@ void ReadVui(GBitReader& bits, GH264Parameters& out)
         out.timeScale = bits.Bits(32);
         out.fixedFrameRate = bits.Flag();
     }
-    const bool nalHrd = bits.Flag();
-    if (nalHrd)
-        SkipHrdParameters(bits);
-    const bool vclHrd = bits.Flag();
-    if (vclHrd)
-        SkipHrdParameters(bits);
-    if (nalHrd || vclHrd)
-        bits.Skip(1);  // low delay
-    bits.Skip(1);      // picture structure in messages
-    out.hasReordering = bits.Flag();
-    if (out.hasReordering) {
-        bits.Skip(1);
-        for (int i = 0; i < 4; ++i)  // limits of sizes and of motion vectors
-            bits.ue();
-        out.reorderFrames = bits.ue();
-        out.decodingBuffering = bits.ue();
-    }
 }
 
-void ReadChromaFormat(GBitReader& bits, GH264Parameters& out)
+// chroma_format_idc: 0 monochrome, 1 4:2:0, 2 4:2:2, 3 4:4:4.
+std::uint32_t ReadChromaFormat(GBitReader& bits, std::uint8_t profile)
 {
-    out.chromaFormat = 1;
-    out.separateColourPlanes = false;
-    out.bitDepthLuma = out.bitDepthChroma = 8;
-    if (!std::ranges::binary_search(kChromaProfiles, out.profile))
-        return;
-    out.chromaFormat = bits.ue();
-    if (out.chromaFormat == 3)
-        out.separateColourPlanes = bits.Flag();
-    out.bitDepthLuma = Biased(bits.ue(), 8);
-    out.bitDepthChroma = Biased(bits.ue(), 8);
+    if (!std::ranges::binary_search(kChromaProfiles, profile))
+        return 1;
+    const std::uint32_t format = bits.ue();
+    if (format == 3)
+        bits.Skip(1);  // separate colour planes
+    bits.ue();         // bit depths
+    bits.ue();
     bits.Skip(1);  // lossless transform bypass
     if (bits.Flag())
-        SkipScalingMatrix(bits, out);
+        SkipScalingMatrix(bits, format == 3 && profile != kFirstHigh444 ? 12 : 8);
+    return format;
 }
 
-void ReadPictureOrder(GBitReader& bits, GH264Parameters& out)
+void SkipPictureOrder(GBitReader& bits)
 {
-    out.pictureOrderType = bits.ue();
-    if (out.pictureOrderType == 0) {
-        out.log2MaxPictureOrder = Biased(bits.ue(), 4);
-    } else if (out.pictureOrderType == 1) {
+    const std::uint32_t type = bits.ue();
+    if (type == 0) {
+        bits.ue();
+    } else if (type == 1) {
         bits.Skip(1);
         bits.se();
         bits.se();
@@ -160,29 +129,26 @@ void ReadPictureOrder(GBitReader& bits, GH264Parameters& out)
     }
 }
 
-void ReadFrameSize(GBitReader& bits, GH264Parameters& out)
+void ReadFrameSize(GBitReader& bits, std::uint32_t chromaFormat, GH264Parameters& out)
 {
     const std::uint32_t columns = Biased(bits.ue(), 1);
     const std::uint32_t rows = Biased(bits.ue(), 1);
-    out.frameMacroblocksOnly = bits.Flag();
-    const std::uint32_t fields = out.frameMacroblocksOnly ? 1 : 2;
-    if (!out.frameMacroblocksOnly)
+    const bool framesOnly = bits.Flag();
+    const std::uint32_t fields = framesOnly ? 1 : 2;
+    if (!framesOnly)
         bits.Skip(1);  // adaptive frame/field macroblocks
     bits.Skip(1);      // direct 8x8 inference
-    out.codedWidth = Samples(columns, 16);
-    out.codedHeight = Samples(rows, 16 * fields);
-    out.cropLeft = out.cropRight = out.cropTop = out.cropBottom = 0;
+    out.width = Samples(columns, 16);
+    out.height = Samples(rows, 16 * fields);
     if (bits.Flag()) {
-        const bool halfWidth = out.chromaFormat == 1 || out.chromaFormat == 2;
+        const bool halfWidth = chromaFormat == 1 || chromaFormat == 2;
         const std::uint32_t unitX = halfWidth ? 2 : 1;
-        const std::uint32_t unitY = (out.chromaFormat == 1 ? 2 : 1) * fields;
-        out.cropLeft = Crop(bits.ue(), unitX, out.codedWidth);
-        out.cropRight = Crop(bits.ue(), unitX, out.codedWidth - out.cropLeft);
-        out.cropTop = Crop(bits.ue(), unitY, out.codedHeight);
-        out.cropBottom = Crop(bits.ue(), unitY, out.codedHeight - out.cropTop);
+        const std::uint32_t unitY = (chromaFormat == 1 ? 2 : 1) * fields;
+        out.width -= Crop(bits.ue(), unitX, out.width);  // left, then right
+        out.width -= Crop(bits.ue(), unitX, out.width);
+        out.height -= Crop(bits.ue(), unitY, out.height);
+        out.height -= Crop(bits.ue(), unitY, out.height);
     }
-    out.width = out.codedWidth - out.cropLeft - out.cropRight;
-    out.height = out.codedHeight - out.cropTop - out.cropBottom;
 }
 
 // `bits` is a cursor of its own, past the NAL unit header. It may run into what follows the set. False when it ends
@@ -190,43 +156,19 @@ void ReadFrameSize(GBitReader& bits, GH264Parameters& out)
 bool ReadSequenceSet(GBitReader bits, GH264Parameters& out)
 {
     out.profile = static_cast<std::uint8_t>(bits.Bits(8));
-    out.constraints = static_cast<std::uint8_t>(bits.Bits(8));
+    bits.Skip(8);  // constraints
     out.level = static_cast<std::uint8_t>(bits.Bits(8));
-    out.sequenceId = bits.ue();
-    ReadChromaFormat(bits, out);
-    out.log2MaxFrameNumber = Biased(bits.ue(), 4);
-    ReadPictureOrder(bits, out);
-    out.referenceFrames = bits.ue();
-    out.frameNumberGaps = bits.Flag();
-    ReadFrameSize(bits, out);
+    bits.ue();  // number of the set
+    const std::uint32_t chromaFormat = ReadChromaFormat(bits, out.profile);
+    bits.ue();  // length of the frame number
+    SkipPictureOrder(bits);
+    bits.ue();     // reference frames
+    bits.Skip(1);  // gaps in the frame number
+    ReadFrameSize(bits, chromaFormat, out);
     const bool hasSize = bits.Ok();
-    out.hasVui = bits.Flag();
-    if (out.hasVui)
+    if (bits.Flag())
         ReadVui(bits, out);
     return hasSize;
-}
-
-void ReadPictureSet(GBitReader bits, GH264Parameters& out)
-{
-    out.pictureId = bits.ue();
-    out.pictureSequenceId = bits.ue();
-    out.entropyCabac = bits.Flag();
-    out.bottomFieldOrder = bits.Flag();
-    out.sliceGroups = Biased(bits.ue(), 1);
-}
-
-// Reads `count` sets with their 16-bit lengths, each by a cursor that cannot disturb where the next one starts.
-template <class Read>
-void ForEachSet(GBitReader& bits, std::uint32_t count, GH264Parameters& out, Read&& read)
-{
-    for (std::uint32_t i = 0; i < count && bits.Left() > 0; ++i) {
-        const std::uint32_t length = bits.Bits(16);
-        GBitReader set = bits;
-        set.Skip(8);  // NAL unit header
-        if (set.Left() > 0)
-            read(set, out);
-        bits.Skip(std::uint64_t{length} * 8);
-    }
 }
 
 }  // namespace
@@ -243,8 +185,15 @@ bool ReadAvcConfiguration(std::span<const std::uint8_t> avcC, GH264Parameters& o
     bits.Skip(4 * 8);  // version, profile, compatibility, level
     bits.Skip(6 + 2);  // size of the lengths in the payloads
     bits.Skip(3);
-    ForEachSet(bits, bits.Bits(5), out, ReadSequenceSet);
-    ForEachSet(bits, bits.Bits(8), out, ReadPictureSet);
+    const std::uint32_t count = bits.Bits(5);
+    for (std::uint32_t i = 0; i < count && bits.Left() > 0; ++i) {
+        const std::uint32_t length = bits.Bits(16);
+        GBitReader set = bits;  // which cannot disturb where the next one starts
+        set.Skip(8);            // NAL unit header
+        if (set.Left() > 0)
+            ReadSequenceSet(set, out);
+        bits.Skip(std::uint64_t{length} * 8);
+    }
     return true;
 }
 

@@ -10,7 +10,6 @@ namespace vex {
 namespace {
 
 constexpr std::size_t kCodeSize = 4;             // bytes of a start code
-constexpr std::size_t kMatrixBits = 64 * 8;      // of a quantiser matrix
 constexpr std::uint32_t kSequenceExtension = 1;  // extension_start_code_identifier
 
 // `extension` starts with its start code.
@@ -18,21 +17,16 @@ GMpegSequenceExtension ReadExtension(GBytes extension)
 {
     GBitReader bits(extension.subspan(kCodeSize));
     GMpegSequenceExtension result;
-    bits.Skip(4);  // identifier
-    result.escape = bits.Flag();
+    bits.Skip(4 + 1);  // identifier, escape
     result.profile = static_cast<std::uint8_t>(bits.Bits(3));
     result.level = static_cast<std::uint8_t>(bits.Bits(4));
-    result.progressive = bits.Flag();
-    result.chromaFormat = static_cast<std::uint8_t>(bits.Bits(2));
+    bits.Skip(1 + 2);  // progressive, chroma format
     result.widthHighBits = static_cast<std::uint8_t>(bits.Bits(2));
     result.heightHighBits = static_cast<std::uint8_t>(bits.Bits(2));
     result.bitRateHighBits = static_cast<std::uint16_t>(bits.Bits(12));
-    bits.Skip(1);  // marker
-    result.bufferHighBits = static_cast<std::uint8_t>(bits.Bits(8));
-    result.lowDelay = bits.Flag();
+    bits.Skip(1 + 8 + 1);  // marker, buffer size, low delay
     result.rateNumerator = static_cast<std::uint8_t>(bits.Bits(2));
     result.rateDenominator = static_cast<std::uint8_t>(bits.Bits(5));
-    result.whole = bits.Ok();
     return result;
 }
 
@@ -44,13 +38,6 @@ bool ReadHeader(GBytes header, GMpegSequence& sequence)
     sequence.aspectCode = static_cast<std::uint8_t>(bits.Bits(4));
     sequence.frameRateCode = static_cast<std::uint8_t>(bits.Bits(4));
     sequence.bitRate = bits.Bits(18);
-    bits.Skip(1);  // marker
-    sequence.bufferSize = static_cast<std::uint16_t>(bits.Bits(10));
-    sequence.constrained = bits.Flag();
-    sequence.intraMatrix = bits.Flag();
-    if (sequence.intraMatrix)
-        bits.Skip(kMatrixBits);
-    sequence.nonIntraMatrix = bits.Flag();
     return header.size() >= kMpegSequenceHeaderSize;
 }
 

@@ -13,21 +13,15 @@ inline constexpr std::uint8_t kSequenceHeaderCode = 0xB3;  // the last byte of a
 inline constexpr std::uint8_t kExtensionCode = 0xB5;
 inline constexpr std::size_t kMpegSequenceHeaderSize = 12;  // bytes with the start code, without matrices
 
-// sequence_extension(). `profile` and `level` as coded (8.2); VideoInfoProfile and VideoInfoLevel translate them.
+// sequence_extension(); what is cut off is 0. `profile` and `level` as coded (8.2); VideoInfoProfile and VideoInfoLevel translate them.
 struct GMpegSequenceExtension {
-    bool escape = false;       // the escape bit: profile and level have a meaning of their own
-    std::uint8_t profile = 0;  // 3 bits
-    std::uint8_t level = 0;    // 4 bits
-    bool progressive = false;
-    std::uint8_t chromaFormat = 0;      // 1 4:2:0, 2 4:2:2, 3 4:4:4
+    std::uint8_t profile = 0;           // 3 bits
+    std::uint8_t level = 0;             // 4 bits
     std::uint8_t widthHighBits = 0;     // bits 12 and 13 of the width
     std::uint8_t heightHighBits = 0;    // bits 12 and 13 of the height
     std::uint16_t bitRateHighBits = 0;  // bits 18 to 29 of the bit rate
-    std::uint8_t bufferHighBits = 0;    // bits 10 to 17 of the VBV buffer size
-    bool lowDelay = false;
-    std::uint8_t rateNumerator = 0;    // frame_rate_extension_n, 2 bits: the rate is multiplied by this plus 1
-    std::uint8_t rateDenominator = 0;  // frame_rate_extension_d, 5 bits: the rate is divided by this plus 1
-    bool whole = false;                // all ten bytes were there; what is cut off is 0
+    std::uint8_t rateNumerator = 0;     // frame_rate_extension_n, 2 bits: the rate is multiplied by this plus 1
+    std::uint8_t rateDenominator = 0;   // frame_rate_extension_d, 5 bits: the rate is divided by this plus 1
 };
 
 // The first sequence extension in `bytes`, with the six bytes from its start code to its level; wherever it is.
@@ -40,10 +34,6 @@ struct GMpegSequence {
     std::uint8_t aspectCode = 0;     // MPEG-1: pel aspect ratio; MPEG-2: aspect_ratio_information
     std::uint8_t frameRateCode = 0;  // 0 to 15; 1 to 8 have a meaning
     std::uint32_t bitRate = 0;       // 18 bits, units of 400 bit/s; 0x3FFFF in MPEG-1: variable
-    std::uint16_t bufferSize = 0;    // 10 bits, units of 2048 bytes
-    bool constrained = false;
-    bool intraMatrix = false;  // a quantiser matrix was loaded
-    bool nonIntraMatrix = false;
 
     // Each from its start code to the next start code or the end of the bytes; empty when missing. The extensions are
     // the first two that follow in the buffer, of whatever kind.

@@ -45,12 +45,12 @@ void ReadDisplay(GBitReader& bits, GVc1Sequence& sequence)
     sequence.displayWidth = bits.Bits(14) + 1;
     sequence.displayHeight = bits.Bits(14) + 1;
     if (bits.Flag()) {
-        sequence.aspectCode = static_cast<std::uint8_t>(bits.Bits(4));
-        if (sequence.aspectCode == kExplicit) {
+        const std::uint32_t code = bits.Bits(4);
+        if (code == kExplicit) {
             sequence.aspect.x = bits.Bits(8);
             sequence.aspect.y = bits.Bits(8);
-        } else if (sequence.aspectCode < 14) {  // 14 is reserved
-            sequence.aspect = SampleAspect(sequence.aspectCode);
+        } else if (code < 14) {  // 14 is reserved
+            sequence.aspect = SampleAspect(code);
         }
     }
     if (bits.Flag())
@@ -59,13 +59,10 @@ void ReadDisplay(GBitReader& bits, GVc1Sequence& sequence)
 
 void ReadAdvanced(GBitReader& bits, GVc1Sequence& sequence)
 {
-    sequence.level = static_cast<std::uint8_t>(bits.Bits(3));
-    bits.Skip(2 + 3 + 5 + 1);  // chroma format, hints at the rates, post processing
+    bits.Skip(3 + 2 + 3 + 5 + 1);  // level, chroma format, hints at the rates, post processing
     sequence.codedWidth = 2 * bits.Bits(12) + 2;
     sequence.codedHeight = 2 * bits.Bits(12) + 2;
-    bits.Skip(1);  // pulldown
-    sequence.interlaced = bits.Flag();
-    bits.Skip(4);  // frame counter, interpolation, reserved, segmented frames
+    bits.Skip(1 + 1 + 4);  // pulldown, interlacing, frame counter, interpolation, reserved, segmented frames
     sequence.hasDisplay = bits.Flag();
     if (sequence.hasDisplay)
         ReadDisplay(bits, sequence);

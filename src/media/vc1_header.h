@@ -11,15 +11,12 @@ namespace vex {
 
 struct GVc1Sequence {
     std::uint8_t profile = 0;      // 2 bits; 3 is advanced. Of other profiles only this field is read
-    std::uint8_t level = 0;        // 3 bits
     std::uint32_t codedWidth = 0;  // samples, 2 to 8192
     std::uint32_t codedHeight = 0;
-    bool interlaced = false;
 
     bool hasDisplay = false;         // DISPLAY_EXT: the rest is there
     std::uint32_t displayWidth = 0;  // samples: the 14-bit field plus 1
     std::uint32_t displayHeight = 0;
-    std::uint8_t aspectCode = 0;      // 4 bits; 0 unspecified or absent, 15 explicit
     GRatio aspect;                    // of one sample, from the code or explicit; 0:0 unspecified
     std::uint32_t rateNumerator = 0;  // frames a second; 0: not given, or a reserved code
     std::uint32_t rateDenominator = 0;

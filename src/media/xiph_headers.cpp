@@ -18,9 +18,7 @@ GTheoraIdentification ReadTheoraIdentification(GBytes packet)
     reader.Skip(2);  // offset of the picture
     header.rateNumerator = reader.U32BE();
     header.rateDenominator = reader.U32BE();
-    header.aspectX = reader.U24BE();
-    header.aspectY = reader.U24BE();
-    reader.Skip(1);  // colour space
+    reader.Skip(3 + 3 + 1);  // aspect, colour space
     header.nominalBitRate = reader.U24BE();
     const std::uint16_t last = reader.U16BE();
     header.granuleShift = last >> 5 & 0x1F;
@@ -34,16 +32,11 @@ std::optional<GVorbisIdentification> ReadVorbisIdentification(GBytes packet)
     GVorbisIdentification header;
     const bool signature = reader.U8() == 1 && HasTextAt(packet, 1, "vorbis");
     reader.Skip(6);
-    header.version = reader.U32LE();
-    header.channels = reader.U8();
-    header.sampleRate = reader.U32LE();
-    header.upperBitRate = reader.I32LE();
-    header.nominalBitRate = reader.I32LE();
-    header.lowerBitRate = reader.I32LE();
+    reader.Skip(4 + 1 + 4 + 3 * 4);  // version, channels, rate, bit rates
     const std::uint8_t blocks = reader.U8();
     header.shortBlock = 1u << (blocks & 15);
     header.longBlock = 1u << (blocks >> 4);
-    header.framing = (reader.U8() & 1) != 0;
+    reader.Skip(1);  // framing
     if (!signature || !reader.Ok())
         return std::nullopt;
     return header;

@@ -22,8 +22,6 @@ struct GTheoraIdentification {
     std::uint32_t pictureHeight = 0;  // 24 bits
     std::uint32_t rateNumerator = 0;  // frames a second; hostile: may be 0
     std::uint32_t rateDenominator = 0;
-    std::uint32_t aspectX = 0;  // of one sample, 24 bits; 0: unknown
-    std::uint32_t aspectY = 0;
     std::uint32_t nominalBitRate = 0;  // 24 bits, bit/s
     std::uint8_t granuleShift = 0;     // 5 bits: KFGSHIFT
 };
@@ -31,15 +29,8 @@ GTheoraIdentification ReadTheoraIdentification(GBytes packet);
 
 // The Vorbis identification header (Vorbis I, 4.2.2).
 struct GVorbisIdentification {
-    std::uint32_t version = 0;
-    std::uint8_t channels = 0;
-    std::uint32_t sampleRate = 0;   // Hz
-    std::int32_t upperBitRate = 0;  // bit/s; 0 or negative: not set
-    std::int32_t nominalBitRate = 0;
-    std::int32_t lowerBitRate = 0;
     std::uint32_t shortBlock = 0;  // samples, a power of two of 1 to 32768 (valid streams: 64 to 8192)
     std::uint32_t longBlock = 0;
-    bool framing = false;
 };
 // Nothing when the packet is not of type 1 with "vorbis", or has fewer than 30 bytes.
 std::optional<GVorbisIdentification> ReadVorbisIdentification(GBytes packet);
