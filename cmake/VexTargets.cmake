@@ -178,6 +178,22 @@ function(vex_fuzzer name)
     endif()
 endfunction()
 
+# vex_handler_fuzzer(<format> READING <class>): the target <format>_handler_fuzzer of a read handler, opened as its tests do
+# with the class in tests/<format>/<format>_reading.h.
+function(vex_handler_fuzzer format)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "READING" "")
+    vex_fuzzer(${format}_handler_fuzzer
+        SOURCES ${PROJECT_SOURCE_DIR}/fuzz/handler_fuzzer.cpp
+        DEPS vex_${format}
+        SEEDS ${format}_handler_seeds.cpp)
+    foreach(target ${format}_handler_fuzzer ${format}_handler_fuzzer_replay)
+        if(TARGET ${target})
+            target_compile_definitions(${target} PRIVATE
+                VEX_READING=${arg_READING} VEX_READING_HEADER="${format}/${format}_reading.h")
+        endif()
+    endforeach()
+endfunction()
+
 # vex_bench(<name> SOURCES <file>... [DEPS <target>...]): a benchmark program, never a test.
 function(vex_bench name)
     vex_executable(${name} ${ARGN})

@@ -11,7 +11,7 @@ TOP = pathlib.Path(os.environ["VEX_SOURCE_DIR"])
 sys.path.insert(0, str(TOP / "tests" / "support"))
 import media_files  # noqa: E402 pylint: disable=wrong-import-position
 
-FILES = ("docs/{0}.md", "fuzz/{0}/{0}_handler_fuzzer.cpp", "fuzz/{0}/{0}_handler_seeds.cpp", "tests/{0}/CMakeLists.txt",
+FILES = ("docs/{0}.md", "fuzz/{0}/CMakeLists.txt", "fuzz/{0}/{0}_handler_seeds.cpp", "tests/{0}/CMakeLists.txt",
          "tests/{0}/media.py", "tests/real/{0}_test.py")
 
 

@@ -1,9 +1,0 @@
-// The AVI handler over hostile bytes.
-
-#include "avi/avi_reading.h"
-#include "fuzz/handler_fuzzing.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
-    return vex::fuzz::FuzzHandler<vex::test::GAviReading>(data, size);
-}

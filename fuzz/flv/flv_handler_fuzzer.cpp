@@ -1,9 +1,0 @@
-// The FLV handler over hostile bytes.
-
-#include "flv/flv_reading.h"
-#include "fuzz/handler_fuzzing.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
-    return vex::fuzz::FuzzHandler<vex::test::GFlvReading>(data, size);
-}
