@@ -1,33 +1,13 @@
 // The first inputs of the AVI fuzz target.
 
-#include <cstddef>
-#include <cstdint>
-#include <vector>
-
+#include "avi/avi_reading.h"
 #include "fuzz/fuzz_seeds.h"
-#include "support/avi_builder.h"
 
 namespace vex {
 
-namespace {
-
-using namespace test;
-
-GAviTestFile SmallFile(GAviTestIndex index, std::size_t parts)
-{
-    GAviTestStream mp3{.type = "auds", .rate = 16'000, .format = WaveFormat(0x55, 2, 44'100, 16'000, 1152)};
-    GAviTestFile file{.streams = {VideoStream(), PcmStream(), mp3}, .parts = {}, .index = index, .totalFrames = 3};
-    for (std::size_t part = 0; part < parts; ++part) {
-        file.parts.push_back({Mpeg4Chunk("00dc", 20, true), Chunk("01wb", 12), Chunk("02wb", 7),
-                              Mpeg4Chunk("00dc", 13, false), Chunk("00dc", 0)});
-    }
-    return file;
-}
-
-}  // namespace
-
 void fuzz::WriteSeeds(GSeedFolder& seeds)
 {
+    using namespace test;
     GAviTestFile lists = SmallFile(GAviTestIndex::None, 3);
     lists.recLists = true;
     lists.junkBeforeData = 10;

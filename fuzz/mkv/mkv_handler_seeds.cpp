@@ -26,21 +26,6 @@ GEbmlBytes Audio()
 
 GEbmlBytes Private(const GEbmlBytes& data) { return Element(kCodecPrivate, data); }
 
-GEbmlBytes Live()
-{
-    const auto cluster = [](std::uint64_t time) {
-        return UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, time), SimpleBlock(1, 0, kKeyFlag, {1}),
-                                                  SimpleBlock(1, 40, 0, {2, 3})}));
-    };
-    return GMkvBuilder()
-        .AddInfo()
-        .AddTracks({TrackEntry(1, 1, "V_VP8", Video())})
-        .Add(cluster(500))
-        .Add(cluster(1500))
-        .Add(cluster(2500))
-        .Build(GMkvBuilder::GSegmentSize::Unknown);
-}
-
 // One track of every codec whose private data are looked into.
 GEbmlBytes Codecs()
 {
@@ -71,7 +56,7 @@ void fuzz::WriteSeeds(GSeedFolder& seeds)
     const GEbmlBytes second = Cluster(1000, {Picture(0, 1, kKeyFlag), Sound(0, {1, 1, 2}, kFixedLace)});
     const GEbmlBytes third = Cluster(2000, {DependentGroup(0, {4, 5}), Picture(40, 2, kKeyFlag)});
     seeds.Write("small", SmallFile(), 0xA0);
-    seeds.Write("live", Live(), 0x52);
+    seeds.Write("live", LiveFile(), 0x52);
     seeds.Write("no-cues", ThreeTracks().Add(second).Add(third).Build(), 0x80);
     seeds.Write("codecs", Codecs(), 0x00);
     seeds.Write("damaged", ThreeTracks().Add(second).Add({0, 1, 2, 0x1F, 0x43}).Add(third).Build(), 0x5A);

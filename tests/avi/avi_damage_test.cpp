@@ -9,14 +9,6 @@
 namespace vex::test {
 namespace {
 
-GAviTestFile SmallFile(GAviTestIndex index, std::size_t parts)
-{
-    GAviTestFile file{.streams = {VideoStream(), PcmStream()}, .parts = {}, .index = index, .recLists = true};
-    for (std::size_t part = 0; part < parts; ++part)
-        file.parts.push_back({Mpeg4Chunk("00dc", 12, true), Chunk("01wb", 9), Mpeg4Chunk("00dc", 11, false)});
-    return file;
-}
-
 // The number of packets. There can be no more of them than chunk headers or index entries.
 std::size_t Survive(const std::vector<std::uint8_t>& bytes)
 {
@@ -28,7 +20,13 @@ std::size_t Survive(const std::vector<std::uint8_t>& bytes)
 
 class AviBroken : public testing::TestWithParam<std::tuple<GAviTestIndex, std::size_t>> {
 protected:
-    const std::vector<std::uint8_t> bytes = SmallFile(std::get<0>(GetParam()), std::get<1>(GetParam())).Build();
+    AviBroken()
+    {
+        GAviTestFile file = SmallFile(std::get<0>(GetParam()), std::get<1>(GetParam()));
+        file.recLists = true;
+        bytes = file.Build();
+    }
+    std::vector<std::uint8_t> bytes;
 };
 INSTANTIATE_TEST_SUITE_P(Files, AviBroken,
                          testing::Values(std::tuple{GAviTestIndex::None, 1u},
@@ -44,7 +42,7 @@ TEST_P(AviBroken, EveryPrefixEndsAndGivesNoFewerPacketsThanAShorterOne)
         ASSERT_GE(count, most) << "cut at " << size;
         most = count;
     }
-    EXPECT_EQ(most, 3 * std::get<1>(GetParam()));
+    EXPECT_EQ(most, 5 * std::get<1>(GetParam()));
 }
 
 TEST_P(AviBroken, EveryByteAndEverySizeFieldMayLie)

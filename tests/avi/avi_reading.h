@@ -43,6 +43,18 @@ inline GAviTestFile NumberedVideo(int count, GAviTestIndex index)
     return file;
 }
 
+// Three streams; in every part five chunks, one of them empty.
+inline GAviTestFile SmallFile(GAviTestIndex index, std::size_t parts)
+{
+    GAviTestStream mp3{.type = "auds", .rate = 16'000, .format = WaveFormat(0x55, 2, 44'100, 16'000, 1152)};
+    GAviTestFile file{.streams = {VideoStream(), PcmStream(), mp3}, .parts = {}, .index = index, .totalFrames = 3};
+    for (std::size_t part = 0; part < parts; ++part) {
+        file.parts.push_back({Mpeg4Chunk("00dc", 20, true), Chunk("01wb", 12), Chunk("02wb", 7),
+                              Mpeg4Chunk("00dc", 13, false), Chunk("00dc", 0)});
+    }
+    return file;
+}
+
 // The marks of NumberedVideo(count).
 inline std::vector<int> Numbers(int count)
 {

@@ -2,8 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-
 #include "avi/avi_reading.h"
 #include "support/temp_file.h"
 
@@ -124,35 +122,6 @@ TEST(AviScan, IndexesInAndBehindTheDataAreNotTakenForData)
     EXPECT_EQ(reading.Damage().count, 0u);
 }
 
-// The second source on a disk, that of the scan, fails to read once.
-class GFlakySource final : public GFileBase {
-public:
-    GFlakySource(std::unique_ptr<GFileBase> open, std::shared_ptr<std::atomic<int>> untilFailure)
-        : inner(std::move(open)), countdown(std::move(untilFailure))
-    {
-    }
-    std::unique_ptr<GFileBase> NewInstance() const override
-    {
-        auto second = std::make_unique<GFlakySource>(inner->NewInstance(), countdown);
-        second->fails = true;
-        return second;
-    }
-    int Open(const char* path) override { return inner->Open(path); }
-    std::uint32_t Read(void* buffer, std::uint32_t count) override
-    {
-        return fails && (*countdown)-- == 0 ? 0 : inner->Read(buffer, count);
-    }
-    std::int64_t Seek(std::int64_t offset) override { return inner->Seek(offset); }
-    std::int64_t Tell() override { return inner->Tell(); }
-    std::int64_t GetSize() override { return inner->GetSize(); }
-    int Close() override { return inner->Close(); }
-
-private:
-    const std::unique_ptr<GFileBase> inner;
-    const std::shared_ptr<std::atomic<int>> countdown;
-    bool fails = false;
-};
-
 TEST(AviScan, AReadThatFailsForAMomentCostsNothing)
 {
     GAviTestFile file{.streams = {VideoStream("XVID")}, .parts = {{}, {}}, .index = GAviTestIndex::None};
@@ -164,11 +133,11 @@ TEST(AviScan, AReadThatFailsForAMomentCostsNothing)
     const std::size_t lied = PositionOf(bytes, "00dc", PositionOf(bytes, "00dc", PositionOf(bytes, "movi")) + 4);
     Put(bytes, lied + 4, 0x7FFFFFFF);
     const auto disk = std::make_shared<GMemoryDisk>(bytes);
-    const auto countdown = std::make_shared<std::atomic<int>>(0);
+    GSourceWatch watch;
     int failures = 0;
-    for (; failures == 0 || *countdown < 0; ++failures) {
-        *countdown = failures;
-        GAviReading reading(std::make_unique<GFlakySource>(std::make_unique<GMemoryFile>(disk), countdown));
+    for (; failures == 0 || watch.newUntilFailure < 0; ++failures) {
+        watch.newUntilFailure = failures;
+        GAviReading reading(std::make_unique<GWatchedSource>(std::make_unique<GMemoryFile>(disk), watch));
         EXPECT_THAT(KeyFlags(reading.ReadAll()), ElementsAre(true, true, true, true, false, true, true))
             << "read " << failures;
         EXPECT_EQ(reading.Damage().count, 1u);

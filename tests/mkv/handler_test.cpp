@@ -96,21 +96,6 @@ TEST(MkvHandler, ADamagedLaceLosesItsOwnBlockAndAnUnreadableHeaderTheRestOfItsCl
     EXPECT_EQ(reading.Damage().count, 3u);
 }
 
-GEbmlBytes LiveFile()
-{
-    const auto cluster = [](std::uint64_t time, std::uint8_t mark) {
-        return UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, time), Picture(0, mark, kKeyFlag),
-                                                  SimpleBlock(kVideoTrack, 1, 0, GEbmlBytes(100, ++mark))}));
-    };
-    const GEbmlBytes tags = Element(kTags, GEbmlBytes(5));
-    return ThreeTracks()
-        .Add(cluster(0, 1))
-        .Add(cluster(40, 3))
-        .Add(tags)
-        .Add(cluster(80, 5))
-        .Build(GMkvBuilder::GSegmentSize::Unknown);
-}
-
 TEST(MkvHandler, ALiveRecordingPlaysToItsEndWhereverItWasCut)
 {
     for (const std::size_t missing : {0u, 30u}) {

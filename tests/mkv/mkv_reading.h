@@ -108,6 +108,23 @@ inline GEbmlBytes FlaggedGroup(int timecode, const GEbmlBytes& data, std::uint8_
     return BlockGroup(kVideoTrack, timecode, data, {}, flags);
 }
 
+// Clusters of two pictures each, none with a size.
+inline GEbmlBytes LiveFile()
+{
+    using namespace mkv_id;
+    const auto cluster = [](std::uint64_t time, std::uint8_t mark) {
+        return UnknownSizeElement(kCluster, Join({UIntElement(kTimecode, time), Picture(0, mark, kKeyFlag),
+                                                  SimpleBlock(kVideoTrack, 1, 0, GEbmlBytes(100, ++mark))}));
+    };
+    const GEbmlBytes tags = Element(kTags, GEbmlBytes(5));
+    return ThreeTracks()
+        .Add(cluster(0, 1))
+        .Add(cluster(40, 3))
+        .Add(tags)
+        .Add(cluster(80, 5))
+        .Build(GMkvBuilder::GSegmentSize::Unknown);
+}
+
 // One of everything that is read, in a file short enough to damage every byte of.
 inline GEbmlBytes SmallFile()
 {

@@ -8,19 +8,6 @@
 namespace vex::test {
 namespace {
 
-// One of everything that is read, the header first.
-GMp4Bytes SmallFile()
-{
-    GMp4TestTrack video = NumberedVideo(6, 2);
-    video.entry = "avc1";
-    video.children = Box("avcC", {1, 77, 0, 30, 0xFF, 0xE1, 0, 3, 0x67, 77, 30, 1, 0, 2, 0x68, 0xCE});
-    GMp4TestTrack aac = NumberedVideo(4, 1, 3);
-    aac.handler = "soun";
-    aac.entry = "mp4a";
-    aac.version = 1;
-    aac.children = Box("wave", Esds(0x40, {0x12, 0x10}));
-    return HeaderFirst({.tracks = {video, PcmSound({300, 20}), aac}});
-}
 constexpr std::size_t kPacketsOfSmallFile = 6 + 2 + 4;
 
 std::size_t DataPosition(const GMp4Bytes& file) { return FindBox(file, "mdat"); }

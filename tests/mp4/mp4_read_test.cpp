@@ -53,17 +53,6 @@ struct GGroupCase {
     std::vector<std::uint32_t> firstSamples;
 };
 
-// A track of the same bytes whose samples are packed otherwise.
-GMp4TestTrack Packed(std::vector<std::uint32_t> chunkSamples, std::string entry, std::uint16_t version = 0,
-                     std::array<std::uint32_t, 4> packing = {})
-{
-    GMp4TestTrack track = PcmSound(chunkSamples);
-    track.entry = std::move(entry);
-    track.version = version;
-    track.packing = packing;
-    return track;
-}
-
 TEST(Mp4Packets, SmallSamplesOfConstantSizeAreGroupedByTheirKind)
 {
     GMp4TestTrack large = Packed({3, 2}, "mp4a");

@@ -27,6 +27,31 @@ public:
 
 inline std::vector<GReadPacket> ReadFile(const GMp4TestFile& file) { return GMp4Reading(file).ReadAll(); }
 
+// A track of the same bytes whose samples are packed otherwise.
+inline GMp4TestTrack Packed(const std::vector<std::uint32_t>& chunkSamples, std::string entry,
+                            std::uint16_t version = 0, std::array<std::uint32_t, 4> packing = {})
+{
+    GMp4TestTrack track = PcmSound(chunkSamples);
+    track.entry = std::move(entry);
+    track.version = version;
+    track.packing = packing;
+    return track;
+}
+
+// One of everything that is read, the header first.
+inline GMp4Bytes SmallFile()
+{
+    GMp4TestTrack video = NumberedVideo(6, 2);
+    video.entry = "avc1";
+    video.children = Box("avcC", {1, 77, 0, 30, 0xFF, 0xE1, 0, 3, 0x67, 77, 30, 1, 0, 2, 0x68, 0xCE});
+    GMp4TestTrack aac = NumberedVideo(4, 1, 3);
+    aac.handler = "soun";
+    aac.entry = "mp4a";
+    aac.version = 1;
+    aac.children = Box("wave", Esds(0x40, {0x12, 0x10}));
+    return HeaderFirst({.tracks = {video, PcmSound({300, 20}), aac}});
+}
+
 inline std::vector<std::size_t> Sizes(const std::vector<GReadPacket>& packets)
 {
     std::vector<std::size_t> sizes;

@@ -21,6 +21,8 @@ struct GSourceWatch {
     // A read that touches a byte of [failFrom, failUntil) fails.
     std::atomic<std::int64_t> failFrom{std::numeric_limits<std::int64_t>::max()};
     std::atomic<std::int64_t> failUntil{std::numeric_limits<std::int64_t>::max()};
+    // Of the reads of other threads' sources one fails once: that before which there are so many.
+    std::atomic<std::int64_t> newUntilFailure{std::numeric_limits<std::int64_t>::max()};
     // Meanwhile the source of another thread does not open.
     std::atomic<bool> holdsNew{false};
 };
@@ -68,6 +70,8 @@ public:
 private:
     bool Fails(std::int64_t from, std::uint32_t count) const
     {
+        if (isNew && watch.newUntilFailure-- == 0)
+            return true;
         return from + count > watch.failFrom && from < watch.failUntil;
     }
     std::uint32_t Counted(std::uint32_t got)
