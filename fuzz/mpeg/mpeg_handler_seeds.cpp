@@ -10,7 +10,7 @@ void fuzz::WriteSeeds(GSeedFolder& seeds)
     using namespace test;
     GTsBuilder sound;
     sound.Association({{1, 0x30}, {2, 0x31}}).Map(0x30, {{0x0F, 0x51, "fre"}, {0x81, 0x52}, {0x82, 0x53, "", 0x59}});
-    sound.Payload(0x51, Pes(0xC0, 0, Times(2, AdtsFrame()))).Payload(0x52, Pes(0xBD, 0, Ac3Frame(1, 0)));
+    sound.Payload(0x51, Pes(0xC0, 0, Repeat(AdtsFrame(), 2))).Payload(0x52, Pes(0xBD, 0, Ac3Frame(1, 0)));
     sound.Payload(0x54, Pes(0xFD, 0, DtsFrame(), {.extension = 0x71})).Payload(0x55, Pes(0xFD, 9, Vc1Video()));
     sound.Payload(0x51, Pes(0xC0, 3600, AdtsFrame())).Packet(0x52, true, Pes(0xBD, 3600, {1, 2, 3}), 0x08);
     GPsBuilder disc;

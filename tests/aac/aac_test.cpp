@@ -22,7 +22,7 @@ TEST(AacType, CarriesTheConfigurationOfTheFirstFrame)
         {GAdtsTestFrame{.profile = 3, .rateIndex = 11}, 2, 8000, {0x25, 0x90}},
     };
     for (const auto& [frame, channels, rate, config] : rows) {
-        GAacReading reading(Times(3, AdtsFrame(frame)));
+        GAacReading reading(Repeat(AdtsFrame(frame), 3));
         ASSERT_TRUE(reading.IsOpen());
         const WAVEFORMATEX format{0xFF, channels, rate, static_cast<DWORD>(kSize * rate >> 11), kSize, 0, 2};
         EXPECT_TRUE(reading.Streams()[0].mediaTypes[0] == MakeWaveType(format, config)) << rate;
@@ -42,25 +42,25 @@ TEST(AacFiles, PlayTheFramesThatAnotherOneOrTheEndFollows)
     std::ranges::copy(First(AdtsFrame({.length = 300}), 7), adif.begin() + 400);  // looks like a header
     const char* const none = "the file holds no AAC in ADTS frames";
     const std::pair<GAudioBytes, const char*> files[]{
-        {Joined({Id3v2(1), Id3v2(1000), music}), "1 2 3 "},
-        {Joined({Id3v2(20, 5'000'000), music}), "1 2 3 "},  // leads beyond the file: 30 bytes of junk
-        {Joined({Text("ADIF", 20), music}), "1 2 3 "},
-        {Joined({Text("junk", 15), music}), "1 2 3 "},
-        {Joined({Id3v2(7), Text("", 131'000), music}), "1 2 3 "},
-        {Joined({falseBlock, music}), "1 2 3 "},
+        {Join({Id3v2(1), Id3v2(1000), music}), "1 2 3 "},
+        {Join({Id3v2(20, 5'000'000), music}), "1 2 3 "},  // leads beyond the file: 30 bytes of junk
+        {Join({Text("ADIF", 20), music}), "1 2 3 "},
+        {Join({Text("junk", 15), music}), "1 2 3 "},
+        {Join({Id3v2(7), Text("", 131'000), music}), "1 2 3 "},
+        {Join({falseBlock, music}), "1 2 3 "},
         {AdtsFrame(), "1 "},
-        {Joined({music, Id3v1()}), "1 2 3 "},
-        {Joined({music, Ape(50, 82)}), "1 2 3 "},
+        {Join({music, Id3v1()}), "1 2 3 "},
+        {Join({music, Ape(50, 82)}), "1 2 3 "},
         {First(music, 3 * kSize - 1), "1 2 -106"},
         {First(AdtsFrames(4), 3 * kSize + 3), "1 2 3 -3"},  // too little of a header to be checked
-        {Joined({music, Text("junk", 50), AdtsFrames(2)}), "1 2 1 2 -157"},
-        {Joined({AdtsFrames(2), AdtsFrame({.length = 5}), AdtsFrames(2)}), "1 1 2 -214"},
-        {Joined({AdtsFrames(2), Id3v2(40), AdtsFrames(2)}), "1 1 2 -157"},
+        {Join({music, Text("junk", 50), AdtsFrames(2)}), "1 2 1 2 -157"},
+        {Join({AdtsFrames(2), AdtsFrame({.length = 5}), AdtsFrames(2)}), "1 1 2 -214"},
+        {Join({AdtsFrames(2), Id3v2(40), AdtsFrames(2)}), "1 1 2 -157"},
         {adif, "AAC behind an ADIF header is not supported; only ADTS frames are"},
-        {Times(4, MpegFrame(1)), none},
-        {Joined({Text("", 140'001), AdtsFrame()}), none},  // too far away
-        {Times(40, AdtsFrame({.rateIndex = 12})), none},
-        {Times(40, AdtsFrame({.length = 6})), none},  // shorter than its header
+        {Repeat(MpegFrame(1), 4), none},
+        {Join({Text("", 140'001), AdtsFrame()}), none},  // too far away
+        {Repeat(AdtsFrame({.rateIndex = 12}), 40), none},
+        {Repeat(AdtsFrame({.length = 6}), 40), none},  // shorter than its header
         {{}, none},
     };
     for (const auto& [file, played] : files)
@@ -73,8 +73,8 @@ TEST(AacFiles, PlayTheFramesThatAnotherOneOrTheEndFollows)
 TEST(AacDuration, CountsEveryHeaderOfTheFile)
 {
     const std::pair<GAudioBytes, int> rows[]{
-        {Joined({AdtsFrames(10), Text("junk", 1000), AdtsFrames(10)}), 20},
-        {Joined({AdtsFrames(10), Id3v1()}), 10},
+        {Join({AdtsFrames(10), Text("junk", 1000), AdtsFrames(10)}), 20},
+        {Join({AdtsFrames(10), Id3v1()}), 10},
         {First(AdtsFrames(10), 10 * kSize - 50), 10},  // one that is cut off is counted
     };
     for (const auto& [file, frames] : rows)
@@ -83,7 +83,7 @@ TEST(AacDuration, CountsEveryHeaderOfTheFile)
 
 TEST(AacSeek, LandsInProportionAndOnTheNextFrame)
 {
-    GAacReading reading(Joined({Id3v2(3), AdtsFrames(100), Id3v1()}));
+    GAacReading reading(Join({Id3v2(3), AdtsFrames(100), Id3v1()}));
     const REFERENCE_TIME duration = reading.Handler().Duration();
     const std::pair<REFERENCE_TIME, int> rows[]{
         {0, 1}, {duration / 2, 52}, {duration / 4, 27}, {1, 1}, {duration * 97 / 100, 100}};
@@ -100,7 +100,7 @@ TEST(AacSeek, LandsInProportionAndOnTheNextFrame)
 
 TEST(AacHostile, NeitherAPrefixNorAnyByteNorAnInterruptDoesHarm)
 {
-    EXPECT_NO_THROW(TryDamage<GAacReading>(Joined({Id3v2(5), AdtsFrames(3), Ape(10, 42), Id3v1()})));
+    EXPECT_NO_THROW(TryDamage<GAacReading>(Join({Id3v2(5), AdtsFrames(3), Ape(10, 42), Id3v1()})));
     GAacReading reading(AdtsFrames(200));
     reading.Handler().Interrupt(true);
     EXPECT_EQ(reading.Handler().Open("memory").Error().kind, GErrorKind::Aborted);

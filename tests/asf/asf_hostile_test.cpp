@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "asf/asf_reading.h"
+#include "support/bytes.h"
 #include "support/handler_trial.h"
 
 namespace vex::test {
@@ -20,7 +21,7 @@ TEST(AsfBroken, EveryPrefixGivesNoFewerObjectsThanAShorterOne)
     const GData whole = AsfEverything().Bytes();
     std::size_t most = 0;
     for (std::size_t size = 0; size <= whole.size(); ++size) {
-        const std::size_t count = Try({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}).packets;
+        const std::size_t count = Try(First(whole, size)).packets;
         ASSERT_GE(count, most) << "of " << size;
         most = count;
     }

@@ -87,7 +87,7 @@ TEST(AviIdx1, AnIndexOfNoUseLeavesTheChunksToTheScan)
     Put(oversize, idx1 + 4, 600'001 * 16);
     oversize.resize(idx1 + 8 + 600'001 * 16);
 
-    for (const auto& bytes : {Prefix(good, idx1 + 8), Prefix(good, good.size() - 1), foreign, oversize}) {
+    for (const auto& bytes : {First(good, idx1 + 8), First(good, good.size() - 1), foreign, oversize}) {
         GAviReading reading(bytes);
         EXPECT_EQ(reading.Index(), "none");
         EXPECT_EQ(Marks(reading.ReadAll()), Numbers(4));

@@ -103,7 +103,7 @@ TEST(AviPayload, AChunkCutByTheEndOfTheFileIsDeliveredAsFarAsItGoes)
     for (const GCut& cut :
          {GCut{WithIndexField(indexed, 2, 12, 100'000), there, 100'000 - there},
           GCut{WithIndexField(indexed, 2, 12, 0x7FFFFFF0), 0, 0x7FFFFFF0},  // more than a packet may have
-          GCut{Prefix(scanned, scanned.size() - 13), 5, 13}}) {
+          GCut{First(scanned, scanned.size() - 13), 5, 13}}) {
         GAviReading reading(cut.bytes);
         const auto packets = reading.ReadAll();
         ASSERT_EQ(packets.size(), 3u);

@@ -184,7 +184,7 @@ TEST(AviGrowth, ClosingWakesAScanThatWaitsForTheFileToGrow)
     const std::size_t chunk = ChunkPosition(bytes, 1);
     for (const std::size_t size :
          {bytes.size(), chunk + 4, chunk + 8, chunk + 10}) {  // at a header, in it, in a payload
-        GAviReading reading(Prefix(bytes, size), std::chrono::hours(24));
+        GAviReading reading(First(bytes, size), std::chrono::hours(24));
         EXPECT_TRUE(reading.Next());
         EXPECT_TRUE(reading.Handler().Open("memory").Ok());  // closes first
     }
@@ -193,7 +193,7 @@ TEST(AviGrowth, ClosingWakesAScanThatWaitsForTheFileToGrow)
 // Opens `bytes` up to `begun`, and adds the rest when the handler has come to the end. There are four packets at last.
 void ExpectGrowth(const std::vector<std::uint8_t>& bytes, std::size_t begun, int packetsBegun)
 {
-    GAviReading reading(Prefix(bytes, begun));
+    GAviReading reading(First(bytes, begun));
     EXPECT_EQ(reading.Index(), "none");
     auto packets = reading.ReadAll();
     EXPECT_EQ(Marks(packets), Numbers(packetsBegun));
@@ -214,8 +214,7 @@ TEST(AviGrowth, AnIndexBeyondTheEndIsRefusedAndSaysHowFarTheFileIsToGrow)
     auto bytes = file.Build();
     const std::size_t half = PositionOf(bytes, "00dc", PositionOf(bytes, "AVIX")) + 8 + 10;
     ExpectGrowth(bytes, half, 3);
-    EXPECT_EQ(GAviReading(Prefix(bytes, half)).Handler().Duration(), 4 * kSecond / 25)
-        << "as the super index announces";
+    EXPECT_EQ(GAviReading(First(bytes, half)).Handler().Duration(), 4 * kSecond / 25) << "as the super index announces";
 
     const std::size_t second = PositionOf(bytes, "AVIX") - 8;
     const std::string junk("JUNK\0\0\0\0", 8);  // with it the file has more than one RIFF, and is whole so far

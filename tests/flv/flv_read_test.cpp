@@ -179,7 +179,7 @@ TEST(FlvBroken, APrefixLosesOnlyItsEndAndALyingByteOnlyItsTags)
     const GFlvBytes film = Film(5, 3).bytes;
     std::size_t most = 0;
     for (std::size_t size = 0; size <= film.size(); ++size) {
-        const std::size_t count = Survive({film.begin(), film.begin() + static_cast<std::ptrdiff_t>(size)});
+        const std::size_t count = Survive(First(film, size));
         ASSERT_GE(count, most) << size;
         most = count;
     }

@@ -28,7 +28,7 @@ TEST(MkvHostile, EveryPrefixGivesWhatIsWhole)
 {
     std::size_t most = 0;
     for (std::size_t size = 0; size <= kWhole.size(); ++size) {
-        const GTrialResult use = UseWhole({kWhole.begin(), kWhole.begin() + static_cast<std::ptrdiff_t>(size)});
+        const GTrialResult use = UseWhole(First(kWhole, size));
         EXPECT_EQ(use.opened, size >= SegmentDataPos()) << size;
         EXPECT_EQ(use.damage != 0, use.opened && size < kWhole.size()) << size;
         EXPECT_GE(use.packets, most) << "more of the file, fewer packets at " << size;

@@ -38,7 +38,7 @@ TEST(Mp3Headers, SayRateChannelsSizeAndLengthOfAFrame)
     };
     for (const auto& [header, size, rate, channels, length] : rows) {
         SCOPED_TRACE(header);
-        GMp3Reading reading(Times(3, MpegFrame(1, header, size)));
+        GMp3Reading reading(Repeat(MpegFrame(1, header, size), 3));
         const auto packets = reading.ReadAll();
         ASSERT_EQ(Starts(packets), (std::vector<REFERENCE_TIME>{0, length, 2 * length}));
         EXPECT_EQ(packets.back().payload, MpegFrame(1, header, size));
@@ -52,25 +52,25 @@ TEST(Mp3Files, PlayTheirFramesAndNothingElse)
     const GAudioBytes music = MpegFrames(3);
     const char* const none = "the file holds no MPEG audio: no frame that another one follows";
     const std::pair<GAudioBytes, const char*> files[]{
-        {Joined({Id3v2(300), Id3v2(0), music}), "1 2 3 "},
-        {Joined({Id3v2(5, 1'000'000), music}), "1 2 3 "},  // leads beyond the file: no tag
-        {Joined({music, Id3v1()}), "1 2 3 "},
-        {Joined({music, Ape(50, 82), Id3v1()}), "1 2 3 "},
-        {Joined({First(music, 2 * kUsualSize), Id3v2(500), MpegFrame(3)}), "1 2 3 "},                    // files joined
-        {Joined({MpegFrame(1, 0xFFE31800, 72), MpegFrame(2, 0xFFE31800, 72), Ape(0, 200)}), "1 2 -32"},  // greedy
-        {Joined({GAudioBytes(700, 0xFF), music}), "1 2 3 "},
-        {Joined({MpegFrames(2), Text("junk", 1000), MpegFrames(2)}), "1 2 1 2 -1000"},
-        {Joined({MpegFrames(2), MpegFrame(9, kUsualHeader, 100), music}), "1 2 1 2 3 -100"},
+        {Join({Id3v2(300), Id3v2(0), music}), "1 2 3 "},
+        {Join({Id3v2(5, 1'000'000), music}), "1 2 3 "},  // leads beyond the file: no tag
+        {Join({music, Id3v1()}), "1 2 3 "},
+        {Join({music, Ape(50, 82), Id3v1()}), "1 2 3 "},
+        {Join({First(music, 2 * kUsualSize), Id3v2(500), MpegFrame(3)}), "1 2 3 "},                    // files joined
+        {Join({MpegFrame(1, 0xFFE31800, 72), MpegFrame(2, 0xFFE31800, 72), Ape(0, 200)}), "1 2 -32"},  // greedy
+        {Join({GAudioBytes(700, 0xFF), music}), "1 2 3 "},
+        {Join({MpegFrames(2), Text("junk", 1000), MpegFrames(2)}), "1 2 1 2 -1000"},
+        {Join({MpegFrames(2), MpegFrame(9, kUsualHeader, 100), music}), "1 2 1 2 3 -100"},
         {First(music, 3 * kUsualSize - 1), "1 2 -416"},
         {First(music, 2 * kUsualSize + 3), "1 2 -3"},
-        {Joined({MpegFrames(2), GAudioBytes(3'000'000)}), "1 2 -3000000"},
-        {Times(4, MpegFrame(1, 0xFFFF9000, 312)), "the file holds MPEG audio of layer I; only layer III is played"},
-        {Times(4, MpegFrame(1, 0xFFFD9000, 522)), "the file holds MPEG audio of layer II; only layer III is played"},
-        {Times(4, MpegFrame(1, 0xFFFB0000, 500)), "MPEG audio of free format is not supported"},
-        {Times(4, MpegFrame(1, 0xFFFBF000)), none},  // the forbidden bit rate
-        {Times(4, MpegFrame(1, 0xFFE38C00)), none},  // no such rate
-        {Times(4, MpegFrame(1, 0xFFF99000)), none},  // no such layer
-        {MpegFrame(1), none},                        // nothing follows it
+        {Join({MpegFrames(2), GAudioBytes(3'000'000)}), "1 2 -3000000"},
+        {Repeat(MpegFrame(1, 0xFFFF9000, 312), 4), "the file holds MPEG audio of layer I; only layer III is played"},
+        {Repeat(MpegFrame(1, 0xFFFD9000, 522), 4), "the file holds MPEG audio of layer II; only layer III is played"},
+        {Repeat(MpegFrame(1, 0xFFFB0000, 500), 4), "MPEG audio of free format is not supported"},
+        {Repeat(MpegFrame(1, 0xFFFBF000), 4), none},  // the forbidden bit rate
+        {Repeat(MpegFrame(1, 0xFFE38C00), 4), none},  // no such rate
+        {Repeat(MpegFrame(1, 0xFFF99000), 4), none},  // no such layer
+        {MpegFrame(1), none},                         // nothing follows it
         {{}, none},
     };
     for (const auto& [file, played] : files)
@@ -80,14 +80,14 @@ TEST(Mp3Files, PlayTheirFramesAndNothingElse)
 TEST(Mp3Duration, ComesFromTheXingHeaderOrFromTheLastWholeFrame)
 {
     const std::pair<GAudioBytes, std::int64_t> rows[]{
-        {Joined({XingFrame(1000, 0), MpegFrames(4)}), 1000},
-        {Joined({XingFrame(1000, 0, 21), MpegFrames(4)}), 5},  // where a mono file has it
-        {Joined({XingFrame(1000, 0, 36, "Info"), MpegFrames(4)}), 5},
+        {Join({XingFrame(1000, 0), MpegFrames(4)}), 1000},
+        {Join({XingFrame(1000, 0, 21), MpegFrames(4)}), 5},  // where a mono file has it
+        {Join({XingFrame(1000, 0, 36, "Info"), MpegFrames(4)}), 5},
         {First(MpegFrames(10), 10 * kUsualSize - 1), 9},
-        {Joined({MpegFrames(10), Id3v1()}), 10},
-        {Joined({MpegFrames(10), GAudioBytes(100'000)}), 10},          // the last frame is far from the end
-        {Joined({MpegFrames(4), MpegFrame(5, 0xFFFBE000, 1044)}), 5},  // the last frame's size is the first one's
-        {Joined({XingFrame(0xFFFFFFFF, 0xFFFFFFFF), MpegFrames(4)}), 0xFFFFFFFF},
+        {Join({MpegFrames(10), Id3v1()}), 10},
+        {Join({MpegFrames(10), GAudioBytes(100'000)}), 10},          // the last frame is far from the end
+        {Join({MpegFrames(4), MpegFrame(5, 0xFFFBE000, 1044)}), 5},  // the last frame's size is the first one's
+        {Join({XingFrame(0xFFFFFFFF, 0xFFFFFFFF), MpegFrames(4)}), 0xFFFFFFFF},
     };
     for (const auto& [file, frames] : rows)
         EXPECT_EQ(GMp3Reading(file).Handler().Duration(), MulDiv64(frames, 11'520'000'000, 44'100)) << frames;
@@ -95,9 +95,9 @@ TEST(Mp3Duration, ComesFromTheXingHeaderOrFromTheLastWholeFrame)
 
 TEST(Mp3Seek, LandsWhereTheRateOrTheTableSays)
 {
-    const GAudioBytes steady = Joined({Id3v2(77), MpegFrames(100)});
+    const GAudioBytes steady = Join({Id3v2(77), MpegFrames(100)});
     // The table says 2 i / 256 of 100 frames.
-    const GAudioBytes xing = Joined({XingFrame(101, 100 * kUsualSize), MpegFrames(100)});
+    const GAudioBytes xing = Join({XingFrame(101, 100 * kUsualSize), MpegFrames(100)});
     const REFERENCE_TIME xingDuration = std::int64_t{101} * 11'520'000'000 / 44'100;
     const std::tuple<const GAudioBytes&, REFERENCE_TIME, int> rows[]{
         {steady, 0, 1},
@@ -115,20 +115,20 @@ TEST(Mp3Seek, LandsWhereTheRateOrTheTableSays)
         EXPECT_EQ(next->next.start, time) << "times restart at the target";
         EXPECT_EQ(reading.Damage().count, 0u);
     }
-    EXPECT_FALSE(GMp3Reading(Joined({XingFrame(0, 1000), MpegFrames(4)})).Seek(0)) << "no frames are counted";
+    EXPECT_FALSE(GMp3Reading(Join({XingFrame(0, 1000), MpegFrames(4)})).Seek(0)) << "no frames are counted";
 }
 
 TEST(Mp3Hostile, SearchesReadTheFileOnceAndEndWhenInterrupted)
 {
     constexpr std::size_t kSize = 1 << 20;
-    const GAudioBytes lonely = Times(kSize / 5, MpegFrame(0, kUsualHeader, 5));  // headers that nothing follows
+    const GAudioBytes lonely = Repeat(MpegFrame(0, kUsualHeader, 5), kSize / 5);  // headers that nothing follows
     for (const GAudioBytes& file :
-         {GAudioBytes(kSize, 0xFF), GAudioBytes(kSize), lonely, Times(kSize / 10, Id3v2(0))}) {
+         {GAudioBytes(kSize, 0xFF), GAudioBytes(kSize), lonely, Repeat(Id3v2(0), kSize / 10)}) {
         GMp3Reading reading(file);
         EXPECT_FALSE(reading.IsOpen());
         EXPECT_LE(reading.Watch().bytes, kSize + 2 * GScanWindow::kDefaultBlock);
     }
-    GMp3Reading reading(Joined({MpegFrames(2), GAudioBytes(3'000'000), MpegFrames(3)}));
+    GMp3Reading reading(Join({MpegFrames(2), GAudioBytes(3'000'000), MpegFrames(3)}));
     reading.Handler().Interrupt(true);
     const std::uint64_t before = reading.Watch().bytes;
     GNextPacket next;
@@ -140,8 +140,8 @@ TEST(Mp3Hostile, SearchesReadTheFileOnceAndEndWhenInterrupted)
 
 TEST(Mp3Hostile, NeitherAPrefixNorAnyByteDoesHarm)
 {
-    const GAudioBytes frames = Times(3, MpegFrame(2, 0xFFE31800, 72));
-    EXPECT_NO_THROW(TryDamage<GMp3Reading>(Joined({Id3v2(5), XingFrame(3, 500), frames, Ape(10, 42), Id3v1()})));
+    const GAudioBytes frames = Repeat(MpegFrame(2, 0xFFE31800, 72), 3);
+    EXPECT_NO_THROW(TryDamage<GMp3Reading>(Join({Id3v2(5), XingFrame(3, 500), frames, Ape(10, 42), Id3v1()})));
 }
 
 }  // namespace

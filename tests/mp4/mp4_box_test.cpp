@@ -28,8 +28,8 @@ GMp4Bytes Compressed(const GMp4Bytes& movie, std::uint32_t declared, std::string
     GMp4Bytes packed(size);
     compress(packed.data(), &size, movie.data(), static_cast<uLong>(movie.size()));
     packed.resize(size);
-    return Box("cmov", Glue({Box("dcom", GMp4Bytes(algorithm.begin(), algorithm.end())),
-                             Box("cmvd", Glue({Big(declared), packed}))}));
+    return Box("cmov", Join({Box("dcom", GMp4Bytes(algorithm.begin(), algorithm.end())),
+                             Box("cmvd", Join({BigEndian(declared), packed}))}));
 }
 
 TEST(Mp4Boxes, TheMovieHeaderIsFoundWhereverWritersPutIt)
@@ -38,23 +38,23 @@ TEST(Mp4Boxes, TheMovieHeaderIsFoundWhereverWritersPutIt)
     GMp4TestFile wide = kFilm;
     wide.start = Box("wide", {});
     GMp4TestFile large = kFilm;  // a 64-bit "mdat" is 8 bytes longer
-    large.start = Glue({kFilm.start, GMp4Bytes(8)});
+    large.start = Join({kFilm.start, GMp4Bytes(8)});
     auto [largeData, largeMovie] = large.DataAndMovie();
     const std::size_t mdat = kFilm.start.size();
-    const GMp4Bytes header = Glue({Big(1), {'m', 'd', 'a', 't'}, Big(largeData.size() - mdat, 8)});
+    const GMp4Bytes header = Join({BigEndian(1), {'m', 'd', 'a', 't'}, BigEndian(largeData.size() - mdat, 8)});
     std::ranges::copy(header, largeData.begin() + static_cast<std::ptrdiff_t>(mdat));
     GMp4TestFile wrapped = kFilm;  // the boxes of "M1.5" start at 188, its chunk offsets are 120 too small
-    wrapped.start = Glue({{0, 0, 0, 188, 'M', '1', '.', '5'}, GMp4Bytes(180)});
+    wrapped.start = Join({{0, 0, 0, 188, 'M', '1', '.', '5'}, GMp4Bytes(180)});
     wrapped.offsetsLess = 120;
     const auto raw = static_cast<std::uint32_t>(movie.size());
     const std::pair<const char*, GMp4Bytes> files[] = {
-        {"behind the data", Glue({data, movie})},
+        {"behind the data", Join({data, movie})},
         {"behind \"wide\"", wide.Build()},
-        {"behind a 64-bit size", Glue({largeData, largeMovie})},
-        {"hidden in \"free\"", Replace(Glue({data, movie}), "moov", "free")},
+        {"behind a 64-bit size", Join({largeData, largeMovie})},
+        {"hidden in \"free\"", Replace(Join({data, movie}), "moov", "free")},
         {"in a wrapper", wrapped.Build()},
-        {"compressed", Glue({data, Box("moov", Compressed(movie, raw))})},
-        {"compressed in \"free\"", Glue({data, Box("free", Compressed(movie, raw))})},
+        {"compressed", Join({data, Box("moov", Compressed(movie, raw))})},
+        {"compressed in \"free\"", Join({data, Box("free", Compressed(movie, raw))})},
     };
     const std::size_t temporary = ListFiles("tav", ".tmp").size();
     for (const auto& [what, file] : files) {
@@ -80,19 +80,20 @@ TEST(Mp4Boxes, AFileWithoutAMovieSaysWhatItIs)
         {"does not begin with an MP4 box", {'R', 'I', 'F', 'F', 4, 0, 0, 0, 'A', 'V', 'I', ' '}},
         {"too short", {0, 0, 0, 8}},
         {"cut off before it was finished", data},
-        {"cut off before it was finished", Glue({data, Box("mdat", {}), Big(0), movie})},  // size 0 ends the level
+        {"cut off before it was finished",
+         Join({data, Box("mdat", {}), BigEndian(0), movie})},  // size 0 ends the level
         {"media segment", Box("styp", GMp4Bytes(8))},
-        {"only movie fragments", Glue({kFilm.start, Box("moof", {})})},
+        {"only movie fragments", Join({kFilm.start, Box("moof", {})})},
         {"only movie fragments",
-         Glue({kFilm.start, Box("moov", Glue({FullBox("mvhd", GMp4Bytes(96)), Box("mvex", {}), Box("trak", {})}))})},
-        {"no 'mvhd'", Replace(Glue({data, movie}), "mvhd", "free")},
-        {"no track", Replace(Glue({data, movie}), "trak", "free")},
+         Join({kFilm.start, Box("moov", Join({FullBox("mvhd", GMp4Bytes(96)), Box("mvex", {}), Box("trak", {})}))})},
+        {"no 'mvhd'", Replace(Join({data, movie}), "mvhd", "free")},
+        {"no track", Replace(Join({data, movie}), "trak", "free")},
         {"no track can be played: 'hev1'", other.Build()},
         {"no track can be played: 'mp4v'", text.Build()},
         {"no track can be played: 'alaw'", unplayed.Build()},
-        {"no 'mvhd'", Glue({data, Box("moov", Compressed(movie, raw, "lzma"))})},
-        {"no 'mvhd'", Glue({data, Box("moov", Compressed(movie, raw - 1))})},
-        {"no 'mvhd'", Glue({data, Box("moov", Compressed(movie, 0xFFFF'FFFF))})},
+        {"no 'mvhd'", Join({data, Box("moov", Compressed(movie, raw, "lzma"))})},
+        {"no 'mvhd'", Join({data, Box("moov", Compressed(movie, raw - 1))})},
+        {"no 'mvhd'", Join({data, Box("moov", Compressed(movie, 0xFFFF'FFFF))})},
     };
     for (const auto& [reason, file] : files) {
         GMp4Reading reading(file);

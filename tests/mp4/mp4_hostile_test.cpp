@@ -23,7 +23,7 @@ TEST(Mp4Hostile, EveryPrefixGivesWhatIsWhole)
     const GMp4Bytes whole = SmallFile();
     std::size_t most = 0;
     for (std::size_t size = 0; size <= whole.size(); ++size) {
-        const GTrialResult use = UseWhole({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)});
+        const GTrialResult use = UseWhole(First(whole, size));
         EXPECT_GE(use.packets, most) << "more of the file, fewer packets at " << size;
         EXPECT_TRUE(!use.opened || use.damage != 0 || size + 8 > whole.size() || size <= DataPosition(whole) + 8)
             << size;
@@ -96,11 +96,11 @@ TEST(Mp4Hostile, BoxesInBoxesEndAtALimit)
         GMp4Bytes nested;
         for (int depth = 0; depth < 5000; ++depth)
             nested = Box(type, nested);
-        UseWhole(Glue({film.start, nested}));
-        const GTrialResult use = UseWhole(Glue({film.Build(), nested}));
+        UseWhole(Join({film.start, nested}));
+        const GTrialResult use = UseWhole(Join({film.Build(), nested}));
         EXPECT_EQ(use.packets, 2u);
     }
-    const GTrialResult many = UseWhole(Glue({film.Build(), GMp4Bytes(1 << 16, 8)}));
+    const GTrialResult many = UseWhole(Join({film.Build(), GMp4Bytes(1 << 16, 8)}));
     EXPECT_TRUE(many.opened);
 }
 
@@ -110,11 +110,11 @@ TEST(Mp4Hostile, AHeaderOfJunkIsRefusedWithinItsMemory)
     GMp4Bytes junk;
     while (junk.size() < 4 << 20) {
         const GMp4Bytes more =
-            Glue({Big(8 + 16), {'s', 't', 'b', 'l'}, Big(3u << 20), {'s', 't', 's', 'z'}, GMp4Bytes(8)});
+            Join({BigEndian(8 + 16), {'s', 't', 'b', 'l'}, BigEndian(3u << 20), {'s', 't', 's', 'z'}, GMp4Bytes(8)});
         junk.insert(junk.end(), more.begin(), more.end());
     }
     const GMp4TestFile film{.tracks = {NumberedVideo(2)}};
-    GMp4Reading reading(Glue({film.start, Box("moov", junk)}));
+    GMp4Reading reading(Join({film.start, Box("moov", junk)}));
     EXPECT_FALSE(reading.IsOpen());
     EXPECT_LE(reading.Watch().bytes, 60u << 20);  // a header costs 32 bytes, a payload its size once
 }

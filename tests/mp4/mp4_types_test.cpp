@@ -65,7 +65,7 @@ TEST(Mp4Types, SoundIsDescribedAsItsEntryAndConfigurationSay)
     const GSoundCase cases[] = {
         {"AAC", Sound("mp4a", Esds(0x40, config)), SubtypeFromWaveTag(0xFF), {0xFF, 2, 176400, 4, 16, 2}},
         {"AAC in QuickTime",
-         Sound("mp4a", Box("wave", Glue({Box("frma", Big(0)), Esds(0x67, config)}))),
+         Sound("mp4a", Box("wave", Join({Box("frma", BigEndian(0)), Esds(0x67, config)}))),
          SubtypeFromWaveTag(0xFF),
          {0xFF, 2, 176400, 4, 16, 2}},
         {"MPEG audio by its object type",

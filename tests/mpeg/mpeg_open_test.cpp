@@ -18,7 +18,7 @@ std::vector<std::string> Names(const GMpegReading& reading)
     return names;
 }
 
-GMpegBytes Behind(std::size_t garbage, const GMpegBytes& file) { return Joined({GMpegBytes(garbage, 0x13), file}); }
+GMpegBytes Behind(std::size_t garbage, const GMpegBytes& file) { return Join({GMpegBytes(garbage, 0x13), file}); }
 
 TEST(MpegKind, IsFoundBySyncsAndPacksAndBehindGarbage)
 {
@@ -159,7 +159,7 @@ TEST(MpegTables, AacIsTakenByItsTypeAndWithoutIt)
             film.Packet(0x1FFF, false, {});
             if (type != 0)
                 film.Association({{1, 0x1000}}).Map(0x1000, {{type, 0x51}});
-            film.Payload(0x51, Pes(id, 0, Times(3, AdtsFrame())));
+            film.Payload(0x51, Pes(id, 0, Repeat(AdtsFrame(), 3)));
             const GMpegReading reading(film.bytes);
             const bool found = id == 0xC0 || type == 0x0F;
             EXPECT_EQ(reading.IsOpen(), found) << int{type} << " " << int{id};
@@ -170,11 +170,11 @@ TEST(MpegTables, AacIsTakenByItsTypeAndWithoutIt)
 // A sync word of two bytes turns up in any data: 0B 77 and a header that could be one, in private data without a frame.
 TEST(MpegStreams, AreNotMadeOfChance)
 {
-    const GMpegBytes chance = Joined({GMpegBytes(100, 3), {0x0B, 0x77, 0, 0, 28, 0x40, 0xE1}, GMpegBytes(60, 3)});
+    const GMpegBytes chance = Join({GMpegBytes(100, 3), {0x0B, 0x77, 0, 0, 28, 0x40, 0xE1}, GMpegBytes(60, 3)});
     GTsBuilder film = TransportFilm(5);
     for (int i = 0; i < 50; ++i) {
-        film.Payload(0x200, Pes(0xBD, 0, Joined({GMpegBytes(30, 3), chance, chance})));
-        film.Payload(0x201, Pes(0xE1, 0, Joined({AvcVideo(1, false), chance})));
+        film.Payload(0x200, Pes(0xBD, 0, Join({GMpegBytes(30, 3), chance, chance})));
+        film.Payload(0x201, Pes(0xE1, 0, Join({AvcVideo(1, false), chance})));
         film.Packet(0x202, false, chance);
     }
     EXPECT_EQ(GMpegReading(film.bytes).Streams().size(), 2u);

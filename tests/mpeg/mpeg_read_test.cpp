@@ -40,7 +40,7 @@ TEST(MpegFraming, DeliversPayloadsFromOneTimeToTheNext)
     GMpegReading reading(film.bytes);
     const auto packets = reading.ReadAll();
     ASSERT_EQ(packets.size(), 4u);
-    EXPECT_EQ(packets[0].payload, Joined({AvcVideo(1), {6, 6, 6}}));
+    EXPECT_EQ(packets[0].payload, Join({AvcVideo(1), {6, 6, 6}}));
     EXPECT_EQ(packets[1].payload, large);
     EXPECT_EQ(packets[2].payload, (GMpegBytes{7, 7, 7}));
     EXPECT_EQ(packets[3].payload, (GMpegBytes{8, 8}));
@@ -110,7 +110,7 @@ TEST(MpegFraming, AProgramStreamLosesTheHeadersOfItsSubStreams)
         const auto packets = reading.ReadAll();
         const auto sound = OfStream(packets, kPrivateAc3);
         ASSERT_EQ(sound.size(), 2u);
-        EXPECT_EQ(sound[0].payload, Joined({Ac3Frame(1), {2, 2}}));
+        EXPECT_EQ(sound[0].payload, Join({Ac3Frame(1), {2, 2}}));
         EXPECT_EQ(sound[1].payload, GMpegBytes{3});
         EXPECT_EQ(OfStream(packets, 0xE0).at(1).payload, MpegVideo(2));
         EXPECT_EQ(reading.Damage().count, 0u) << reading.Damage().first;
@@ -151,7 +151,7 @@ TEST(MpegTimes, CountFromTheSmallestTimeAndUnwrap)
         {{kLast - 8999, 0, kLast - 3599, 3600}, {0, 1'000'000, 600'000, 1'400'000}},  // wraps, and reordered there
         {{2700, kLast - 4499, kLast - 899, 6300}, {800'000, 0, 400'000, 1'200'000}},  // reordered around the wrap
         {{5'000'000'000, 9000, 12'600}, {0, 398'882'621'333, 398'883'021'333}},       // a fall of more than 2^32
-        {{9000, 5'000'000'000, 12'600}, {0, 555'554'555'555, 954'437'576'888}},  // a rise as large is none
+        {{9000, 5'000'000'000, 12'600}, {0, 555'554'555'555, 954'437'576'888}},       // a rise as large is none
     };
     for (const auto& one : cases) {
         GTsBuilder film;
@@ -229,7 +229,7 @@ TEST(MpegBroken, EveryPrefixAndEveryByteMayLie)
     for (const GMpegBytes& file : files) {
         const std::size_t whole = Survive(file);
         for (std::size_t size = 0; size < file.size(); size += size < 1200 ? 1 : 7)
-            EXPECT_LE(Survive({file.begin(), file.begin() + static_cast<std::ptrdiff_t>(size)}), whole) << size;
+            EXPECT_LE(Survive(First(file, size)), whole) << size;
         for (std::size_t i = 0; i < file.size(); i += i < 1200 ? 1 : 5) {
             for (const int lie : {0x00, 0x47, 0xFF}) {
                 GMpegBytes broken = file;

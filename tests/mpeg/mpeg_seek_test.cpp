@@ -32,9 +32,9 @@ TEST(MpegDuration, IsTheLastTimeOfAKnownStream)
         {ProgramFilm(200).bytes, 199 * kPicture},
         {ProgramFilm(200, true).bytes, 199 * kPicture},
         {ProgramFilm(20).bytes, 0},  // less than a second
-        {Joined({TransportFilm(200).bytes, GMpegBytes(500, 1)}), 0},
-        {Joined({TransportFilm(200).bytes, GMpegBytes(60, 1)}), 199 * kPicture},
-        {Joined({GMpegBytes(100, 1), TransportFilm(200).bytes}), 199 * kPicture},
+        {Join({TransportFilm(200).bytes, GMpegBytes(500, 1)}), 0},
+        {Join({TransportFilm(200).bytes, GMpegBytes(60, 1)}), 199 * kPicture},
+        {Join({GMpegBytes(100, 1), TransportFilm(200).bytes}), 199 * kPicture},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         GMpegReading reading(cases[i].bytes);

@@ -72,7 +72,7 @@ TEST(MpegType, AvcIsShownWith1080RowsAndCarriesItsSets)
     const std::size_t picture = FindBytes(bytes, GMpegBytes{0, 0, 1, 0x68});
     GMpegBytes sets{0, static_cast<std::uint8_t>(picture - 3)};
     sets.insert(sets.end(), start.begin() + 3, start.begin() + static_cast<std::ptrdiff_t>(picture));
-    sets = Joined({sets, {0, 4, 0x68, 0xCE, 0x0F, 0xC8}});
+    sets = Join({sets, {0, 4, 0x68, 0xCE, 0x0F, 0xC8}});
     MPEG2VIDEOINFO info = Info(1920, 1080, FourCC("AVC1"), 64, 27, 333'666);
     info.dwProfile = 77;
     info.dwLevel = 40;
@@ -107,7 +107,7 @@ TEST(MpegType, SoundComesFromItsFirstHeader)
         {0xBD, SubStream(0x80, Ac3Frame()), MakeWaveType(MEDIASUBTYPE_DOLBY_AC3, {0x2000, 6, 48'000, 56'000, 0, 0, 0})},
         {0xBD, SubStream(0x88, DtsFrame()), MakeWaveType(MEDIASUBTYPE_DTS, {0x2001, 5, 48'000, 188'718'750, 0, 0, 0})},
         {0xBD, Lpcm(0xA0, 1, 2), MakeWaveType(MEDIASUBTYPE_DVD_LPCM_AUDIO, {1, 2, 48'000, 240'000, 5, 20, 0})},
-        {0xC0, Times(2, AdtsFrame(aac)), MakeWaveType({0xFF, 2, 48'000, 48'000u * 1000 / 2048, 0, 0, 0}, config)},
+        {0xC0, Repeat(AdtsFrame(aac), 2), MakeWaveType({0xFF, 2, 48'000, 48'000u * 1000 / 2048, 0, 0, 0}, config)},
         {0xC0, MpegFrame(1, 0xFFFBA400, 480), MakeWaveType({0x55, 2, 48'000, 20'000, 480, 0, 0})},
         {0xC0, MpegFrame(1, 0xFFF38400, 192), MakeWaveType({0x55, 2, 24'000, 8'000, 384, 0, 0})},  // MPEG-2: not halved
         {0xC0, MpegFrame(1, 0xFFFDA4D4, 576),

@@ -8,37 +8,12 @@
 #include <string_view>
 #include <vector>
 
+#include "support/bytes.h"
 #include "support/handler_trial.h"
 
 namespace vex::test {
 
-using GAudioBytes = std::vector<std::uint8_t>;
-
-inline GAudioBytes Joined(std::initializer_list<GAudioBytes> parts)
-{
-    GAudioBytes all;
-    for (const GAudioBytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-inline GAudioBytes Times(int count, const GAudioBytes& part)
-{
-    GAudioBytes all;
-    for (int i = 0; i < count; ++i)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-inline GAudioBytes Text(std::string_view text, std::size_t size = 0)
-{
-    GAudioBytes bytes(text.begin(), text.end());
-    bytes.resize(std::max(size, bytes.size()));
-    return bytes;
-}
-inline GAudioBytes First(GAudioBytes bytes, std::size_t count)
-{
-    bytes.resize(count);
-    return bytes;
-}
+using GAudioBytes = GTestBytes;
 
 // MPEG-1 layer III, 128 kbit/s, 44100 Hz, stereo.
 inline constexpr std::uint32_t kUsualHeader = 0xFFFB9000;
@@ -55,7 +30,7 @@ inline GAudioBytes MpegFrame(std::uint8_t mark, std::uint32_t header = kUsualHea
 }
 inline GAudioBytes MpegFrames(std::uint8_t count)
 {
-    return count == 0 ? GAudioBytes() : Joined({MpegFrames(static_cast<std::uint8_t>(count - 1)), MpegFrame(count)});
+    return count == 0 ? GAudioBytes() : Join({MpegFrames(static_cast<std::uint8_t>(count - 1)), MpegFrame(count)});
 }
 
 struct GAdtsTestFrame {
@@ -83,7 +58,7 @@ inline GAudioBytes AdtsFrame(const GAdtsTestFrame& wanted = {})
 inline GAudioBytes AdtsFrames(std::uint8_t count)
 {
     return count == 0 ? GAudioBytes()
-                      : Joined({AdtsFrames(static_cast<std::uint8_t>(count - 1)), AdtsFrame({.mark = count})});
+                      : Join({AdtsFrames(static_cast<std::uint8_t>(count - 1)), AdtsFrame({.mark = count})});
 }
 
 // An ID3v2 tag whose body has `size` bytes and which claims to have `claim`; an ID3v1 tag; an APE tag.
@@ -100,7 +75,7 @@ inline GAudioBytes Ape(std::size_t items, std::uint8_t claim)
 {
     GAudioBytes footer = Text("APETAGEX\xD0\x07", 32);
     footer[12] = claim;
-    return Joined({MpegFrame(9, kUsualHeader, items), footer});  // items that look like a frame
+    return Join({MpegFrame(9, kUsualHeader, items), footer});  // items that look like a frame
 }
 
 // What a file plays: the mark of each frame, "gap" where times do not join, and behind a minus the bytes lost; or why

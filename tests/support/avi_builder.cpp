@@ -197,9 +197,4 @@ std::size_t PositionOf(const std::vector<std::uint8_t>& file, const std::string&
     return static_cast<std::size_t>(found - file.begin());
 }
 
-std::vector<std::uint8_t> Prefix(const std::vector<std::uint8_t>& file, std::size_t size)
-{
-    return {file.begin(), file.begin() + static_cast<std::ptrdiff_t>(size)};
-}
-
 }  // namespace vex::test

@@ -62,7 +62,4 @@ struct GAviTestFile {
 
 // Where `code` first stands in `file` at or behind `from`.
 std::size_t PositionOf(const std::vector<std::uint8_t>& file, const std::string& code, std::size_t from = 0);
-// The first `size` bytes of `file`.
-std::vector<std::uint8_t> Prefix(const std::vector<std::uint8_t>& file, std::size_t size);
-
 }  // namespace vex::test

@@ -14,35 +14,11 @@
 #include <vector>
 
 #include "formats/mkv/mkv_ids.h"
+#include "support/bytes.h"
 
 namespace vex::test {
 
-using GEbmlBytes = std::vector<std::uint8_t>;
-
-inline GEbmlBytes Join(std::initializer_list<GEbmlBytes> parts)
-{
-    GEbmlBytes all;
-    for (const GEbmlBytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
-inline GEbmlBytes Repeat(const GEbmlBytes& element, std::size_t count)
-{
-    GEbmlBytes all;
-    all.reserve(element.size() * count);
-    for (std::size_t i = 0; i < count; ++i)
-        all.insert(all.end(), element.begin(), element.end());
-    return all;
-}
-
-inline GEbmlBytes BigEndian(std::uint64_t value, unsigned bytes)
-{
-    GEbmlBytes out;
-    for (unsigned i = bytes; i-- > 0;)
-        out.push_back(i < 8 ? static_cast<std::uint8_t>(value >> 8 * i) : std::uint8_t{0});
-    return out;
-}
+using GEbmlBytes = GTestBytes;
 
 inline GEbmlBytes EbmlId(std::uint32_t id)
 {

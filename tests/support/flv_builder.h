@@ -8,10 +8,11 @@
 #include <vector>
 
 #include "formats/flv/flv_tag.h"
+#include "support/bytes.h"
 
 namespace vex::test {
 
-using GFlvBytes = std::vector<std::uint8_t>;
+using GFlvBytes = GTestBytes;
 
 struct GFlvLies {
     std::optional<std::uint32_t> dataSize{};         // what the tag header claims
@@ -29,15 +30,10 @@ struct GFlvBuilder {
         bytes.resize(dataOffset);
         Number(0, 4);
     }
-    GFlvBuilder& Number(std::uint32_t value, unsigned count)
-    {
-        while (count-- > 0)
-            bytes.push_back(static_cast<std::uint8_t>(value >> 8 * count));
-        return *this;
-    }
+    GFlvBuilder& Number(std::uint32_t value, unsigned count) { return Raw(BigEndian(value, count)); }
     GFlvBuilder& Raw(const GFlvBytes& more)
     {
-        bytes.insert(bytes.end(), more.begin(), more.end());
+        Append(bytes, more);
         return *this;
     }
     // The PreviousTagSize behind it included.

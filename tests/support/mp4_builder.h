@@ -9,14 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include "support/bytes.h"
+
 namespace vex::test {
 
-using GMp4Bytes = std::vector<std::uint8_t>;
+using GMp4Bytes = GTestBytes;
 
-// `width` bytes, the most significant first.
-GMp4Bytes Big(std::uint64_t value, std::size_t width = 4);
 GMp4Bytes Bigs(std::initializer_list<std::uint32_t> values);
-GMp4Bytes Glue(std::initializer_list<GMp4Bytes> parts);
 GMp4Bytes Box(std::string_view type, const GMp4Bytes& payload);
 // With a version and flags of 0.
 GMp4Bytes FullBox(std::string_view type, const GMp4Bytes& payload);

@@ -7,14 +7,6 @@
 namespace vex::test {
 namespace {
 
-void Append(GMpegBytes& out, const GMpegBytes& more) { out.insert(out.end(), more.begin(), more.end()); }
-
-void Number(GMpegBytes& out, std::uint64_t value, unsigned count)
-{
-    while (count-- > 0)
-        out.push_back(static_cast<std::uint8_t>(value >> 8 * count));
-}
-
 GMpegBytes Padded(GMpegBytes head, std::size_t more, std::uint8_t mark)
 {
     head.resize(head.size() + more, mark);
@@ -23,9 +15,9 @@ GMpegBytes Padded(GMpegBytes head, std::size_t more, std::uint8_t mark)
 
 void Pts(GMpegBytes& out, std::uint64_t pts)
 {
-    Number(out, 0x21 | (pts >> 29 & 0x0E), 1);
-    Number(out, (pts >> 14 & 0xFFFE) | 1, 2);
-    Number(out, (pts << 1 & 0xFFFE) | 1, 2);
+    Append(out, BigEndian(0x21 | (pts >> 29 & 0x0E), 1));
+    Append(out, BigEndian((pts >> 14 & 0xFFFE) | 1, 2));
+    Append(out, BigEndian((pts << 1 & 0xFFFE) | 1, 2));
 }
 
 // 320 x 240, 4:3, 25 fps, 400,000 bit/s.
@@ -41,15 +33,15 @@ const GMpegBytes kAvcSets{0,    0,    0,    1,    9,    0x10, 0,    0,    0,    
 
 GMpegBytes MpegVideo(std::uint8_t mark, bool key, std::size_t size)
 {
-    return Padded(key ? Joined({kSequence, kExtension, kPicture}) : kPicture, size, mark);
+    return Padded(key ? Join({kSequence, kExtension, kPicture}) : kPicture, size, mark);
 }
 
-GMpegBytes Mpeg1Video(std::uint8_t mark) { return Padded(Joined({kSequence, kPicture}), 40, mark); }
+GMpegBytes Mpeg1Video(std::uint8_t mark) { return Padded(Join({kSequence, kPicture}), 40, mark); }
 
 GMpegBytes AvcVideo(std::uint8_t mark, bool key, std::size_t size)
 {
     const GMpegBytes slice{0, 0, 0, 1, static_cast<std::uint8_t>(key ? 0x65 : 0x41), 0x88};
-    return Padded(key ? Joined({kAvcSets, slice}) : slice, size, mark);
+    return Padded(key ? Join({kAvcSets, slice}) : slice, size, mark);
 }
 
 GMpegBytes AvcVideo1088()
@@ -59,7 +51,7 @@ GMpegBytes AvcVideo1088()
     set.Ue(119).Ue(67).U(1, 1).U(1, 1).U(0, 1);               // 120 x 68 macroblocks
     set.U(1, 1).U(1, 1).U(255, 8).U(4, 16).U(3, 16).U(0, 3);  // samples of 4:3
     set.U(1, 1).U(1001, 32).U(60000, 32).U(1, 1).U(0, 4);     // 29.97 fps
-    return Padded(Joined({{0, 0, 1}, set.Done(), {0, 0, 1, 0x68, 0xCE, 0x0F, 0xC8, 0, 0, 1, 0x65}}), 40, 1);
+    return Padded(Join({{0, 0, 1}, set.Done(), {0, 0, 1, 0x68, 0xCE, 0x0F, 0xC8, 0, 0, 1, 0x65}}), 40, 1);
 }
 
 GMpegBytes Vc1Video(std::uint8_t mark)
@@ -68,7 +60,7 @@ GMpegBytes Vc1Video(std::uint8_t mark)
     sequence.U(0x10F, 32).U(3, 2).U(3, 3).U(1, 2).U(0, 3).U(0, 5).U(0, 1).U(959, 12).U(539, 12).U(0, 6).U(1, 1);
     sequence.U(1919, 14).U(1079, 14).U(0, 1).U(1, 1).U(0, 1).U(1, 8).U(2, 4).U(0, 2);
     const GMpegBytes entry{0, 0, 1, 0x0E, 0x40, 0x80};
-    return Padded(Joined({sequence.Done(), entry, {0, 0, 1, 0x0D}}), 40, mark);
+    return Padded(Join({sequence.Done(), entry, {0, 0, 1, 0x0D}}), 40, mark);
 }
 
 GMpegBytes Ac3Frame(std::uint8_t mark, std::uint8_t frmsizecod)
@@ -83,7 +75,7 @@ GMpegBytes DtsFrame(std::uint8_t mark)
     return Padded(bits.Filled(), 996, mark);
 }
 
-GMpegBytes SubStream(std::uint8_t number, const GMpegBytes& frame) { return Joined({{number, 1, 0, 1}, frame}); }
+GMpegBytes SubStream(std::uint8_t number, const GMpegBytes& frame) { return Join({{number, 1, 0, 1}, frame}); }
 
 GMpegBytes Lpcm(std::uint8_t number, unsigned quantisation, unsigned channels, std::size_t size)
 {
@@ -114,8 +106,8 @@ GMpegBytes Pes(std::uint8_t streamId, std::optional<std::uint64_t> pts, const GM
     GMpegBytes packet{0, 0, 1, streamId};
     const std::size_t length =
         lies.unbounded ? 0 : lies.length.value_or(static_cast<std::uint16_t>(header.size() + payload.size()));
-    Number(packet, length, 2);
-    return Joined({packet, header, payload});
+    Append(packet, BigEndian(length, 2));
+    return Join({packet, header, payload});
 }
 
 GTsBuilder& GTsBuilder::Packet(std::uint16_t pid, bool begins, GMpegBytes payload, std::uint8_t flags)
@@ -123,7 +115,7 @@ GTsBuilder& GTsBuilder::Packet(std::uint16_t pid, bool begins, GMpegBytes payloa
     bytes.resize(bytes.size() + packetSize - 188, 0x11);
     const std::size_t left = 184 - payload.size();
     bytes.push_back(0x47);
-    Number(bytes, (flags & 0x80u) << 8 | (begins ? 0x4000u : 0u) | pid, 2);
+    Append(bytes, BigEndian((flags & 0x80u) << 8 | (begins ? 0x4000u : 0u) | pid, 2));
     bytes.push_back(static_cast<std::uint8_t>((left > 0 ? 0x30 : 0x10) | (flags & 0x0F) << 4));
     if (left > 0) {
         bytes.push_back(static_cast<std::uint8_t>(left - 1));
@@ -150,8 +142,8 @@ GTsBuilder& GTsBuilder::Section(std::uint16_t pid, std::uint8_t table, const GMp
                                 std::optional<unsigned> length)
 {
     GMpegBytes section{0, table};  // behind the pointer
-    Number(section, 0xB000u | length.value_or(static_cast<unsigned>(body.size() + 4)), 2);
-    section = Joined({section, body, {0, 0, 0, 0}});
+    Append(section, BigEndian(0xB000u | length.value_or(static_cast<unsigned>(body.size() + 4)), 2));
+    section = Join({section, body, {0, 0, 0, 0}});
     return Payload(pid, section);
 }
 
@@ -159,8 +151,8 @@ GTsBuilder& GTsBuilder::Association(const std::map<std::uint16_t, std::uint16_t>
 {
     GMpegBytes body{0, 1, 0xC1, 0, 0};
     for (const auto& [program, pid] : programs) {
-        Number(body, program, 2);
-        Number(body, 0xE000u | pid, 2);
+        Append(body, BigEndian(program, 2));
+        Append(body, BigEndian(0xE000u | pid, 2));
     }
     return Section(0, 0, body);
 }
@@ -173,10 +165,10 @@ GTsBuilder& GTsBuilder::Map(std::uint16_t pid, const std::vector<GMapEntry>& ent
         if (entry.tag != 0)
             descriptors = {entry.tag, 1, 0};
         if (!entry.language.empty())
-            descriptors = Joined({descriptors, {0x0A, 4}, Text(entry.language), {0}});
+            descriptors = Join({descriptors, {0x0A, 4}, Text(entry.language), {0}});
         body.push_back(entry.type);
-        Number(body, 0xE000u | entry.pid, 2);
-        Number(body, 0xF000u | descriptors.size(), 2);
+        Append(body, BigEndian(0xE000u | entry.pid, 2));
+        Append(body, BigEndian(0xF000u | descriptors.size(), 2));
         Append(body, descriptors);
     }
     return Section(pid, 2, body);
@@ -208,10 +200,10 @@ GPsBuilder& GPsBuilder::Navigation(std::uint16_t vob, std::uint32_t startPts, st
 {
     GMpegBytes packet{0, 0, 1, 0xBF, 0x03, 0xFA, 1};
     packet.resize(31);
-    Number(packet, vob, 2);
+    Append(packet, BigEndian(vob, 2));
     packet.resize(51);
-    Number(packet, startPts, 4);
-    Number(packet, endPts, 4);
+    Append(packet, BigEndian(startPts, 4));
+    Append(packet, BigEndian(endPts, 4));
     packet.resize(0x3FA + 6);
     return Raw(packet);
 }

@@ -11,7 +11,7 @@
 
 namespace vex::test {
 
-using GMpegBytes = std::vector<std::uint8_t>;
+using GMpegBytes = GTestBytes;
 
 // The start of every codec's stream; `mark` fills what is not header.
 GMpegBytes MpegVideo(std::uint8_t mark = 1, bool key = true, std::size_t size = 40);  // MPEG-2, 320 x 240, 25 fps

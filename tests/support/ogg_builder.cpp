@@ -12,21 +12,13 @@ void PutLE(GOggBytes& bytes, T value)
         bytes.push_back(static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> 8 * i));
 }
 
-void PutBE(GOggBytes& bytes, std::uint32_t value, unsigned count)
-{
-    for (unsigned i = count; i-- > 0;)
-        bytes.push_back(static_cast<std::uint8_t>(value >> 8 * i));
-}
-
-void PutText(GOggBytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
-
 GOggBytes Comments(GOggBytes head, const std::vector<std::string>& comments)
 {
     PutLE(head, std::uint32_t{0});  // vendor
     PutLE(head, static_cast<std::uint32_t>(comments.size()));
     for (const std::string& comment : comments) {
         PutLE(head, static_cast<std::uint32_t>(comment.size()));
-        PutText(head, comment);
+        Append(head, Text(comment));
     }
     return head;
 }
@@ -84,7 +76,7 @@ GOggBytes Page(const GOggTestPage& page)
         lacing.insert(lacing.end(), packet.size() / 255, 255);
         if (!page.open || &packet != &page.packets.back())
             lacing.push_back(static_cast<std::uint8_t>(packet.size() % 255));
-        body.insert(body.end(), packet.begin(), packet.end());
+        Append(body, packet);
     }
     GOggBytes header{'O', 'g', 'g', 'S', 0};
     header.push_back(static_cast<std::uint8_t>((page.continued ? 1 : 0) | (page.begins ? 2 : 0) | (page.ends ? 4 : 0)));
@@ -93,25 +85,17 @@ GOggBytes Page(const GOggTestPage& page)
     PutLE(header, page.number);
     PutLE(header, std::uint32_t{0});
     header.push_back(static_cast<std::uint8_t>(lacing.size()));
-    header.insert(header.end(), lacing.begin(), lacing.end());
+    Append(header, lacing);
     ogg_page raw{header.data(), static_cast<long>(header.size()), body.data(), static_cast<long>(body.size())};
     ogg_page_checksum_set(&raw);
-    header.insert(header.end(), body.begin(), body.end());
+    Append(header, body);
     return header;
-}
-
-GOggBytes Join(std::initializer_list<GOggBytes> parts)
-{
-    GOggBytes all;
-    for (const GOggBytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
 }
 
 GOggBytes CommentHeader(const std::vector<std::string>& comments)
 {
     GOggBytes head{3};
-    PutText(head, "vorbis");
+    Append(head, Text("vorbis"));
     head = Comments(head, comments);
     head.push_back(1);
     return head;
@@ -121,21 +105,21 @@ std::vector<GOggBytes> TheoraHeaders(const GTheoraTestHeader& header, const std:
 {
     std::vector<GOggBytes> headers{{0x80}, {0x81}, {0x82}};
     for (GOggBytes& packet : headers)
-        PutText(packet, "theora");
+        Append(packet, Text("theora"));
     GOggBytes& id = headers[0];
-    PutBE(id, header.version, 3);
-    PutBE(id, (header.width + 15) / 16, 2);
-    PutBE(id, (header.height + 15) / 16, 2);
-    PutBE(id, header.width, 3);
-    PutBE(id, header.height, 3);
-    PutBE(id, 0, 2);
-    PutBE(id, header.rateNumerator, 4);
-    PutBE(id, header.rateDenominator, 4);
-    PutBE(id, 0, 3);
-    PutBE(id, 0, 3);
-    PutBE(id, 0, 1);
-    PutBE(id, 0, 3);
-    PutBE(id, header.granuleShift << 5, 2);
+    Append(id, BigEndian(header.version, 3));
+    Append(id, BigEndian((header.width + 15) / 16, 2));
+    Append(id, BigEndian((header.height + 15) / 16, 2));
+    Append(id, BigEndian(header.width, 3));
+    Append(id, BigEndian(header.height, 3));
+    Append(id, BigEndian(0, 2));
+    Append(id, BigEndian(header.rateNumerator, 4));
+    Append(id, BigEndian(header.rateDenominator, 4));
+    Append(id, BigEndian(0, 3));
+    Append(id, BigEndian(0, 3));
+    Append(id, BigEndian(0, 1));
+    Append(id, BigEndian(0, 3));
+    Append(id, BigEndian(header.granuleShift << 5, 2));
     headers[1] = Comments(headers[1], comments);
     return headers;
 }
@@ -143,7 +127,7 @@ std::vector<GOggBytes> TheoraHeaders(const GTheoraTestHeader& header, const std:
 std::vector<GOggBytes> VorbisHeaders(std::uint32_t rate, const std::vector<std::string>& comments, bool hugeBook)
 {
     GOggBytes id{1};
-    PutText(id, "vorbis");
+    Append(id, Text("vorbis"));
     PutLE(id, std::uint32_t{0});
     id.push_back(2);
     PutLE(id, rate);
@@ -157,9 +141,9 @@ std::vector<GOggBytes> VorbisHeaders(std::uint32_t rate, const std::vector<std::
 GOggBytes OgmHeader(const GOgmTestHeader& header)
 {
     GOggBytes packet{1};
-    PutText(packet, header.type);
+    Append(packet, Text(header.type));
     packet.resize(9);
-    PutText(packet, header.subtype);
+    Append(packet, Text(header.subtype));
     packet.resize(13);
     PutLE(packet, header.size);
     PutLE(packet, header.timeUnit);
@@ -170,7 +154,7 @@ GOggBytes OgmHeader(const GOgmTestHeader& header)
     PutLE(packet, std::uint16_t{0});
     PutLE(packet, header.tail);
     PutLE(packet, std::uint32_t{0});
-    packet.insert(packet.end(), header.extra.begin(), header.extra.end());
+    Append(packet, header.extra);
     return packet;
 }
 
@@ -207,11 +191,11 @@ GOggBytes TheoraFile(unsigned frames, std::size_t frameSize, bool sound)
         file = Join({file, HeaderPages(2, VorbisHeaders(25'600))});  // a long block lasts as long as a frame
     for (unsigned frame = 0; frame < frames; ++frame) {
         const GOggBytes page = TheoraPage(frame, frameSize);
-        file.insert(file.end(), page.begin(), page.end());
+        Append(file, page);
         if (!sound)
             continue;
         const GOggBytes audio = VorbisPage(frame, 1, 60, 2);
-        file.insert(file.end(), audio.begin(), audio.end());
+        Append(file, audio);
     }
     return file;
 }
@@ -221,7 +205,7 @@ GOggBytes VorbisFile(unsigned pages, unsigned perPage, std::size_t packetSize)
     GOggBytes file = HeaderPages(1, VorbisHeaders(48'000));
     for (unsigned page = 0; page < pages; ++page) {
         const GOggBytes bytes = VorbisPage(page, perPage, packetSize);
-        file.insert(file.end(), bytes.begin(), bytes.end());
+        Append(file, bytes);
     }
     return file;
 }

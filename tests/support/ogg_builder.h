@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "support/bytes.h"
+
 namespace vex::test {
 
-using GOggBytes = std::vector<std::uint8_t>;
+using GOggBytes = GTestBytes;
 
 struct GOggTestPage {
     std::uint32_t serial = 1;
@@ -23,7 +25,6 @@ struct GOggTestPage {
 
 // With a right checksum.
 GOggBytes Page(const GOggTestPage& page);
-GOggBytes Join(std::initializer_list<GOggBytes> parts);
 
 // The fields of a Theora identification header that tests vary.
 struct GTheoraTestHeader {

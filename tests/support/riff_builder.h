@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/bytes.h"
+
 namespace vex::test {
 
 // Overwrites `width` bytes of `file`, the lowest of `value` first.
