@@ -2,20 +2,17 @@
 // host. The last byte of an input is not part of the file: it says how the sinks behave and where to seek. The file's
 // first bytes choose the filter.
 
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <span>
 #include <string>
 
 #include "host/filter_catalog.h"
 #include "host/host_graph.h"
 #include "platform/text.h"
+#include "support/temp_file.h"
 
 namespace {
 
@@ -23,22 +20,6 @@ using namespace vex;
 
 // Longer than any input of this size takes, even under sanitizers on a busy machine.
 constexpr std::chrono::seconds kStall{15};
-
-// A file of this process, written anew for each input and removed at the end.
-class GScratchFile {
-public:
-    GScratchFile() : path(std::filesystem::temp_directory_path() / ("vex-fuzz-" + std::to_string(getpid()))) {}
-    ~GScratchFile() { std::filesystem::remove(path); }
-    WString Write(std::span<const std::uint8_t> bytes) const
-    {
-        std::ofstream file(path, std::ios::binary | std::ios::trunc);
-        file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        return WideFromUtf8(path.string());
-    }
-
-private:
-    const std::filesystem::path path;
-};
 
 void Finding(const char* what)
 {
@@ -106,10 +87,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::uint8_t control = data[--size];
     const std::span<const std::uint8_t> bytes(data, size);
     const GFilterInfo* entry = FindByContent(bytes);
-    static const GScratchFile scratch;
     {
+        const test::GTempFile file(bytes);
         GHostGraph graph(LinkedModule());
-        if (!entry || FAILED(graph.Create(entry->clsid)) || FAILED(graph.Load(scratch.Write(bytes))))
+        if (!entry || FAILED(graph.Create(entry->clsid)) || FAILED(graph.Load(WideFromUtf8(file.Path()))))
             return 0;
         graph.ConnectAll();
         Inspect(graph);
