@@ -62,19 +62,6 @@ TEST(MpegAudioHeader, VersionLayerAndRatesGiveTheFrameSize)
     EXPECT_EQ(MpegAudioFrameSize(3, false, 64, 22050, false), 417u) << "twice what MPEG-2 has";
 }
 
-TEST(MpegAudioHeader, TheFlagsAreThoseOfTheirBits)
-{
-    const auto read = [](const Bytes& bytes) -> Fields {
-        const auto h = ReadMpegAudioHeader(bytes);
-        return h ? Fields{h->protectionAbsent, h->padding,  h->privateBit, h->mode,      h->modeExtension,
-                          h->copyright,        h->original, h->emphasis,   h->Channels()}
-                 : Fields();
-    };
-    ExpectRows({{{0xFF, 0xFA, 0x93, 0x79}, {0, 1, 1, 1, 3, 1, 0, 1, 2}},
-                {{0xFF, 0xFB, 0x90, 0xC4}, {1, 0, 0, 3, 0, 0, 1, 0, 1}}},
-               read);
-}
-
 TEST(AdtsHeader, FieldsAreReadAndNothingIsRefusedThatAFormatMayTake)
 {
     const auto read = [](const Bytes& bytes) -> Fields {

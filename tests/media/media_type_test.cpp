@@ -5,23 +5,14 @@
 #include <utility>
 #include <vector>
 
+#include "support/test_object.h"
+
 namespace vex {
 namespace {
 
 using Bytes = std::vector<BYTE>;
 
-class CountedUnknown : public IUnknown {
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override
-    {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
-    ULONG STDMETHODCALLTYPE Release() override { return --references; }
-
-    ULONG references = 1;  // the test's own
-};
+class CountedUnknown final : public test::GTestObject<IUnknown> {};
 
 Bytes Block(const AM_MEDIA_TYPE& type)
 {
@@ -37,33 +28,33 @@ CMediaType Sample(const Bytes& format)
 
 TEST(MediaType, CopiesOwnTheirBlockAndHoldTheUnknown)
 {
-    CountedUnknown unknown;
+    const auto unknown = GComPtr<CountedUnknown>::Adopt(new CountedUnknown);
     {
         CMediaType original = Sample({1, 2, 3});
-        unknown.AddRef();
-        original.pUnk = &unknown;
+        unknown->AddRef();
+        original.pUnk = unknown.Get();
         const CMediaType copy = original;
         original.Format()[0] = 9;
         EXPECT_EQ(Block(copy), (Bytes{1, 2, 3}));
-        EXPECT_EQ(unknown.references, 3u);
+        EXPECT_EQ(unknown->References(), 3u);
         const CMediaType moved = std::move(original);
         EXPECT_EQ(Block(moved), (Bytes{9, 2, 3}));
-        EXPECT_EQ(unknown.references, 3u);
+        EXPECT_EQ(unknown->References(), 3u);
 
         AM_MEDIA_TYPE record;
         std::memset(&record, 0xA5, sizeof(record));  // what was there is not to be freed
         ASSERT_EQ(moved.CopyTo(&record), S_OK);
-        EXPECT_EQ(unknown.references, 4u);
+        EXPECT_EQ(unknown->References(), 4u);
         AM_MEDIA_TYPE* task = CreateMediaType(record);
         ASSERT_NE(task, nullptr);
         EXPECT_TRUE(moved.Matches(*task));
-        EXPECT_EQ(unknown.references, 5u);
+        EXPECT_EQ(unknown->References(), 5u);
         DeleteMediaType(task);
         FreeMediaType(record);
         FreeMediaType(record);  // once more is harmless
-        EXPECT_EQ(unknown.references, 3u);
+        EXPECT_EQ(unknown->References(), 3u);
     }
-    EXPECT_EQ(unknown.references, 1u);
+    EXPECT_EQ(unknown->References(), 1u);
     DeleteMediaType(nullptr);
     EXPECT_EQ(CMediaType().CopyTo(nullptr), E_POINTER);
 }
