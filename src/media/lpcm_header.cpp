@@ -9,9 +9,8 @@ std::optional<GLpcmHeader> ReadLpcmHeader(GBytes bytes)
     GBitReader bits(bytes);
     GLpcmHeader header;
     header.subStream = static_cast<std::uint8_t>(bits.Bits(8));
-    header.frames = static_cast<std::uint8_t>(bits.Bits(8));
-    bits.Skip(16);     // offset of the first access unit
-    bits.Skip(3 + 5);  // emphasis, mute, reserved; frame number
+    bits.Skip(8 + 16);  // frame headers, offset of the first access unit
+    bits.Skip(3 + 5);   // emphasis, mute, reserved; frame number
     header.quantisation = static_cast<std::uint8_t>(bits.Bits(2));
     header.rateCode = static_cast<std::uint8_t>(bits.Bits(2));
     bits.Skip(1);  // reserved

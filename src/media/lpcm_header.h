@@ -13,7 +13,6 @@ inline constexpr std::size_t kLpcmHeaderSize = 7;  // bytes
 // As coded: the reader accepts what a format may refuse.
 struct GLpcmHeader {
     std::uint8_t subStream = 0;     // 0xA0 to 0xA7
-    std::uint8_t frames = 0;        // frame headers in this packet
     std::uint8_t quantisation = 0;  // 2 bits
     std::uint8_t rateCode = 0;      // 2 bits
     std::uint8_t channels = 0;      // 1 to 8

@@ -7,7 +7,6 @@
 #include "media/ac3_header.h"
 #include "media/adts_header.h"
 #include "media/dts_header.h"
-#include "media/lpcm_header.h"
 #include "media/mpeg_audio.h"
 #include "support/bit_writer.h"
 
@@ -122,18 +121,6 @@ TEST(DtsHeader, ADvdHeaderAndCodesWithoutAMeaning)
     };
     ExpectRows({{{0x7F, 0xFE, 0x80, 0x01, 0xFC, 0x3C, 0x3E, 0xD2, 0x75, 0xE0}, {1006, 9, 5, 48000, 754'500}},
                 {{0x7F, 0xFE, 0x80, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, {16384, 63, 0, 0, 0}}},
-               read);
-}
-
-TEST(LpcmHeader, QuantisationRateAndChannels)
-{
-    const auto read = [](const Bytes& bytes) -> Fields {
-        const auto h = ReadLpcmHeader(bytes);
-        return h ? Fields{h->subStream, h->frames, h->BitsPerSample(), h->SampleRate(), h->channels} : Fields();
-    };
-    ExpectRows({{{0xA0, 0x07, 0x01, 0x04, 0xCC, 0x41, 0x80}, {0xA0, 7, 20, 48000, 2}},
-                {{0xA1, 0x01, 0x00, 0x04, 0x00, 0x97, 0x80}, {0xA1, 1, 24, 96000, 8}},
-                {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, {0xFF, 255, 0, 0, 8}}},
                read);
 }
 

@@ -77,6 +77,12 @@ TEST(MpegSequence, AllBitsOfTheExtensionAndWhatIsCutOff)
 {
     EXPECT_FALSE(ReadMpegSequence(Join({{0, 0, 1, 0xB8, 0}, kDvdSequence}))) << "another start code comes first";
     ForEveryCut(kDvdSequence, [](GBytes cut) { EXPECT_FALSE(ReadMpegSequence(cut)) << cut.size(); });
+    const Bytes picture{0, 0, 1, 0xB5, 0x8F, 0xFF};
+    const Bytes stream = Join({kDvdSequence, kMainExtension, picture, {0, 0, 1, 0}});
+    const auto sequence = ReadMpegSequence(stream);
+    ASSERT_TRUE(sequence);
+    EXPECT_EQ(Copy(sequence->firstExtension), kMainExtension);
+    EXPECT_EQ(Copy(sequence->secondExtension), picture);
     const auto most = FindMpegSequenceExtension(Bytes{0, 0, 1, 0xB5, 0x1F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
     ASSERT_TRUE(most);
     EXPECT_EQ((Fields{most->profile, most->level, most->widthHighBits, most->heightHighBits, most->bitRateHighBits,

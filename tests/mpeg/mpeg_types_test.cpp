@@ -127,6 +127,7 @@ TEST(MpegType, HeadersWithReservedValuesAreRefused)
         {0xBD, SubStream(0x80, Ac3Frame(1, 0xC0))},
         {0xBD, Lpcm(0xA0, 3, 2)},
         {0xBD, Lpcm(0xA9, 0, 2)},
+        {0xBD, First(Lpcm(0xA0, 0, 2), 6)},
         {0xC0, MpegFrame(0, 0xFFFDF400, 576)},
         {0xC0, MpegFrame(0, 0xFFFDAC00, 576)},
         {0xC0, MpegFrame(0, 0xFFFDA402, 576)},
