@@ -52,6 +52,14 @@ CASES = [
     Case("secure", pins=0, reason="^the download failed: .", known=False, runs=False),
     Case("nothing", pins=0, reason="^the download failed: .", known=False, runs=False),
 ]
+# Where Wine's client has ways of its own.
+NATIVE_CASES = [
+    Case("elsewhere", pins=0, reason="^the download failed: .*file", known=False, runs=False),
+    Case("nowhere", pins=0, reason="^the server answered 302 Found$", known=False, runs=False),
+    Case("continue"),
+    Case("huge", reason=NOT_WHOLE + ".*599999", whole=False),
+    Case("endless-page", pins=0, reason="^the server answered 404 Not Found$", known=False, runs=False),
+]
 
 
 class Said:
@@ -185,7 +193,7 @@ class Downloads:
 
     def all(self, rounds):
         """Pairs of a name and a function."""
-        for case in CASES:
+        for case in CASES + ([] if self.wine else NATIVE_CASES):
             yield case.path, lambda case=case: self.case(case)
         yield "files", self.from_files
         yield "states", self.states

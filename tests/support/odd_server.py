@@ -153,6 +153,23 @@ class Connection(socketserver.BaseRequestHandler):
         """To the port of this server, which speaks no TLS."""
         self.send("302 Found", b"", Location=f"https://127.0.0.1:{self.server.port}/length", Content_Length=0)
 
+    def answer_elsewhere(self):
+        self.send("302 Found", b"", Location="file:///etc/passwd")
+
+    def answer_nowhere(self):
+        self.send("302 Found", b"whereto?")
+
+    def answer_continue(self):
+        self.request.sendall(b"HTTP/1.1 100 Continue\r\n\r\n")
+        self.answer_length()
+
+    def answer_huge(self):
+        self.send(body=self.half(), Content_Length=6_000_000_000)
+
+    def answer_endless_page(self):
+        self.send("404 Not Found", b"a page", Content_Length=10)
+        self.wait_for_close()
+
     def answer_nothing(self):
         pass
 

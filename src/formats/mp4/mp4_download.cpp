@@ -1,6 +1,7 @@
 #include "formats/mp4/mp4_download.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <new>
 #include <utility>
@@ -34,6 +35,7 @@ bool GDownloadSink::Begin(std::optional<std::uint64_t> contentLength)
 
 bool GDownloadSink::Take(std::span<const std::uint8_t> block)
 {
+    assert(!block.empty() && block.size() <= kHttpBlock);
     const auto size = static_cast<std::uint32_t>(block.size());
     if (request.file.IsOpen() && request.file.WriteAt(static_cast<std::int64_t>(total), block.data(), size) != size)
         return false;
