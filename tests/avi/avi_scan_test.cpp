@@ -134,9 +134,11 @@ TEST(AviScan, AReadThatFailsForAMomentCostsNothing)
     Put(bytes, lied + 4, 0x7FFFFFFF);
     const auto disk = std::make_shared<GMemoryDisk>(bytes);
     GSourceWatch watch;
+    std::atomic<int> countdown{0};
+    watch.onRead = [&](bool ofTheScan) { return ofTheScan && countdown-- == 0; };
     int failures = 0;
-    for (; failures == 0 || watch.newUntilFailure < 0; ++failures) {
-        watch.newUntilFailure = failures;
+    for (; failures == 0 || countdown < 0; ++failures) {
+        countdown = failures;
         GAviReading reading(std::make_unique<GWatchedSource>(std::make_unique<GMemoryFile>(disk), watch));
         EXPECT_THAT(KeyFlags(reading.ReadAll()), ElementsAre(true, true, true, true, false, true, true))
             << "read " << failures;

@@ -32,13 +32,6 @@ HRESULT WithFailure(int index, Call&& call)
     return call();
 }
 
-FILTER_STATE StateOf(GRig& rig)
-{
-    FILTER_STATE state = State_Stopped;
-    EXPECT_EQ(rig.Filter()->GetState(0, &state), S_OK);
-    return state;
-}
-
 // A rig whose sinks need no memory for what they write down: a peer that throws is another test.
 void ReadyToRun(GRig& rig)
 {
@@ -109,7 +102,7 @@ TEST(Allocation, EveryOneOfAPause)
         const HRESULT hr = WithFailure(index, [&] { return rig.Filter()->Pause(); });
         if (!GFailingAllocation::HasFailed())
             return false;
-        EXPECT_EQ(StateOf(rig), SUCCEEDED(hr) ? State_Paused : State_Stopped) << "allocation " << index;
+        EXPECT_EQ(rig.State(), SUCCEEDED(hr) ? State_Paused : State_Stopped) << "allocation " << index;
         ExpectPlays(rig, kFrames - 1);
         return true;
     });

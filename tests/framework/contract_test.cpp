@@ -30,8 +30,7 @@ TEST(StreamEnd, EndsOnePinAtOnceAndForThisRunOnly)
     script.ends = {11};  // of the audio, after five packets
     GRig rig(std::move(script));
     rig.Log().SetAvailable(16);
-    rig.ConnectAll();
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Start();
     rig.Sink(1).WaitForEnd();  // nothing comes behind its last packet
     EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 5u);
     rig.Sink(0).WaitForSamples(7);
@@ -43,9 +42,7 @@ TEST(StreamEnd, EndsOnePinAtOnceAndForThisRunOnly)
     EXPECT_EQ(rig.Sink(1).Count(Kind::Sample), 5);
     EXPECT_EQ(rig.Sink(1).Count(Kind::End), 1);
 
-    rig.ForgetEvents();
-    ASSERT_EQ(rig.Seek(0, 12 * kFrame), S_OK);
-    rig.LetGoAndWaitForEnds();
+    rig.PlayFrom(0, 12 * kFrame);
     EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 8u) << "alive again";
 }
 
@@ -135,9 +132,7 @@ TEST(Packets, GoBackToThePinTheyWereMadeFor)
     GRig rig(std::move(script));
     rig.PlayToEnd();
     for (int round = 0; round < 3; ++round) {
-        rig.ForgetEvents();
-        ASSERT_EQ(rig.Seek(0, (5 + round) * kFrame), S_OK);
-        rig.LetGoAndWaitForEnds();
+        rig.PlayFrom(0, (5 + round) * kFrame);
     }
     EXPECT_LT(streams.size(), used) << "nothing was used again";
 }

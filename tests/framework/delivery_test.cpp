@@ -148,8 +148,7 @@ TEST(Delivery, AnIndexStillInTheMakingDelaysLosesNothingAndStops)
 {
     GRig rig(Movie(60));
     rig.Log().SetAvailable(0);
-    rig.ConnectAll();
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Start();
     for (std::size_t count = 2; count <= 120; count += 2) {
         rig.Log().SetAvailable(count);
         rig.Log().WaitForPayloads(count);
@@ -259,9 +258,7 @@ TEST(Restart, HeadersGoAheadOfTheDataAfterEveryStart)
     GRig rig(std::move(script));
     rig.PlayToEnd();
     EXPECT_EQ(rig.Sink(1).SegmentSamples().at(0).bytes.size(), 3u);
-    rig.ForgetEvents();
-    EXPECT_EQ(rig.Seek(1, 10 * kFrame), S_OK);
-    rig.LetGoAndWaitForEnds();
+    rig.PlayFrom(1, 10 * kFrame);
     const auto samples = rig.Sink(1).SegmentSamples();
     ASSERT_EQ(samples.size(), 11u);
     EXPECT_EQ(samples[0].bytes.size(), 3u);

@@ -126,8 +126,7 @@ TEST(Peers, AreAllFlushedBeforeOneIsWaitedFor)
         while (inside != 2)
             std::this_thread::yield();
     };
-    rig.ConnectAll();
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Start();
     waitUntilBothAreInside();
     EXPECT_EQ(rig.Seek(0, kFrame), S_OK);
     waitUntilBothAreInside();
@@ -153,8 +152,7 @@ TEST(Peers, AreNotFlushedByTwoAtOnce)
             std::this_thread::yield();
         EXPECT_EQ(flushes, 2);
     };
-    rig.ConnectAll();
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Start();
     inside.Wait();
     EXPECT_EQ(rig.Seek(0, 10 * kFrame), S_OK);
     rig.LetGoAndWaitForEnds();
@@ -168,16 +166,12 @@ TEST(Peers, OneWithoutBuffersAfterARestartEndsAloneAndMayRecover)
     rig.Sink(0).offered = GComPtr<IMemAllocator>(memory.Get());
     rig.RunUntilBlocked();
     memory->commits = false;
-    rig.ForgetEvents();
-    ASSERT_EQ(rig.Seek(0, 10 * kFrame), S_OK);
-    rig.LetGoAndWaitForEnds();
+    rig.PlayFrom(0, 10 * kFrame);
     EXPECT_TRUE(rig.Sink(0).Samples().empty());
     EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 990u) << "nobody waits for a pin that cannot play";
     EXPECT_EQ(rig.FirstError(), E_OUTOFMEMORY);
     memory->commits = true;
-    rig.ForgetEvents();
-    ASSERT_EQ(rig.Seek(0, 900 * kFrame), S_OK);
-    rig.LetGoAndWaitForEnds();
+    rig.PlayFrom(0, 900 * kFrame);
     EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 100u);
 }
 
@@ -271,8 +265,7 @@ TEST(OwnThread, AskingForTheStateDuringAStopIsToldOfTheChangeWithoutWaitingForIt
     };
     GRig rig(std::move(script));
     filter = rig.Filter();
-    rig.ConnectAll();
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Start();
     running.Set();
     inside.Wait();  // a stop before that would find nothing to wait for
     EXPECT_EQ(rig.Filter()->Stop(), S_OK);

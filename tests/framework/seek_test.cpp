@@ -56,16 +56,12 @@ TEST(Seek, ToTheCurrentPositionDoesNothingAndPastTheEndLandsAtTheDuration)
     EXPECT_TRUE(rig.Log().Seeks().empty());
     EXPECT_EQ(rig.Sink(0).Count(Kind::BeginFlush), 1) << "that of the start";
 
-    LONGLONG position = INT64_MAX;
-    ASSERT_EQ(rig.Seeking(0)->SetPositions(&position, kAbsolute | AM_SEEKING_ReturnTime, nullptr, kStay), S_OK);
-    EXPECT_EQ(position, 20 * kFrame);
+    EXPECT_EQ(rig.Reached(0, INT64_MAX, kAbsolute | AM_SEEKING_ReturnTime), 20 * kFrame);
     rig.LetGoAndWaitForEnds();
     EXPECT_TRUE(rig.Sink(0).SegmentSamples().empty());
     EXPECT_EQ(rig.Log().Seeks().size(), 1u);
 
-    rig.ForgetEvents();
-    ASSERT_EQ(rig.Seek(0, 5 * kFrame), S_OK) << "back after the end";
-    rig.LetGoAndWaitForEnds();
+    rig.PlayFrom(0, 5 * kFrame);  // back after the end
     EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 15u);
 }
 
@@ -97,18 +93,11 @@ TEST(Seek, RelativeAndReachedPositions)
     GScript script = Movie(100);
     script.seekLands = ToTenthFrame;
     GRig rig(std::move(script));
-    const auto seeking = rig.Seeking(0);
-    LONGLONG position = 37 * kFrame;
-    ASSERT_EQ(seeking->SetPositions(&position, kAbsolute, nullptr, kStay), S_OK);
-    EXPECT_EQ(position, 30 * kFrame) << "the caller is told where it landed";
-    position = 12 * kFrame;
-    ASSERT_EQ(seeking->SetPositions(&position, kRelative, nullptr, kStay), S_OK);
-    EXPECT_EQ(position, 40 * kFrame);
-    position = -INT64_MAX;
-    ASSERT_EQ(seeking->SetPositions(&position, kRelative, nullptr, kStay), S_OK);
-    EXPECT_EQ(position, 0);
-    position = 1;
-    EXPECT_EQ(seeking->SetPositions(&position, AM_SEEKING_IncrementalPositioning, nullptr, kStay), E_INVALIDARG);
+    EXPECT_EQ(rig.Reached(0, 37 * kFrame), 30 * kFrame) << "the caller is told where it landed";
+    EXPECT_EQ(rig.Reached(0, 12 * kFrame, kRelative), 40 * kFrame);
+    EXPECT_EQ(rig.Reached(0, -INT64_MAX, kRelative), 0);
+    LONGLONG position = 1;
+    EXPECT_EQ(rig.Seeking(0)->SetPositions(&position, AM_SEEKING_IncrementalPositioning, nullptr, kStay), E_INVALIDARG);
     EXPECT_EQ(rig.Log().Seeks().size(), 3u);
 }
 
@@ -132,8 +121,7 @@ TEST(Seek, AlignsOnKeyFramesOnlyWhenBothOptionsAreOnAndThePositionIsNew)
         GRig rig(Movie(20));
         rig.Scripted().SetOptions(one.keyFrames, one.preroll);
         ASSERT_EQ(rig.Seek(0, 2 * kFrame), S_OK);
-        LONGLONG position = one.target;
-        ASSERT_EQ(rig.Seeking(1)->SetPositions(&position, one.flags, nullptr, kStay), S_OK);
+        rig.Reached(1, one.target, one.flags);
         ASSERT_EQ(rig.Log().Seeks().size(), 2u);
         EXPECT_EQ(rig.Log().Seeks()[1].mode, one.mode);
     }
@@ -151,8 +139,7 @@ TEST(Seek, ThatSearchesTheFileGivesWayToAStopAndCountsAsNotMade)
             EXPECT_FALSE(interrupted) << "the stop is over";
     };
     GRig rig(script);
-    rig.ConnectAll();
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
+    rig.Start();
     GNativeThread seeker([&] { EXPECT_EQ(rig.Seek(0, 50 * kFrame), S_OK); });
     for (const GHangCheck hang("a seek that does not begin"); waits == 0; hang.Check())
         std::this_thread::yield();
@@ -178,16 +165,13 @@ TEST(SeekRelay, CountsPerPinOrOncePerTarget)
     }
     EXPECT_EQ(each.Log().Seeks().size(), 3u) << "an exact landing is done once";
     EXPECT_EQ(once.Log().Seeks().size(), 2u);
-    // The user asks for the same place again: that is no relay.
+    // The user asks for the same place again, which is not a relayed seek.
     for (const std::size_t pin : {1u, 0u}) {
         ASSERT_EQ(once.Seek(pin, 40 * kFrame), S_OK);
         EXPECT_EQ(once.Log().Seeks().size(), 3u) << "pin " << pin;
     }
-    for (const std::size_t pin : {1u, 0u}) {
-        LONGLONG position = 60 * kFrame;
-        ASSERT_EQ(once.Seeking(pin)->SetPositions(&position, kAbsolute, nullptr, kStay), S_OK);
-        EXPECT_EQ(position, 59 * kFrame) << "a relayed seek reports where the first one landed";
-    }
+    for (const std::size_t pin : {1u, 0u})
+        EXPECT_EQ(once.Reached(pin, 60 * kFrame), 59 * kFrame) << "a relayed seek reports where the first one landed";
 }
 
 TEST(StopPosition, GoesIntoTheSegmentThatTheSeekStartsAndCountsFromWhereItLanded)
@@ -279,9 +263,7 @@ TEST(Seek, ThatRunsOutOfMemoryIsReportedAndTheNextOneCounts)
         EXPECT_EQ(rig.Sink(0).SinceFlush().at(0).start, 5 * kFrame);
         EXPECT_EQ(rig.Sink(0).SegmentSamples().at(0).start, kFrame) << "one was inside the peer";
 
-        rig.ForgetEvents();
-        EXPECT_EQ(rig.Seek(1, next), S_OK);
-        rig.LetGoAndWaitForEnds();
+        rig.PlayFrom(1, next);
         EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), static_cast<std::size_t>(50 - next / kFrame));
     }
 }
@@ -297,10 +279,8 @@ TEST(RefusedSeek, AskedForBeforehandDisturbsNothing)
             rig.RunUntilBlocked();
         rig.ForgetEvents();
         for (std::size_t pin = 0; pin < 2; ++pin) {
-            LONGLONG position = INT64_MAX;
-            EXPECT_EQ(rig.Seeking(pin)->SetPositions(&position, kAbsolute | AM_SEEKING_ReturnTime, nullptr, kStay),
-                      S_OK);
-            EXPECT_EQ(position, kFrame) << "the position that holds";
+            EXPECT_EQ(rig.Reached(pin, INT64_MAX, kAbsolute | AM_SEEKING_ReturnTime), kFrame)
+                << "the position that holds";
             EXPECT_EQ(rig.Sink(pin).Count(Kind::BeginFlush), 0);
         }
         EXPECT_EQ(rig.Log().Seeks().size(), 1u);
@@ -366,10 +346,8 @@ TEST(Duration, ThatGrowsMovesTheRangeAndAStopAtTheEnd)
             EXPECT_EQ(seeking->GetDuration(&time), S_OK);
             EXPECT_EQ(time, 150 * kFrame) << "never less than was said";
         }
-        time = 140 * kFrame;
         rig.ForgetEvents();
-        EXPECT_EQ(seeking->SetPositions(&time, kAbsolute, nullptr, kStay), S_OK);
-        EXPECT_EQ(time, 140 * kFrame) << "a seek is held to what is known now";
+        EXPECT_EQ(rig.Reached(0, 140 * kFrame), 140 * kFrame) << "a seek is limited to what is known now";
         rig.LetGoAndWaitForEnds();
         EXPECT_EQ(rig.Sink(0).SinceFlush().at(0).stop, one.stop);
         EXPECT_EQ(rig.Sink(1).SinceFlush().at(0).stop, kFrame) << "that the host has set";

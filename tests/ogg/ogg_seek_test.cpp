@@ -12,30 +12,6 @@ namespace {
 
 constexpr REFERENCE_TIME kFrame = 400'000;
 
-// Bytes in memory that no second source can be opened on, so that there is no index. Calls a function ahead of each
-// read.
-class GHookedFile final : public GFileBase {
-public:
-    GHookedFile(GOggBytes bytes, std::function<void()> atRead)
-        : memory(OpenInMemory(std::move(bytes))), hook(std::move(atRead))
-    {
-    }
-    int Open(const char* path) override { return memory->Open(path); }
-    std::uint32_t Read(void* buffer, std::uint32_t count) override
-    {
-        hook();
-        return memory->Read(buffer, count);
-    }
-    std::int64_t Seek(std::int64_t offset) override { return memory->Seek(offset); }
-    std::int64_t Tell() override { return memory->Tell(); }
-    std::int64_t GetSize() override { return memory->GetSize(); }
-    int Close() override { return memory->Close(); }
-
-private:
-    const std::unique_ptr<GFileBase> memory;
-    const std::function<void()> hook;
-};
-
 TEST(OggSeek, TheIndexLeadsToTheKeyFrameBeforeTheTarget)
 {
     GOggReading reading(TheoraFile(100));
@@ -107,10 +83,14 @@ TEST(OggSeek, ASearchForAKeyFrameStopsAtTheReadInWhichItIsInterrupted)
     int reads = 0;
     int stopAt = 0;
     std::function<void()> interrupt = [] {};
-    GHandlerReading<GOGG2ReadHandler> reading(std::make_unique<GHookedFile>(file, [&] {
+    GSourceWatch watch;
+    watch.refusesNew = true;  // so that there is no index
+    watch.onRead = [&](bool) {
         if (++reads == stopAt)
             interrupt();
-    }));
+        return false;
+    };
+    GHandlerReading<GOGG2ReadHandler> reading(std::make_unique<GWatchedSource>(OpenInMemory(file), watch));
     interrupt = [&reading] { reading.Handler().Interrupt(true); };
     const auto readsOfASeek = [&](int stop) {
         reads = 0;

@@ -222,20 +222,24 @@ void GRig::Disconnect(std::size_t pin)
     sinks[pin]->Disconnect();
 }
 
+void GRig::Start()
+{
+    ConnectAll();
+    ASSERT_EQ(filter->Run(0), S_OK);
+}
+
 void GRig::RunUntilBlocked()
 {
     for (auto& sink : sinks)
         sink->Play(GSinkTrick::BlockReceive);
-    ConnectAll();
-    ASSERT_EQ(filter->Run(0), S_OK);
+    Start();
     for (auto& sink : sinks)
         sink->WaitUntilBlocked();
 }
 
 void GRig::PlayToEnd()
 {
-    ConnectAll();
-    ASSERT_EQ(filter->Run(0), S_OK);
+    Start();
     LetGoAndWaitForEnds();
 }
 
@@ -256,6 +260,26 @@ void GRig::ForgetEvents()
 HRESULT GRig::Seek(std::size_t pin, REFERENCE_TIME position)
 {
     return Seeking(pin)->SetPositions(&position, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning);
+}
+
+LONGLONG GRig::Reached(std::size_t pin, LONGLONG position, DWORD flags)
+{
+    EXPECT_EQ(Seeking(pin)->SetPositions(&position, flags, nullptr, AM_SEEKING_NoPositioning), S_OK);
+    return position;
+}
+
+void GRig::PlayFrom(std::size_t pin, REFERENCE_TIME position)
+{
+    ForgetEvents();
+    ASSERT_EQ(Seek(pin, position), S_OK);
+    LetGoAndWaitForEnds();
+}
+
+FILTER_STATE GRig::State()
+{
+    FILTER_STATE state = State_Stopped;
+    EXPECT_EQ(filter->GetState(INFINITE, &state), S_OK);
+    return state;
 }
 
 void GRig::StopGraph()

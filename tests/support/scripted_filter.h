@@ -148,13 +148,20 @@ public:
     void Connect(std::size_t pin);
     // Takes a connection apart at both ends.
     void Disconnect(std::size_t pin);
-    // Connects every pin and runs: as far as the first sample of each, which stays inside its sink, or to the end.
+    // Connects every pin and runs: no further, as far as the first sample of each, which stays inside its sink, or to
+    // the end.
+    void Start();
     void RunUntilBlocked();
     void PlayToEnd();
     // Every sink plays fair from now on; each pin comes to its end.
     void LetGoAndWaitForEnds();
     void ForgetEvents();
     HRESULT Seek(std::size_t pin, REFERENCE_TIME position);
+    // The position that a seek through `pin` hands back.
+    LONGLONG Reached(std::size_t pin, LONGLONG position, DWORD flags = AM_SEEKING_AbsolutePositioning);
+    // Forgets the events, seeks and plays to the end.
+    void PlayFrom(std::size_t pin, REFERENCE_TIME position);
+    FILTER_STATE State();
     // Ends the graph as a host does: sinks first.
     void StopGraph();
     // Gives the filter up as it is.

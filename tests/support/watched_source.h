@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <thread>
@@ -21,10 +22,12 @@ struct GSourceWatch {
     // A read that touches a byte of [failFrom, failUntil) fails.
     std::atomic<std::int64_t> failFrom{std::numeric_limits<std::int64_t>::max()};
     std::atomic<std::int64_t> failUntil{std::numeric_limits<std::int64_t>::max()};
-    // Of the reads of other threads' sources one fails once: that before which there are so many.
-    std::atomic<std::int64_t> newUntilFailure{std::numeric_limits<std::int64_t>::max()};
     // Meanwhile the source of another thread does not open.
     std::atomic<bool> holdsNew{false};
+    // To be set before the source is opened. Asked ahead of each read, whether by the source of another thread or not:
+    // true lets it fail.
+    std::function<bool(bool ofNew)> onRead;
+    bool refusesNew = false;  // there is no second source
 };
 
 class GWatchedSource final : public GFileBase {
@@ -37,7 +40,7 @@ public:
 
     std::unique_ptr<GFileBase> NewInstance() const override
     {
-        auto again = inner->NewInstance();
+        auto again = watch.refusesNew ? nullptr : inner->NewInstance();
         return again ? std::make_unique<GWatchedSource>(std::move(again), watch, true) : nullptr;
     }
     int Open(const char* path) override
@@ -60,8 +63,6 @@ public:
         return Fails(offset, count) ? 0 : Counted(inner->ReadAt(offset, buffer, count));
     }
     std::int64_t Seek(std::int64_t offset) override { return inner->Seek(offset); }
-    int IsSeekable() const override { return inner->IsSeekable(); }
-    int IsPending(std::int64_t offset) const override { return inner->IsPending(offset); }
     std::int64_t Tell() override { return inner->Tell(); }
     std::int64_t GetSize() override { return inner->GetSize(); }
     int Close() override { return inner->Close(); }
@@ -70,7 +71,7 @@ public:
 private:
     bool Fails(std::int64_t from, std::uint32_t count) const
     {
-        if (isNew && watch.newUntilFailure-- == 0)
+        if (watch.onRead && watch.onRead(isNew))
             return true;
         return from + count > watch.failFrom && from < watch.failUntil;
     }
