@@ -162,8 +162,6 @@ HRESULT CSinkPin::ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt)
         return E_POINTER;
     return ComGuard([&]() -> HRESULT {
         CMediaType wanted(*pmt);
-        if (options.accepts && !options.accepts(wanted))
-            return VFW_E_TYPE_NOT_ACCEPTED;
         GMutexLock held(lock);
         if (peer)
             return VFW_E_ALREADY_CONNECTED;
@@ -241,9 +239,7 @@ HRESULT CSinkPin::QueryId(LPWSTR* Id)
 
 HRESULT CSinkPin::QueryAccept(const AM_MEDIA_TYPE* pmt)
 {
-    if (!pmt)
-        return E_POINTER;
-    return !options.accepts || options.accepts(CMediaType(*pmt)) ? S_OK : S_FALSE;
+    return pmt ? S_OK : E_POINTER;
 }
 
 HRESULT CSinkPin::EnumMediaTypes(IEnumMediaTypes** ppEnum)

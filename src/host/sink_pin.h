@@ -45,9 +45,8 @@ enum class GSinkBehaviour : std::uint8_t {
 };
 
 struct GSinkOptions {
-    GSampleCallback onSample;                        // absent: samples are only counted
-    bool offerAllocator = true;                      // false: the peer has to bring its own
-    std::function<bool(const CMediaType&)> accepts;  // absent: every type
+    GSampleCallback onSample;    // absent: samples are only counted
+    bool offerAllocator = true;  // false: the peer has to bring its own
 };
 
 // What a sink saw, all of it since the graph was last started unless it says otherwise.

@@ -91,22 +91,6 @@ TEST(Allocator, PropertiesStayWhileBuffersAreOut)
     EXPECT_EQ(allocator->SetProperties(&request, &granted), S_OK);
 }
 
-TEST(Allocator, ASampleOutlivesTheLastReferenceToItsAllocator)
-{
-    const LONG before = CUnknown::ObjectsActive();
-    auto allocator = Allocator(1, 100);
-    ASSERT_EQ(allocator->Commit(), S_OK);
-    auto held = Take(*allocator);
-    allocator->Decommit();
-    allocator.Reset();
-    BYTE* bytes = nullptr;
-    ASSERT_EQ(held->GetPointer(&bytes), S_OK);
-    std::memset(bytes, 3, 100);
-    EXPECT_EQ(CUnknown::ObjectsActive(), before + 1);
-    held.Reset();
-    EXPECT_EQ(CUnknown::ObjectsActive(), before);
-}
-
 TEST(Allocator, RefusesAbsurdProperties)
 {
     GComPtr<CMemAllocator> allocator(new CMemAllocator);

@@ -56,17 +56,6 @@ TEST(Connection, IsSeenFromOurEndAndEndsOnce)
     EXPECT_EQ(rig.Pin(0)->Connect(nullptr, nullptr), E_POINTER);
 }
 
-TEST(Connection, StaysAsItIsWhileTheFilterRuns)
-{
-    GRig rig(Movie(3));
-    rig.Connect(0);
-    ASSERT_EQ(rig.Filter()->Pause(), S_OK);
-    EXPECT_EQ(rig.Pin(0)->Disconnect(), VFW_E_NOT_STOPPED);
-    EXPECT_EQ(rig.Pin(1)->Connect(&rig.Sink(1), nullptr), VFW_E_NOT_STOPPED);
-    ASSERT_EQ(rig.Filter()->Stop(), S_OK);
-    EXPECT_EQ(rig.Pin(0)->Disconnect(), S_OK);
-}
-
 TEST(Connection, RefusesPeersThatCannotTakeSamplesAndTakesItAllBack)
 {
     GRig rig(Movie(3));

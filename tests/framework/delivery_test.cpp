@@ -214,33 +214,6 @@ TEST(Buffers, ThatCannotBeEnlargedCostThePacketUnderTheMatroskaRules)
     EXPECT_THAT(Sizes(rig.Sink(0).Samples()), ElementsAre(100, 1 << 20, 100));
 }
 
-TEST(Memory, ThatRunsShortWhileReadingEndsTheStreamsAfterWhatWasRead)
-{
-    GScript script = Movie(50);
-    script.onRead = [](std::size_t packet) {
-        if (packet == 60)
-            throw std::bad_alloc();
-    };
-    GRig rig(std::move(script));
-    rig.PlayToEnd();
-    EXPECT_EQ(rig.Sink(0).SegmentSamples().size(), 30u);
-    EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 30u);
-}
-
-TEST(Memory, ThatRunsShortOnTheStreamingThreadEndsTheStream)
-{
-    class CHungryPin final : public CVexOutputPin {
-    public:
-        using CVexOutputPin::CVexOutputPin;
-
-    protected:
-        GUnitStatus PrepareUnit() override { throw std::bad_alloc(); }
-    };
-    GRig rig(Movie(5, false), kPlainRules, PinsOf<CHungryPin>());
-    rig.PlayToEnd();
-    EXPECT_TRUE(rig.Sink(0).Samples().empty());
-}
-
 TEST(Restart, HeadersGoAheadOfTheDataAfterEveryStart)
 {
     GScript script = Movie(20);

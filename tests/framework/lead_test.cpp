@@ -102,15 +102,4 @@ TEST(Leads, InterruptedHalfwayBeginAgain)
     stopped.StopGraph();
 }
 
-TEST(Leads, ThatAPeerRefusesEndItsPinAndNoOther)
-{
-    GRig rig(WithLeads(20, true));
-    rig.ConnectAll();
-    rig.Sink(0).Play(GSinkTrick::Refuse);
-    ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-    rig.Sink(1).WaitForEnd();
-    EXPECT_TRUE(rig.Sink(0).Samples().empty());
-    EXPECT_EQ(rig.Sink(1).SegmentSamples().size(), 20u);
-}
-
 }  // namespace vex::test

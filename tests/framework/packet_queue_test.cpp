@@ -2,13 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "framework/packet_pool.h"
 #include "io/limits.h"
-#include "platform/threads.h"
 #include "support/scripted_filter.h"
-#include "support/watchdog.h"
 
 namespace vex::test {
 
@@ -27,10 +23,9 @@ GPacketPtr Packet(std::size_t bytes, REFERENCE_TIME start = 0, bool continuation
 
 GPacketPtr Continuation(std::size_t bytes) { return Packet(bytes, kNoTime, true); }
 
-const std::function<bool()> kAtOnce = [] { return true; };
-GPacketQueue::PushResult Push(GPacketQueue& queue, GPacketPtr packet, const std::function<bool()>& giveUp = kAtOnce)
+GPacketQueue::PushResult Push(GPacketQueue& queue, GPacketPtr packet)
 {
-    return queue.Push(packet, giveUp);
+    return queue.Push(packet, [] { return true; });
 }
 
 // The next packet that is ready, or null.
@@ -43,30 +38,8 @@ GPacketPtr Pop(GPacketQueue& queue)
 
 constexpr auto kDone = GPacketQueue::PushResult::Done;
 constexpr auto kRefused = GPacketQueue::PushResult::Refused;
-using Ready = GPacketQueue::Ready;
 
 }  // namespace
-
-TEST(PacketQueue, TheLastPacketIsHeldBackUntilSomethingFollows)
-{
-    GPacketQueue queue(kLimits, 0);
-    GPacketPtr taken;
-    EXPECT_EQ(queue.Take(true, taken), Ready::No);
-    ASSERT_EQ(Push(queue, Packet(10)), kDone);
-    EXPECT_EQ(queue.Take(true, taken), Ready::No);
-    ASSERT_EQ(Push(queue, Packet(11)), kDone);
-    ASSERT_EQ(queue.Take(true, taken), Ready::Packet);
-    EXPECT_EQ(taken->GetSize(), 10u);
-    EXPECT_EQ(queue.Take(true, taken), Ready::No);
-    queue.PushEnd();
-    ASSERT_EQ(queue.Take(true, taken), Ready::Packet);
-    EXPECT_EQ(taken->GetSize(), 11u);
-    EXPECT_EQ(queue.Take(true, taken), Ready::End);
-    queue.DropPackets();
-    EXPECT_EQ(queue.Take(true, taken), Ready::End) << "the marker has to stay for a restart";
-    queue.Clear();
-    EXPECT_EQ(queue.Take(true, taken), Ready::No);
-}
 
 // The pin takes packets over in batches. Those that it has not looked at yet keep their place, count, and are dropped
 // with the rest.
@@ -143,7 +116,7 @@ TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
     EXPECT_EQ(Push(huge, Packet(5000)), kDone);
     EXPECT_EQ(Push(huge, Packet(1)), kRefused);
     GPacketPtr taken;
-    EXPECT_EQ(huge.Take(true, taken), Ready::Packet);
+    EXPECT_EQ(huge.Take(true, taken), GPacketQueue::Ready::Packet);
     EXPECT_EQ(Push(huge, Packet(5000)), kDone);
     EXPECT_EQ(Push(huge, Packet(1)), kRefused);
 }
@@ -155,29 +128,6 @@ TEST(PacketQueue, TheByteLimitFollowsTheSampleSizeBetweenItsBounds)
     EXPECT_EQ(kPlainRules.queue.ByteLimit(0xFFFFFFFF), 80u << 20) << "1.5 times a 32-bit size has to be formed wider";
     constexpr GQueueLimits kOpen{.minimumBytes = 3 * kMiB, .maximumBytes = kNoUpperClamp};
     EXPECT_EQ(kOpen.ByteLimit(0xFFFFFFFF), 0x1'7FFF'FFFEu);
-}
-
-TEST(PacketQueue, AWaitingReaderIsWokenByThePinAndByAReasonToGiveUp)
-{
-    const GWatchdog watchdog("a full queue");
-    GPacketQueue queue(kLimits, 0);
-    for (int i = 0; i < 300; ++i)
-        ASSERT_EQ(Push(queue, Packet(1)), kDone);
-    std::atomic<int> looks{0};
-    std::atomic<bool> stop{false};
-    GNativeThread reader([&] {
-        const std::function<bool()> giveUp = [&] { return ++looks, stop.load(); };
-        EXPECT_EQ(Push(queue, Packet(1), giveUp), kDone);
-        EXPECT_EQ(Push(queue, Packet(1), giveUp), kRefused);
-    });
-    while (looks < 3)
-        std::this_thread::yield();
-    Pop(queue);
-    const int seen = looks;
-    while (looks < seen + 3)
-        std::this_thread::yield();
-    stop = true;
-    reader.join();
 }
 
 TEST(PacketPool, GivesBackBuffersThatFitAndKeepsNoHoard)

@@ -1,6 +1,7 @@
 // Files that have to be fetched first: Load returns, the pins come later.
 #include <gtest/gtest.h>
 
+#include "host/host_graph.h"
 #include "support/scripted_filter.h"
 
 namespace vex::test {
@@ -65,9 +66,8 @@ VexLoadState StateOf(CScriptedFilter& filter, std::string* reason = nullptr)
     EXPECT_EQ(filter.GetLoadState(&state, &text), S_OK);
     EXPECT_TRUE(text || state != VexLoad_Failed);
     EXPECT_TRUE(!text || reason) << "a reason where a test expects none";
-    if (reason && text)
-        *reason = Utf8FromWide(WString(text, SysStringLen(text)));
-    SysFreeString(text);
+    if (reason)
+        *reason = TakeText(text);
     return state;
 }
 
@@ -139,7 +139,7 @@ TEST(Preparation, PinsAppearWhenItIsDoneAndUntilThenTheFilterDoesWhatAFilterDoes
     EXPECT_EQ(pins->Clone(copy.Put()), VFW_E_ENUM_OUT_OF_SYNC);
     EXPECT_EQ(pins->Reset(), S_OK);
     EXPECT_EQ(pins->Next(1, pin.Put(), nullptr), S_OK);
-    EXPECT_EQ(filter->Load(VEX_W("other"), nullptr), E_FAIL);
+    EXPECT_EQ(filter->Load(nullptr, nullptr), E_FAIL);
     // Pins that come while the filter is paused connect once it is stopped.
     LONGLONG position = 0;
     const auto seeking = SeekingOf(*filter);
@@ -202,7 +202,6 @@ TEST(Preparation, OfAFileThatDidNotArriveWholeSaysSoWhetherItOpensOrNot)
         EXPECT_EQ(reason, std::string("the file did not arrive whole: cut off") +
                               (opens ? "" : "; the script does not open (at byte 42)"));
         EXPECT_EQ(filter->Load(VEX_W("local"), nullptr), opens ? E_FAIL : S_OK);
-        reason.clear();
         EXPECT_EQ(StateOf(*filter, &reason), VexLoad_Done);
         EXPECT_EQ(reason.empty(), !opens);
     }

@@ -258,15 +258,6 @@ TEST(HostSinks, ARefusedSampleEndsThatStreamOnly)
     }
 }
 
-TEST(HostSinks, AnUnwelcomeMediaTypeIsRefusedAtConnection)
-{
-    GSceneGraph graph(Movie(1));
-    GSinkOptions options;
-    options.accepts = [](const CMediaType&) { return false; };
-    EXPECT_TRUE(FAILED(graph->Connect(0, options)));
-    EXPECT_EQ(graph->Sink(0), nullptr);
-}
-
 TEST(HostState, AGraphPlaysAgainFromTheStartAfterAStop)
 {
     GSceneGraph graph(Movie(3, false));

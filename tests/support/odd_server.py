@@ -164,10 +164,10 @@ class Connection(socketserver.BaseRequestHandler):
         self.answer_length()
 
     def answer_huge(self):
-        self.send(body=self.half(), Content_Length=6_000_000_000)
+        self.send(body=self.half(), Content_Length=(1 << 32) + 1)
 
     def answer_endless_page(self):
-        self.send("404 Not Found", b"a page", Content_Length=10)
+        self.send("404 Not Found", b"", Content_Length=10)
         self.wait_for_close()
 
     def answer_nothing(self):

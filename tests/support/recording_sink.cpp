@@ -26,7 +26,7 @@ GSinkBehaviour BehaviourFor(GSinkTrick trick)
 }  // namespace
 
 CRecordingSink::CRecordingSink()
-    : CSinkPin(0, {.onSample = {}, .offerAllocator = false, .accepts = {}}, std::make_shared<GProgress>())
+    : CSinkPin(0, {.onSample = {}, .offerAllocator = false}, std::make_shared<GProgress>())
 {
     SetActive(true);
 }
