@@ -237,10 +237,7 @@ HRESULT CSinkPin::QueryId(LPWSTR* Id)
     return S_OK;
 }
 
-HRESULT CSinkPin::QueryAccept(const AM_MEDIA_TYPE* pmt)
-{
-    return pmt ? S_OK : E_POINTER;
-}
+HRESULT CSinkPin::QueryAccept(const AM_MEDIA_TYPE* pmt) { return pmt ? S_OK : E_POINTER; }
 
 HRESULT CSinkPin::EnumMediaTypes(IEnumMediaTypes** ppEnum)
 {

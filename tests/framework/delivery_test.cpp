@@ -214,6 +214,20 @@ TEST(Buffers, ThatCannotBeEnlargedCostThePacketUnderTheMatroskaRules)
     EXPECT_THAT(Sizes(rig.Sink(0).Samples()), ElementsAre(100, 1 << 20, 100));
 }
 
+TEST(Memory, ThatRunsShortOnTheStreamingThreadEndsTheStream)
+{
+    class CHungryPin final : public CVexOutputPin {
+    public:
+        using CVexOutputPin::CVexOutputPin;
+
+    protected:
+        GUnitStatus PrepareUnit() override { throw std::bad_alloc(); }
+    };
+    GRig rig(Movie(5, false), kPlainRules, PinsOf<CHungryPin>());
+    rig.PlayToEnd();
+    EXPECT_TRUE(rig.Sink(0).Samples().empty());
+}
+
 TEST(Restart, HeadersGoAheadOfTheDataAfterEveryStart)
 {
     GScript script = Movie(20);

@@ -38,8 +38,30 @@ GPacketPtr Pop(GPacketQueue& queue)
 
 constexpr auto kDone = GPacketQueue::PushResult::Done;
 constexpr auto kRefused = GPacketQueue::PushResult::Refused;
+using Ready = GPacketQueue::Ready;
 
 }  // namespace
+
+TEST(PacketQueue, TheLastPacketIsHeldBackUntilSomethingFollows)
+{
+    GPacketQueue queue(kLimits, 0);
+    GPacketPtr taken;
+    EXPECT_EQ(queue.Take(true, taken), Ready::No);
+    ASSERT_EQ(Push(queue, Packet(10)), kDone);
+    EXPECT_EQ(queue.Take(true, taken), Ready::No);
+    ASSERT_EQ(Push(queue, Packet(11)), kDone);
+    ASSERT_EQ(queue.Take(true, taken), Ready::Packet);
+    EXPECT_EQ(taken->GetSize(), 10u);
+    EXPECT_EQ(queue.Take(true, taken), Ready::No);
+    queue.PushEnd();
+    ASSERT_EQ(queue.Take(true, taken), Ready::Packet);
+    EXPECT_EQ(taken->GetSize(), 11u);
+    EXPECT_EQ(queue.Take(true, taken), Ready::End);
+    queue.DropPackets();
+    EXPECT_EQ(queue.Take(true, taken), Ready::End) << "the marker has to stay for a restart";
+    queue.Clear();
+    EXPECT_EQ(queue.Take(true, taken), Ready::No);
+}
 
 // The pin takes packets over in batches. Those that it has not looked at yet keep their place, count, and are dropped
 // with the rest.
@@ -116,7 +138,7 @@ TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
     EXPECT_EQ(Push(huge, Packet(5000)), kDone);
     EXPECT_EQ(Push(huge, Packet(1)), kRefused);
     GPacketPtr taken;
-    EXPECT_EQ(huge.Take(true, taken), GPacketQueue::Ready::Packet);
+    EXPECT_EQ(huge.Take(true, taken), Ready::Packet);
     EXPECT_EQ(Push(huge, Packet(5000)), kDone);
     EXPECT_EQ(Push(huge, Packet(1)), kRefused);
 }

@@ -10,39 +10,34 @@ namespace vex::test {
 
 namespace {
 
+// What shows that a trick has been played once.
+enum class GSign : std::uint8_t { Blocks, ReadsAhead, OtherPinEnds };
+
 constexpr struct {
     GSinkTrick trick;
-    const char* name;
+    GSign sign;
+    const char* peer;
 } kTricks[] = {
-    {GSinkTrick::BlockReceive, "blocks in Receive"},
-    {GSinkTrick::BlockEndOfStream, "blocks in EndOfStream"},
-    {GSinkTrick::BlockNewSegment, "blocks in NewSegment"},
-    {GSinkTrick::Refuse, "refuses"},
-    {GSinkTrick::NoMore, "wants no more"},
-    {GSinkTrick::KeepSamples, "keeps every sample"},
-    {GSinkTrick::LetGo, "disconnects midway"},
+    {GSinkTrick::BlockReceive, GSign::Blocks, "a peer that blocks in Receive"},
+    {GSinkTrick::BlockEndOfStream, GSign::Blocks, "a peer that blocks in EndOfStream"},
+    {GSinkTrick::BlockNewSegment, GSign::Blocks, "a peer that blocks in NewSegment"},
+    {GSinkTrick::Refuse, GSign::OtherPinEnds, "a peer that refuses"},
+    {GSinkTrick::NoMore, GSign::OtherPinEnds, "a peer that wants no more"},
+    {GSinkTrick::KeepSamples, GSign::ReadsAhead, "a peer that keeps every sample"},
+    {GSinkTrick::LetGo, GSign::ReadsAhead, "a peer that disconnects midway"},
 };
 
 // Long enough that the end is met only by the trick that wants it.
 std::size_t FramesFor(GSinkTrick trick) { return trick == GSinkTrick::BlockEndOfStream ? 5 : 2000; }
 
-// Until the trick has been played once.
-void WaitForTrick(GRig& rig, GSinkTrick trick)
+void WaitFor(GRig& rig, GSign sign)
 {
-    switch (trick) {
-    case GSinkTrick::BlockReceive:
-    case GSinkTrick::BlockEndOfStream:
-    case GSinkTrick::BlockNewSegment:
+    if (sign == GSign::Blocks)
         rig.Sink(0).WaitUntilBlocked();
-        break;
-    case GSinkTrick::KeepSamples:
-    case GSinkTrick::LetGo:
+    else if (sign == GSign::ReadsAhead)
         rig.Log().WaitForPayloads(300);
-        break;
-    default:
-        rig.Sink(1).WaitForEnd();  // the other pin goes on
-        break;
-    }
+    else
+        rig.Sink(1).WaitForEnd();
 }
 
 }  // namespace
@@ -64,15 +59,16 @@ TEST(Peers, HostileOnesKeepNothingWaiting)
          }},
         {"a release", [](GRig& rig) { rig.DropFilter(); }},
     };
-    for (const auto& [trick, name] : kTricks) {
+    for (const auto& [trick, sign, peer] : kTricks) {
         for (const auto& [action, act] : actions) {
-            SCOPED_TRACE(std::string(name) + ", " + action);
-            const GWatchdog watchdog(std::string("a peer that ") + name + ", " + action);
+            const std::string what = std::string(peer) + ", " + action;
+            SCOPED_TRACE(what);
+            const GWatchdog watchdog(what);
             GRig rig(Movie(FramesFor(trick)));
             rig.ConnectAll();
             rig.Sink(0).Play(trick);
             ASSERT_EQ(rig.Filter()->Run(0), S_OK);
-            WaitForTrick(rig, trick);
+            WaitFor(rig, sign);
             act(rig);
             for (std::size_t pin = 0; pin < 2; ++pin)
                 EXPECT_EQ(rig.Sink(pin).Count(GRecordedEvent::Kind::BeginFlush),

@@ -2,12 +2,10 @@
 
 #include <array>
 #include <limits>
-#include <random>
 #include <vector>
 
 #include "io/bit_reader.h"
 #include "io/byte_reader.h"
-#include "io/fourcc.h"
 
 namespace vex::test {
 namespace {
@@ -17,35 +15,6 @@ constexpr std::array<std::uint8_t, 16> kBytes{0x81, 0x92, 0xA3, 0xB4, 0xC5, 0xD6
                                               0x89, 0x9A, 0xAB, 0xBC, 0xCD, 0xDE, 0xEF, 0xF0};
 
 GByteReader At(std::size_t offset) { return GByteReader(std::span(kBytes).subspan(offset)); }
-
-TEST(ByteReader, EveryWidthReadsItsOwnByteOrderAndNoMore)
-{
-    EXPECT_EQ(At(0).U16LE(), 0x9281u);
-    EXPECT_EQ(At(0).U16BE(), 0x8192u);
-    EXPECT_EQ(At(0).U24BE(), 0x8192A3u);
-    EXPECT_EQ(At(0).U32LE(), 0xB4A39281u);
-    EXPECT_EQ(At(0).U32BE(), 0x8192A3B4u);
-    EXPECT_EQ(At(1).U64LE(), 0x89F8E7D6C5B4A392u);
-    EXPECT_EQ(At(1).U64BE(), 0x92A3B4C5D6E7F889u);
-    EXPECT_EQ(At(0).I32LE(), static_cast<std::int32_t>(0xB4A39281u));
-    EXPECT_EQ(At(0).I64LE(), static_cast<std::int64_t>(0xF8E7D6C5B4A39281u));
-    EXPECT_EQ(At(0).UIntBE(5), 0x8192A3B4C5u);
-    EXPECT_EQ(At(0).UIntBE(0), 0u);
-
-    GByteReader reader = At(0);
-    reader.U24BE();
-    reader.U16LE();
-    reader.U8();
-    reader.U64BE();
-    EXPECT_EQ(reader.Pos(), 14u);
-    GByteReader empty;
-    EXPECT_TRUE(empty.Window(0).Ok());
-    EXPECT_EQ(empty.U8(), 0u);
-    EXPECT_FALSE(empty.Ok());
-
-    const std::array<std::uint8_t, 4> code{'X', 'V', 'I', 'D'};
-    EXPECT_EQ(GByteReader(code).FourCC(), FourCC("XVID"));
-}
 
 TEST(ByteReaderOverrun, LatchesSoThatOneQuestionAtTheEndIsEnough)
 {
@@ -94,26 +63,7 @@ TEST(ByteReaderWindow, EndsAtItsOwnSizeAndKnowsItsPlaceInTheFile)
     EXPECT_FALSE(child.Ok());
     EXPECT_TRUE(parent.Ok()) << "a child that overruns does not spoil its parent";
     EXPECT_EQ(parent.U8(), kBytes[8]);
-}
-
-TEST(BitReader, AnyWidthAtAnyAlignmentMatchesTheBitsOneByOne)
-{
-    std::mt19937 random(7);
-    std::vector<std::uint8_t> bytes(4'000);
-    for (auto& byte : bytes)
-        byte = static_cast<std::uint8_t>(random());
-    GBitReader reader(bytes);
-    GBitReader single(bytes);
-    while (true) {
-        const auto count = static_cast<unsigned>(random() % 33);
-        if (count > reader.Left())
-            break;
-        std::uint32_t expected = 0;
-        for (unsigned i = 0; i < count; ++i)
-            expected = expected << 1 | (single.Flag() ? 1 : 0);
-        ASSERT_EQ(reader.Bits(count), expected) << count << " bits up to " << reader.Pos();
-    }
-    EXPECT_TRUE(reader.Ok());
+    EXPECT_TRUE(GByteReader().Window(0).Ok());
 }
 
 TEST(BitReader, AnOverrunLatchesAndGivesNoPartOfTheBits)
@@ -127,19 +77,6 @@ TEST(BitReader, AnOverrunLatchesAndGivesNoPartOfTheBits)
     GBitReader skipped(ones);
     skipped.Skip(std::numeric_limits<std::uint64_t>::max());
     EXPECT_FALSE(reader.Ok() || skipped.Ok());
-}
-
-TEST(ExpGolomb, CodesReadAsTheStandardTabulatesThem)
-{
-    // 1, 010, 011, 00100, 00111, 0001000 and the stop bit of a payload
-    const std::array<std::uint8_t, 4> codes{0b10100110, 0b01000011, 0b10001000, 0b10000000};
-    GBitReader unsignedCodes(codes);
-    for (const std::uint32_t expected : {0u, 1u, 2u, 3u, 6u, 7u, 0u})
-        EXPECT_EQ(unsignedCodes.ue(), expected);
-    EXPECT_EQ(unsignedCodes.Pos(), 25u);
-    GBitReader signedCodes(codes);
-    for (const std::int32_t expected : {0, 1, -1, 2, -3, 4, 0})
-        EXPECT_EQ(signedCodes.se(), expected);
 }
 
 std::vector<std::uint8_t> LongCode(unsigned zeros, std::uint64_t suffix)
