@@ -42,6 +42,18 @@ TEST(ClassFactory, RefusesWhatItDoesNotServe)
     EXPECT_TRUE(QueryFor<IUnknown>(factory.Get(), IID_IUnknown));
 }
 
+TEST(ClassFactory, EveryRowOfTheTableHasAFactory)
+{
+    ASSERT_EQ(FilterTable().size(), 12u);
+    for (const CFactoryTemplate& row : FilterTable()) {
+        GComPtr<IBaseFilter> filter;
+        ASSERT_EQ(Factory(row.clsid)->CreateInstance(nullptr, IID_IBaseFilter, filter.PutVoid()), S_OK);
+        CLSID id = GUID_NULL;
+        EXPECT_EQ(filter->GetClassID(&id), S_OK);
+        EXPECT_EQ(id, row.clsid);
+    }
+}
+
 TEST(ClassFactory, FailuresOfTheCreationFunctionStayInside)
 {
     const CFactoryTemplate table[] = {{VEX_W("a"), CLSID_VexAvi, OutOfMemory, {}},

@@ -30,7 +30,7 @@ GUID ConnectedMajor(IPin* pin)
 
 }  // namespace
 
-TEST(Connection, IsSeenFromOurEndAndEndsOnce)
+TEST(Connection, IsSeenFromOurEndStaysWhileTheFilterRunsAndEndsOnce)
 {
     GRig rig(Movie(3));
     AM_MEDIA_TYPE type{};
@@ -48,6 +48,10 @@ TEST(Connection, IsSeenFromOurEndAndEndsOnce)
     EXPECT_TRUE(kVideo.Matches(type));
     FreeMediaType(type);
     EXPECT_EQ(rig.Pin(0)->Connect(&rig.Sink(1), nullptr), VFW_E_ALREADY_CONNECTED);
+    ASSERT_EQ(rig.Filter()->Pause(), S_OK);
+    EXPECT_EQ(rig.Pin(0)->Disconnect(), VFW_E_NOT_STOPPED);
+    EXPECT_EQ(rig.Pin(1)->Connect(&rig.Sink(1), nullptr), VFW_E_NOT_STOPPED);
+    ASSERT_EQ(rig.Filter()->Stop(), S_OK);
     rig.Disconnect(0);
     EXPECT_EQ(rig.Pin(0)->Disconnect(), S_FALSE);
     EXPECT_EQ(rig.Sink(0).References(), 1u) << "the pin still holds its old peer";

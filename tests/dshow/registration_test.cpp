@@ -31,24 +31,20 @@ WString KeyOf(const WCHAR* branch, REFCLSID clsid)
 // No file may grow beyond `bytes` while it lives: the disk is full.
 class GFullDisk {
 public:
-    explicit GFullDisk(rlim_t bytes) : oldHandler(std::signal(SIGXFSZ, SIG_IGN))
+    explicit GFullDisk(rlim_t bytes)
     {
+        std::signal(SIGXFSZ, SIG_IGN);  // the write fails instead
         getrlimit(RLIMIT_FSIZE, &before);
         rlimit lower = before;
         lower.rlim_cur = bytes;
         setrlimit(RLIMIT_FSIZE, &lower);
     }
-    ~GFullDisk()
-    {
-        setrlimit(RLIMIT_FSIZE, &before);
-        std::signal(SIGXFSZ, oldHandler);
-    }
+    ~GFullDisk() { setrlimit(RLIMIT_FSIZE, &before); }
     GFullDisk(const GFullDisk&) = delete;
     GFullDisk& operator=(const GFullDisk&) = delete;
 
 private:
     rlimit before{};
-    void (*const oldHandler)(int);
 };
 
 }  // namespace

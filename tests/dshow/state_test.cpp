@@ -76,7 +76,7 @@ TEST(State, AskedDuringAChangeWaitsAsLongAsItIsToldUnlessItMakesTheChange)
     pausing.join();
 }
 
-TEST(Graph, IsKnownButNotOwned)
+TEST(Graph, IsKnownButNotOwnedAndTheClockIsOwnedUntilReplaced)
 {
     GRig rig(Movie(3));
     const auto graph = GComPtr<CGraphSite>::Adopt(new CGraphSite(std::make_shared<GProgress>()));
@@ -95,11 +95,7 @@ TEST(Graph, IsKnownButNotOwned)
     EXPECT_EQ(info.pGraph, nullptr);
     EXPECT_EQ(rig.Scripted().NotifyEvent(EC_COMPLETE, 0, 0), E_NOTIMPL);
     EXPECT_EQ(rig.Filter()->QueryFilterInfo(nullptr), E_POINTER);
-}
 
-TEST(Clock, IsOwnedUntilReplaced)
-{
-    GRig rig(Movie(3));
     const auto clock = GComPtr<CClock>::Adopt(new CClock);
     ASSERT_EQ(rig.Filter()->SetSyncSource(clock.Get()), S_OK);
     EXPECT_EQ(clock->References(), 2u);

@@ -138,17 +138,6 @@ TEST(HostDelivery, TheCallbackGetsEverySampleAndThePinsDescribeThemselves)
     }
 }
 
-TEST(HostDelivery, AnUnconnectedPinDoesNotKeepTheGraphWaiting)
-{
-    GSceneGraph graph(Movie(2));
-    ASSERT_EQ(graph->Connect(1), S_OK);
-    ASSERT_EQ(graph->Run(), S_OK);
-    EXPECT_EQ(graph->WaitForEnd(kBound), GEnd::Complete);
-    EXPECT_EQ(graph->Sink(0), nullptr);
-    EXPECT_EQ(graph->Sink(1)->Report().samples, 2u);
-    EXPECT_EQ(graph->Seek(0).at(0).result, S_FALSE);
-}
-
 TEST(HostErrors, WhyALoadFailedComesFromTheErrorObjectOfThisLoad)
 {
     {

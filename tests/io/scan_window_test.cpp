@@ -86,14 +86,6 @@ TEST(ScanWindowBytes, AreThoseOfTheFileInWhateverOrderTheyAreAskedFor)
         EXPECT_TRUE(scene.Gives(step.position, step.asked, step.given)) << step.position << " of " << step.asked;
 }
 
-TEST(ScanWindowCost, AReaderThatGoesOnReadsNoByteTwice)
-{
-    GScene scene;
-    for (std::int64_t position = 0; position < kSize; position += 5)
-        ASSERT_TRUE(scene.Gives(position, 7, static_cast<std::size_t>(std::min<std::int64_t>(7, kSize - position))));
-    EXPECT_EQ(scene.watch.bytes, static_cast<std::uint64_t>(kSize));
-}
-
 TEST(ScanWindowSearch, SeesEveryPositionOnceAndReadsWhatItPasses)
 {
     struct {

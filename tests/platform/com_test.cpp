@@ -93,5 +93,16 @@ TEST(Bstr, TheLengthInBytesLiesBeforeATextThatMayHoldNuls)
         EXPECT_EQ(SysAllocStringLen(nullptr, length), nullptr);
 }
 
+TEST(GuidText, IsUpperCaseInBracesAndNeverCutOff)
+{
+    const GUID guid{0x0A1B2C3D, 0x00EF, 0xABCD, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}};
+    WCHAR text[40] = {};
+    text[39] = '!';
+    EXPECT_EQ(StringFromGUID2(guid, text, 38), 0);
+    EXPECT_EQ(StringFromGUID2(guid, text, 39), 39);
+    EXPECT_EQ(WString(text), VEX_W("{0A1B2C3D-00EF-ABCD-0123-456789ABCDEF}"));
+    EXPECT_EQ(text[39], '!');
+}
+
 }  // namespace
 }  // namespace vex::test

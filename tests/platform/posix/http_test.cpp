@@ -51,11 +51,8 @@ protected:
             ::unsetenv(variable);
     }
 
-    GHttpResult::Outcome Get(const std::string& url) { return client.Get(url, "an agent/1.0", body).outcome; }
-
     GWatchdog watchdog{"an HTTP transfer"};
     GNoBody body;
-    GHttpClient client;
 };
 
 // What servers answer is in tests/download.
@@ -67,16 +64,17 @@ TEST_F(Http, AUrlThatLeadsToNoServerFails)
 
 TEST_F(Http, AbortDoesNotWaitForANameLookUp)
 {
-    GNativeThread aborting([this] {
+    GHttpClient client;
+    GNativeThread aborting([&client] {
         lookUpEntered.Wait();
         client.Abort();
     });
-    EXPECT_EQ(Get("http://" + std::string(kStalledName) + "/"), Aborted);
+    EXPECT_EQ(client.Get("http://" + std::string(kStalledName) + "/", "agent", body).outcome, Aborted);
     EXPECT_FALSE(lookUpLeft.Check()) << "it has not been waited for";
     aborting.join();
     lookUpReleased.Set();
     lookUpLeft.Wait();
-    EXPECT_EQ(Get("http://127.0.0.1:1/"), Aborted) << "before it began";
+    EXPECT_EQ(client.Get("http://127.0.0.1:1/", "agent", body).outcome, Aborted) << "before it began";
 }
 
 }  // namespace
