@@ -130,7 +130,8 @@ TEST(PacketQueue, IsFullAtThreeHundredPacketsOrAtTheByteLimit)
     EXPECT_EQ(Push(heavy, Packet(1)), kDone);
     EXPECT_EQ(Push(heavy, Packet(1)), kRefused);
     heavy.Clear();
-    EXPECT_EQ(Push(heavy, Packet(1)), kDone) << "the bytes of what was dropped still count";
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(Push(heavy, Packet(1)), kDone) << "the bytes of what was dropped still count";
 
     // The one packet is held back until another follows: were it to fill the queue alone, neither side could move.
     GPacketQueue huge(kLimits, 0);
