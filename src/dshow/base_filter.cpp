@@ -182,22 +182,6 @@ HRESULT CBaseFilter::EnumPins(IEnumPins** ppEnum)
     });
 }
 
-HRESULT CBaseFilter::FindPin(LPCWSTR Id, IPin** ppPin)
-{
-    if (!Id || !ppPin)
-        return E_POINTER;
-    *ppPin = nullptr;
-    for (int i = 0; i < GetPinCount(); ++i) {
-        CBasePin* pin = GetPin(i);
-        if (pin->Name() != WStringView(Id))
-            continue;
-        pin->AddRef();
-        *ppPin = pin;
-        return S_OK;
-    }
-    return VFW_E_NOT_FOUND;
-}
-
 HRESULT CBaseFilter::QueryFilterInfo(FILTER_INFO* pInfo)
 {
     if (!pInfo)

@@ -40,7 +40,6 @@ public:
 
     // IBaseFilter
     STDMETHODIMP EnumPins(IEnumPins** ppEnum) override;
-    STDMETHODIMP FindPin(LPCWSTR Id, IPin** ppPin) override;
     STDMETHODIMP QueryFilterInfo(FILTER_INFO* pInfo) override;
     STDMETHODIMP JoinFilterGraph(IFilterGraph* pGraph, LPCWSTR pName) override;
     STDMETHODIMP QueryVendorInfo(LPWSTR* pVendorInfo) override;
@@ -116,7 +115,6 @@ public:
     STDMETHODIMP ConnectionMediaType(AM_MEDIA_TYPE* pmt) override;
     STDMETHODIMP QueryPinInfo(PIN_INFO* pInfo) override;
     STDMETHODIMP QueryDirection(PIN_DIRECTION* pPinDir) override;
-    STDMETHODIMP QueryId(LPWSTR* Id) override;
     STDMETHODIMP QueryAccept(const AM_MEDIA_TYPE* pmt) override;
     STDMETHODIMP EnumMediaTypes(IEnumMediaTypes** ppEnum) override;
     STDMETHODIMP QueryInternalConnections(IPin** apPin, ULONG* nPin) override;

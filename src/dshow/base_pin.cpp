@@ -213,14 +213,6 @@ HRESULT CBasePin::QueryDirection(PIN_DIRECTION* pPinDir)
     return S_OK;
 }
 
-HRESULT CBasePin::QueryId(LPWSTR* Id)
-{
-    if (!Id)
-        return E_POINTER;
-    *Id = TaskMemCopy(name);
-    return *Id ? S_OK : E_OUTOFMEMORY;
-}
-
 HRESULT CBasePin::QueryAccept(const AM_MEDIA_TYPE* pmt)
 {
     if (!pmt)
