@@ -124,5 +124,7 @@ static_assert(sizeof(WAVEFORMATEX) == 18);
 static_assert(sizeof(MPEG1WAVEFORMAT) == 40);
 static_assert(offsetof(VIDEOINFOHEADER, bmiHeader) == 48 && sizeof(VIDEOINFOHEADER) == 88);
 static_assert(offsetof(VIDEOINFOHEADER2, bmiHeader) == 72 && sizeof(VIDEOINFOHEADER2) == 112);
+static_assert(offsetof(VIDEOINFOHEADER2, dwPictAspectRatioX) == 56);
 static_assert(offsetof(MPEG1VIDEOINFO, bSequenceHeader) == 96);
+static_assert(offsetof(MPEG2VIDEOINFO, dwStartTimeCode) == 112 && offsetof(MPEG2VIDEOINFO, dwFlags) == 128);
 static_assert(offsetof(MPEG2VIDEOINFO, dwSequenceHeader) == 132);

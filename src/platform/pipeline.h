@@ -50,6 +50,15 @@ inline constexpr LONG EC_ERRORABORT = 0x03;
 
 #endif
 
+// Other modules read and write these by offset. Pointers take 4 or 8 bytes.
+static_assert(offsetof(AM_MEDIA_TYPE, formattype) == 44);
+static_assert(offsetof(AM_MEDIA_TYPE, pUnk) == (sizeof(void*) == 8 ? 64 : 60));
+static_assert(offsetof(AM_MEDIA_TYPE, pbFormat) == (sizeof(void*) == 8 ? 80 : 68));
+static_assert(sizeof(AM_MEDIA_TYPE) == (sizeof(void*) == 8 ? 88 : 72));
+static_assert(offsetof(PIN_INFO, achName) == (sizeof(void*) == 8 ? 12 : 8));
+static_assert(offsetof(FILTER_INFO, pGraph) == 256);
+static_assert(offsetof(Quality, TimeStamp) == 16);
+
 namespace vex {
 
 // Reference time units (100 ns) in a second.
