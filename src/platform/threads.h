@@ -120,8 +120,8 @@ public:
     // True on the worker thread itself.
     bool IsWorker() const;
 
-    // Sends `request` and waits for the reply; kNoWorker when there is no thread, when it ended without a reply, or
-    // when the worker calls itself.
+    // Sends `request` and waits for the reply. Returns kNoWorker if no thread exists, if it ends without a reply, or if
+    // the worker calls itself.
     DWORD CallWorker(DWORD request);
     static constexpr DWORD kNoWorker = 0xFFFFFFFFu;
 
