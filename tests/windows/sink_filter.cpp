@@ -22,7 +22,7 @@ class CSinkFilter;
 class CSinkInput final : public CSinkPin {
 public:
     CSinkInput(CSinkFilter& renderer, GSinkAllocator offeredAllocator)
-        : CSinkPin(0, {.onSample = {}, .offerAllocator = false, .accepts = {}}, std::make_shared<GProgress>()),
+        : CSinkPin(0, {.onSample = {}, .offerAllocator = false}, std::make_shared<GProgress>()),
           sink(renderer),
           allocator(offeredAllocator)
     {
