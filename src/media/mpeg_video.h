@@ -13,7 +13,8 @@ inline constexpr std::uint8_t kSequenceHeaderCode = 0xB3;  // the last byte of a
 inline constexpr std::uint8_t kExtensionCode = 0xB5;
 inline constexpr std::size_t kMpegSequenceHeaderSize = 12;  // bytes with the start code, without matrices
 
-// sequence_extension(); what is cut off is 0. `profile` and `level` as coded (8.2); VideoInfoProfile and VideoInfoLevel translate them.
+// sequence_extension(); what is cut off is 0. `profile` and `level` as coded (8.2); VideoInfoProfile and VideoInfoLevel
+// translate them.
 struct GMpegSequenceExtension {
     std::uint8_t profile = 0;           // 3 bits
     std::uint8_t level = 0;             // 4 bits

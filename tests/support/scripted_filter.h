@@ -135,8 +135,8 @@ private:
     const std::function<void(CVexOutputPin&)> onActive;
 };
 
-// One filter that plays `script`, loaded, in a graph, with a sink for every pin. When the last rig ends, no object may be
-// left.
+// One filter that plays `script`, loaded, in a graph, with a sink for every pin. When the last rig ends, no object
+// may be left.
 class GRig {
 public:
     explicit GRig(GScript script, const GFilterRules& filterRules = kPlainRules,

@@ -44,8 +44,8 @@ struct GFraming {
 // The framing for a media type; raw when there is no other, or when `raw` asks for it.
 GFraming ChooseFraming(const CMediaType& type, bool raw);
 
-// For H.264 with length-prefixed units, described by a FORMAT_MPEG2Video block: writes the parameter sets once and start
-// codes in place of the lengths. Null for any other type, and when the block is too short.
+// For H.264 with length-prefixed units, described by a FORMAT_MPEG2Video block: writes the parameter sets once, and
+// start codes in place of the lengths. Null for any other type, and when the block is too short.
 std::unique_ptr<GFramer> MakeAnnexBFramer(const CMediaType& type);
 // AAC with an AudioSpecificConfig behind the wave format: a header per frame (ISO/IEC 13818-7). Null when the
 // configuration is missing or cannot be said in a header.
