@@ -98,9 +98,9 @@ TEST(MkvHandler, ADamagedLaceLosesItsOwnBlockAndAnUnreadableHeaderTheRestOfItsCl
 
 TEST(MkvHandler, ALiveRecordingPlaysToItsEndWhereverItWasCut)
 {
-    for (const std::size_t missing : {0u, 30u}) {
-        GEbmlBytes bytes = LiveFile();
-        bytes.erase(bytes.end() - static_cast<std::ptrdiff_t>(missing), bytes.end());
+    const GEbmlBytes whole = LiveFile();
+    for (const GEbmlBytes& bytes : {whole, First(whole, whole.size() - 30), Join({whole, whole})}) {
+        const std::size_t missing = bytes.size() < whole.size() ? 30 : 0;
         GMkvReading reading(bytes);
         const auto blocks = reading.ReadAll();
         EXPECT_THAT(Marks(blocks), ElementsAre(1, 2, 3, 4, 5, 6));
@@ -108,6 +108,8 @@ TEST(MkvHandler, ALiveRecordingPlaysToItsEndWhereverItWasCut)
         EXPECT_EQ(blocks.back().frames.at(0).size(), 100 - missing);
         EXPECT_EQ(reading.Damage().count, missing == 0 ? 0u : 1u);
     }
+    GMkvReading damaged(Join({whole, {0x00}, whole}));
+    EXPECT_EQ(damaged.ReadAll().size(), 12u) << "damage is searched past, into the recording appended to this one";
 }
 
 TEST(MkvHandler, AClusterThatClaimsTheNextOnesDoesNotSwallowThem)
@@ -196,13 +198,13 @@ TEST(MkvHandler, FactsAndAttachmentsOfAFileCanBeAsked)
 {
     const GEbmlBytes atom =
         Element(kChapterAtom, {UIntElement(kChapterTimeStart, 0), Element(kChapterAtom, GEbmlBytes{})});
-    GMkvReading reading(
-        ThreeTracks(Join({TextElement(kTitle, "T\xC3\xB6n"), Element(kDateUtc, BigEndian(86'401'000'000'000, 8))}),
-                    UIntElement(kMinCache, 3))
-            .Add(Element(kChapters, {Element(kEditionEntry, {atom, atom})}))
-            .Add(Element(kAttachments, {Element(kAttachedFile, {TextElement(kFileName, "a.txt"),
-                                                                Element(kFileData, {1, 2, 3, 4, 5})})}))
-            .Add(VoidElement(9)));
+    GMkvReading reading(ThreeTracks(Join({TextElement(kTitle, {"T\xC3\xB6n\0junk", 9}),
+                                          Element(kDateUtc, BigEndian(86'401'000'000'000, 8))}),
+                                    UIntElement(kMinCache, 3))
+                            .Add(Element(kChapters, {Element(kEditionEntry, {atom, atom})}))
+                            .Add(Element(kAttachments, {Element(kAttachedFile, {TextElement(kFileName, "a.txt"),
+                                                                                Element(kFileData, {1, 2, 3, 4, 5})})}))
+                            .Add(VoidElement(9)));
     EXPECT_EQ(reading.Property("title"), "T\xC3\xB6n");
     EXPECT_EQ(reading.Property("date_utc"), "2001-01-02T00:00:01Z");
     EXPECT_EQ(reading.Property("chapters"), "4");

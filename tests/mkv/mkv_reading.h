@@ -119,6 +119,7 @@ inline GEbmlBytes LiveFile()
     const GEbmlBytes tags = Element(kTags, GEbmlBytes(5));
     return ThreeTracks()
         .Add(cluster(0, 1))
+        .Add(UnknownSizeElement(kCluster, {}))
         .Add(cluster(40, 3))
         .Add(tags)
         .Add(cluster(80, 5))

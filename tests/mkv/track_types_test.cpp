@@ -339,7 +339,7 @@ TEST(MkvTrackTypes, PinsAreNamedByLanguageNameAndNumberWithinTheirKind)
         TrackEntry(8, GMkvTrack::kAudio, "A_NOBODY/KNOWS"),
         TrackEntry(9, GMkvTrack::kAudio, "A_AC3", TextElement(kLanguage, "ger")),
         TrackEntry(10, GMkvTrack::kAudio, "A_AC3",
-                   Join({TextElement(kLanguage, "jpn"), TextElement(kName, "Commentary")})),
+                   Join({TextElement(kLanguage, {"jpn\0\0", 5}), TextElement(kName, "Commentary")})),
         TrackEntry(11, 0x20, "S_TEXT/UTF8"),
         TrackEntry(12, GMkvTrack::kSubtitle, "S_TEXT/UTF8", TextElement(kLanguage, "xyz")),
     });
