@@ -186,8 +186,6 @@ TEST(MkvElement, AChildThatRunsBeyondItsParentCannotReadWhatFollowsIt)
 
     GWalk tooShort(Join({Element(kSeek, GEbmlBytes{kVoid}), Element(kTimecode, GEbmlBytes{5})}));
     EXPECT_FALSE(tooShort.top.FirstChild()) << "one byte holds no header";
-    tooShort.root.size.value = 0;
-    EXPECT_FALSE(tooShort.root.FirstChild());
 }
 
 TEST(MkvElement, TheRestOfASegmentIsFoundBehindAnUnreadableHeader)

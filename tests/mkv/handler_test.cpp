@@ -245,8 +245,9 @@ TEST(MkvHandler, EveryCallTouchesLittleOfAFileWithoutPackets)
     constexpr std::size_t kMany = 200'000;
     const GEbmlBytes nothing = Repeat(VoidElement(0), kMany);
     const GEbmlBytes clusters = Repeat(Element(kCluster, GEbmlBytes{}), kMany);
+    const GEbmlBytes matches = Join({{0x00}, Repeat({0x1F, 0x43, 0xB6, 0x75, 0x00}, 8 * kMany)});
     for (const GEbmlBytes& middle :
-         {Element(kCluster, {UIntElement(kTimecode, 0), nothing}), nothing, clusters, GEbmlBytes(8 << 20)}) {
+         {Element(kCluster, {UIntElement(kTimecode, 0), nothing}), nothing, clusters, GEbmlBytes(8 << 20), matches}) {
         GMkvReading reading(ThreeTracks()
                                 .Add(Cluster(0, {Picture(0, 1, kKeyFlag)}))
                                 .Add(middle)

@@ -133,20 +133,12 @@ TEST(MkvHostile, AMillionTinyElementsOfAnyKindAreWalkedOnceAndKeptUpToALimit)
     EXPECT_EQ(file.tracks.at(0).contentEncodings.size(), kMaxMkvEncodings);
 }
 
-// In a Cluster without a size a million Blocks, and a search through bytes that look like a Cluster every five bytes.
-TEST(MkvHostile, WalksAndSearchesStayLinear)
+TEST(MkvHostile, AMillionBlocksInAClusterWithoutASizeAreWalkedOnce)
 {
     const GEbmlBytes blocks = Repeat(SimpleBlock(kVideoTrack, 0, 0, {}), 1'000'000);
     GMkvReading walk(ThreeTracks().Add(UnknownSizeElement(kCluster, blocks)));
     EXPECT_FALSE(walk.Announced());
     EXPECT_LT(walk.Watch().bytes, 6 * blocks.size()) << "each pass over the Cluster reads it once";
-
-    const GEbmlBytes matches = Repeat({0x1F, 0x43, 0xB6, 0x75, 0x00}, 200'000);
-    GMkvReading search(ThreeTracks().Add({0x00}).Add(matches).Add(Cluster(7, {Picture(3, 9)})));
-    const auto next = search.Announced();
-    ASSERT_TRUE(next);
-    EXPECT_EQ(next->start, 3 * kMillisecond);
-    EXPECT_LT(search.Watch().bytes, 6 * matches.size());
 }
 
 }  // namespace

@@ -28,12 +28,7 @@ GEbmlBytes Chapters(std::string_view title)
                             {Element(kChapterAtom, {UIntElement(kChapterTimeStart, 5'000'000'000), display, inner})})});
 }
 
-GEbmlBytes Attachment(std::string_view name, std::size_t size)
-{
-    return Element(kAttachments, {Element(kAttachedFile,
-                                          {TextElement(kFileName, name), Element(kFileData, GEbmlBytes(size, 0x77))})});
-}
-
+const GEbmlBytes kAttached = Element(kAttachments, {Element(kAttachedFile, GEbmlBytes{})});
 const GEbmlBytes kOneTrack = Element(kTracks, {TrackEntry(1, 1, "V_VP8")});
 
 void OpenBuilt(GMkvTestFile& file, GMkvBuilder builder)
@@ -52,7 +47,7 @@ TEST(MkvFile, EverythingBehindTheClustersIsFoundThroughTheSeekHead)
         .AddCues({{1500, 1, 0}})
         .AddCues({{1600, 1, 0}, {1700, 1, 0}})
         .Add(Chapters("Opening"))
-        .Add(Attachment("font.ttf", 5000));
+        .Add(kAttached);
     GMkvTestFile file;
     OpenBuilt(file, builder);
     EXPECT_EQ(file.header.docType, "matroska");
@@ -88,7 +83,7 @@ TEST(MkvFile, ThreeHeadElementsEndTheWalkAndWithFewerAllThatItMeetsIsLoaded)
                         .Add(Chapters("y"))
                         .Add(kOneTrack)
                         .Add(Cluster(0, {kTwoFrames}))
-                        .Add(Attachment("a", 1))
+                        .Add(kAttached)
                         .AddCues({{0, 1, 0}}));
     EXPECT_EQ(file.tracks.size(), 1u);
     EXPECT_EQ(file.cues.size(), 1u);
