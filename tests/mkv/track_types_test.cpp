@@ -339,9 +339,9 @@ TEST(MkvTrackTypes, PinsAreNamedByLanguageNameAndNumberWithinTheirKind)
         TrackEntry(8, GMkvTrack::kAudio, "A_NOBODY/KNOWS"),
         TrackEntry(9, GMkvTrack::kAudio, "A_AC3", TextElement(kLanguage, "ger")),
         TrackEntry(10, GMkvTrack::kAudio, "A_AC3",
-                   Join({TextElement(kLanguage, {"jpn\0\0", 5}), TextElement(kName, "Commentary")})),
+                   Join({TextElement(kLanguage, "jpn"), TextElement(kName, "Commentary")})),
         TrackEntry(11, 0x20, "S_TEXT/UTF8"),
-        TrackEntry(12, GMkvTrack::kSubtitle, "S_TEXT/UTF8", TextElement(kLanguage, "xyz")),
+        TrackEntry(12, GMkvTrack::kSubtitle, "S_TEXT/UTF8", TextElement(kLanguage, {"xyz\0\0", 5})),
     });
     std::vector<std::pair<std::string, std::uint32_t>> pins;
     for (const GMkvDescribedTrack& entry : described)
