@@ -177,13 +177,7 @@ std::size_t Survive(const GFlvBytes& bytes)
 TEST(FlvBroken, APrefixLosesOnlyItsEndAndALyingByteOnlyItsTags)
 {
     const GFlvBytes film = Film(5, 3).bytes;
-    std::size_t most = 0;
-    for (std::size_t size = 0; size <= film.size(); ++size) {
-        const std::size_t count = Survive(First(film, size));
-        ASSERT_GE(count, most) << size;
-        most = count;
-    }
-    EXPECT_EQ(most, 10u);
+    EXPECT_EQ(TryPrefixes(film, Survive), 10u);
     for (std::size_t i = 0; i < film.size(); ++i) {
         GFlvBytes broken = film;
         for (const std::uint8_t lie : GFlvBytes{0x00, 0x01, 0x09, 0x7F, 0xFF}) {

@@ -105,14 +105,9 @@ void TryDamage(const GAudioBytes& file)
         const REFERENCE_TIME duration = reading.Handler().Duration();
         TryHandler(reading, {.targets = {duration / 2, duration}});
     };
-    for (std::size_t i = 0; i < file.size(); ++i) {
+    for (std::size_t i = 0; i < file.size(); ++i)
         attempt(First(file, i));
-        GAudioBytes changed = file;
-        for (const std::uint8_t value : GAudioBytes{0x00, 0x7F, 0xFF}) {
-            changed[i] = value;
-            attempt(changed);
-        }
-    }
+    TryBytes(file, {0x00, 0x7F, 0xFF}, attempt);
 }
 
 }  // namespace vex::test

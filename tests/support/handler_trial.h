@@ -1,11 +1,15 @@
 // Uses a read handler as a player might, on any file however damaged, and says what no file may lead to.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
+#include "support/bytes.h"
 #include "support/handler_reading.h"
 
 namespace vex::test {
@@ -133,6 +137,33 @@ template <class Reading>
 GTrialResult TryHandler(Reading& reading, const GTrialPlan& plan = {})
 {
     return GHandlerTrial<Reading>(reading, plan).Run();
+}
+
+// Tries every prefix. None may give fewer packets than a shorter one; the result is what the whole file gives.
+template <class Packets>
+std::size_t TryPrefixes(const GTestBytes& whole, Packets packetsOf)
+{
+    std::size_t most = 0;
+    for (std::size_t size = 0; size <= whole.size(); ++size) {
+        const std::size_t count = packetsOf(First(whole, size));
+        if (count < most)
+            throw std::logic_error("fewer packets than of a shorter prefix, cut at " + std::to_string(size));
+        most = count;
+    }
+    return most;
+}
+
+// Tries the file with `width` bytes from every position on set to each value.
+template <class Use>
+void TryBytes(const GTestBytes& whole, std::initializer_list<std::uint8_t> values, Use use, std::size_t width = 1)
+{
+    for (std::size_t i = 0; i + width <= whole.size(); ++i) {
+        for (const std::uint8_t value : values) {
+            GTestBytes broken = whole;
+            std::fill_n(broken.begin() + static_cast<std::ptrdiff_t>(i), width, value);
+            use(broken);
+        }
+    }
 }
 
 }  // namespace vex::test
