@@ -119,6 +119,7 @@ public:
     STDMETHODIMP_(ULONG) GetMiscFlags() override { return AM_FILTER_MISC_FLAGS_IS_RENDERER; }
     // The pin is not one of the base class, which therefore knows of none.
     STDMETHODIMP EnumPins(IEnumPins** out) override { return *out = new COnePin(pin, false), S_OK; }
+    STDMETHODIMP FindPin(LPCWSTR, IPin** out) override { return *out = nullptr, VFW_E_NOT_FOUND; }
     int GetPinCount() override { return 0; }
     CBasePin* GetPin(int) override { return nullptr; }
 
