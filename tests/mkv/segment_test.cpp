@@ -62,6 +62,9 @@ TEST(MkvFile, EverythingBehindTheClustersIsFoundThroughTheSeekHead)
     EXPECT_EQ(atom.chapterTimeStart.value, 5'000'000'000u);
     EXPECT_EQ(atom.atoms.at(0).chapterUid.value, 7u);
     EXPECT_EQ(file.attachments.size(), 1u);
+    EXPECT_TRUE(file.ClusterAt(file.cues[0].points[0].positions.at(0).cueClusterPosition));
+    EXPECT_FALSE(file.ClusterAt(1));
+    EXPECT_FALSE(file.ClusterAt(std::numeric_limits<std::uint64_t>::max()));
     EXPECT_EQ(file.reader->Damage().Report().count, 0u);
 }
 
