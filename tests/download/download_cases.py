@@ -94,7 +94,8 @@ def check(said, case, wine=False):
     require(case.pins == 0 or (samples == WHOLE) == case.whole, f"{samples} samples")
     require(case.pins == 0 or not case.whole or int(said.one("available")) > 0, "no available time")
     percents = list(map(int, said.all("percent")))
-    require(percents == sorted(percents) and max(percents, default=0) <= 100 and bool(percents) == case.known, f"told {percents} percent")
+    require(percents == sorted(percents) and max(percents, default=0) <= 100 and bool(percents) == case.known,
+            f"told {percents} percent")
     require(not case.known or not case.whole or case.pins == 0 or percents[-1] == 100, f"ends at {percents} percent")
     require(said.one("files") == "1", "there is one temporary file until the filter is gone")
     require(said.one("left") == "0", "a file is left behind")

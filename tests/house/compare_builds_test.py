@@ -28,7 +28,8 @@ class CompareBuilds(unittest.TestCase):
                 commands.append(command)
             media = pathlib.Path(folder, "film.avi")
             media.touch()
-            result = subprocess.run([sys.executable, "-B", COMPARE, *commands, media], text=True, capture_output=True, check=False)
+            result = subprocess.run([sys.executable, "-B", COMPARE, *commands, media], text=True, capture_output=True,
+                                    check=False)
         self.assertEqual(result.returncode, 1 if "differ" in result.stdout else 0, result.stderr)
         return result.stdout
 

@@ -17,7 +17,8 @@ FILES = ("docs/{0}.md", "fuzz/{0}/CMakeLists.txt", "fuzz/{0}/{0}_handler_seeds.c
 
 class Formats(unittest.TestCase):
     def test_no_format_lacks_a_test_a_fuzz_target_or_a_page(self):
-        said = subprocess.run([os.environ["VEX_BINARY"], "filters", "--json"], capture_output=True, timeout=60, check=True).stdout
+        said = subprocess.run([os.environ["VEX_BINARY"], "filters", "--json"], capture_output=True, timeout=60,
+                              check=True).stdout
         filters = {one["short"] for one in json.loads(said)["filters"] if one["available"]}
         folders = {folder.name for folder in (TOP / "src" / "formats").iterdir()}
         self.assertTrue(filters & folders)

@@ -1,4 +1,4 @@
-"""Installs into a temporary folder, moves it, and builds and runs a host against it by find_package and by pkg-config."""
+"""Installs into a temporary folder, moves it, and builds and runs a host by find_package and by pkg-config."""
 
 import argparse
 import os

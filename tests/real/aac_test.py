@@ -11,7 +11,8 @@ CHANNELS = {96000: 2, 48000: 6, 44100: 1, 22050: 2, 8000: 1}  # by sampling rate
 class Aac(RealMedia):
     def decoded(self, path):
         wave = path.with_suffix(".wav")
-        subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-i", str(path), "-bitexact", str(wave)], check=True, timeout=600)
+        subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-i", str(path), "-bitexact", str(wave)], check=True,
+                       timeout=600)
         return wave.read_bytes()
 
     def test_frames_are_the_packets_of_ffprobe_without_their_headers(self):

@@ -35,8 +35,9 @@ class Asf(RealMedia):
         self.assert_films_like_ffprobe(FILMS, "film.asf", RULES)
 
     def test_each_language_has_a_pin_with_its_best_sound(self):
-        path = make(self.folder / "film.asf", *video(), *tone(), *tone(frequency=900), *tone(frequency=600), "-map", "0",
-                    "-map", "1", "-map", "2", "-map", "3", "-c:v", "wmv2", "-c:a", "wmav2", "-b:a:0", "64k", "-b:a:1", "128k",
+        path = make(self.folder / "film.asf", *video(), *tone(), *tone(frequency=900), *tone(frequency=600),
+                    "-map", "0", "-map", "1", "-map", "2", "-map", "3", "-c:v", "wmv2", "-c:a", "wmav2",
+                    "-b:a:0", "64k", "-b:a:1", "128k",
                     "-b:a:2", "64k", *(f"-metadata:s:a:{i}" if what else f"language={language}"
                                        for i, language in enumerate(("eng", "eng", "ger")) for what in (1, 0)))
         _, packets = probed(path)
@@ -72,14 +73,16 @@ class Asf(RealMedia):
         path.write_bytes(data)
         status, samples = dumped(path)
         self.assertEqual(status, 0)
-        self.assertEqual([s["md5"] for pin in samples.values() for s in pin], [s["md5"] for pin in whole.values() for s in pin])
+        self.assertEqual([s["md5"] for pin in samples.values() for s in pin],
+                         [s["md5"] for pin in whole.values() for s in pin])
 
     def seeks(self, path, targets):
-        result = subprocess.run([VEX, "seek", "--json", str(path), *map(str, targets)], capture_output=True, timeout=300, check=True)
+        result = subprocess.run([VEX, "seek", "--json", str(path), *map(str, targets)], capture_output=True,
+                                timeout=300, check=True)
         return json.loads(result.stdout)["files"][0]["seeks"]
 
     def assert_seeks(self, path, pin, late):
-        """Each lands on the packet in which a key frame begins; `late`: how far behind its target that may be, 100 ns."""
+        """Each lands on the packet in which a key frame begins, at most `late` (100 ns) behind its target."""
         _, whole = dumped(path)
         keys = [s["start"] for s in whole[pin] if s["sync"]]
         generator = random.Random(1)
@@ -106,12 +109,13 @@ class Asf(RealMedia):
 
     def test_what_is_extracted_decodes_to_the_same_pictures_and_sound(self):
         def decoded(path, stream):
-            return subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-map", f"0:{stream}", "-f", "md5", "-"],
+            return subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-map", f"0:{stream}",
+                                   "-f", "md5", "-"],
                                   check=True, capture_output=True, timeout=60).stdout
 
         path = make(self.folder / "film.asf", *FILMS["MPEG-4, PCM"][:-1], "mp2")
-        written = json.loads(subprocess.run([VEX, "extract", "--json", str(path), "-o", str(self.folder / "out")], check=True,
-                                            capture_output=True, timeout=60).stdout)["files"][0]["outputs"]
+        written = json.loads(subprocess.run([VEX, "extract", "--json", str(path), "-o", str(self.folder / "out")],
+                                            check=True, capture_output=True, timeout=60).stdout)["files"][0]["outputs"]
         _, packets = probed(path)
         for stream, output in enumerate(written):
             self.assertEqual(output["bytes"], sum(packet.size for packet in packets[stream]))

@@ -12,14 +12,16 @@ XVID = [*MPEG4, "-vtag", "XVID"]
 
 FILMS = {
     "MPEG-4, MP3 of constant rate": [*video(), *tone(), *MPEG4, *MP3],
-    "MPEG-4 with B-frames, MP3 of variable rate": [*video(), *tone(), *MPEG4, "-bf", "2", "-c:a", "libmp3lame", "-q:a", "4"],
+    "MPEG-4 with B-frames, MP3 of variable rate": [*video(), *tone(), *MPEG4, "-bf", "2", "-c:a", "libmp3lame",
+                                                   "-q:a", "4"],
     "raw RGB": [*video(1), "-c:v", "rawvideo", "-pix_fmt", "bgr24"],
-    "H.264, AC-3": [*video(), *tone(rate=48000), "-c:v", "libx264", "-g", "20", "-bf", "2", "-preset", "veryfast", "-c:a", "ac3"],
+    "H.264, AC-3": [*video(), *tone(rate=48000), "-c:v", "libx264", "-g", "20", "-bf", "2", "-preset", "veryfast",
+                    "-c:a", "ac3"],
     "several audio streams": [*video(), *tone(frequency=300), *tone(frequency=600, rate=22050), *tone(frequency=900),
                               "-map", "0", "-map", "1", "-map", "2", "-map", "3", *MPEG4,
                               "-c:a:0", "libmp3lame", "-c:a:1", "pcm_s16le", "-c:a:2", "ac3"],
-    "a second video stream, which gets no pin": [*video(), *video(rate=10), *tone(), "-map", "0", "-map", "1", "-map", "2",
-                                                 *MPEG4, *MP3],
+    "a second video stream, which gets no pin": [*video(), *video(rate=10), *tone(), "-map", "0", "-map", "1",
+                                                 "-map", "2", *MPEG4, *MP3],
     "sound alone": [*tone(), *MP3],
 }
 
@@ -63,8 +65,8 @@ class Avi(RealMedia):
         path = make(self.path(), *video(), *tone(), *MPEG4, *MP3)
         for pin, stream in enumerate("va"):
             raw = self.folder / f"raw.{pin}"
-            subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-map", f"0:{stream}", "-c", "copy", "-f", "data",
-                            str(raw)], check=True, timeout=120)
+            subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-map", f"0:{stream}", "-c", "copy",
+                            "-f", "data", str(raw)], check=True, timeout=120)
             self.assertEqual(payload(path, pin)[1], raw.stat().st_size)
 
     def test_times_are_those_of_the_file(self):

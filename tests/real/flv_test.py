@@ -89,7 +89,8 @@ class Flv(RealMedia):
         keys = [s["start"] for s in whole[1] if s["sync"]]
         generator = random.Random(1)
         targets = [generator.randrange(1, 590) / 10 for _ in range(50)]
-        result = subprocess.run([VEX, "seek", "--json", str(path), *map(str, targets)], capture_output=True, timeout=120, check=True)
+        result = subprocess.run([VEX, "seek", "--json", str(path), *map(str, targets)], capture_output=True,
+                                timeout=120, check=True)
         for target, seek in zip(targets, json.loads(result.stdout)["files"][0]["seeks"]):
             with self.subTest(target=target):
                 pin = seek["pins"][1]
@@ -100,13 +101,15 @@ class Flv(RealMedia):
 
     def test_what_is_extracted_decodes_to_the_same_pictures_and_sound(self):
         def decoded(path, stream):
-            return subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-map", f"0:{stream}", "-f", "md5", "-"],
+            return subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-map", f"0:{stream}",
+                                   "-f", "md5", "-"],
                                   check=True, capture_output=True, timeout=60).stdout
 
         for name, formats in (("H.264, AAC", ["adts", "annexb"]), ("MP3 of 22 kHz", ["raw"])):
             path = make(self.folder / "film.flv", *FILMS[name])
-            written = json.loads(subprocess.run([VEX, "extract", "--json", str(path), "-o", str(self.folder / "out")], check=True,
-                                                capture_output=True, timeout=60).stdout)["files"][0]["outputs"]
+            written = json.loads(subprocess.run([VEX, "extract", "--json", str(path), "-o", str(self.folder / "out")],
+                                                check=True, capture_output=True,
+                                                timeout=60).stdout)["files"][0]["outputs"]
             self.assertEqual([output["format"] for output in written], formats)
             for output, stream in zip(written, "av"):
                 self.assertEqual(decoded(output["path"], stream), decoded(path, stream), output["path"])

@@ -48,8 +48,8 @@ class Matroska(RealMedia):
         return make(self.path(name), *video(seconds), *tone(seconds), *codecs)
 
     def assert_same_payloads(self, path, status=0):
-        """Every track's payloads in order. Of a laced Block only the first frame is marked as a sync point and its times are
-        cut into equal parts, so flags and times are held against the file only where there is one frame to a Block."""
+        """Every track's payloads in order. Of a laced Block only the first frame is marked as a sync point and its
+        times are cut into equal parts, so flags and times are compared only where there is one frame to a Block."""
         kinds, packets = probed(path)
         returned, samples = dumped(path)
         self.assertEqual(returned, status)
@@ -57,9 +57,11 @@ class Matroska(RealMedia):
         self.assertEqual(sorted(samples), list(range(len(streams))))
         for pin, stream in enumerate(streams):
             self.assertGreater(len(packets[stream]), 0)
-            self.assertEqual([s["md5"] for s in samples[pin]], [p.md5 for p in packets[stream]], f"{path.name}: {stream}")
+            self.assertEqual([s["md5"] for s in samples[pin]], [p.md5 for p in packets[stream]],
+                             f"{path.name}: {stream}")
             if kinds[stream] == "video":
-                self.assertEqual([s["sync"] for s in samples[pin]], [p.key for p in packets[stream]], f"key frames {stream}")
+                self.assertEqual([s["sync"] for s in samples[pin]], [p.key for p in packets[stream]],
+                                 f"key frames {stream}")
         return samples
 
     def test_each_codec_of_the_tables_as_ffmpeg_muxes_it(self):
@@ -81,8 +83,8 @@ class Matroska(RealMedia):
         for codecs in ([*H264, *AAC], ["-c:v", "mpeg4", "-c:a", "libvorbis"], ["-c:v", "mpeg4", "-c:a", "pcm_s16le"],
                        [*H264, "-c:a", "flac"], [*H264, "-c:a", "ac3"]):
             source = self.source(*codecs)
-            for options in ([], ["--engage", "no_simpleblocks"], ["--engage", "lacing_xiph"], ["--engage", "lacing_ebml"],
-                            ["--disable-lacing"]):
+            for options in ([], ["--engage", "no_simpleblocks"], ["--engage", "lacing_xiph"],
+                            ["--engage", "lacing_ebml"], ["--disable-lacing"]):
                 with self.subTest(codecs=codecs, options=options):
                     self.assert_same_payloads(mkvmerge(self.path(), *options, source))
 
@@ -111,7 +113,8 @@ class Matroska(RealMedia):
         self.assert_same_payloads(live)
         piped = self.path("piped.mkv")
         with open(piped, "wb") as out:
-            subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(source), "-c", "copy", "-f", "matroska", "pipe:1"],
+            subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", str(source), "-c", "copy",
+                            "-f", "matroska", "pipe:1"],
                            stdout=out, check=True, timeout=120)
         whole = self.assert_same_payloads(piped)
         data = piped.read_bytes()
@@ -130,9 +133,10 @@ class Matroska(RealMedia):
         ass = make(self.path("text.ass"), "-i", srt)
         note = self.path("note.txt")
         note.write_text("carried along\n", encoding="utf-8")
-        path = mkvmerge(self.path(), "--title", "A title", "--language", "1:jpn", "--track-name", "1:Commentary", source, "--language",
-                        "0:ger", "--forced-display-flag", "0:yes", srt, "--language", "0:fre", "--default-track-flag", "0:no", ass,
-                        "--attach-file", note)
+        path = mkvmerge(self.path(), "--title", "A title", "--language", "1:jpn",
+                        "--track-name", "1:Commentary", source, "--language", "0:ger",
+                        "--forced-display-flag", "0:yes", srt, "--language", "0:fre",
+                        "--default-track-flag", "0:no", ass, "--attach-file", note)
         info = probe(path)
         self.assertEqual([p["name"] for p in info["pins"]],
                          ["Undetermined (Video 1)", "Japanese, Commentary (Audio 1)", "German (Subtitle 1)",
@@ -147,10 +151,11 @@ class Matroska(RealMedia):
         folder.mkdir()
         subprocess.run([VEX, "extract", "--attachments", "-o", str(folder), str(path)], check=True, timeout=120)
         self.assertEqual(next(folder.glob("*note.txt")).read_bytes(), note.read_bytes())
-        text = subprocess.run([VEX, "extract", "--pin", "2", str(path)], check=True, capture_output=True, timeout=120).stdout
+        text = subprocess.run([VEX, "extract", "--pin", "2", str(path)], check=True, capture_output=True,
+                              timeout=120).stdout
         (folder / "x.srt").write_bytes(text)
-        played = subprocess.run(["ffprobe", "-v", "error", "-show_packets", "-of", "json", str(folder / "x.srt")], check=True,
-                                capture_output=True, timeout=120).stdout
+        played = subprocess.run(["ffprobe", "-v", "error", "-show_packets", "-of", "json", str(folder / "x.srt")],
+                                check=True, capture_output=True, timeout=120).stdout
         self.assertEqual(len(json.loads(played)["packets"]), 2)
 
     def test_a_seek_lands_on_a_key_frame_at_or_before_its_target(self):
@@ -162,8 +167,8 @@ class Matroska(RealMedia):
             _, whole = dumped(path)
             keys = {s["start"] for s in whole[0] if s["sync"]}
             targets = [random.uniform(0.1, 11.9) for _ in range(70)]
-            result = subprocess.run([VEX, "seek", "--json", str(path), *[f"{t:.3f}" for t in targets]], capture_output=True,
-                                    timeout=300, check=True)
+            result = subprocess.run([VEX, "seek", "--json", str(path), *[f"{t:.3f}" for t in targets]],
+                                    capture_output=True, timeout=300, check=True)
             seeks = json.loads(result.stdout)["files"][0]["seeks"]
             for target, seek in zip(targets, seeks):
                 with self.subTest(name, target=target):
@@ -173,7 +178,8 @@ class Matroska(RealMedia):
                     self.assertIn(first["start"] + pin["segmentStart"], keys)
                     self.assertLessEqual(first["start"], 0)
                     # The nearest one, not just any before it.
-                    passed = [key for key in keys if first["start"] + pin["segmentStart"] < key <= pin["reached"] - 10_000]
+                    start = first["start"] + pin["segmentStart"]
+                    passed = [key for key in keys if start < key <= pin["reached"] - 10_000]
                     self.assertEqual(passed, [])
                     sound = seek["pins"][1]["samples"][0]
                     self.assertLessEqual(sound["start"], 1_000_000)

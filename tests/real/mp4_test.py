@@ -24,11 +24,13 @@ FILMS = {
     "H.263, AAC": ("film.3gp", [*video(size="176x144"), *tone(), "-c:v", "h263", *AAC]),
     "JPEG, MP3": ("film.mov", [*video(), *tone(), "-c:v", "mjpeg", "-c:a", "libmp3lame"]),
     "QuickTime RLE, AC-3": ("film.mov", [*video(), *tone(), "-c:v", "qtrle", "-c:a", "ac3"]),
-    "four sound tracks": ("film.m4a", [*tone(), *tone(), *tone(), *tone(), "-map", "0", "-map", "1", "-map", "2", "-map", "3", *AAC]),
+    "four sound tracks": ("film.m4a", [*tone(), *tone(), *tone(), *tone(), "-map", "0", "-map", "1", "-map", "2",
+                                       "-map", "3", *AAC]),
 }
 
 # What the payload of each kind is equal to once ffmpeg has turned it around.
-SOUND = {"pcm_s16be": "pcm_s16le", "pcm_s16le": "pcm_s16le", "pcm_s24be": "pcm_s24be", "pcm_mulaw": "pcm_mulaw", "pcm_u8": "pcm_u8"}
+SOUND = {"pcm_s16be": "pcm_s16le", "pcm_s16le": "pcm_s16le", "pcm_s24be": "pcm_s24be", "pcm_mulaw": "pcm_mulaw",
+         "pcm_u8": "pcm_u8"}
 
 
 class Mp4(RealMedia):
@@ -44,11 +46,13 @@ class Mp4(RealMedia):
         path = make(self.path(), *video(rate="30000/1001"), *tone(), *H264, "-bf", "3", *AAC)
         _, samples = dumped(path)
         document = json.loads(subprocess.run(
-            ["ffprobe", "-v", "quiet", "-ignore_editlist", "1", "-show_packets", "-show_streams", "-of", "json", str(path)],
+            ["ffprobe", "-v", "quiet", "-ignore_editlist", "1", "-show_packets", "-show_streams",
+             "-of", "json", str(path)],
             check=True, capture_output=True, timeout=600).stdout)
         for pin, stream in enumerate(document["streams"]):
             scale = int(stream["time_base"].split("/")[1])
-            expected = [p["dts"] * 10_000_000 // scale for p in document["packets"] if p["stream_index"] == stream["index"]]
+            expected = [p["dts"] * 10_000_000 // scale
+                        for p in document["packets"] if p["stream_index"] == stream["index"]]
             self.assertEqual([s["start"] for s in samples[pin]], expected)
             self.assertTrue(all(s["stop"] == s["start"] + 1 and s["mediaStart"] is None for s in samples[pin]))
 

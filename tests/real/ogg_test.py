@@ -26,7 +26,8 @@ class Ogg(RealMedia):
         returned, samples = dumped(path)
         self.assertEqual(returned, status)
         for pin, stream in enumerate(pins_of(kinds)):
-            self.assertEqual([s["md5"] for s in samples[pin]][headers:], [p.md5 for p in packets[stream]], f"stream {stream}")
+            self.assertEqual([s["md5"] for s in samples[pin]][headers:], [p.md5 for p in packets[stream]],
+                             f"stream {stream}")
         return samples
 
     def test_what_ffmpeg_writes_is_what_ffprobe_finds(self):

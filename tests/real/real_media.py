@@ -1,4 +1,4 @@
-"""Makes small media files with ffmpeg and holds what the command delivers against what ffprobe says of the same file."""
+"""Makes small media files with ffmpeg and compares what the command delivers with what ffprobe says of them."""
 
 import collections
 import fractions
@@ -42,16 +42,16 @@ class Rules(NamedTuple):
 
 
 def shown(path, *options):
-    text = subprocess.run(["ffprobe", "-v", "quiet", *options, "-of", "json", str(path)], check=True, capture_output=True,
-                          timeout=600).stdout
+    text = subprocess.run(["ffprobe", "-v", "quiet", *options, "-of", "json", str(path)], check=True,
+                          capture_output=True, timeout=600).stdout
     return json.loads(text)
 
 
 def filtered(path, stream, bitstream_filter):
     """(MD5, size) of each packet of a stream behind a bitstream filter."""
-    text = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-fflags", "+noparse", "-i", str(path), "-map", f"0:{stream}",
-                           "-c", "copy", "-bsf", bitstream_filter, "-f", "framemd5", "-"], check=True, capture_output=True,
-                          text=True, timeout=600).stdout
+    text = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-fflags", "+noparse", "-i", str(path),
+                           "-map", f"0:{stream}", "-c", "copy", "-bsf", bitstream_filter, "-f", "framemd5", "-"],
+                          check=True, capture_output=True, text=True, timeout=600).stdout
     rows = [line.split(",") for line in text.splitlines() if not line.startswith("#")]
     return [(row[5].strip(), int(row[4])) for row in rows]
 
@@ -104,7 +104,8 @@ def dumped(path, *options):
 
 def payload(path, pin):
     """The MD5 digest and the size of all that a pin delivers."""
-    data = subprocess.run([VEX, "extract", "--raw", "--pin", str(pin), str(path)], capture_output=True, timeout=600, check=False)
+    data = subprocess.run([VEX, "extract", "--raw", "--pin", str(pin), str(path)], capture_output=True, timeout=600,
+                          check=False)
     return hashlib.md5(data.stdout).hexdigest(), len(data.stdout)
 
 
@@ -129,7 +130,8 @@ class RealMedia(unittest.TestCase):
             expected = getattr(packet, rules.time)
             if expected is not None:
                 self.assertIsNotNone(sample["start"], f"{message}: sample {number} has no time")
-                self.assertLessEqual(abs(sample["start"] - expected + origin), rules.tolerance, f"{message}: time of {number}")
+                self.assertLessEqual(abs(sample["start"] - expected + origin), rules.tolerance,
+                                     f"{message}: time of {number}")
 
     def assert_like_ffprobe(self, path, status=0, rules=Rules()):
         kinds, packets = probed(path, rules)
@@ -149,7 +151,7 @@ class RealMedia(unittest.TestCase):
         return samples
 
     def assert_films_like_ffprobe(self, films, name, rules=Rules()):
-        """`films`: what ffmpeg is told, by what is special about it. `name`: of the file, whose extension ffmpeg goes by."""
+        """`films`: what ffmpeg is told, by what is special about it. `name`: of the file; its extension counts."""
         for what, arguments in films.items():
             with self.subTest(what):
                 self.assert_like_ffprobe(make(self.folder / name, *arguments), rules=rules)

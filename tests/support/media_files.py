@@ -43,8 +43,8 @@ def tone(seconds=3, frequency=440, rate=44100):
 
 def make(path, *arguments):
     """Runs ffmpeg; returns the path."""
-    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *map(str, arguments), "-bitexact", str(path)], check=True,
-                   timeout=3600, stdin=subprocess.DEVNULL)
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *map(str, arguments), "-bitexact", str(path)],
+                   check=True, timeout=3600, stdin=subprocess.DEVNULL)
     return path
 
 

@@ -1,4 +1,4 @@
-"""HTTP servers on the loopback interface for tests: Python's own for the files of a directory, and one that misbehaves."""
+"""HTTP servers on the loopback interface: Python's own for the files of a directory, and one that misbehaves."""
 
 import functools
 import http.server

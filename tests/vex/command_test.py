@@ -92,7 +92,8 @@ class Results(Temporary):
         self.assertEqual([json.loads(line) for line in alone.splitlines()], self.of_pin(1))
         csv = run("dump", "--csv", SAMPLE).text.splitlines()
         self.assertEqual(csv, [",".join(DUMP_KEYS)] + [",".join(
-            "" if v is None else v if isinstance(v, str) else str(int(v)) for v in line.values()) for line in self.lines])
+            "" if v is None else v if isinstance(v, str) else str(int(v))
+            for v in line.values()) for line in self.lines])
         people = run("dump", SAMPLE).text.splitlines()
         self.assertEqual([line.split()[-1] for line in people[1:]], [line["md5"] for line in self.lines])
 
@@ -109,7 +110,8 @@ class Results(Temporary):
         for pin in json.loads(run("play", "--json", "--hash", SAMPLE).text)["files"][0]["pins"]:
             output = pathlib.Path(extracted["outputs"][pin["index"]]["path"])
             self.assertEqual(pin["md5"], hashlib.md5(output.read_bytes()).hexdigest())
-        one = subprocess.run([VEX, "extract", "--pin", "1", "-o", "-", SAMPLE], capture_output=True, timeout=60, check=True)
+        one = subprocess.run([VEX, "extract", "--pin", "1", "-o", "-", SAMPLE], capture_output=True, timeout=60,
+                             check=True)
         self.assertEqual((one.stdout, one.stderr), (pathlib.Path(extracted["outputs"][1]["path"]).read_bytes(), b""))
 
     def test_seek_tells_what_a_player_gets_from_there_however_fast_the_pins_play_on(self):
@@ -127,7 +129,8 @@ class Results(Temporary):
 
     def test_seek_waits_for_the_index_that_a_cut_file_lacks(self):
         long, cut = self.folder / "long.avi", self.folder / "cut.avi"
-        subprocess.run(["ffmpeg", "-v", "error", "-stream_loop", "300", "-i", SAMPLE, "-c", "copy", long], check=True, timeout=60)
+        subprocess.run(["ffmpeg", "-v", "error", "-stream_loop", "300", "-i", SAMPLE, "-c", "copy", long], check=True,
+                       timeout=60)
         cut.write_bytes(long.read_bytes()[:-long.stat().st_size // 10])
         [text] = {run("seek", cut, "1050").text for _ in range(5)}
         self.assertIn("pin 0 Video: reached 0:17:30.000", text)
@@ -144,8 +147,8 @@ class Results(Temporary):
         self.assertEqual((result.returncode, json.loads(result.text)["files"][0]["file"]), (0, str(path)))
         for name in ("-f.avi", "play", os.fsdecode(b"caf\xE9.avi")):
             self.copy(name)
-            result = subprocess.run([VEX, "extract", "-o", name + "-out", "--", name], cwd=self.folder, capture_output=True,
-                                    timeout=60, check=False)
+            result = subprocess.run([VEX, "extract", "-o", name + "-out", "--", name], cwd=self.folder,
+                                    capture_output=True, timeout=60, check=False)
             self.assertEqual((result.returncode, result.stderr), (0, b""))
             self.assertEqual(len(list((self.folder / (name + "-out")).iterdir())), 2)
 
@@ -176,7 +179,8 @@ class Errors(Temporary):
         return result
 
     def test_what_cannot_be_read_is_named_with_its_reason(self):
-        missing, text, pipe = self.folder / "missing.avi", self.file("letter.txt", b"Dear reader,\n"), self.folder / "pipe"
+        missing, pipe = self.folder / "missing.avi", self.folder / "pipe"
+        text = self.file("letter.txt", b"Dear reader,\n")
         os.mkfifo(pipe)
         for path, why in ((missing, "No such file"), (self.folder, "directory"), (self.file("empty.avi", b""), "empty"),
                           (text, "format"), (self.copy("cut.avi", 40), ""), (pipe, "not a file")):
@@ -207,14 +211,16 @@ class Errors(Temporary):
 
     def test_misuse_is_status_two_and_says_how_it_is_used(self):
         for arguments, why in (
-                (["bogus"], "bogus"), ([], "COMMAND"), (["--json", "probe", SAMPLE], "options follow"), (["probe"], "FILE"),
-                (["probe", "--bogus", SAMPLE], "bogus"), (["seek", SAMPLE], "TIME"), (["seek", SAMPLE, "soon"], "soon"),
-                (["probe", ""], "FILE"), (["play", "--seek", "", SAMPLE], "seek"), (["seek", "-n", "0", SAMPLE, "1"], "samples"),
+                (["bogus"], "bogus"), ([], "COMMAND"), (["--json", "probe", SAMPLE], "options follow"),
+                (["probe"], "FILE"), (["probe", "--bogus", SAMPLE], "bogus"), (["seek", SAMPLE], "TIME"),
+                (["seek", SAMPLE, "soon"], "soon"), (["probe", ""], "FILE"), (["play", "--seek", "", SAMPLE], "seek"),
+                (["seek", "-n", "0", SAMPLE, "1"], "samples"),
                 (["dump", "--json", "--csv", SAMPLE], "cannot be combined"), (["play", SAMPLE, SAMPLE], ""),
-                (["play", "--preroll", "--no-preroll", SAMPLE], "cannot be combined"), (["play", "-k", "--no-preroll", SAMPLE], "no effect"),
-                (["dump", "--pin", "7", SAMPLE], "no pin 7"), (["dump", "--pin", "x", SAMPLE], "pin"),
-                (["probe", "--filter", "nonsense", SAMPLE], "nonsense"), (["extract", SAMPLE], "--output"),
-                (["extract", "--pin", "0", SAMPLE, "-o", SAMPLE], "is read"), (["extract", SAMPLE, "-o", SAMPLE], "directory"),
+                (["play", "--preroll", "--no-preroll", SAMPLE], "cannot be combined"),
+                (["play", "-k", "--no-preroll", SAMPLE], "no effect"), (["dump", "--pin", "7", SAMPLE], "no pin 7"),
+                (["dump", "--pin", "x", SAMPLE], "pin"), (["probe", "--filter", "nonsense", SAMPLE], "nonsense"),
+                (["extract", SAMPLE], "--output"), (["extract", "--pin", "0", SAMPLE, "-o", SAMPLE], "is read"),
+                (["extract", SAMPLE, "-o", SAMPLE], "directory"),
                 (["probe", "--module", "no-such-module.so", SAMPLE], "no-such-module.so")):
             with self.subTest(arguments=arguments):
                 self.assertEqual(self.refused(*arguments, why=why).text, "")
@@ -237,7 +243,8 @@ class Help(unittest.TestCase):
             shown = run(*command, "--help")
             self.assertEqual((shown.returncode, shown.complaint), (0, ""))
             self.assertIn(" ".join(["vex", *command]), shown.text)
-            self.assertEqual("Plays FILE, seeks to each TIME" in shown.text, command == ["seek"], "each tells of itself")
+            self.assertEqual("Plays FILE, seeks to each TIME" in shown.text, command == ["seek"],
+                             "each tells of itself")
             self.assertTrue(shown.text.endswith("\n"))
             version = run(*command, "--version")
             self.assertEqual((version.returncode, version.text), (0, f"vex {os.environ['VEX_VERSION']}\n"))

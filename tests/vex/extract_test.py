@@ -21,7 +21,8 @@ and a second
 
 
 def run(*command):
-    return subprocess.run(list(map(str, command)), capture_output=True, timeout=300, check=True, stdin=subprocess.DEVNULL).stdout
+    return subprocess.run(list(map(str, command)), capture_output=True, timeout=300, check=True,
+                          stdin=subprocess.DEVNULL).stdout
 
 
 def ffmpeg(*arguments):
@@ -45,8 +46,8 @@ class Extract(unittest.TestCase):
         (cls.folder / "film.srt").write_text(SUBTITLES, encoding="utf-8")
         (cls.folder / "font.ttf").write_bytes(bytes(range(256)) * 9000)
         ffmpeg("-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25:duration=3", "-f", "lavfi", "-i", "sine=duration=3",
-               "-f", "lavfi", "-i", "sine=frequency=880:duration=3", "-map", "0", "-map", "1", "-map", "2", "-c:v", "libx264",
-               "-bf", "2", "-g", "25", "-c:a:0", "aac", "-c:a:1", "libvorbis", cls.film)
+               "-f", "lavfi", "-i", "sine=frequency=880:duration=3", "-map", "0", "-map", "1", "-map", "2",
+               "-c:v", "libx264", "-bf", "2", "-g", "25", "-c:a:0", "aac", "-c:a:1", "libvorbis", cls.film)
         cls.outputs = cls.extracted(cls.film)
 
     @classmethod
@@ -73,26 +74,27 @@ class Extract(unittest.TestCase):
     def test_vorbis_is_an_ogg_file_of_the_right_length(self):
         path = self.output(2, "ogg")
         packets = [[packet["data_hash"] for packet in json.loads(
-            run("ffprobe", "-v", "error", "-select_streams", stream, "-show_packets", "-show_data_hash", "md5", "-of", "json",
-                file))["packets"]] for stream, file in (("a:0", path), ("a:1", self.film))]
+            run("ffprobe", "-v", "error", "-select_streams", stream, "-show_packets", "-show_data_hash", "md5",
+                "-of", "json", file))["packets"]] for stream, file in (("a:0", path), ("a:1", self.film))]
         self.assertEqual(packets[0], packets[1])
         duration = float(run("ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0", path))
         self.assertAlmostEqual(duration, 3, delta=0.05)
-        complaints = subprocess.run(["ffmpeg", "-nostdin", "-v", "warning", "-i", path, "-f", "null", "-"], capture_output=True,
-                                    timeout=60, check=True).stderr
+        complaints = subprocess.run(["ffmpeg", "-nostdin", "-v", "warning", "-i", path, "-f", "null", "-"],
+                                    capture_output=True, timeout=60, check=True).stderr
         self.assertEqual(complaints, b"")
 
     def test_text_subtitles_are_files_that_players_open(self):
         # No sound: its encoder's delay would make the file start later than 0, and a file plays from its start.
         film = self.folder / "subtitled.mkv"
         ffmpeg("-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25:duration=3", "-i", self.folder / "film.srt", "-i",
-               self.folder / "film.srt", "-map", "0", "-map", "1", "-map", "2", "-c:v", "mpeg4", "-c:s:0", "srt", "-c:s:1", "ass",
-               film)
+               self.folder / "film.srt", "-map", "0", "-map", "1", "-map", "2", "-c:v", "mpeg4", "-c:s:0", "srt",
+               "-c:s:1", "ass", film)
         outputs = self.extracted(film)
         original = ffmpeg("-copyts", "-i", film, "-map", "0:s:0", "-f", "srt", "-")
         self.assertEqual(ffmpeg("-copyts", "-i", self.output(1, "subrip", outputs), "-f", "srt", "-"), original)
         styled = ffmpeg("-copyts", "-i", film, "-map", "0:s:1", "-c", "copy", "-f", "ass", "-")
-        self.assertEqual(ffmpeg("-copyts", "-i", self.output(2, "ass", outputs), "-c", "copy", "-f", "ass", "-"), styled)
+        self.assertEqual(ffmpeg("-copyts", "-i", self.output(2, "ass", outputs), "-c", "copy", "-f", "ass", "-"),
+                         styled)
 
     def test_attachments_come_out_byte_for_byte_and_whatever_their_names_replace_nothing(self):
         film = self.folder / "attached" / "film.mkv"

@@ -21,7 +21,8 @@ def generated(kind):
 
 
 def options_in_help(command):
-    return set(re.findall(r"--[a-z][a-z-]+", output(VEX, command, "--help").split("Options:")[1].split("Exit status")[0]))
+    return set(re.findall(r"--[a-z][a-z-]+",
+                          output(VEX, command, "--help").split("Options:")[1].split("Exit status")[0]))
 
 
 class Generated(unittest.TestCase):
@@ -60,12 +61,13 @@ class Generated(unittest.TestCase):
             for option in options_in_help(command):
                 self.assertIn(option.replace("-", "\\-"), page)
         if shutil.which("groff"):
-            result = subprocess.run(["groff", "-man", "-Tutf8", "-ww"], input=page, capture_output=True, text=True, timeout=60,
-                                    check=True)
+            result = subprocess.run(["groff", "-man", "-Tutf8", "-ww"], input=page, capture_output=True, text=True,
+                                    timeout=60, check=True)
             self.assertEqual(result.stderr, "")
 
     def test_an_unknown_kind_is_refused(self):
-        self.assertEqual(subprocess.run([VEX, "--generate", "csh"], capture_output=True, timeout=60, check=False).returncode, 2)
+        self.assertEqual(subprocess.run([VEX, "--generate", "csh"], capture_output=True, timeout=60,
+                                        check=False).returncode, 2)
 
 
 if __name__ == "__main__":

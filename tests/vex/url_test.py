@@ -67,8 +67,9 @@ class Urls(unittest.TestCase):
     def test_every_command_says_the_same_as_of_the_file(self):
         with odd_server.FileServer(self.film.parent) as base:
             url = base + self.film.name
-            for words in (("probe",), ("probe", "--verbose"), ("probe", "--json"), ("play", "--hash"), ("dump", "--csv"),
-                          ("seek", "1", "0.3"), ("seek", "--json", "1"), ("extract", "--pin", "1"), ("play", "--seek", "1")):
+            for words in (("probe",), ("probe", "--verbose"), ("probe", "--json"), ("play", "--hash"),
+                          ("dump", "--csv"), ("seek", "1", "0.3"), ("seek", "--json", "1"), ("extract", "--pin", "1"),
+                          ("play", "--seek", "1")):
                 command, *options = words
                 status, output, errors = self.run_vex(command, url, *options)
                 expected = self.run_vex(command, self.film, *options)
@@ -87,7 +88,8 @@ class Urls(unittest.TestCase):
                 status, output, errors = self.run_vex(command[0], url, *(["1"] if command[0] == "seek" else []),
                                                       *command[1:])
                 self.assertEqual(status, 2, errors)
-                self.assertTrue(errors.startswith(f"vex: {url}: ") and why in errors and errors.count("\n") == 1, errors)
+                self.assertTrue(errors.startswith(f"vex: {url}: ") and why in errors and errors.count("\n") == 1,
+                                errors)
                 if "--json" in command:
                     self.assertIn(why, json.loads(output)["files"][0]["error"]["message"])
         status, _, errors = self.run_vex("probe", "--filter", "avi", self.server.url)
