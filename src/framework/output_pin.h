@@ -111,9 +111,9 @@ protected:
 
 private:
     enum class GStep : std::uint8_t { Continue, Stop };
-    static constexpr std::size_t kLeastLeft = 4096;  // bytes; with less, handing it over gains nothing
-
     enum class GPeerCall : std::uint8_t { None, Data, Flush };
+
+    static constexpr std::size_t kLeastLeft = 4096;  // bytes; with less, handing it over gains nothing
 
     class GDelivery;
 

@@ -157,12 +157,14 @@ TEST(PacketPool, GivesBackBuffersThatFitAndKeepsNoHoard)
 {
     GPacketPool pool(4);
     EXPECT_EQ(pool.Take(10), nullptr);
-    pool.Give(Packet(100'000));
+    GPacketPtr left = Packet(100'000);
+    left->unread = 5;
+    pool.Give(std::move(left));
     EXPECT_EQ(pool.Take(200'000), nullptr) << "too small";
     EXPECT_EQ(pool.Take(10'000), nullptr) << "a queue of small packets in large buffers would outgrow its limit";
     const GPacketPtr fits = pool.Take(70'000);
     ASSERT_NE(fits, nullptr);
-    EXPECT_EQ(fits->data.Size(), 0u);
+    EXPECT_EQ(fits->GetSize(), 0u) << "neither bytes nor a mark that they are unread";
     EXPECT_EQ(fits->start, kNoTime) << "the old packet's time";
 
     for (int i = 0; i < 200; ++i)

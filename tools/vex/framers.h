@@ -41,7 +41,7 @@ struct GFraming {
     std::unique_ptr<GFramer> framer;
 };
 
-// The framing for a media type; raw when there is no other, or when `raw` asks for it.
+// Picks the framing for a media type. The result is raw if no other fits the type, or if `raw` is true.
 GFraming ChooseFraming(const CMediaType& type, bool raw);
 
 // For H.264 with length-prefixed units, described by a FORMAT_MPEG2Video block: writes the parameter sets once, and

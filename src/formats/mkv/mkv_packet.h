@@ -42,9 +42,11 @@ struct GMkvBlockPacket final : GPacket2 {
     {
         GPacket2::Recycle();
         block.Clear();
+        headerPos = 0;
     }
 
     GMkvBlock block;
+    std::int64_t headerPos = 0;  // of the Block element, while the payload is unread; names it in the damage log
 };
 
 }  // namespace vex

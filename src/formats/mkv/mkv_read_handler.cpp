@@ -167,6 +167,7 @@ bool GMkvReadHandler::LeaveAnnounced(GPacket2& packet)
     auto& out = static_cast<GMkvBlockPacket&>(packet);
     std::swap(out.block, announced.block);
     out.block.frameSizes.assign(1, static_cast<std::uint32_t>(payload.available));
+    out.headerPos = payload.headerPos;
     out.position = payload.position;
     out.unread = static_cast<std::uint32_t>(payload.available);
     return true;
@@ -174,7 +175,8 @@ bool GMkvReadHandler::LeaveAnnounced(GPacket2& packet)
 
 std::size_t GMkvReadHandler::CutLeft(const GPacket2& packet, std::size_t)
 {
-    damage.Add("a Block that cannot be read", packet.position, packet.unread);
+    const auto& block = static_cast<const GMkvBlockPacket&>(packet);
+    damage.Add("a Block that cannot be read", block.headerPos, packet.unread);
     return 0;
 }
 
